@@ -1,0 +1,26 @@
+#include <iostream>
+
+#include "egalise.h"
+#include "zepra/erreur.h"
+#include "zepra/systeme.h"
+
+int main(int argc, char** argv) {
+  try {
+    Systeme::Demarrer("log.txt", false, true);
+    Main_defaut_arg(argc, argv);
+    Systeme::Arreter();
+    return 0;
+  } catch (const Erreur& e) {
+    const Erreur copie(e);
+    const char* entete = "Exception :\n";
+    if (Systeme::m_hascout) std::cout << entete;
+    if (Systeme::HasLog()) std::clog << entete;
+    if (Systeme::m_faut_flusher) {
+      std::cout.flush();
+      std::clog.flush();
+    }
+    copie.Message();
+    Systeme::Arreter();
+    return -1;
+  }
+}

@@ -1,0 +1,25 @@
+// Writing a file so that it is either complete or absent.
+#pragma once
+
+#include <fstream>
+#include <string>
+
+// Opens a temporary file beside 'nom'; Valider() closes it, checks that every write succeeded and
+// renames it to 'nom'. Destroyed before Valider(), it removes the temporary file. 'tag' names the
+// caller in the messages, as "[Classe] (Methode)".
+class FichierAtomique {
+ public:
+  FichierAtomique(const std::string& nom, const std::string& tag);
+  ~FichierAtomique();
+  FichierAtomique(const FichierAtomique&) = delete;
+  FichierAtomique& operator=(const FichierAtomique&) = delete;
+
+  std::ofstream& flux() { return m_flux; }
+  const std::string& nom() const { return m_nom; }
+  void Valider();
+
+ private:
+  std::string m_nom, m_temporaire, m_tag;
+  std::ofstream m_flux;
+  bool m_valide = false;
+};

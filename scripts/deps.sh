@@ -1,0 +1,26 @@
+#!/bin/sh
+# Installs the Debian packages the build, the tests and the demo need; only calls apt-get when one
+# of them is missing, so it is cheap to run before every build.
+#   scripts/deps.sh          build, tests, demo
+#   scripts/deps.sh bench    the same plus what the benchmarks compare against
+set -e
+pkgs="g++ make cmake libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools clang libclang-rt-14-dev"
+if [ "$1" = "bench" ]; then
+  pkgs="$pkgs gdal-bin time"
+fi
+missing=""
+for p in $pkgs; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing="$missing $p"
+  fi
+done
+if [ -n "$missing" ]; then
+  echo "scripts/deps.sh: installing$missing"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "scripts/deps.sh: missing packages and not root; run as root or install:$missing" >&2
+    exit 1
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -q
+  apt-get install -y -q --no-install-recommends $missing
+fi

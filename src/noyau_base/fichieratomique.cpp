@@ -1,0 +1,29 @@
+#include "zepra/fichieratomique.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "zepra/erreur.h"
+
+FichierAtomique::FichierAtomique(const std::string& nom, const std::string& tag)
+    : m_nom(nom), m_temporaire(nom + ".part" + std::to_string(getpid())), m_tag(tag) {
+  m_flux.open(m_temporaire, std::ios::out | std::ios::binary | std::ios::trunc);
+  if (!m_flux.is_open()) ZEPRA_ERREUR(m_tag << " Impossible de creer le fichier " << m_nom);
+}
+
+FichierAtomique::~FichierAtomique() {
+  if (!m_valide) {
+    m_flux.close();
+    std::remove(m_temporaire.c_str());
+  }
+}
+
+void FichierAtomique::Valider() {
+  if (m_valide) return;
+  m_flux.close();
+  if (m_flux.fail()) ZEPRA_ERREUR(m_tag << " Echec de l'ecriture du fichier " << m_nom);
+  if (std::rename(m_temporaire.c_str(), m_nom.c_str()) != 0)
+    ZEPRA_ERREUR(m_tag << " Impossible de renommer " << m_temporaire << " en " << m_nom);
+  m_valide = true;
+}

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+
+#include "outils_test.h"
+#include "zepra/erreur.h"
+#include "zepra/systeme.h"
+
+namespace {
+
+TEST(Systeme, FormatteTimeAvecLaRegleStricteDes60Minutes) {
+  struct Cas {
+    double secondes;
+    const char* texte;
+  };
+  const Cas cas[] = {{3725.5, "1 h 2 min 5 s 50"},   {59.5, "0 min 59 s 50"},   {3600, "60 min 0 s 0"},
+                     {3660, "1 h 1 min 0 s 0"},      {3720, "1 h 2 min 0 s 0"}, {0, "0 min 0 s 0"},
+                     {90061.25, "25 h 1 min 1 s 25"}};
+  for (const Cas& c : cas) {
+    TChaine t("> ");
+    Systeme::FormatteTime(c.secondes, t);
+    EXPECT_EQ(t.str(), std::string("> ") + c.texte) << c.secondes;
+  }
+}
+
+TEST(Systeme, DateDecaleLesJoursDUnCran) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  // Sunday 2 February 2014, 9:05:07 UTC: Sunday prints "Lun" (established behaviour).
+  EXPECT_EQ(Systeme::Date(1391331907).str(), "Lun 2 Fev 2014 9:5.7");
+  // Monday 3 February 2014 prints "Mar".
+  EXPECT_EQ(Systeme::Date(1391418307).str(), "Mar 3 Fev 2014 9:5.7");
+  // Saturday 1 August 2026, 23:59:59: Saturday prints "Dim".
+  EXPECT_EQ(Systeme::Date(1785628799).str(), "Dim 1 Aout 2026 23:59.59");
+  // Monday 15 December 2025 0:00:00.
+  EXPECT_EQ(Systeme::Date(1765756800).str(), "Mar 15 Dec 2025 0:0.0");
+}
+
+TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
+  test::DossierTemp d;
+  const std::string f = d / "a.txt";
+  EXPECT_FALSE(Systeme::ExisteFichier(""));
+  EXPECT_FALSE(Systeme::ExisteFichier(f.c_str()));
+  std::ofstream(f) << std::string(10000, 'x');
+  EXPECT_TRUE(Systeme::ExisteFichier(f.c_str()));
+
+  EXPECT_TRUE(Systeme::CopierFichier(f.c_str(), (d / "b.txt").c_str(), false));
+  EXPECT_EQ(test::LireFichier(d / "b.txt"), std::string(10000, 'x'));
+  EXPECT_FALSE(Systeme::CopierFichier(f.c_str(), (d / "b.txt").c_str(), false));  // no overwrite
+  try {
+    Systeme::CopierFichier((d / "absent").c_str(), (d / "c.txt").c_str(), true);
+    FAIL();
+  } catch (const Erreur& e) {
+    EXPECT_EQ(e.Texte().str().rfind(
+                  "(Ouverture de fichier) Le fichier " + d / "absent" + " n'existe pas. (Fichier : ", 0),
+              0u);
+  }
+
+  // Inverted: false when the removal succeeded.
+  EXPECT_FALSE(Systeme::DetruireFichier((d / "b.txt").c_str()));
+  EXPECT_TRUE(Systeme::DetruireFichier((d / "b.txt").c_str()));
+
+  EXPECT_TRUE(Systeme::EstRepertoire(d.chemin().c_str()));
+  EXPECT_FALSE(Systeme::EstRepertoire(f.c_str()));
+  try {
+    Systeme::EstRepertoire((d / "absent").c_str());
+    FAIL();
+  } catch (const Erreur& e) {
+    EXPECT_EQ(e.Texte().str(),
+              "[Systeme] (EstRepertoire) Erreur syst\xEF\xBF\xBDme dans lstat. (Fichier : "
+              "../src/noyau_base/console.cpp ; ligne 321)");
+  }
+
+  EXPECT_TRUE(Systeme::CreerRepertoire((d / "x/y/z").c_str()));
+  EXPECT_TRUE(Systeme::EstRepertoire((d / "x/y/z").c_str()));
+  EXPECT_TRUE(Systeme::DetruireRepertoire((d / "x/y/z").c_str()));
+  EXPECT_FALSE(Systeme::ExisteFichier((d / "x/y/z").c_str()));
+
+  const TChaine ici = Systeme::RepertoireCourant();
+  EXPECT_TRUE(Systeme::RepertoireCourant(TChaine(d.chemin())));
+  EXPECT_NE(Systeme::RepertoireCourant().str().find("egalise_test_"), std::string::npos);
+  EXPECT_TRUE(Systeme::RepertoireCourant(ici));
+  EXPECT_EQ(Systeme::PathNoyau().str(), "../src/noyau_base");
+}
+
+TEST(Erreur, LeMessageEstComposeEnUnSeulEndroit) {
+  try {
+    ZEPRA_ERREUR("[Classe] (Methode) valeur " << 12 << ".");
+    FAIL();
+  } catch (const Erreur& e) {
+    const std::string t = e.Texte().str();
+    EXPECT_EQ(
+        t.rfind("[Classe] (Methode) valeur 12. (Fichier : ../tests/noyau_base/test_systeme.cpp ; ligne ", 0),
+        0u)
+        << t;
+    EXPECT_EQ(t.back(), ')');
+  }
+  // Message() writes the text by the log-line rule, without a line end.
+  const bool cout0 = Systeme::m_hascout;
+  Systeme::m_hascout = true;
+  testing::internal::CaptureStdout();
+  Erreur(TChaine("un")).Message();
+  Erreur(TChaine("deux")).Message();
+  Systeme::m_hascout = false;
+  Erreur(TChaine("trois")).Message();
+  const std::string sortie = testing::internal::GetCapturedStdout();
+  Systeme::m_hascout = cout0;
+  EXPECT_EQ(sortie, "undeux");
+}
+
+}  // namespace

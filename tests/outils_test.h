@@ -1,0 +1,70 @@
+// Helpers shared by the tests: temporary folders, running the built tool, reading files.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// A fresh folder under /tmp, removed with its content at the end of the test.
+class DossierTemp {
+ public:
+  DossierTemp() {
+    char modele[] = "/tmp/egalise_test_XXXXXX";
+    m_chemin = mkdtemp(modele);
+  }
+  ~DossierTemp() { std::system(("rm -rf '" + m_chemin + "'").c_str()); }
+  const std::string& chemin() const { return m_chemin; }
+  std::string operator/(const std::string& nom) const { return m_chemin + "/" + nom; }
+
+ private:
+  std::string m_chemin;
+};
+
+struct Resultat {
+  int statut = -1;
+  std::string sortie;  // standard output and standard error
+};
+
+// Runs a shell command in a folder; returns its exit status and what it printed.
+inline Resultat Lancer(const std::string& dossier, const std::string& commande) {
+  Resultat r;
+  const std::string complete = "cd '" + dossier + "' && " + commande + " 2>&1";
+  FILE* f = popen(complete.c_str(), "r");
+  if (!f) return r;
+  char tampon[4096];
+  size_t n;
+  while ((n = fread(tampon, 1, sizeof tampon, f)) > 0) r.sortie.append(tampon, n);
+  const int s = pclose(f);
+  r.statut = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
+  return r;
+}
+
+// Runs the built egalise with the given arguments in a folder.
+inline Resultat Egalise(const std::string& dossier, const std::string& arguments) {
+  return Lancer(dossier, std::string("'") + EGALISE_EXE + "' " + arguments);
+}
+
+inline std::string LireFichier(const std::string& chemin) {
+  std::ifstream f(chemin, std::ios::binary);
+  std::ostringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+inline std::vector<std::string> Lignes(const std::string& texte) {
+  std::vector<std::string> lignes;
+  std::istringstream s(texte);
+  std::string l;
+  while (std::getline(s, l)) lignes.push_back(l);
+  return lignes;
+}
+
+}  // namespace test
