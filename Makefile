@@ -5,6 +5,8 @@ JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
 .PHONY: all deps build build-asan test demo bench fuzz clean
+FUZZ ?= build-fuzz
+FUZZ_SECONDS ?= 600
 
 all: build
 
@@ -34,5 +36,16 @@ bench:
 	cmake --build $(BUILD) -j $(JOBS)
 	cd $(BUILD)/bench && for b in ./bench_*; do $$b; done
 
+# A longer libFuzzer campaign on every target, FUZZ_SECONDS each, starting from the committed corpus.
+# New inputs stay in fuzz-runs/; crashes are written there as crash-* files.
+fuzz: deps
+	cmake -S . -B $(FUZZ) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEPRA_FUZZ=ON
+	cmake --build $(FUZZ) -j $(JOBS)
+	set -e; for f in $(FUZZ)/tests/fuzz/fuzz_*; do \
+	  n=$$(basename $$f); mkdir -p fuzz-runs/$$n; \
+	  cp -n tests/fuzz/corpus/$${n#fuzz_}/* fuzz-runs/$$n/ 2>/dev/null || true; \
+	  (cd fuzz-runs/$$n && ../../$$f . -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -artifact_prefix=./); \
+	done
+
 clean:
-	rm -rf $(BUILD) $(ASAN) demo
+	rm -rf $(BUILD) $(ASAN) $(FUZZ) demo fuzz-runs
