@@ -228,27 +228,29 @@ std::unique_ptr<ImageOrientation> ImageOrientation::CreateCartoProjOrientation(d
 
 void CartoProjOrientation::Dump(const char* fichier, int texte) const {
   if (texte == 0) ZEPRA_ERREUR("Pas de sauvegarde binaire pour les projections CARTO");
-  // Y is written without its zone millions; refuse an origin that the zone rule would not bring back
-  // (one moved out of its zone by Extract), rather than write a file that reads back elsewhere.
-  const double yEcrit = m_y0 - m_zone * Million;
-  double yRelu = yEcrit;
-  bool relu = true;
-  try {
-    VerifieZone(m_zone, yRelu);
-  } catch (const Erreur&) {
-    relu = false;
-  }
-  if (!relu || yRelu != m_y0)
+  // Y is written without its zone millions, with the fewest digits that the reading (zone rule
+  // included) brings back to the same bits; an origin no text brings back (one moved out of its zone
+  // by Extract) is refused rather than written to a file that would read back elsewhere.
+  const int zone = m_zone;
+  const double y0 = m_y0;
+  const std::string texteY = TexteRelu(m_y0 - m_zone * Million, 3, [zone, y0](double lu) {
+    try {
+      VerifieZone(zone, lu);
+    } catch (const Erreur&) {
+      return false;
+    }
+    return lu == y0;
+  });
+  if (texteY.empty())
     ZEPRA_ERREUR("[CartoProjOrientation] (Dump) Origine Y "
                  << N(m_y0) << " hors de la zone Lambert " << m_zone << " : le fichier "
                  << (fichier ? fichier : "") << " ne se relirait pas, non ecrit");
   FichierAtomique sortie(fichier ? fichier : "", "[CartoProjOrientation] (Dump)");
   std::ostream& f = sortie.flux();
   // The line layout is the established one; each real is written with the digits it needs to read
-  // back bit for bit (the millimetre factor applied to the decimal text), the zone millions removed
-  // from Y (an exact subtraction within a zone).
+  // back bit for bit (the millimetre factor applied to the decimal text).
   f << "CARTO\n";
-  f << TexteExact(m_x0, 3) << ' ' << TexteExact(yEcrit, 3) << '\n';
+  f << TexteExact(m_x0, 3) << ' ' << texteY << '\n';
   f << m_zone << '\n';
   f << m_nbColonnes << ' ' << m_nbLignes << '\n';
   f << TexteExact(m_pasX, 3) << ' ' << TexteExact(m_pasY, 3) << '\n';

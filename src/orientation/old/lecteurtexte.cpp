@@ -1,5 +1,7 @@
 #include "lecteurtexte.h"
 
+#include <sys/stat.h>
+
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -16,7 +18,9 @@ bool Chiffre(char c) { return c >= '0' && c <= '9'; }
 }  // namespace
 
 bool LecteurTexte::Charger(const char* fichier, std::string& contenu, const char* tag) {
-  std::ifstream f(fichier ? fichier : "", std::ios::binary);
+  struct stat etat;
+  if (!fichier || stat(fichier, &etat) != 0 || !S_ISREG(etat.st_mode)) return false;
+  std::ifstream f(fichier, std::ios::binary);
   if (!f.is_open()) return false;
   f.seekg(0, std::ios::end);
   const std::streamoff taille = f.tellg();
@@ -107,15 +111,12 @@ bool LecteurTexte::Reel(double& v, int puissance10) {
   return true;
 }
 
-std::string TexteExact(double v, int puissance10) {
-  if (v == 0) return std::signbit(v) ? "-0" : "0";
-  // The fewest significant digits that read back to v.
-  char tampon[64];
-  for (int p = 1; p <= 17; ++p) {
-    std::snprintf(tampon, sizeof tampon, "%.*e", p - 1, v);
-    if (std::strtod(tampon, nullptr) == v) break;
-  }
-  std::string s(tampon);
+namespace {
+
+// The decimal text "d.ddde[+-]x" (as "%e" writes it) multiplied by 10^puissance10, in plain notation
+// unless the exponent is very large or small.
+std::string Decaler(const std::string& scientifique, int puissance10) {
+  std::string s = scientifique;
   std::string signe;
   if (s[0] == '-') {
     signe = "-";
@@ -127,6 +128,7 @@ std::string TexteExact(double v, int puissance10) {
   while (chiffres.size() > 1 && chiffres.back() == '0') chiffres.pop_back();
   const long exposant = std::strtol(s.c_str() + e + 1, nullptr, 10) + puissance10;
   const long n = static_cast<long>(chiffres.size());
+  if (chiffres == "0") return signe + "0";
   if (exposant > 30 || exposant < -30) {
     std::string r = signe + chiffres.substr(0, 1);
     if (n > 1) r += "." + chiffres.substr(1);
@@ -137,4 +139,20 @@ std::string TexteExact(double v, int puissance10) {
   if (entiers >= n) return signe + chiffres + std::string(static_cast<size_t>(entiers - n), '0');
   return signe + chiffres.substr(0, static_cast<size_t>(entiers)) + "." +
          chiffres.substr(static_cast<size_t>(entiers));
+}
+
+}  // namespace
+
+std::string TexteExact(double v, int puissance10) {
+  return TexteRelu(v, puissance10, [v](double lu) { return lu == v; });
+}
+
+std::string TexteRelu(double v, int puissance10, const std::function<bool(double)>& accepte) {
+  // The fewest significant digits of v whose reading is accepted; 17 digits read back to v itself.
+  char tampon[64];
+  for (int p = 1; p <= 17; ++p) {
+    std::snprintf(tampon, sizeof tampon, "%.*e", p - 1, v);
+    if (accepte(std::strtod(tampon, nullptr))) return Decaler(tampon, puissance10);
+  }
+  return "";
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 class LecteurTexte {
@@ -39,3 +40,7 @@ class LecteurTexte {
 // decimal: TexteExact(651234.567, 3) is "651234567" and LecteurTexte reads it back with -3 to the same
 // double. Plain notation, scientific only for very large or small exponents. v must be finite.
 std::string TexteExact(double v, int puissance10 = 0);
+
+// The same with the fewest digits whose reading (the decimal text before the factor, correctly
+// rounded) 'accepte' takes; empty when not even 17 digits do.
+std::string TexteRelu(double v, int puissance10, const std::function<bool(double)>& accepte);
