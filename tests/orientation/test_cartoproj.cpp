@@ -13,6 +13,7 @@
 #include "outils_test.h"
 #include "zepra/cartoproj.h"
 #include "zepra/orientation.h"
+#include "zepra/xml.h"
 
 namespace {
 
@@ -180,6 +181,19 @@ TEST(CartoProj, FichierXmlAvecEtSansZone) {
   EXPECT_EQ(b.GetNs(), 3);
   EXPECT_EQ(b.GetYStep(), 2);
 
+  // Written by our XML writer, declaration and style sheet line included.
+  XParserXML x;
+  x.WriteNode("/FileOriMnt/Geometrie", "eGeomMNTCarto");
+  x.WriteNode("/FileOriMnt/NombrePixels", "5 6");
+  x.WriteNode("/FileOriMnt/ResolutionPlani", "0.2 -0.2");
+  x.WriteNode("/FileOriMnt/NumZoneLambert", "1");
+  x.WriteNode("/FileOriMnt/OriginePlani", "651234.567 123456.789");
+  x.Write(f, "style.xsl");
+  const CartoProjOrientation e(f.c_str());
+  EXPECT_EQ(e.GetYOrigine(), 1123456.789);
+  EXPECT_EQ(e.GetXOrigine(), 651234.567);
+  EXPECT_EQ(e.GetNl(), 6);
+
   test::Ecrire(f, "<FileOriMnt><Geometrie>eGeomMNTFaisceau</Geometrie></FileOriMnt>");
   Refuse([&] { CartoProjOrientation x(f.c_str()); },
          "Lecture en CARTO d'une orientation .XML qui n'en est pas eGeomMNTCarto", {"eGeomMNTFaisceau"});
@@ -237,7 +251,7 @@ TEST(CartoProj, EnteteHdr) {
   test::Ecrire(f, "MAPUNITS\nPROJECTION LAMBERT 9 x NCOLS 1\n");
   Refuse([&] { CartoProjOrientation x(f.c_str()); }, "Lecture ORI : Zone Lambert > 4 (9)");
   test::Ecrire(f, std::string("\x89PNG\r\n\x1a\n\0\0garbage", 17));
-  Refuse([&] { CartoProjOrientation x(f.c_str()); }, "CartoProjOrientation : taille 0 x 0 absurde");
+  Refuse([&] { CartoProjOrientation x(f.c_str()); }, "CartoProjOrientation : fichier", {"de format inconnu"});
 }
 
 TEST(CartoProj, ReglesDeZoneParTable) {
@@ -317,8 +331,9 @@ TEST(CartoProj, FichiersInvalidesRefuses) {
       {"CARTO\n100 200\n0\n3000000000 10\n1 1\n", "CartoProjOrientation : taille 3000000000 x 10 absurde"},
       {"CARTO\n100 200\n0\n99999999999999999999 10\n1 1\n", "CartoProjOrientation : fichier CARTO"},
       {"CARTO\n100 200\n0\n1 1\n0 1\n", "CartoProjOrientation : pas (0, 0.001) invalide"},
-      {"", "CartoProjOrientation : taille 0 x 0 absurde"},
-      {"FOO 1 2 3", "CartoProjOrientation : taille 0 x 0 absurde"},
+      {"", "CartoProjOrientation : fichier"},
+      {"FOO 1 2 3", "CartoProjOrientation : fichier"},
+      {"<?xml version=\"1.0\"?>\n<?xml-stylesheet href=\"s\"?>\n<Autre/>", "CartoProjOrientation : fichier"},
   };
   for (const Cas& c : cas) {
     test::Ecrire(f, c.contenu);

@@ -70,7 +70,10 @@ TEST(FabriqueOrientation, FichierTrouveEtReconnuParTable) {
       {{{"a.ori", "AXONO\n"}}, 0, "AxonoProjOrientation : le modele d'orientation axonometrique", nullptr},
       {{{"a.ori", "SCAN\n"}}, 0, "ScanProjOrientation : le modele d'orientation scan", nullptr},
       {{{"a.ori", "SPHERIC\n"}}, 0, "SphericOrientation : le modele d'orientation spherique", nullptr},
-      {{{"a.hdr", "garbage\n"}}, 0, "CartoProjOrientation : taille 0 x 0 absurde", "a.hdr"},
+      {{{"a.hdr", "garbage\n"}},
+       0,
+       "CartoProjOrientation : fichier",
+       "de format inconnu (premier mot 'garbage'"},
       {{{"a.ori", "CARTO\n1 2\n"}}, 0, "CartoProjOrientation : fichier CARTO", "tronque"},
   };
   for (const Cas& c : cas) {

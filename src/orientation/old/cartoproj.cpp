@@ -65,21 +65,26 @@ CartoProjOrientation::CartoProjOrientation(const char* fichier) : ImageOrientati
   LecteurTexte lecteur(contenu);
   std::string mot;
   lecteur.Mot(mot);
-  // A leading XML declaration is skipped, as the XML reader does: files that carry one are read too.
-  if (mot.compare(0, 5, "<?xml") == 0) {
+  // Leading XML declarations and style sheet lines are skipped, as the XML reader does: files that
+  // carry them (ours do) are read too.
+  while (mot.compare(0, 5, "<?xml") == 0) {
     while (mot.size() < 2 || mot.compare(mot.size() - 2, 2, "?>") != 0)
       if (!lecteur.Mot(mot)) break;
     lecteur.Mot(mot);
   }
+  bool reconnu = true;
   if (mot == "CARTO")
     LireCarto(lecteur);
   else if (mot.compare(0, 12, "<FileOriMnt>") == 0)
     LireXml(nom.c_str());
   else if (mot == "MAPUNITS")
     LireHdr(lecteur);
-  // Any other first word reads nothing: the fields keep their initial zeros, which the size check
-  // after the zone checks refuses.
+  else
+    reconnu = false;  // nothing read: the fields keep their initial zeros
   VerifieZone(m_zone, m_y0, " dans " + nom);
+  if (!reconnu)
+    ZEPRA_ERREUR("CartoProjOrientation : fichier " << nom << " de format inconnu (premier mot '" << mot
+                                                   << "' ; CARTO, <FileOriMnt> ou MAPUNITS attendu)");
   VerifieValeurs("fichier " + nom);
 }
 
