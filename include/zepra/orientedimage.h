@@ -65,6 +65,8 @@ class TTOrientedImage : public TTImage<T>, public OrientedImageIn, public Orient
   TTOrientedImage(const OrientationOld& ori, TagNbCanaux n);
   TTOrientedImage(const TTOrientedImage&) = default;
   TTOrientedImage& operator=(const TTOrientedImage&) = default;
+  TTOrientedImage(TTOrientedImage&&) noexcept = default;
+  TTOrientedImage& operator=(TTOrientedImage&&) noexcept = default;
   // Reads the image and its orientation (see Lire).
   explicit TTOrientedImage(const char* image) { Lire(image); }
   TTOrientedImage(const char* image, const char* ori) { Lire(image, ori); }

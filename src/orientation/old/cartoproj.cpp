@@ -170,7 +170,7 @@ void CartoProjOrientation::LireHdr(LecteurTexte& l) {
       entier("NCOLS", m_nbColonnes);
     } else if (mot == "PROJECTION") {
       long long zone = 0;
-      l.Mot(mot, 11);
+      l.Mot(mot, 11);  // the words around the zone are not used
       entier("PROJECTION", zone);
       m_zone = ZoneLue(zone, m_fichier);
       l.Mot(mot, 11);
