@@ -498,9 +498,10 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
     uint64_t besoin = 0;
     if (offset < 0 || octets < 0 || __builtin_mul_overflow(octetsLigne, lignes, &besoin) ||
         __builtin_add_overflow(total, besoin, &total))
-      ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Bloc " << b << " (offset " << offset << ", " << octets
-                                                     << " octets) impossible dans le fichier " << m_nom
-                                                     << ".");
+      ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Bloc "
+                   << b << " (offset " << offset << ", " << octets << " octets) de " << lignes
+                   << " lignes de " << octetsLigne << " octets : taille hors de toute mesure dans le fichier "
+                   << m_nom << ".");
     if (static_cast<uint64_t>(offset) + static_cast<uint64_t>(octets) > taille)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc " << b << " (offset " << offset << ", " << octets
                                                         << " octets) depasse la fin du fichier " << m_nom

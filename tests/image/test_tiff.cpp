@@ -15,6 +15,7 @@
 
 namespace {
 
+using test::Avertissements;
 using test::Commence;
 using test::TexteErreur;
 
@@ -54,26 +55,6 @@ template <class A, class B>
           return ::testing::AssertionFailure() << "(" << x << ", " << y << ", " << c << ") have "
                                                << +b(x, y, c) << " / want " << +a(x, y, c);
   return ::testing::AssertionSuccess();
-}
-
-// Warnings written while f runs.
-template <class F>
-std::string Avertissements(F&& f) {
-  const bool w = Systeme::m_doWarnings, c = Systeme::m_hascout;
-  Systeme::m_doWarnings = true;
-  Systeme::m_hascout = true;
-  testing::internal::CaptureStdout();
-  try {
-    f();
-  } catch (...) {
-    testing::internal::GetCapturedStdout();
-    Systeme::m_doWarnings = w;
-    Systeme::m_hascout = c;
-    throw;
-  }
-  Systeme::m_doWarnings = w;
-  Systeme::m_hascout = c;
-  return testing::internal::GetCapturedStdout();
 }
 
 std::string Tiffcp(const test::DossierTemp& dir, const std::string& options, const std::string& de,

@@ -13,6 +13,7 @@
 
 #include "outils_test.h"
 #include "zepra/erreur.h"
+#include "zepra/systeme.h"
 
 namespace test {
 
@@ -124,6 +125,26 @@ std::string TexteErreur(F&& f) {
 
 inline bool Commence(const std::string& texte, const std::string& debut) {
   return texte.rfind(debut, 0) == 0;
+}
+
+// Warnings written while f runs.
+template <class F>
+std::string Avertissements(F&& f) {
+  const bool w = Systeme::m_doWarnings, c = Systeme::m_hascout;
+  Systeme::m_doWarnings = true;
+  Systeme::m_hascout = true;
+  testing::internal::CaptureStdout();
+  try {
+    f();
+  } catch (...) {
+    testing::internal::GetCapturedStdout();
+    Systeme::m_doWarnings = w;
+    Systeme::m_hascout = c;
+    throw;
+  }
+  Systeme::m_doWarnings = w;
+  Systeme::m_hascout = c;
+  return testing::internal::GetCapturedStdout();
 }
 
 // Runs a command and returns what it wrote on standard error only.
