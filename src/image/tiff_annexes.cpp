@@ -253,7 +253,7 @@ void TIFF_Annexes::LireEntete() {
       d.Alloc();
       unsigned char champ[4];
       f.Lire(champ, 4);
-      std::memcpy(d.values.data(), champ, static_cast<size_t>(octets));
+      if (octets > 0) std::memcpy(d.values.data(), champ, static_cast<size_t>(octets));
     }
     Permut(d, m_swap);
     m_tags[tag] = std::move(d);
@@ -699,7 +699,7 @@ void TIFF_Annexes::EcrireEntete(std::ostream& flux, const std::string& nom) {
       horsLigne.push_back(std::move(d));
     } else {
       unsigned char champ[4] = {0, 0, 0, 0};
-      std::memcpy(champ, d.values.data(), d.values.size());
+      if (!d.values.empty()) std::memcpy(champ, d.values.data(), d.values.size());
       flux.write(reinterpret_cast<const char*>(champ), 4);
     }
   }

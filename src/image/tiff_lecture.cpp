@@ -79,8 +79,17 @@ class Blocs {
         const long long xPremier = SurGrille(x0, a, pas), xFin = std::min<long long>(x1, b);
         if (xPremier >= xFin) continue;
         const size_t k = static_cast<size_t>(by * d.BlocsParLigne() + bx);
-        OuvrirBloc(k);
-        for (long long y = r0; y < yFin; ++y) {
+        // A compressed block is decoded from its start, but a request that goes on below the rows
+        // already decoded (reading band after band) resumes where the decoder stopped.
+        long long y = r0;
+        if (d.compression != kSans) {
+          if (k == m_bloc && r0 + m_prochaine <= yPremier)
+            y = r0 + m_prochaine;
+          else
+            OuvrirBloc(k);
+          m_bloc = kAucun;
+        }
+        for (; y < yFin; ++y) {
           const bool voulue = y >= yPremier && (y - y0) % pas == 0;
           if (!voulue) {
             if (d.compression != kSans) LireLigne(k, y - r0, m_ligne.data());
@@ -93,6 +102,10 @@ class Blocs {
           LireLigne(k, y - r0, p);
           PostTraiter(p);
           if (!direct) segment(static_cast<const unsigned char*>(p), yOut, a, xPremier, xFin);
+        }
+        if (d.compression != kSans) {
+          m_bloc = k;
+          m_prochaine = yFin - r0;
         }
         if (d.compression == kPackBits && yFin == r0 + lignesBloc) m_packbits.SignalerDepassements();
       }
@@ -174,9 +187,12 @@ class Blocs {
     }
   }
 
+  static constexpr size_t kAucun = static_cast<size_t>(-1);
   DescriptionTIFF m_desc;
   LecteurOctets m_lecteur;
   uint64_t m_octetsLigne = 0;
+  size_t m_bloc = kAucun;     // the compressed block the decoder holds
+  long long m_prochaine = 0;  // and the next row it will give
   std::vector<unsigned char> m_compresse;
   std::vector<unsigned char> m_ligne;
   LZW_Decoder m_lzw;

@@ -122,6 +122,15 @@ void VerifieVariantes(int canaux, bool predicteur) {
     crop.Crop(fichier, 3, 5, 31, 22, 3);
     attendu.Crop(image, 3, 5, 31, 22, 3);
     EXPECT_TRUE(MemesEchantillons(attendu, crop));
+    // Band after band, as the band copies read, then back to the top.
+    TTImage<T> bandes(37, 29, TagNbCanaux(canaux));
+    for (int y0 = 0; y0 < 29; y0 += 4)
+      fichier.GetValeurs(bandes.GetLines(), 0, y0, 37, std::min(29, y0 + 4), 0, y0, 1);
+    EXPECT_TRUE(MemesEchantillons(image, bandes));
+    TTImage<T> haut(37, 3, TagNbCanaux(canaux)), hautAttendu;
+    fichier.GetValeurs(haut.GetLines(), 0, 0, 37, 3, 0, 0, 1);
+    hautAttendu.Crop(image, 0, 0, 37, 3);
+    EXPECT_TRUE(MemesEchantillons(hautAttendu, haut));
     std::remove((dir / "v.tif").c_str());
   }
 }

@@ -136,6 +136,7 @@ def principal():
     ecrire("size-product-overflow.tif", tiff(*simple(_256=vals(LONG, 0x7FFFFFFF), _257=vals(LONG, 0x7FFFFFFF),
                                                      _258=vals(SHORT, 64, 64, 64, 64), _277=vals(SHORT, 4),
                                                      _339=vals(SHORT, 3, 3, 3, 3), _278=vals(LONG, 0x7FFFFFFF))))
+    ecrire("bits-count-zero.tif", tiff(*simple(_258=(SHORT, 0, b""))))
     ecrire("bits-zero.tif", tiff(*simple(_258=vals(SHORT, 0))))
     ecrire("bits-absurd.tif", tiff(*simple(_258=vals(SHORT, 65535))))
     ecrire("bits-mixed.tif", tiff(*simple(canaux=2, _258=vals(SHORT, 8, 16))))
