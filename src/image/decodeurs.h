@@ -34,32 +34,34 @@ class LZW_Decoder {
   static constexpr int kTailleTable = 4096;
 
  private:
-  int GetNextCode();
   void InitLitteraux();
   void InitTable();
-  void AddStringToTable(int prefixe, unsigned char octet);
-  // Writes the string of 'code' backwards from dst + length - 1.
-  void EcrireChaine(int code, unsigned char* dst) const;
+
+  // One string: its prefix's string plus one byte, and its first eight bytes (fewer when shorter),
+  // so that most strings are written by one 8-byte copy.
+  struct Entree {
+    unsigned char debut[8];
+    uint16_t prefixe;
+    uint16_t longueur;
+    unsigned char suffixe;
+  };
 
   const unsigned char* m_in = nullptr;
   size_t m_taille = 0;
   size_t m_pos = 0;
-  uint32_t m_bits = 0;  // pending input bits, the oldest first
+  uint64_t m_bits = 0;  // pending input bits, the oldest first, in the low m_nbBits bits
   int m_nbBits = 0;
   int m_largeur = 9;
-  int m_libre = 258;  // next free code
-  int m_ancien = -1;  // previous code, -1 after a Clear
+  int m_libre = 258;   // next free code
+  int m_limite = 511;  // the next free code at which codes widen
+  int m_ancien = -1;   // previous code, -1 after a Clear
   bool m_fini = false;
   bool m_corrompu = false;
   int m_codeInvalide = 0;
   // The rest of a string that did not fit in the previous output.
   unsigned char m_reste[kTailleTable];
   int m_resteDebut = 0, m_resteFin = 0;
-  // The string table as arrays: each string is its prefix's string plus one byte.
-  uint16_t m_prefixe[kTailleTable];
-  uint16_t m_longueur[kTailleTable];
-  unsigned char m_suffixe[kTailleTable];
-  unsigned char m_premier[kTailleTable];
+  Entree m_table[kTailleTable];
 };
 
 class PackBits_Decoder {

@@ -23,16 +23,14 @@
 //   End    stop. Output: A B A B.
 // After 253 additions (258 + 253 = 511) the next code is read with 10 bits.
 //
-// Strings are kept as (prefix code, last byte, length, first byte), so a string is written backwards
-// from its end by walking the prefixes; no string is ever stored whole.
+// Strings are kept as (prefix code, last byte, length, first eight bytes): a string of eight bytes
+// or fewer, nearly all of them in image data, is written by one 8-byte copy; a longer one by
+// walking its prefixes back to its first eight bytes. No string is stored whole.
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "decodeurs.h"
-
-namespace {
-constexpr uint32_t kMasques[13] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0x1FF, 0x3FF, 0x7FF, 0xFFF};
-}
 
 void LZW_Decoder::SetData(const unsigned char* donnees, size_t taille) {
   m_in = donnees;
@@ -49,58 +47,20 @@ void LZW_Decoder::SetData(const unsigned char* donnees, size_t taille) {
 
 void LZW_Decoder::InitLitteraux() {
   for (int i = 0; i < 256; ++i) {
-    m_prefixe[i] = 0;
-    m_longueur[i] = 1;
-    m_suffixe[i] = static_cast<unsigned char>(i);
-    m_premier[i] = static_cast<unsigned char>(i);
+    m_table[i] = Entree{{static_cast<unsigned char>(i)}, 0, 1, static_cast<unsigned char>(i)};
   }
 }
 
 // The 256 single-byte strings never change: a Clear only resets the counters.
 void LZW_Decoder::InitTable() {
   m_libre = 258;
+  m_limite = 511;
   m_largeur = 9;
   m_ancien = -1;
 }
 
-// End of the input counts as End of Information: nothing is read past the last byte.
-int LZW_Decoder::GetNextCode() {
-  while (m_nbBits < m_largeur) {
-    if (m_pos >= m_taille) return kEnd;
-    m_bits = (m_bits << 8) | m_in[m_pos++];
-    m_nbBits += 8;
-  }
-  m_nbBits -= m_largeur;
-  return static_cast<int>((m_bits >> m_nbBits) & kMasques[m_largeur]);
-}
-
-void LZW_Decoder::AddStringToTable(int prefixe, unsigned char octet) {
-  // A full table stays as it is until the next Clear.
-  if (m_libre >= kTailleTable) return;
-  const int c = m_libre;
-  m_prefixe[c] = static_cast<uint16_t>(prefixe);
-  m_suffixe[c] = octet;
-  m_premier[c] = m_premier[prefixe];
-  m_longueur[c] = static_cast<uint16_t>(m_longueur[prefixe] + 1);
-  ++m_libre;
-  // The early change: one code before the current width runs out.
-  if (m_libre == 511)
-    m_largeur = 10;
-  else if (m_libre == 1023)
-    m_largeur = 11;
-  else if (m_libre == 2047)
-    m_largeur = 12;
-}
-
-void LZW_Decoder::EcrireChaine(int code, unsigned char* dst) const {
-  unsigned char* p = dst + m_longueur[code] - 1;
-  while (code >= 258) {
-    *p-- = m_suffixe[code];
-    code = m_prefixe[code];
-  }
-  *p = static_cast<unsigned char>(code);
-}
-
+// The state lives in locals during the loop: every byte written through 'out' could otherwise alias
+// the members and force the compiler to reload them.
 size_t LZW_Decoder::Decode(unsigned char* out, size_t size) {
   size_t n = 0;
   if (m_resteDebut < m_resteFin) {
@@ -109,17 +69,67 @@ size_t LZW_Decoder::Decode(unsigned char* out, size_t size) {
     m_resteDebut += static_cast<int>(k);
     n = k;
   }
-  while (n < size && !m_fini && !m_corrompu) {
+  if (m_fini || m_corrompu) return n;
+  const unsigned char* const in = m_in;
+  const size_t taille = m_taille;
+  size_t pos = m_pos;
+  uint64_t bits = m_bits;
+  int nbBits = m_nbBits, largeur = m_largeur, libre = m_libre, limite = m_limite, ancien = m_ancien;
+  Entree* const table = m_table;
+
+  // Codes most significant bit first; 8 bytes at a time while there are, then byte by byte. The end
+  // of the input counts as End of Information: nothing is read past the last byte.
+  auto GetNextCode = [&]() -> int {
+    if (nbBits < largeur) {
+      if (taille - pos >= 8) {
+        uint64_t v;
+        std::memcpy(&v, in + pos, 8);
+        v = __builtin_bswap64(v);
+        const int k = (63 - nbBits) / 8;  // at most 7 bytes: the shift stays below 64
+        bits = (bits << (8 * k)) | (v >> (64 - 8 * k));
+        pos += static_cast<size_t>(k);
+        nbBits += 8 * k;
+      } else {
+        while (nbBits < largeur && pos < taille) {
+          bits = (bits << 8) | in[pos++];
+          nbBits += 8;
+        }
+        if (nbBits < largeur) return kEnd;
+      }
+    }
+    nbBits -= largeur;
+    return static_cast<int>((bits >> nbBits) & ((1u << largeur) - 1));
+  };
+  // A full table stays as it is until the next Clear.
+  auto AddStringToTable = [&](int prefixe, unsigned char octet) {
+    if (libre >= kTailleTable) return;
+    Entree& e = table[libre];
+    e = table[prefixe];
+    if (e.longueur < 8) e.debut[e.longueur] = octet;
+    e.prefixe = static_cast<uint16_t>(prefixe);
+    ++e.longueur;
+    e.suffixe = octet;
+    // The early change: one code before the current width runs out.
+    if (++libre == limite) {
+      ++largeur;
+      limite = largeur < 12 ? 2 * limite + 1 : INT_MAX;
+    }
+  };
+
+  while (n < size) {
     const int code = GetNextCode();
     if (code == kEnd) {
       m_fini = true;
       break;
     }
     if (code == kClear) {
-      InitTable();
+      libre = 258;
+      limite = 511;
+      largeur = 9;
+      ancien = -1;
       continue;
     }
-    if (m_ancien < 0) {
+    if (ancien < 0) {
       // After a Clear (or at the start) only a single byte can follow.
       if (code > 255) {
         m_corrompu = true;
@@ -127,31 +137,53 @@ size_t LZW_Decoder::Decode(unsigned char* out, size_t size) {
         break;
       }
       out[n++] = static_cast<unsigned char>(code);
-      m_ancien = code;
+      ancien = code;
       continue;
     }
-    if (code < m_libre) {
-      AddStringToTable(m_ancien, m_premier[code]);
-    } else if (code == m_libre) {
-      AddStringToTable(m_ancien, m_premier[m_ancien]);
+    if (code < libre) {
+      AddStringToTable(ancien, table[code].debut[0]);
+    } else if (code == libre) {
+      AddStringToTable(ancien, table[ancien].debut[0]);
     } else {
       m_corrompu = true;
       m_codeInvalide = code;
       break;
     }
-    m_ancien = code;
-    const size_t longueur = m_longueur[code];
-    if (longueur <= size - n) {
-      EcrireChaine(code, out + n);
+    ancien = code;
+    const Entree& e = table[code];
+    const size_t longueur = e.longueur;
+    if (longueur <= 8 && size - n >= 8) {
+      // The common case: one copy of eight bytes, of which the string's own are kept.
+      std::memcpy(out + n, e.debut, 8);
       n += longueur;
-    } else {
-      EcrireChaine(code, m_reste);
-      const size_t k = size - n;
-      std::memcpy(out + n, m_reste, k);
-      m_resteDebut = static_cast<int>(k);
+      continue;
+    }
+    const bool coupe = longueur > size - n;
+    // Otherwise the string is written backwards from its end by walking the prefixes down to its
+    // first eight bytes; one that does not fit goes whole to m_reste, and what fits is copied.
+    unsigned char* const debut = coupe ? m_reste : out + n;
+    unsigned char* fin = debut + longueur - 1;
+    int c = code;
+    while (table[c].longueur > 8) {
+      *fin-- = table[c].suffixe;
+      c = table[c].prefixe;
+    }
+    std::memcpy(debut, table[c].debut, table[c].longueur);
+    if (coupe) {
+      m_resteDebut = static_cast<int>(size - n);
       m_resteFin = static_cast<int>(longueur);
+      std::memcpy(out + n, m_reste, size - n);
       n = size;
+    } else {
+      n += longueur;
     }
   }
+  m_pos = pos;
+  m_bits = bits;
+  m_nbBits = nbBits;
+  m_largeur = largeur;
+  m_libre = libre;
+  m_limite = limite;
+  m_ancien = ancien;
   return n;
 }

@@ -2,6 +2,7 @@
 // streams that must not make them write past their output or read past their input.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -107,6 +108,71 @@ TEST(LZW, LargeurDesCodesEtTablePleine) {
   attendu.push_back(static_cast<unsigned char>(3838 % 200));
   codes.push_back({257, 12});
   EXPECT_TRUE(Egaux(Lzw(Empaqueter(codes), 10000), attendu));
+}
+
+// A plain LZW writer, the oracle of the round trips below: each code gets the width the decoder
+// will read it with (its next free code before the code, early change included), and a Clear is
+// sent before the table would overflow.
+Octets EncoderLZW(const Octets& donnees) {
+  std::vector<std::pair<int, int>> codes;
+  std::map<std::string, int> table;
+  int emis = 0;  // codes since the last Clear
+  auto emettre = [&](int code) {
+    const int libre = emis == 0 ? 258 : 258 + emis - 1;
+    codes.push_back({code, libre < 511 ? 9 : libre < 1023 ? 10 : libre < 2047 ? 11 : 12});
+    ++emis;
+  };
+  auto code = [&](const std::string& w) {
+    return w.size() == 1 ? static_cast<unsigned char>(w[0]) : table[w];
+  };
+  codes.push_back({256, 9});
+  std::string w;
+  for (unsigned char c : donnees) {
+    const std::string wc = w + static_cast<char>(c);
+    if (w.empty() || table.count(wc)) {
+      w = wc;
+      continue;
+    }
+    emettre(code(w));
+    table[wc] = 258 + static_cast<int>(table.size());
+    w = std::string(1, static_cast<char>(c));
+    if (table.size() == 3800) {
+      emettre(256);
+      table.clear();
+      emis = 0;
+    }
+  }
+  if (!w.empty()) emettre(code(w));
+  emettre(257);
+  return Empaqueter(codes);
+}
+
+TEST(LZW, ChainesLonguesEtAllerRetourAvecUnEncodeur) {
+  // A run of 'A': Clear, 65, then 258 ("AA"), 259 ("AAA")... each one the code being defined.
+  std::vector<std::pair<int, int>> codes = {{256, 9}, {65, 9}};
+  for (int c = 258; c < 258 + 19; ++c) codes.push_back({c, 9});
+  codes.push_back({257, 9});
+  for (size_t pas : {1, 7, 13, 1000}) EXPECT_TRUE(Egaux(Lzw(Empaqueter(codes), 1000, pas), Octets(210, 'A')));
+
+  // Random data with repeats (runs, copies of earlier stretches), through a writer independent of
+  // the decoder, decoded in pieces of several sizes.
+  std::mt19937 alea(7);
+  for (int essai = 0; essai < 20; ++essai) {
+    Octets donnees;
+    while (donnees.size() < 30000) {
+      const unsigned r = alea() % 3;
+      if (r == 0 || donnees.size() < 50) {
+        donnees.push_back(static_cast<unsigned char>(alea() % (essai % 2 ? 4 : 256)));
+      } else if (r == 1) {
+        donnees.insert(donnees.end(), alea() % 40, static_cast<unsigned char>(alea()));
+      } else {
+        const size_t debut = alea() % (donnees.size() - 30), n = 1 + alea() % 30;
+        for (size_t i = 0; i < n; ++i) donnees.push_back(donnees[debut + i]);
+      }
+    }
+    const Octets flux = EncoderLZW(donnees);
+    for (size_t pas : {3, 64, 1000000}) ASSERT_TRUE(Egaux(Lzw(flux, donnees.size(), pas), donnees)) << pas;
+  }
 }
 
 TEST(LZW, FluxCorrompusSansDebordement) {
