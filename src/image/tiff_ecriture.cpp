@@ -34,6 +34,7 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
     m_octetsLigne = m_octets / static_cast<uint64_t>(m_taille.y);
     m_fichier = std::make_unique<FichierAtomique>(nom, "[ImageFicOut_Raster] (Constructeur)");
     annexes.EcrireEntete(m_fichier->flux(), nom);
+    m_position = m_debut;
     if constexpr (std::is_same_v<T, bool>) m_bits.assign(static_cast<size_t>(m_octets), 0);
   }
 
@@ -65,6 +66,7 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
   void Terminer() override {
     if (!m_fichier) return;
     std::ofstream& flux = m_fichier->flux();
+    m_position = static_cast<uint64_t>(-1);
     if constexpr (std::is_same_v<T, bool>) {
       flux.seekp(static_cast<std::streamoff>(m_debut));
       flux.write(reinterpret_cast<const char*>(m_bits.data()), static_cast<std::streamsize>(m_bits.size()));
@@ -87,6 +89,7 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
                                                         << m_nom << " (" << m_taille.x << " x " << m_taille.y
                                                         << ").");
     const int c = m_canaux;
+    Morceau attente;
     for (long long j = 0; j < ny; ++j) {
       const long long y = y0 + j * pas, yd = yDest + j;
       if constexpr (std::is_same_v<T, bool>) {
@@ -119,12 +122,37 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
         }
         const uint64_t offset =
             static_cast<uint64_t>(yd) * m_octetsLigne + static_cast<uint64_t>(xDest) * c * sizeof(T);
-        std::ofstream& flux = m_fichier->flux();
-        flux.seekp(static_cast<std::streamoff>(m_debut + offset));
-        flux.write(reinterpret_cast<const char*>(donnees), static_cast<std::streamsize>(n * sizeof(T)));
-        m_ecrit = std::max<uint64_t>(m_ecrit, offset + n * sizeof(T));
+        const uint64_t octets = n * sizeof(T);
+        // Lines that follow each other in memory and in the file go out in one write.
+        if (attente.octets > 0 &&
+            attente.donnees + attente.octets == reinterpret_cast<const char*>(donnees) &&
+            attente.offset + attente.octets == offset && donnees != m_ligne.data()) {
+          attente.octets += octets;
+        } else {
+          Ecrire(attente);
+          attente = {reinterpret_cast<const char*>(donnees), offset, octets};
+          if (donnees == m_ligne.data()) Ecrire(attente);
+        }
+        m_ecrit = std::max<uint64_t>(m_ecrit, offset + octets);
       }
     }
+    if constexpr (!std::is_same_v<T, bool>) Ecrire(attente);
+  }
+
+ private:
+  struct Morceau {
+    const char* donnees = nullptr;
+    uint64_t offset = 0;  // from the first pixel byte
+    uint64_t octets = 0;
+  };
+  void Ecrire(Morceau& m) {
+    if (m.octets == 0) return;
+    std::ofstream& flux = m_fichier->flux();
+    // A seek flushes the stream's buffer: none when the bytes follow the previous ones.
+    if (m_debut + m.offset != m_position) flux.seekp(static_cast<std::streamoff>(m_debut + m.offset));
+    flux.write(m.donnees, static_cast<std::streamsize>(m.octets));
+    m_position = m_debut + m.offset + m.octets;
+    m.octets = 0;
   }
 
  private:
@@ -133,7 +161,8 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
   int m_canaux;
   eEnumType m_type;
   uint64_t m_debut = 0, m_octets = 0, m_octetsLigne = 0;
-  uint64_t m_ecrit = 0;  // end of the furthest pixel bytes written
+  uint64_t m_ecrit = 0;     // end of the furthest pixel bytes written
+  uint64_t m_position = 0;  // where the stream stands
   std::unique_ptr<FichierAtomique> m_fichier;
   std::vector<unsigned char> m_bits;
   std::vector<T> m_ligne;
