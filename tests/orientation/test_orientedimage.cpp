@@ -1,5 +1,5 @@
-// Oriented images: pixels and orientation read and saved together through real files, checked against
-// each other, and cut out with the orientation that matches the pixels.
+// Oriented images: pixels and orientation read and saved together through real files (the test format
+// and TIFF), checked against each other, and cut out with the orientation that matches the pixels.
 #include <gtest/gtest.h>
 
 #include <iostream>
@@ -43,25 +43,28 @@ TYPED_TEST_SUITE(OrienteeTypes, Types);
 
 TYPED_TEST(OrienteeTypes, SauverPuisRelireImageEtOrientation) {
   test::EnregistrerFormatEssai();
-  test::DossierTemp d;
-  const TTOrientedImage<TypeParam> im = Motif<TypeParam>(7, 5, 2);
-  EXPECT_EQ(im.GetType(), CodeType<TypeParam>::value);
-  im.Sauver((d / "mosaique.essai").c_str());
-  // The orientation beside the image, and its world file.
-  EXPECT_EQ(test::LireFichier(d / "mosaique.ori"), "CARTO\n651000000 250000500\n2\n7 5\n500 500\n");
-  EXPECT_EQ(test::Lignes(test::LireFichier(d / "mosaique.tfw")).size(), 6u);
-  const TTOrientedImage<TypeParam> lu((d / "mosaique.essai").c_str());
-  ASSERT_EQ(lu.GetTaille(), im.GetTaille());
-  ASSERT_EQ(lu.GetNbCanaux(), 2);
-  for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 7; ++x)
-      for (int c = 0; c < 2; ++c) ASSERT_EQ(lu(x, y, c), im(x, y, c));
-  EXPECT_EQ(lu.GetOrientation().GetMinXCarto(), 651000);
-  EXPECT_EQ(lu.GetOrientation().GetMaxYCarto(), 2250000.5);
-  EXPECT_EQ(lu.GetOrientation().GetNs(), 7);
-  // Read as float: converted.
-  const TTOrientedImage<float> f((d / "mosaique.essai").c_str());
-  EXPECT_EQ(f(6, 4, 1), static_cast<float>(im(6, 4, 1)));
+  for (const char* extension : {".essai", ".tif"}) {
+    const std::string ext(extension);
+    test::DossierTemp d;
+    const TTOrientedImage<TypeParam> im = Motif<TypeParam>(7, 5, 2);
+    EXPECT_EQ(im.GetType(), CodeType<TypeParam>::value);
+    im.Sauver((d / "mosaique" + ext).c_str());
+    // The orientation beside the image, and its world file.
+    EXPECT_EQ(test::LireFichier(d / "mosaique.ori"), "CARTO\n651000000 250000500\n2\n7 5\n500 500\n");
+    EXPECT_EQ(test::Lignes(test::LireFichier(d / "mosaique.tfw")).size(), 6u);
+    const TTOrientedImage<TypeParam> lu((d / "mosaique" + ext).c_str());
+    ASSERT_EQ(lu.GetTaille(), im.GetTaille());
+    ASSERT_EQ(lu.GetNbCanaux(), 2);
+    for (int y = 0; y < 5; ++y)
+      for (int x = 0; x < 7; ++x)
+        for (int c = 0; c < 2; ++c) ASSERT_EQ(lu(x, y, c), im(x, y, c));
+    EXPECT_EQ(lu.GetOrientation().GetMinXCarto(), 651000);
+    EXPECT_EQ(lu.GetOrientation().GetMaxYCarto(), 2250000.5);
+    EXPECT_EQ(lu.GetOrientation().GetNs(), 7);
+    // Read as float: converted.
+    const TTOrientedImage<float> f((d / "mosaique" + ext).c_str());
+    EXPECT_EQ(f(6, 4, 1), static_cast<float>(im(6, 4, 1)));
+  }
 }
 
 TEST(TTOrientedImage, LectureEtCoherenceParTable) {
@@ -196,70 +199,74 @@ TEST(TTOrientedImage, DecoupesAvecOrientationDerivee) {
 
 TEST(OrientedImageFic, LectureDecoupeEtEcritureAvecOrientation) {
   test::EnregistrerFormatEssai();
-  test::DossierTemp d;
-  const TTOrientedImage<unsigned short> source = Motif<unsigned short>(30, 20, 3);
-  source.Sauver((d / "source.essai").c_str());
-  const OrientedImageFicIn in((d / "source.essai").c_str());
-  EXPECT_EQ(in.GetType(), eUInt2);
+  for (const char* extension : {".essai", ".tif"}) {
+    const std::string ext(extension);
+    test::DossierTemp d;
+    const TTOrientedImage<unsigned short> source = Motif<unsigned short>(30, 20, 3);
+    source.Sauver((d / "source" + ext).c_str());
+    const OrientedImageFicIn in((d / "source" + ext).c_str());
+    EXPECT_EQ(in.GetType(), eUInt2);
 
-  // A cut-out of the file written as a new oriented file.
-  {
-    OrientedImageFicOut out((d / "cut.essai").c_str());
-    out.CropOri(in, 4, 3, 24, 13, 2);
-    EXPECT_EQ(out.GetOrientation().GetNs(), 10);
-    EXPECT_EQ(out.GetType(), eUInt2);
-    // Nothing exists before Terminer.
-    EXPECT_FALSE(std::ifstream(d / "cut.essai").is_open());
-    EXPECT_FALSE(std::ifstream(d / "cut.ori").is_open());
-    out.Terminer();
-  }
-  const TTOrientedImage<unsigned short> cut((d / "cut.essai").c_str());
-  ASSERT_EQ(cut.GetTaille(), TPoint2D<int>(10, 5));
-  EXPECT_EQ(cut(9, 4, 2), source(22, 11, 2));
-  EXPECT_EQ(Coin(cut.GetOrientation(), 9, 4), Coin(source.GetOrientation(), 22, 11));
-  // From the file into memory.
-  TTOrientedImage<unsigned short> enMemoire;
-  enMemoire.CropOri(in, TRectangle<int>(4, 3, 24, 13), 2);
-  EXPECT_EQ(enMemoire(9, 4, 2), cut(9, 4, 2));
+    // A cut-out of the file written as a new oriented file.
+    {
+      OrientedImageFicOut out((d / "cut" + ext).c_str());
+      out.CropOri(in, 4, 3, 24, 13, 2);
+      EXPECT_EQ(out.GetOrientation().GetNs(), 10);
+      EXPECT_EQ(out.GetType(), eUInt2);
+      // Nothing exists before Terminer.
+      EXPECT_FALSE(std::ifstream(d / "cut" + ext).is_open());
+      EXPECT_FALSE(std::ifstream(d / "cut.ori").is_open());
+      out.Terminer();
+    }
+    const TTOrientedImage<unsigned short> cut((d / "cut" + ext).c_str());
+    ASSERT_EQ(cut.GetTaille(), TPoint2D<int>(10, 5));
+    EXPECT_EQ(cut(9, 4, 2), source(22, 11, 2));
+    EXPECT_EQ(Coin(cut.GetOrientation(), 9, 4), Coin(source.GetOrientation(), 22, 11));
+    // From the file into memory.
+    TTOrientedImage<unsigned short> enMemoire;
+    enMemoire.CropOri(in, TRectangle<int>(4, 3, 24, 13), 2);
+    EXPECT_EQ(enMemoire(9, 4, 2), cut(9, 4, 2));
 
-  // Given its orientation, type and channels at once; the orientation under another name.
-  {
-    OrientedImageFicOut out((d / "b.essai").c_str(), Ori(4, 3), eFloat4, TagNbCanaux(1));
-    const TTImage<float> pixels(4, 3, 2.5f);
-    out.GetSpecifImageOut().SetValeurs(pixels.GetLines(), 0, 0, 4, 3, 0, 0, 1);
-    out.Terminer();
-  }
-  EXPECT_EQ(TTOrientedImage<float>((d / "b.essai").c_str())(3, 2), 2.5f);
-  {
-    OrientedImageFicOut out((d / "c.essai").c_str(), (d / "autre.ori").c_str());
-    out.CropOri(in, 0, 0, 5, 5);
-    out.Terminer();
-  }
-  EXPECT_EQ(TTOrientedImage<int>((d / "c.essai").c_str(), (d / "autre.ori").c_str()).GetTaille(),
-            TPoint2D<int>(5, 5));
+    // Given its orientation, type and channels at once; the orientation under another name.
+    {
+      OrientedImageFicOut out((d / "b" + ext).c_str(), Ori(4, 3), eFloat4, TagNbCanaux(1));
+      const TTImage<float> pixels(4, 3, 2.5f);
+      out.GetSpecifImageOut().SetValeurs(pixels.GetLines(), 0, 0, 4, 3, 0, 0, 1);
+      out.Terminer();
+    }
+    EXPECT_EQ(TTOrientedImage<float>((d / "b" + ext).c_str())(3, 2), 2.5f);
+    {
+      OrientedImageFicOut out((d / "c" + ext).c_str(), (d / "autre.ori").c_str());
+      out.CropOri(in, 0, 0, 5, 5);
+      out.Terminer();
+    }
+    EXPECT_EQ(TTOrientedImage<int>((d / "c" + ext).c_str(), (d / "autre.ori").c_str()).GetTaille(),
+              TPoint2D<int>(5, 5));
 
-  // Abandoned, or inconsistent at the end: no file at all.
-  { OrientedImageFicOut out((d / "abandon.essai").c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1)); }
-  {
-    OrientedImageFicOut out((d / "faux.essai").c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1));
-    out.ChangeOrientation(Ori(3, 4));
-    Refuse([&] { out.Terminer(); },
-           "OrientedImageFicOut : Nombre de ligne incoherent entre image (3) et orientation (4)",
-           {"faux.essai"});
-  }
-  for (const char* absent : {"abandon.essai", "abandon.ori", "faux.essai", "faux.ori", "faux.tfw"})
-    EXPECT_FALSE(std::ifstream(d / absent).is_open()) << absent;
-  Refuse([&] { OrientedImageFicOut x((d / "x.inconnu").c_str()); },
-         "[ImageFicOut] (Contructeur) Extension non reconnue");
+    // Abandoned, or inconsistent at the end: no file at all.
+    { OrientedImageFicOut out((d / "abandon" + ext).c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1)); }
+    {
+      OrientedImageFicOut out((d / "faux" + ext).c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1));
+      out.ChangeOrientation(Ori(3, 4));
+      Refuse([&] { out.Terminer(); },
+             "OrientedImageFicOut : Nombre de ligne incoherent entre image (3) et orientation (4)",
+             {"faux" + ext});
+    }
+    for (const std::string& absent : {"abandon" + ext, std::string("abandon.ori"), "faux" + ext,
+                                      std::string("faux.ori"), std::string("faux.tfw")})
+      EXPECT_FALSE(std::ifstream(d / absent).is_open()) << absent;
+    Refuse([&] { OrientedImageFicOut x((d / "x.inconnu").c_str()); },
+           "[ImageFicOut] (Contructeur) Extension non reconnue");
 
-  // An inconsistent in-memory pair is not saved at all.
-  TTOrientedImage<float> faux = Motif<float>(4, 3);
-  faux.ChangeOrientation(Ori(4, 2));
-  Refuse([&] { faux.Sauver((d / "faux.essai").c_str()); }, "TTOrientedImage : Nombre de ligne incoherent");
-  EXPECT_FALSE(std::ifstream(d / "faux.essai").is_open());
-  faux = 3.0f;
-  EXPECT_EQ(faux(3, 2), 3.0f);
-  EXPECT_EQ(faux.GetOrientation().GetNl(), 2);  // kept
+    // An inconsistent in-memory pair is not saved at all.
+    TTOrientedImage<float> faux = Motif<float>(4, 3);
+    faux.ChangeOrientation(Ori(4, 2));
+    Refuse([&] { faux.Sauver((d / "faux" + ext).c_str()); }, "TTOrientedImage : Nombre de ligne incoherent");
+    EXPECT_FALSE(std::ifstream(d / "faux" + ext).is_open());
+    faux = 3.0f;
+    EXPECT_EQ(faux(3, 2), 3.0f);
+    EXPECT_EQ(faux.GetOrientation().GetNl(), 2);  // kept
+  }
 }
 
 }  // namespace
