@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 #include <random>
+#include <sstream>
 
 #include "zepra/ttimage.h"
 
@@ -47,5 +49,17 @@ inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, i
 inline bool Proche(double a, double b, double tolerance = 1e-9) {
   return std::fabs(a - b) <= tolerance * std::max({1.0, std::fabs(a), std::fabs(b)});
 }
+
+// Captures what is written on std::cout while it lives.
+class CaptureSortie {
+ public:
+  CaptureSortie() : m_ancien(std::cout.rdbuf(m_flux.rdbuf())) {}
+  ~CaptureSortie() { std::cout.rdbuf(m_ancien); }
+  std::string texte() const { return m_flux.str(); }
+
+ private:
+  std::ostringstream m_flux;
+  std::streambuf* m_ancien;
+};
 
 }  // namespace test
