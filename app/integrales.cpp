@@ -25,52 +25,48 @@ void VerifierMemeTaille(const TTImage<A>& a, const TTImage<B>& b, const char* me
                                   << a.iGetNbColonnes() << " x " << a.iGetNbLignes() << ".");
 }
 
-// One pass over the image builds the asked tables; a null table is skipped at compile time in the
-// inner loop through the three flags. Each line reads the line above in the tables it writes: the
-// recurrence is sequential in y, each line's row sums are its own.
-template <bool AvecS, bool AvecS2, bool AvecN, class T, class M, class U, class V>
-void Construire(const TTImage<T>& image, const TTImage<M>* masque, TTImage<U>* S, TTImage<U>* S2,
-                TTImage<V>* N) {
+// Line y of the tables from the image line, its mask bytes (null: every pixel counts) and the table
+// lines above (null for line 0): S(x, y) = S(x, y - 1) + r(x), where r is the running sum of the line,
+// and the same for the squares and the counts. The one place these recurrences are written, so that
+// the full tables and the sliding ones hold the same values.
+template <bool AvecCarres, bool AvecN, class T, class U, class V>
+void LigneIntegrale(const T* valeurs, int canaux, const unsigned char* masque, int w, const U* sp, U* s,
+                    const U* s2p, U* s2, const V* np, V* n) {
+  double r = 0.0, q = 0.0, c = 0.0;
+  for (int x = 0; x < w; ++x) {
+    const double v = static_cast<double>(valeurs[static_cast<long>(x) * canaux]);
+    if (!masque || masque[x]) {
+      r += v;
+      if constexpr (AvecCarres) q += v * v;
+      if constexpr (AvecN) c += 1.0;
+    }
+    s[x] = static_cast<U>(sp ? static_cast<double>(sp[x]) + r : r);
+    if constexpr (AvecCarres) s2[x] = static_cast<U>(s2p ? static_cast<double>(s2p[x]) + q : q);
+    if constexpr (AvecN) n[x] = static_cast<V>(np ? static_cast<double>(np[x]) + c : c);
+  }
+}
+
+template <class T, class U, class V>
+void ConstruireTables(const TTImage<T>& image, const TTImage<bool>* masque, TTImage<U>& S, TTImage<U>& S2,
+                      TTImage<V>* N) {
   const int w = image.iGetNbColonnes();
   const int h = image.iGetNbLignes();
-  const int canaux = image.GetNbCanaux();
-  const int canauxMasque = masque ? masque->GetNbCanaux() : 1;
-  if constexpr (AvecS) S->vReformat(w, h, TagNbCanaux(1));
-  if constexpr (AvecS2) S2->vReformat(w, h, TagNbCanaux(1));
-  if constexpr (AvecN) N->vReformat(w, h, TagNbCanaux(1));
+  S.vReformat(w, h, TagNbCanaux(1));
+  S2.vReformat(w, h, TagNbCanaux(1));
+  if (N) N->vReformat(w, h, TagNbCanaux(1));
+  std::vector<unsigned char> octets(masque ? static_cast<size_t>(w) : 0);
   for (int y = 0; y < h; ++y) {
-    const T* l = image.GetLines(y);
-    U* s = nullptr;
-    U* s2 = nullptr;
-    V* n = nullptr;
-    const U* sp = nullptr;
-    const U* s2p = nullptr;
-    const V* np = nullptr;
-    if constexpr (AvecS) {
-      s = S->GetLines(y);
-      sp = y > 0 ? S->GetLines(y - 1) : nullptr;
-    }
-    if constexpr (AvecS2) {
-      s2 = S2->GetLines(y);
-      s2p = y > 0 ? S2->GetLines(y - 1) : nullptr;
-    }
-    if constexpr (AvecN) {
-      n = N->GetLines(y);
-      np = y > 0 ? N->GetLines(y - 1) : nullptr;
-    }
-    double r = 0.0, q = 0.0, c = 0.0;
-    auto m = masque ? masque->GetLines(y) : typename TTImage<M>::Ligne();
-    for (int x = 0; x < w; ++x) {
-      const double v = static_cast<double>(l[static_cast<long>(x) * canaux]);
-      if (!masque || static_cast<bool>(m[static_cast<long>(x) * canauxMasque])) {
-        if constexpr (AvecS) r += v;
-        if constexpr (AvecS2) q += v * v;
-        if constexpr (AvecN) c += 1.0;
-      }
-      if constexpr (AvecS) s[x] = static_cast<U>(sp ? static_cast<double>(sp[x]) + r : r);
-      if constexpr (AvecS2) s2[x] = static_cast<U>(s2p ? static_cast<double>(s2p[x]) + q : q);
-      if constexpr (AvecN) n[x] = static_cast<V>(np ? static_cast<double>(np[x]) + c : c);
-    }
+    if (masque) LigneMasqueEnOctets(*masque, y, octets.data());
+    const bool premiere = y == 0;
+    if (N)
+      LigneIntegrale<true, true>(image.GetLines(y), image.GetNbCanaux(), masque ? octets.data() : nullptr, w,
+                                 premiere ? nullptr : S.GetLines(y - 1), S.GetLines(y),
+                                 premiere ? nullptr : S2.GetLines(y - 1), S2.GetLines(y),
+                                 premiere ? nullptr : N->GetLines(y - 1), N->GetLines(y));
+    else
+      LigneIntegrale<true, false, T, U, V>(
+          image.GetLines(y), image.GetNbCanaux(), nullptr, w, premiere ? nullptr : S.GetLines(y - 1),
+          S.GetLines(y), premiere ? nullptr : S2.GetLines(y - 1), S2.GetLines(y), nullptr, nullptr);
   }
 }
 
@@ -98,10 +94,21 @@ double Boite(const TTImage<U>& A, int x0, int y0, int x1, int y1) {
 
 }  // namespace
 
+void LigneMasqueEnOctets(const TTImage<bool>& masque, int y, unsigned char* octets) {
+  auto m = masque.GetLines(y);
+  const int canaux = masque.GetNbCanaux();
+  const int w = masque.iGetNbColonnes();
+  if (canaux == 1) {
+    for (int x = 0; x < w; ++x, ++m) octets[x] = *m;
+  } else {
+    for (int x = 0; x < w; ++x) octets[x] = m[static_cast<long>(x) * canaux];
+  }
+}
+
 template <class T, class U>
 void images_integrales(const TTImage<T>& image, TTImage<U>& S, TTImage<U>& S2) {
   VerifierCanaux(image, "images_integrales", "Image");
-  Construire<true, true, false, T, bool, U, U>(image, nullptr, &S, &S2, nullptr);
+  ConstruireTables<T, U, U>(image, nullptr, S, S2, nullptr);
 }
 
 template <class T, class M, class U, class V>
@@ -110,23 +117,74 @@ void images_integrales_mask(const TTImage<T>& image, const TTImage<M>& masque, T
   VerifierCanaux(image, "images_integrales_mask", "Image");
   VerifierCanaux(masque, "images_integrales_mask", "Masque");
   VerifierMemeTaille(image, masque, "images_integrales_mask", "une image", "Masque");
-  Construire<true, true, true>(image, &masque, &S, &S2, &N);
+  ConstruireTables(image, &masque, S, S2, &N);
 }
 
-void TablesMasquees(const TTImage<float>& image, const TTImage<bool>& masque, TTImage<double>* S,
-                    TTImage<double>* S2, TTImage<double>* N) {
-  VerifierCanaux(image, "TablesMasquees", "Image");
-  VerifierCanaux(masque, "TablesMasquees", "Masque");
-  VerifierMemeTaille(image, masque, "TablesMasquees", "une image", "Masque");
-  // The combinations the fields use; every other one builds all three.
-  if (S && !S2 && N)
-    Construire<true, false, true>(image, &masque, S, S2, N);
-  else if (S && S2 && N)
-    Construire<true, true, true>(image, &masque, S, S2, N);
-  else {
-    TTImage<double> s, s2, n;
-    Construire<true, true, true>(image, &masque, S ? S : &s, S2 ? S2 : &s2, N ? N : &n);
+TablesGlissantes::TablesGlissantes(const TTImage<float>& image, const TTImage<bool>* masque, int h,
+                                   bool avecCarres)
+    : m_image(image),
+      m_masque(masque),
+      m_w(image.iGetNbColonnes()),
+      m_hauteur(image.iGetNbLignes()),
+      m_h(DemiLargeurUtile(image, h)),
+      m_carres(avecCarres) {
+  VerifierCanaux(image, "TablesGlissantes", "Image");
+  if (masque) {
+    VerifierCanaux(*masque, "TablesGlissantes", "Masque");
+    VerifierMemeTaille(image, *masque, "TablesGlissantes", "une image", "Masque");
   }
+  if (m_h < 0) ZEPRA_ERREUR("[Integrales] (TablesGlissantes) Demi-largeur negative : " << h << ".");
+  // Line y - h - 1 is the oldest one still read when line y + h has just been computed.
+  m_garde = std::max(1, std::min(2 * m_h + 2, m_hauteur));
+  const size_t taille = static_cast<size_t>(m_garde) * m_w;
+  m_s.resize(taille);
+  if (m_carres) m_s2.resize(taille);
+  if (m_masque) {
+    m_n.resize(taille);
+    m_octetsMasque.resize(taille);
+  }
+  m_zeros.assign(m_w, 0.0);
+}
+
+const double* TablesGlissantes::Ligne(const std::vector<double>& table, int y) const {
+  if (y < 0) return m_zeros.data();
+  return table.data() + static_cast<size_t>(y % m_garde) * m_w;
+}
+
+void TablesGlissantes::CalculerLigne(int y) {
+  const unsigned char* masque = nullptr;
+  if (m_masque) {
+    unsigned char* octets = m_octetsMasque.data() + static_cast<size_t>(y % m_garde) * m_w;
+    LigneMasqueEnOctets(*m_masque, y, octets);
+    masque = octets;
+  }
+  auto courante = [&](std::vector<double>& t) { return t.data() + static_cast<size_t>(y % m_garde) * m_w; };
+  auto precedente = [&](const std::vector<double>& t) { return y > 0 ? Ligne(t, y - 1) : nullptr; };
+  const float* v = m_image.GetLines(y);
+  const int canaux = m_image.GetNbCanaux();
+  if (m_carres && m_masque)
+    LigneIntegrale<true, true>(v, canaux, masque, m_w, precedente(m_s), courante(m_s), precedente(m_s2),
+                               courante(m_s2), precedente(m_n), courante(m_n));
+  else if (m_carres)
+    LigneIntegrale<true, false, float, double, double>(v, canaux, masque, m_w, precedente(m_s), courante(m_s),
+                                                       precedente(m_s2), courante(m_s2), nullptr, nullptr);
+  else if (m_masque)
+    LigneIntegrale<false, true, float, double, double>(v, canaux, masque, m_w, precedente(m_s), courante(m_s),
+                                                       nullptr, nullptr, precedente(m_n), courante(m_n));
+  else
+    LigneIntegrale<false, false, float, double, double>(v, canaux, masque, m_w, precedente(m_s),
+                                                        courante(m_s), nullptr, nullptr, nullptr, nullptr);
+}
+
+TablesGlissantes::Lignes TablesGlissantes::Fenetres(int y) {
+  const BornesFenetre f = Fenetre(y, m_h, m_hauteur);
+  while (m_prochaine <= f.fin) CalculerLigne(m_prochaine++);
+  const int haut = f.debut - 1;
+  Lignes l;
+  l.s = LignesBoite{Ligne(m_s, haut), Ligne(m_s, f.fin)};
+  l.q = m_carres ? LignesBoite{Ligne(m_s2, haut), Ligne(m_s2, f.fin)} : LignesBoite{nullptr, nullptr};
+  l.n = m_masque ? LignesBoite{Ligne(m_n, haut), Ligne(m_n, f.fin)} : LignesBoite{nullptr, nullptr};
+  return l;
 }
 
 template <class U>

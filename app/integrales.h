@@ -80,25 +80,47 @@ int DemiLargeurUtile(const TTImage<T>& image, int h) {
 // The two table lines that bound the windows of one image line: 'haut' is line y0 - 1 (or a line of
 // zeros when y0 is 0), 'bas' is line y1. Box sums follow the four-corner rule
 // A(x1, y1) - A(x0 - 1, y1) - A(x1, y0 - 1) + A(x0 - 1, y0 - 1), a term at index -1 counting 0.
-template <class U>
 struct LignesBoite {
-  const U* haut;
-  const U* bas;
+  const double* haut;
+  const double* bas;
   double Somme(int x0, int x1) const {
-    if (x0 > 0)
-      return static_cast<double>(bas[x1]) - static_cast<double>(bas[x0 - 1]) - static_cast<double>(haut[x1]) +
-             static_cast<double>(haut[x0 - 1]);
-    return static_cast<double>(bas[x1]) - static_cast<double>(haut[x1]);
+    if (x0 > 0) return bas[x1] - bas[x0 - 1] - haut[x1] + haut[x0 - 1];
+    return bas[x1] - haut[x1];
   }
 };
-template <class U>
-LignesBoite<U> LignesFenetre(const TTImage<U>& table, const BornesFenetre& lignes,
-                             const std::vector<U>& zeros) {
-  return LignesBoite<U>{lignes.debut > 0 ? table.GetLines(lignes.debut - 1) : zeros.data(),
-                        table.GetLines(lignes.fin)};
-}
 
-// Masked tables of the three quantities, built in one pass; a table that is not asked for (null) is
-// neither allocated nor filled. The values of those built are those of images_integrales_mask.
-void TablesMasquees(const TTImage<float>& image, const TTImage<bool>& masque, TTImage<double>* S,
-                    TTImage<double>* S2, TTImage<double>* N);
+// The masked integral tables of an image, computed line after line and kept only as far back as the
+// windows of half-width h need (2h + 2 lines): the same values as images_integrales_mask, without
+// holding three full tables of doubles. Lines of the image are asked in increasing order; a line's
+// window statistics then depend only on the two table lines returned, so the per-pixel loops that
+// use them share no mutable state. The mask lines are kept alongside, one byte per pixel. Without a mask
+// every pixel counts and no count table is kept.
+class TablesGlissantes {
+ public:
+  TablesGlissantes(const TTImage<float>& image, const TTImage<bool>* masque, int h, bool avecCarres);
+  struct Lignes {
+    LignesBoite s, q, n;
+  };
+  // The table lines bounding the windows of image line y (y ascending from one call to the next).
+  Lignes Fenetres(int y);
+  // Mask line y as bytes, valid after Fenetres(y) until the next call.
+  const unsigned char* Masque(int y) const {
+    return m_octetsMasque.data() + static_cast<size_t>(y % m_garde) * m_w;
+  }
+  int DemiLargeur() const { return m_h; }
+
+ private:
+  void CalculerLigne(int y);
+  const double* Ligne(const std::vector<double>& table, int y) const;
+
+  const TTImage<float>& m_image;
+  const TTImage<bool>* m_masque;
+  int m_w, m_hauteur, m_h, m_garde;
+  bool m_carres;
+  int m_prochaine = 0;
+  std::vector<double> m_s, m_s2, m_n, m_zeros;
+  std::vector<unsigned char> m_octetsMasque;
+};
+
+// Mask line y as one byte per pixel (channel 0).
+void LigneMasqueEnOctets(const TTImage<bool>& masque, int y, unsigned char* octets);

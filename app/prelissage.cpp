@@ -1,6 +1,11 @@
 #include "prelissage.h"
 
+#include <algorithm>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "integrales.h"
 #include "polynome.h"
@@ -19,21 +24,36 @@ void MoyMasque(TTImage<float>& image, const TTImage<bool>& masque, int rayon) {
   VerifierDemiLargeur(rayon, tag);
   const int w = image.iGetNbColonnes();
   const int hauteur = image.iGetNbLignes();
-  // The tables are complete before the first pixel is written: every mean uses the input values.
-  TTImage<double> S, N;
-  TablesMasquees(image, masque, &S, nullptr, &N);
-  const int h = DemiLargeurUtile(image, rayon);
-  const std::vector<double> zeros(static_cast<size_t>(w), 0.0);
+  // Line y is written once the table lines up to y + h exist; the lines still to come read only image
+  // lines below y + h, not yet written, so every mean uses the input values.
+  TablesGlissantes t(image, &masque, rayon, false);
+  const int h = t.DemiLargeur();
   for (int y = 0; y < hauteur; ++y) {
-    const BornesFenetre fy = Fenetre(y, h, hauteur);
-    const LignesBoite<double> ls = LignesFenetre(S, fy, zeros);
-    const LignesBoite<double> ln = LignesFenetre(N, fy, zeros);
+    const TablesGlissantes::Lignes l = t.Fenetres(y);
     float* v = image.GetLines(y);
-    for (int x = 0; x < w; ++x) {
+    auto pixel = [&](int x) {
       const BornesFenetre f = Fenetre(x, h, w);
-      const double n = ln.Somme(f.debut, f.fin);
-      v[x] = n != 0.0 ? static_cast<float>(ls.Somme(f.debut, f.fin) / n) : 0.0f;
+      const double n = l.n.Somme(f.debut, f.fin);
+      v[x] = n != 0.0 ? static_cast<float>(l.s.Somme(f.debut, f.fin) / n) : 0.0f;
+    };
+    int x = 0;
+    for (; x < std::min(h + 1, w); ++x) pixel(x);
+#if defined(__SSE2__)
+    // Inner pixels two at a time, with the operations of 'pixel' in the same order.
+    auto boite = [h](const LignesBoite& b, int x) {
+      const __m128d d = _mm_sub_pd(_mm_loadu_pd(b.bas + x + h), _mm_loadu_pd(b.bas + x - h - 1));
+      return _mm_add_pd(_mm_sub_pd(d, _mm_loadu_pd(b.haut + x + h)), _mm_loadu_pd(b.haut + x - h - 1));
+    };
+    for (; x + 1 <= w - 1 - h; x += 2) {
+      const __m128d n = boite(l.n, x);
+      const __m128d moyenne = _mm_andnot_pd(_mm_cmpeq_pd(n, _mm_setzero_pd()), _mm_div_pd(boite(l.s, x), n));
+      float deux[4];
+      _mm_storeu_ps(deux, _mm_cvtpd_ps(moyenne));
+      v[x] = deux[0];
+      v[x + 1] = deux[1];
     }
+#endif
+    for (; x < w; ++x) pixel(x);
   }
 }
 

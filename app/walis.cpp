@@ -1,7 +1,12 @@
 #include "walis.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "integrales.h"
 #include "zepra/erreur.h"
@@ -33,72 +38,141 @@ inline T2D<double> MoyenneEcart(double n, double s, double q) {
   return T2D<double>(moyenne, std::sqrt(q / n - moyenne * moyenne));
 }
 
-// The three masked tables of one image and the lines bounding the windows of one image line.
-struct TablesFenetre {
-  TTImage<double> S, S2, N;
-  std::vector<double> zeros;
-  TablesFenetre(const TTImage<float>& image, const TTImage<bool>& masque)
-      : zeros(static_cast<size_t>(image.iGetNbColonnes()), 0.0) {
-    TablesMasquees(image, masque, &S, &S2, &N);
+// The image a field is written into: the caller's own when it already has the shape and is not the
+// input (every one of its samples is then overwritten, so the result is that of a new image), a new
+// one otherwise, moved into place at the end. Reusing it spares a fresh allocation per call.
+class Sortie {
+ public:
+  Sortie(TTImage<float>& cible, const TTImage<float>& image, int canaux) : m_cible(cible) {
+    m_reutilisee =
+        &cible != &image && cible.GetTaille() == image.GetTaille() && cible.GetNbCanaux() == canaux;
+    if (!m_reutilisee) m_nouvelle = TTImage<float>(image.GetTaille(), TagNbCanaux(canaux));
   }
-  struct Ligne {
-    LignesBoite<double> s, q, n;
-  };
-  Ligne Lignes(const BornesFenetre& f) const {
-    return Ligne{LignesFenetre(S, f, zeros), LignesFenetre(S2, f, zeros), LignesFenetre(N, f, zeros)};
+  TTImage<float>& operator*() { return m_reutilisee ? m_cible : m_nouvelle; }
+  void Terminer() {
+    if (!m_reutilisee) m_cible = std::move(m_nouvelle);
   }
+
+ private:
+  TTImage<float>& m_cible;
+  TTImage<float> m_nouvelle;
+  bool m_reutilisee;
 };
 
+// Whole-image masked (or plain) sums from the last table line: the four-corner rule over the whole
+// image, the same value the full tables give. The lines are computed and dropped on the way.
+T3D<double> SommesGlobales(const TTImage<float>& image, const TTImage<bool>* masque) {
+  const int w = image.iGetNbColonnes();
+  const int h = image.iGetNbLignes();
+  if (w < 1 || h < 1) return T3D<double>(0.0, 0.0, 0.0);
+  TablesGlissantes t(image, masque, 0, true);
+  for (int y = 0; y + 1 < h; ++y) t.Fenetres(y);
+  const TablesGlissantes::Lignes l = t.Fenetres(h - 1);
+  // The box of the whole image is its last table entry minus nothing above it.
+  const double n = masque ? l.n.bas[w - 1] : static_cast<double>(w) * h;
+  return T3D<double>(l.s.bas[w - 1], l.q.bas[w - 1], n);
+}
+
+// Gain and offset of one pixel from the sums of its window. The empty window is tested before the
+// deviation, and a flat window only shifts the mean. A variance that rounds below zero gives a NaN
+// deviation, not equal to 0, so NaN gain and offset: kept as it is.
+inline void GainOffsetPixel(double n, double s, double q, double mc, double ec, double& g, double& o) {
+  if (n == 0.0) {
+    g = 1.0;
+    o = mc;
+    return;
+  }
+  const double moyenne = s / n;
+  const double ecart = std::sqrt(q / n - moyenne * moyenne);
+  if (ecart == 0.0) {
+    g = 1.0;
+    o = mc - moyenne;
+  } else {
+    g = ec / ecart;
+    o = mc - moyenne * g;
+  }
+}
+
+// Gain and offset of the masked pixels of one image line, written into lg[x * pasGain] and
+// lo[x * pasOffset] from the table lines of their windows; the other pixels receive 0.
+// Inner pixels (whole window inside the columns) go two at a time through SSE2, with the operations
+// of GainOffsetPixel in the same order: the results are identical, only the branches become selections.
+void LigneGainOffset(const TablesGlissantes::Lignes& l, const unsigned char* m, int w, int h, double mc,
+                     double ec, float* lg, int pasGain, float* lo, int pasOffset) {
+  auto ecrire = [&](int x, double g, double o) {
+    lg[static_cast<long>(x) * pasGain] = static_cast<float>(g);
+    lo[static_cast<long>(x) * pasOffset] = static_cast<float>(o);
+  };
+  auto pixel = [&](int x) {
+    if (!m[x]) return ecrire(x, 0.0, 0.0);
+    const BornesFenetre f = Fenetre(x, h, w);
+    double g, o;
+    GainOffsetPixel(l.n.Somme(f.debut, f.fin), l.s.Somme(f.debut, f.fin), l.q.Somme(f.debut, f.fin), mc, ec,
+                    g, o);
+    ecrire(x, g, o);
+  };
+  const int debutInterieur = h + 1, finInterieur = w - 1 - h;  // inner pixels: [h + 1, w - 1 - h]
+  int x = 0;
+  for (; x < std::min(debutInterieur, w); ++x) pixel(x);
+#if defined(__SSE2__)
+  const __m128d zero = _mm_setzero_pd(), un = _mm_set1_pd(1.0);
+  const __m128d vmc = _mm_set1_pd(mc), vec = _mm_set1_pd(ec);
+  auto boite = [h](const LignesBoite& b, int x) {
+    const __m128d d = _mm_sub_pd(_mm_loadu_pd(b.bas + x + h), _mm_loadu_pd(b.bas + x - h - 1));
+    return _mm_add_pd(_mm_sub_pd(d, _mm_loadu_pd(b.haut + x + h)), _mm_loadu_pd(b.haut + x - h - 1));
+  };
+  auto choisir = [](__m128d condition, __m128d si, __m128d sinon) {
+    return _mm_or_pd(_mm_and_pd(condition, si), _mm_andnot_pd(condition, sinon));
+  };
+  for (; x + 1 <= finInterieur; x += 2) {
+    if (!m[x] && !m[x + 1]) {
+      ecrire(x, 0.0, 0.0);
+      ecrire(x + 1, 0.0, 0.0);
+      continue;
+    }
+    const __m128d n = boite(l.n, x);
+    const __m128d moyenne = _mm_div_pd(boite(l.s, x), n);
+    const __m128d ecart = _mm_sqrt_pd(_mm_sub_pd(_mm_div_pd(boite(l.q, x), n), _mm_mul_pd(moyenne, moyenne)));
+    const __m128d gain = _mm_div_pd(vec, ecart);
+    const __m128d offset = _mm_sub_pd(vmc, _mm_mul_pd(moyenne, gain));
+    const __m128d vide = _mm_cmpeq_pd(n, zero);
+    const __m128d plat = _mm_cmpeq_pd(ecart, zero);
+    __m128d vg = choisir(plat, un, gain);
+    __m128d vo = choisir(plat, _mm_sub_pd(vmc, moyenne), offset);
+    vg = choisir(vide, un, vg);
+    vo = choisir(vide, vmc, vo);
+    double g[2], o[2];
+    _mm_storeu_pd(g, vg);
+    _mm_storeu_pd(o, vo);
+    ecrire(x, m[x] ? g[0] : 0.0, m[x] ? o[0] : 0.0);
+    ecrire(x + 1, m[x + 1] ? g[1] : 0.0, m[x + 1] ? o[1] : 0.0);
+  }
+#endif
+  for (; x < w; ++x) pixel(x);
+}
+
 // Writes gain and offset of every masked pixel into the channels canalGain of gain and canalOffset of
-// offset (which may be the same image).
+// offset (which may be the same image), and 0 at the other pixels: what a new image holds where the
+// fields are not written. Each line reads the tables and writes only its own output line.
 void ChampsWalis(const TTImage<float>& image, const TTImage<bool>& masque, int h, double moyenneCible,
                  double ecartCible, TTImage<float>& gain, int canalGain, TTImage<float>& offset,
                  int canalOffset) {
   const int w = image.iGetNbColonnes();
   const int hauteur = image.iGetNbLignes();
-  const TablesFenetre t(image, masque);
   if (moyenneCible == 0.0 && ecartCible == 0.0) {
     // Only a target of exactly (0, 0) stands for the image's own masked statistics; with no masked
     // pixel nothing is written below, so the target does not matter then.
-    T3D<double> b;
-    stats_images_integrales_brutes(t.S, t.S2, t.N,
-                                   T2D<T2D<int>>(T2D<int>(0, 0), T2D<int>(w - 1, hauteur - 1)), b);
+    const T3D<double> b = SommesGlobales(image, &masque);
     const T2D<double> globale = MoyenneEcart(b.z, b.x, b.y);
     moyenneCible = globale.x;
     ecartCible = globale.y;
   }
-  h = DemiLargeurUtile(image, h);
-  const int pasGain = gain.GetNbCanaux();
-  const int pasOffset = offset.GetNbCanaux();
+  TablesGlissantes t(image, &masque, h, true);
+  h = t.DemiLargeur();
   for (int y = 0; y < hauteur; ++y) {
-    const TablesFenetre::Ligne l = t.Lignes(Fenetre(y, h, hauteur));
-    const auto m = masque.GetLines(y);
-    float* g = gain.GetLines(y) + canalGain;
-    float* o = offset.GetLines(y) + canalOffset;
-    for (int x = 0; x < w; ++x) {
-      if (!m[x]) continue;
-      const BornesFenetre f = Fenetre(x, h, w);
-      const double n = l.n.Somme(f.debut, f.fin);
-      double vg, vo;
-      // The empty window is tested before the deviation, and a flat window only shifts the mean.
-      if (n == 0.0) {
-        vg = 1.0;
-        vo = moyenneCible;
-      } else {
-        const double moyenne = l.s.Somme(f.debut, f.fin) / n;
-        const double variance = l.q.Somme(f.debut, f.fin) / n - moyenne * moyenne;
-        const double ecart = std::sqrt(variance);
-        if (ecart == 0.0) {
-          vg = 1.0;
-          vo = moyenneCible - moyenne;
-        } else {
-          vg = ecartCible / ecart;
-          vo = moyenneCible - moyenne * vg;
-        }
-      }
-      g[static_cast<long>(x) * pasGain] = static_cast<float>(vg);
-      o[static_cast<long>(x) * pasOffset] = static_cast<float>(vo);
-    }
+    const TablesGlissantes::Lignes l = t.Fenetres(y);
+    LigneGainOffset(l, t.Masque(y), w, h, moyenneCible, ecartCible, gain.GetLines(y) + canalGain,
+                    gain.GetNbCanaux(), offset.GetLines(y) + canalOffset, offset.GetNbCanaux());
   }
 }
 
@@ -111,11 +185,10 @@ void GainOffsetWalis(const TTImage<float>& image, const TTImage<bool>& masque, T
   VerifierMasque(image, masque, tag);
   VerifierDemiLargeur(taille / 2, tag);
   if (&gain == &offset) ZEPRA_ERREUR(tag << " Le gain et l'offset doivent etre deux images distinctes.");
-  TTImage<float> g(image.GetTaille(), TagNbCanaux(1));
-  TTImage<float> o(image.GetTaille(), TagNbCanaux(1));
-  ChampsWalis(image, masque, taille / 2, moyenneCible, ecartTypeCible, g, 0, o, 0);
-  gain = std::move(g);
-  offset = std::move(o);
+  Sortie g(gain, image, 1), o(offset, image, 1);
+  ChampsWalis(image, masque, taille / 2, moyenneCible, ecartTypeCible, *g, 0, *o, 0);
+  g.Terminer();
+  o.Terminer();
 }
 
 void GainOffsetWalisFenetre(const TTImage<float>& image, const TTImage<bool>& masque,
@@ -123,9 +196,9 @@ void GainOffsetWalisFenetre(const TTImage<float>& image, const TTImage<bool>& ma
   const char* tag = "[Walis] (GainOffsetWalisFenetre)";
   VerifierUnCanal(image, tag, "L'image");
   VerifierMasque(image, masque, tag);
-  TTImage<float> go(image.GetTaille(), TagNbCanaux(2));
-  ChampsWalis(image, masque, kDemiLargeurWalis, cible.x, cible.y, go, 0, go, 1);
-  gainOffset = std::move(go);
+  Sortie go(gainOffset, image, 2);
+  ChampsWalis(image, masque, kDemiLargeurWalis, cible.x, cible.y, *go, 0, *go, 1);
+  go.Terminer();
 }
 
 void GainOffsetWalisReference(const TTImage<float>& image, const TTImage<bool>& masque,
@@ -143,18 +216,20 @@ void GainOffsetWalisReference(const TTImage<float>& image, const TTImage<bool>& 
   VerifierDemiLargeur(demiLargeur, tag);
   const int w = image.iGetNbColonnes();
   const int hauteur = image.iGetNbLignes();
-  const int h = DemiLargeurUtile(image, demiLargeur);
-  const TablesFenetre ti(image, masque);
-  const TablesFenetre tr(reference, masqueReference);
-  TTImage<float> go(image.GetTaille(), TagNbCanaux(2));
+  TablesGlissantes ti(image, &masque, demiLargeur, true);
+  TablesGlissantes tr(reference, &masqueReference, demiLargeur, true);
+  const int h = ti.DemiLargeur();
+  Sortie go(gainOffset, image, 2);
   for (int y = 0; y < hauteur; ++y) {
-    const BornesFenetre fy = Fenetre(y, h, hauteur);
-    const TablesFenetre::Ligne li = ti.Lignes(fy);
-    const TablesFenetre::Ligne lr = tr.Lignes(fy);
-    const auto m = masque.GetLines(y);
-    float* sortie = go.GetLines(y);
+    const TablesGlissantes::Lignes li = ti.Fenetres(y);
+    const TablesGlissantes::Lignes lr = tr.Fenetres(y);
+    const unsigned char* m = ti.Masque(y);
+    float* sortie = (*go).GetLines(y);
     for (int x = 0; x < w; ++x) {
-      if (!m[x]) continue;
+      if (!m[x]) {
+        sortie[2L * x] = sortie[2L * x + 1] = 0.0f;
+        continue;
+      }
       const BornesFenetre f = Fenetre(x, h, w);
       const T2D<double> s1 =
           MoyenneEcart(li.n.Somme(f.debut, f.fin), li.s.Somme(f.debut, f.fin), li.q.Somme(f.debut, f.fin));
@@ -171,7 +246,7 @@ void GainOffsetWalisReference(const TTImage<float>& image, const TTImage<bool>& 
       sortie[2L * x + 1] = static_cast<float>(offset);
     }
   }
-  gainOffset = std::move(go);
+  go.Terminer();
 }
 
 void AppliqueGainOffset(TTImage<float>& image, const TTImage<float>& gain, const TTImage<float>& offset) {
@@ -216,35 +291,32 @@ void ImageReferenceWalis(const TTImage<float>& image, TTImage<float>& reference,
   VerifierDemiLargeur(demiLargeur, tag);
   const int w = image.iGetNbColonnes();
   const int hauteur = image.iGetNbLignes();
-  TTImage<double> S, S2;
-  images_integrales(image, S, S2);
   double moyenneCible = cible.x, ecartCible = cible.y;
   if (moyenneCible == 0.0 && ecartCible == 0.0 && w > 0 && hauteur > 0) {
-    T2D<double> globale;
-    stats_images_integrales(S, S2, globale);
+    const T3D<double> b = SommesGlobales(image, nullptr);
+    const T2D<double> globale = MoyenneEcart(b.z, b.x, b.y);
     moyenneCible = globale.x;
     ecartCible = globale.y;
   }
-  const int h = DemiLargeurUtile(image, demiLargeur);
-  const std::vector<double> zeros(static_cast<size_t>(w), 0.0);
-  TTImage<float> sortie(image.GetTaille(), TagNbCanaux(1));
+  TablesGlissantes t(image, nullptr, demiLargeur, true);
+  const int h = t.DemiLargeur();
+  Sortie sortie(reference, image, 1);
   for (int y = 0; y < hauteur; ++y) {
     const BornesFenetre fy = Fenetre(y, h, hauteur);
-    const LignesBoite<double> ls = LignesFenetre(S, fy, zeros);
-    const LignesBoite<double> lq = LignesFenetre(S2, fy, zeros);
+    const TablesGlissantes::Lignes l = t.Fenetres(y);
     const double nLignes = static_cast<double>(fy.fin) - fy.debut + 1;
     const float* v = image.GetLines(y);
-    float* r = sortie.GetLines(y);
+    float* r = (*sortie).GetLines(y);
     for (int x = 0; x < w; ++x) {
       const BornesFenetre f = Fenetre(x, h, w);
       const double n = (static_cast<double>(f.fin) - f.debut + 1) * nLignes;
-      const double moyenne = ls.Somme(f.debut, f.fin) / n;
-      const double ecart = std::sqrt(lq.Somme(f.debut, f.fin) / n - moyenne * moyenne);
+      const double moyenne = l.s.Somme(f.debut, f.fin) / n;
+      const double ecart = std::sqrt(l.q.Somme(f.debut, f.fin) / n - moyenne * moyenne);
       const double d = static_cast<double>(v[x]) - moyenne;
       r[x] = static_cast<float>(ecart != 0.0 ? d * ecartCible / ecart + moyenneCible : d + moyenneCible);
     }
   }
-  reference = std::move(sortie);
+  sortie.Terminer();
 }
 
 void StatsLocales(const TTImage<float>& image, const TTImage<bool>& masque, int demiLargeur,
@@ -253,16 +325,17 @@ void StatsLocales(const TTImage<float>& image, const TTImage<bool>& masque, int 
   VerifierUnCanal(image, tag, "L'image");
   VerifierMasque(image, masque, tag);
   VerifierDemiLargeur(demiLargeur, tag);
+  if (&moyenne == &ecartType)
+    ZEPRA_ERREUR(tag << " La moyenne et l'ecart-type doivent etre deux images distinctes.");
   const int w = image.iGetNbColonnes();
   const int hauteur = image.iGetNbLignes();
-  const int h = DemiLargeurUtile(image, demiLargeur);
-  const TablesFenetre t(image, masque);
-  TTImage<float> m(image.GetTaille(), TagNbCanaux(1));
-  TTImage<float> e(image.GetTaille(), TagNbCanaux(1));
+  TablesGlissantes t(image, &masque, demiLargeur, true);
+  const int h = t.DemiLargeur();
+  Sortie m(moyenne, image, 1), e(ecartType, image, 1);
   for (int y = 0; y < hauteur; ++y) {
-    const TablesFenetre::Ligne l = t.Lignes(Fenetre(y, h, hauteur));
-    float* lm = m.GetLines(y);
-    float* le = e.GetLines(y);
+    const TablesGlissantes::Lignes l = t.Fenetres(y);
+    float* lm = (*m).GetLines(y);
+    float* le = (*e).GetLines(y);
     for (int x = 0; x < w; ++x) {
       const BornesFenetre f = Fenetre(x, h, w);
       const T2D<double> s =
@@ -271,6 +344,6 @@ void StatsLocales(const TTImage<float>& image, const TTImage<bool>& masque, int 
       le[x] = static_cast<float>(s.y);
     }
   }
-  moyenne = std::move(m);
-  ecartType = std::move(e);
+  m.Terminer();
+  e.Terminer();
 }

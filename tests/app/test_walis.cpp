@@ -2,7 +2,9 @@
 // statistics are known by construction.
 #include <gtest/gtest.h>
 
+#include "integrales.h"
 #include "outils_radiometrie.h"
+#include "prelissage.h"
 #include "walis.h"
 #include "zepra/erreur.h"
 
@@ -308,6 +310,72 @@ TEST(Walis, RefusAvantToutCalcul) {
         std::string::npos)
         << e.Texte().str();
   }
+}
+
+}  // namespace
+
+namespace {
+
+// The four-corner rule on full tables, as written in the definition of the statistics.
+double Coins(const TTImage<double>& A, int x0, int y0, int x1, int y1) {
+  auto a = [&](int x, int y) { return x < 0 || y < 0 ? 0.0 : A(x, y); };
+  return a(x1, y1) - a(x0 - 1, y1) - a(x1, y0 - 1) + a(x0 - 1, y0 - 1);
+}
+
+bool MemeFloat(float a, float b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+
+// The fields and the masked mean are computed line by line from sliding tables, two pixels at a time
+// inside the image: they must give bit for bit what the full tables of images_integrales_mask give
+// through the four-corner rule, NaN and huge gains of rounding noise included.
+TEST(Walis, ChampsIdentiquesAuxTablesCompletes) {
+  std::mt19937 g(35);
+  const int w = 71, h = 44;
+  TTImage<float> im = test::ImageAleatoire(w, h, g);
+  // Flat patches, where the variance is rounding noise around 0.
+  for (int y = 5; y < 20; ++y)
+    for (int x = 10; x < 40; ++x) im(x, y) = 171.3f;
+  TTImage<bool> m = test::MasqueAleatoire(w, h, g, 0.8);
+  for (int y = 25; y < 40; ++y)
+    for (int x = 30; x < 60; ++x) m(x, y) = false;
+  TTImage<double> S, S2, N;
+  images_integrales_mask(im, m, S, S2, N);
+  int nan = 0, plats = 0;
+  for (int d : {0, 1, 2, 5, 17, 40}) {
+    TTImage<float> gain, offset, moyenne = im, moyenneAttendue(w, h, TagNbCanaux(1));
+    GainOffsetWalis(im, m, gain, offset, 2 * d, 127.5, 50.0);
+    MoyMasque(moyenne, m, d);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const int x0 = std::max(x - d, 0), y0 = std::max(y - d, 0);
+        const int x1 = std::min(x + d, w - 1), y1 = std::min(y + d, h - 1);
+        const double n = Coins(N, x0, y0, x1, y1);
+        const double s = Coins(S, x0, y0, x1, y1), q = Coins(S2, x0, y0, x1, y1);
+        const float moy = n != 0.0 ? static_cast<float>(s / n) : 0.0f;
+        ASSERT_TRUE(MemeFloat(moyenne(x, y), moy)) << d << " " << x << "," << y;
+        float ga = 0.0f, oa = 0.0f;
+        if (m(x, y)) {
+          const double mo = s / n;
+          const double e = std::sqrt(q / n - mo * mo);
+          ga = e == 0.0 ? 1.0f : static_cast<float>(50.0 / e);
+          oa = static_cast<float>(e == 0.0 ? 127.5 - mo : 127.5 - mo * (50.0 / e));
+          nan += std::isnan(e);
+          plats += e == 0.0;
+        }
+        ASSERT_TRUE(MemeFloat(gain(x, y), ga)) << d << " " << x << "," << y << " " << gain(x, y) << " " << ga;
+        ASSERT_TRUE(MemeFloat(offset(x, y), oa)) << d << " " << x << "," << y;
+      }
+    // Into the images of the previous call: the same values, zeros outside the mask included.
+    TTImage<float> g2 = gain, o2 = offset;
+    g2.RemplirValeur(-7.0f);
+    o2.RemplirValeur(-7.0f);
+    GainOffsetWalis(im, m, g2, o2, 2 * d, 127.5, 50.0);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        ASSERT_TRUE(MemeFloat(g2(x, y), gain(x, y)));
+        ASSERT_TRUE(MemeFloat(o2(x, y), offset(x, y)));
+      }
+  }
+  EXPECT_GT(plats + nan, 0);
 }
 
 }  // namespace
