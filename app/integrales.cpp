@@ -25,6 +25,14 @@ void VerifierMemeTaille(const TTImage<A>& a, const TTImage<B>& b, const char* me
                                   << a.iGetNbColonnes() << " x " << a.iGetNbLignes() << ".");
 }
 
+// Tables are read one sample per pixel: a table of another channel count would be misread.
+template <class U>
+void VerifierTable(const TTImage<U>& table, const char* methode, const char* role) {
+  if (table.GetNbCanaux() != 1)
+    ZEPRA_ERREUR("[Integrales] (" << methode << ") " << role << " a " << table.GetNbCanaux()
+                                  << " canaux ; une table a un canal est attendue.");
+}
+
 // Line y of the tables from the image line, its mask bytes (null: every pixel counts) and the table
 // lines above (null for line 0): S(x, y) = S(x, y - 1) + r(x), where r is the running sum of the line,
 // and the same for the squares and the counts. The one place these recurrences are written, so that
@@ -190,6 +198,8 @@ TablesGlissantes::Lignes TablesGlissantes::Fenetres(int y) {
 template <class U>
 void stats_images_integrales(const TTImage<U>& S, const TTImage<U>& S2, const T2D<T2D<int>>& rectangle,
                              T2D<double>& stats) {
+  VerifierTable(S, "stats_images_integrales", "La table S");
+  VerifierTable(S2, "stats_images_integrales", "La table S2");
   VerifierMemeTaille(S, S2, "stats_images_integrales", "une table S", "Table S2");
   int x0, y0, x1, y1;
   if (!Borner(rectangle, S.iGetNbColonnes(), S.iGetNbLignes(), x0, y0, x1, y1)) {
@@ -211,6 +221,9 @@ void stats_images_integrales(const TTImage<U>& S, const TTImage<U>& S2, T2D<doub
 template <class U, class V>
 void stats_images_integrales_brutes(const TTImage<U>& S, const TTImage<U>& S2, const TTImage<V>& N,
                                     T3D<double>& brutes) {
+  VerifierTable(S, "stats_images_integrales_brutes", "La table S");
+  VerifierTable(S2, "stats_images_integrales_brutes", "La table S2");
+  VerifierTable(N, "stats_images_integrales_brutes", "La table N");
   VerifierMemeTaille(S, S2, "stats_images_integrales_brutes", "une table S", "Table S2");
   VerifierMemeTaille(S, N, "stats_images_integrales_brutes", "une table S", "Table N");
   const int w = S.iGetNbColonnes();
@@ -229,6 +242,9 @@ void stats_images_integrales_brutes(const TTImage<U>& S, const TTImage<U>& S2, c
 template <class U, class V>
 void stats_images_integrales_brutes(const TTImage<U>& S, const TTImage<U>& S2, const TTImage<V>& N,
                                     const T2D<T2D<int>>& rectangle, T3D<double>& brutes, bool trace) {
+  VerifierTable(S, "stats_images_integrales_brutes", "La table S");
+  VerifierTable(S2, "stats_images_integrales_brutes", "La table S2");
+  VerifierTable(N, "stats_images_integrales_brutes", "La table N");
   VerifierMemeTaille(S, S2, "stats_images_integrales_brutes", "une table S", "Table S2");
   VerifierMemeTaille(S, N, "stats_images_integrales_brutes", "une table S", "Table N");
   int x0, y0, x1, y1;

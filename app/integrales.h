@@ -5,6 +5,8 @@
 // pixels (i, j) with i <= x and j <= y. A multi-channel source contributes its channel 0 only. Masked
 // tables count a pixel (value, squared value, 1) only where its mask bit is true.
 //
+// Tables are one-channel TTImage<double> (counts also TTImage<float>); the statistics refuse tables of
+// another channel count or of different sizes.
 // A rectangle is a pair of corners (x0, y0), (x1, y1), both inclusive, clamped to the image before use.
 // A rectangle whose clamped corners cross (it lies wholly outside the image, or x1 < x0 or y1 < y0 as
 // given) is empty: its sums and count are 0 and its mean and deviation are 0, the same rule as a window
@@ -43,7 +45,8 @@ template <class U, class V>
 void stats_images_integrales_brutes(const TTImage<U>& S, const TTImage<U>& S2, const TTImage<V>& N,
                                     T3D<double>& brutes);
 // Raw sums over the clamped rectangle (first row and column included). With trace, the three sums are
-// also written to standard output with 3 decimals.
+// also written to standard output in fixed notation with 3 decimals, on one line:
+// "Somme : <x> ; Somme des carres : <y> ; Nombre : <z>".
 template <class U, class V>
 void stats_images_integrales_brutes(const TTImage<U>& S, const TTImage<U>& S2, const TTImage<V>& N,
                                     const T2D<T2D<int>>& rectangle, T3D<double>& brutes, bool trace = false);
