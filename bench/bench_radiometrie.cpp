@@ -87,7 +87,7 @@ void BM_GainOffsetWalisSortiesReutilisees(benchmark::State& state) {
   }
   ParPixel(state);
 }
-BENCHMARK(BM_GainOffsetWalisSortiesReutilisees)->Arg(100)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GainOffsetWalisSortiesReutilisees)->Arg(100)->Arg(2)->Unit(benchmark::kMillisecond);
 
 void BM_MoyMasque(benchmark::State& state) {
   TTImage<float> im = Image();
