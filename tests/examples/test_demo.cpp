@@ -3,6 +3,7 @@
 // quick-looks checked byte by byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <sstream>
@@ -221,6 +222,7 @@ TEST(GenererDemo, LEgalisationEffaceLesRaccordsEtLApercuSuitLaMosaique) {
   ASSERT_GT(pixels, 0);
   avant /= pixels;
   apres /= pixels;
+  // At least a four-fold drop (this data set: 22.1 grey levels before, 4.2 after).
   EXPECT_GT(avant, 8.0);
   EXPECT_LT(apres * 4, avant) << "avant " << avant << ", apres " << apres;
 
