@@ -337,24 +337,32 @@ long long ImageFicIn_RLE::LireLongueur(long long couvert, int ligne) const {
   return n;
 }
 
+template <class N>
+RunRLE<N> ImageFicIn_RLE::ImageFicInRLE_TNextRun(long long& couvert, int ligne) const {
+  const long long n = LireLongueur(couvert, ligne);
+  couvert += n;
+  const N v = gb_read_et<N>(m_lecteur);
+  const long long decalage = static_cast<long long>(m_entete.decalage) + m_decalageLecteur;
+  return RunRLE<N>{n * m_entete.zoom, decalage == 0 ? v : AjouterDecalage<N>(v, decalage)};
+}
+
 template <class N, class D>
 void ImageFicIn_RLE::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                    int yDest, int pas) const {
   const long long zoom = m_entete.zoom;
   const long long nx = (static_cast<long long>(x1) - x0 + pas - 1) / pas;
-  const long long decalage = static_cast<long long>(m_entete.decalage) + m_decalageLecteur;
-  long long storedPrecedente = -1;
+  long long precedenteStockee = -1;
   LigneDe<D> precedente{};
   long long j = 0;
   for (long long y = y0; y < y1; y += pas, ++j) {
     const LigneDe<D> sortie = lignes[yDest + j] + static_cast<long>(xDest);
     const long long stockee = y / zoom;
-    if (stockee == storedPrecedente) {
+    if (stockee == precedenteStockee) {
       // The zoom repeats a stored line: the same columns as the line just produced.
       std::copy(precedente, precedente + nx, sortie);
       continue;
     }
-    storedPrecedente = stockee;
+    precedenteStockee = stockee;
     precedente = sortie;
     m_lecteur.Placer(m_entete.debutsLignes[static_cast<size_t>(stockee)]);
     long long couvert = 0;  // stored columns of the runs read so far
@@ -363,10 +371,9 @@ void ImageFicIn_RLE::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int
     long long x = x0;
     for (long long i = 0; i < nx;) {
       while (x >= finRun) {
-        couvert += LireLongueur(couvert, static_cast<int>(stockee));
-        const N v = gb_read_et<N>(m_lecteur);
-        valeur = Convertir<D, N>(decalage == 0 ? v : AjouterDecalage<N>(v, decalage));
-        finRun = couvert * zoom;
+        const RunRLE<N> run = ImageFicInRLE_TNextRun<N>(couvert, static_cast<int>(stockee));
+        finRun += run.longueur;
+        valeur = Convertir<D, N>(run.valeur);
       }
       const long long k = std::min(nx - i, (finRun - x + pas - 1) / pas);
       std::fill_n(sortie + static_cast<long>(i), k, valeur);
@@ -503,7 +510,7 @@ void ImageFicOut_RLE::Recevoir(LigneDe<S> const* lignes, int x0, int y0, int x1,
     CopierPixels<S, N>(lignes, &d, x0, ys, x1, ys + 1, xDest, 0, pas, 1);
     if (m_suivi.Recevoir(y, xDest, xDest + nx)) {
       CoderLigne<N>(y, d);
-      if (!entiere) l.enAttente.erase(y);
+      l.enAttente.erase(y);  // also a piece received before the whole line
     }
   }
 }

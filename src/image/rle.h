@@ -125,6 +125,13 @@ void gb_write_et(std::vector<char>& sortie, T v) {
   }
 }
 
+// One run as the reader presents it: its length in image columns and its value.
+template <class N>
+struct RunRLE {
+  long long longueur;
+  N valeur;
+};
+
 class ImageFicIn_RLE : public ImplGetValeurs<ImageFicIn_RLE> {
  public:
   // Opens and checks the file; every fault is an Erreur naming it.
@@ -156,7 +163,13 @@ class ImageFicIn_RLE : public ImplGetValeurs<ImageFicIn_RLE> {
   template <class N, class D>
   void LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int x1, int y1, int xDest, int yDest,
                      int pas) const;
+  // The stored length of the next run of stored line 'ligne', whose runs so far cover 'couvert'
+  // stored columns.
   long long LireLongueur(long long couvert, int ligne) const;
+  // The next run: Z x the sum of its length fields, and the value field plus the offsets. 'couvert'
+  // advances by its stored length.
+  template <class N>
+  RunRLE<N> ImageFicInRLE_TNextRun(long long& couvert, int ligne) const;
 
   std::string m_nom;
   EnteteRLE m_entete;

@@ -38,8 +38,8 @@ class SuiviLignes {
       }
       iv.swap(fusion);
       if (iv.size() != 1 || iv[0].first > 0 || iv[0].second < m_colonnes) return false;
-      m_partielles.erase(y);
     }
+    m_partielles.erase(y);
     m_completes[static_cast<size_t>(y)] = true;
     ++m_nbCompletes;
     return true;

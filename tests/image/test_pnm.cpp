@@ -199,3 +199,53 @@ TEST(PNM, EcritureParMorceauxDansLeDesordre) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every pixel type with one and three channels through each of our writer extensions: what a writer
+// accepts reads back sample for sample, what it refuses is an Erreur that leaves no file.
+template <class T>
+void Matrice(const test::DossierTemp& dossier, const std::string& ext, int canaux) {
+  TTImage<T> im(9, 4, TagNbCanaux(canaux));
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 9; ++x)
+      for (int c = 0; c < canaux; ++c) im(x, y, c) = Convertir<T, int>((x * 7 + y * 3 + c) % 5 * 50);
+  const std::string nom =
+      dossier / (std::string("m_") + typeid(T).name() + std::to_string(canaux) + "." + ext);
+  const bool pnm16 = std::is_same_v<T, unsigned char> || std::is_same_v<T, unsigned short>;
+  const bool accepte = ext == "rle" ? canaux == 1 : pnm16;
+  const std::string t = TexteErreur([&] { im.Sauver(nom.c_str()); });
+  if (!accepte) {
+    EXPECT_NE(t, "(aucune Erreur)") << nom;
+    EXPECT_FALSE(Systeme::ExisteFichier(nom.c_str())) << nom;
+    return;
+  }
+  ASSERT_EQ(t, "(aucune Erreur)") << nom;
+  const TTImage<T> lu(nom.c_str());
+  ASSERT_EQ(lu.GetTaille(), im.GetTaille()) << nom;
+  ASSERT_EQ(lu.GetNbCanaux(), canaux) << nom;
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 9; ++x)
+      for (int c = 0; c < canaux; ++c) ASSERT_EQ(lu(x, y, c), im(x, y, c)) << nom << " " << x << "," << y;
+}
+
+TEST(Registre, NosFormatsPourChaqueTypeEtNombreDeCanaux) {
+  test::DossierTemp dossier;
+  for (const char* ext : {"rle", "pgm", "pnm", "ppm"}) {
+    for (int canaux : {1, 3}) {
+      Matrice<bool>(dossier, ext, canaux);
+      Matrice<unsigned char>(dossier, ext, canaux);
+      Matrice<signed char>(dossier, ext, canaux);
+      Matrice<unsigned short>(dossier, ext, canaux);
+      Matrice<short>(dossier, ext, canaux);
+      Matrice<unsigned int>(dossier, ext, canaux);
+      Matrice<int>(dossier, ext, canaux);
+      Matrice<float>(dossier, ext, canaux);
+      Matrice<double>(dossier, ext, canaux);
+    }
+  }
+  // RLE: the nine types, one channel; PNM: two types, one or three channels, for each extension.
+  EXPECT_EQ(test::Lignes(test::Lancer(dossier.chemin(), "ls").sortie).size(), 9u + 3u * 4u);
+}
+
+}  // namespace
