@@ -134,9 +134,13 @@ void ImageFicIn_PNM::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int
   for (long long y = y0; y < y1; y += pas, ++j) {
     const long long position =
         m_debut + y * m_octetsLigne + static_cast<long long>(x0) * m_canaux * sizeof(N);
-    m_flux.clear();
-    m_flux.seekg(position);
+    // Consecutive lines need no seek, which would drop the stream's buffer.
+    if (position != m_positionFlux) {
+      m_flux.clear();
+      m_flux.seekg(position);
+    }
     m_flux.read(reinterpret_cast<char*>(m_octets.data()), octets);
+    m_positionFlux = m_flux.gcount() == octets ? position + octets : -1;
     if (m_flux.gcount() != octets)
       ZEPRA_ERREUR("[ImageFicIn_PNM] (GetValeurs) Ligne " << y << " du fichier " << m_nom
                                                           << " illisible : " << octets

@@ -53,6 +53,7 @@ class ImageFicIn_PNM : public ImplGetValeurs<ImageFicIn_PNM> {
   long long m_debut = 0;        // file offset of the raster
   long long m_octetsLigne = 0;  // bytes of one raster line
   mutable std::ifstream m_flux;
+  mutable long long m_positionFlux = -1;  // where the stream stands, -1 when unknown
   mutable std::vector<unsigned char> m_octets;
   mutable std::vector<unsigned short> m_valeurs16;
 };

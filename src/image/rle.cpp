@@ -77,9 +77,10 @@ N AjouterDecalage(N v, long long decalage) {
   }
 }
 
-void AjouterChamp16(std::vector<char>& sortie, unsigned v) {
-  sortie.push_back(static_cast<char>(v & 0xFF));
-  sortie.push_back(static_cast<char>((v >> 8) & 0xFF));
+char* EcrireChamp16(char* sortie, unsigned v) {
+  sortie[0] = static_cast<char>(v & 0xFF);
+  sortie[1] = static_cast<char>((v >> 8) & 0xFF);
+  return sortie + 2;
 }
 
 }  // namespace
@@ -96,15 +97,15 @@ EnteteRLE EnteteRLE::DecoderFixe(const unsigned char* octets) {
 }
 
 std::vector<char> EnteteRLE::Encoder() const {
-  std::vector<char> o;
-  o.reserve(static_cast<size_t>(SizeOfHeader(static_cast<long long>(debutsLignes.size()))));
-  gb_write_et<int32_t>(o, colonnes);
-  gb_write_et<int32_t>(o, lignes);
-  gb_write_et<int32_t>(o, zoom);
-  gb_write_et<uint8_t>(o, typeValeurs);
-  gb_write_et<uint8_t>(o, typeLongueurs);
-  gb_write_et<int32_t>(o, decalage);
-  for (int32_t d : debutsLignes) gb_write_et<int32_t>(o, d);
+  std::vector<char> o(static_cast<size_t>(SizeOfHeader(static_cast<long long>(debutsLignes.size()))));
+  char* p = o.data();
+  p = gb_write_et<int32_t>(p, colonnes);
+  p = gb_write_et<int32_t>(p, lignes);
+  p = gb_write_et<int32_t>(p, zoom);
+  p = gb_write_et<uint8_t>(p, typeValeurs);
+  p = gb_write_et<uint8_t>(p, typeLongueurs);
+  p = gb_write_et<int32_t>(p, decalage);
+  for (int32_t d : debutsLignes) p = gb_write_et<int32_t>(p, d);
   return o;
 }
 
@@ -375,8 +376,13 @@ void ImageFicIn_RLE::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int
         finRun += run.longueur;
         valeur = Convertir<D, N>(run.valeur);
       }
-      const long long k = std::min(nx - i, (finRun - x + pas - 1) / pas);
-      std::fill_n(sortie + static_cast<long>(i), k, valeur);
+      // Pixels of this run taken by the step; no division in the common step 1.
+      const long long k = std::min(nx - i, pas == 1 ? finRun - x : (finRun - x + pas - 1) / pas);
+      // One pixel per run is the worst case of the format: a store, not a call to memset.
+      if (k == 1)
+        sortie[static_cast<long>(i)] = valeur;
+      else
+        std::fill_n(sortie + static_cast<long>(i), k, valeur);
       i += k;
       x += k * pas;
     }
@@ -474,7 +480,9 @@ void ImageFicOut_RLE::CoderLigne(int y, const N* v) {
   m_entete.debutsLignes[static_cast<size_t>(y)] = static_cast<int32_t>(m_position);
   CodageLongueurs codage;
   CodageLongueurs::Depuis(kLongueursEcrites, codage);
-  m_runs.clear();
+  // A run of n columns takes at most 2 n + value bytes: the line's worst case is one run per column.
+  m_runs.resize(static_cast<size_t>(m_entete.colonnes) * (2 + sizeof(N)));
+  char* p = m_runs.data();
   const int colonnes = m_entete.colonnes;
   for (int i = 0; i < colonnes;) {
     int k = i + 1;
@@ -482,13 +490,14 @@ void ImageFicOut_RLE::CoderLigne(int y, const N* v) {
     // A run longer than the largest field goes on in more fields; a run of exactly the largest
     // field ends with a zero field.
     long long n = k - i;
-    for (; n >= codage.maximum; n -= codage.maximum) AjouterChamp16(m_runs, codage.maximum);
-    AjouterChamp16(m_runs, static_cast<unsigned>(n));
-    gb_write_et<N>(m_runs, v[i]);
+    for (; n >= codage.maximum; n -= codage.maximum) p = EcrireChamp16(p, codage.maximum);
+    p = EcrireChamp16(p, static_cast<unsigned>(n));
+    p = gb_write_et<N>(p, v[i]);
     i = k;
   }
-  m_fichier->flux().write(m_runs.data(), static_cast<std::streamsize>(m_runs.size()));
-  m_position += static_cast<long long>(m_runs.size());
+  const long long octets = p - m_runs.data();
+  m_fichier->flux().write(m_runs.data(), static_cast<std::streamsize>(octets));
+  m_position += octets;
 }
 
 template <class S, class N>

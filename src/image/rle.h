@@ -114,15 +114,17 @@ T gb_read_et(LecteurOctets& f) {
   }
 }
 
-// Appends one value of stored type T, little-endian.
+// Writes one value of stored type T, little-endian, at 'sortie' (TailleChamp<T>() bytes); returns the
+// end of what it wrote.
 template <class T>
-void gb_write_et(std::vector<char>& sortie, T v) {
+char* gb_write_et(char* sortie, T v) {
   if constexpr (TailleChamp<T>() > 0) {
     using U = MotDe<T>;
     U u;
     std::memcpy(&u, &v, sizeof(T));
-    for (size_t i = 0; i < sizeof(T); ++i) sortie.push_back(static_cast<char>((u >> (8 * i)) & 0xFF));
+    for (size_t i = 0; i < sizeof(T); ++i) *sortie++ = static_cast<char>((u >> (8 * i)) & 0xFF);
   }
+  return sortie;
 }
 
 // One run as the reader presents it: its length in image columns and its value.
