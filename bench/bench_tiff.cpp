@@ -1,0 +1,91 @@
+// TIFF decoding: our reader beside libtiff's tiffcp on the same files, in the same run. The files
+// are made on first use in /tmp/egalise_bench_tiff: an 8000 x 8000 8-bit image (uncompressed as our
+// writer makes it, LZW and PackBits by tiffcp) and a 4000 x 4000 float image.
+#include <benchmark/benchmark.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "zepra/ttimage.h"
+
+namespace {
+
+const std::string kDossier = "/tmp/egalise_bench_tiff";
+
+bool Existe(const std::string& nom) {
+  struct stat s;
+  return stat(nom.c_str(), &s) == 0;
+}
+
+void Commande(const std::string& c) {
+  if (std::system(c.c_str()) != 0) throw std::runtime_error("echec de : " + c);
+}
+
+// Smooth ground with some texture, as in an ortho-image: LZW and PackBits compress it only partly.
+uint32_t Bruit(uint32_t x, uint32_t y) {
+  uint32_t h = x * 374761393u + y * 668265263u;
+  h = (h ^ (h >> 13)) * 1274126177u;
+  return h ^ (h >> 16);
+}
+
+std::string Fichier(const std::string& nom) {
+  static bool fait = false;
+  if (!fait) {
+    Commande("mkdir -p " + kDossier);
+    if (!Existe(kDossier + "/u8_lzw.tif")) {
+      TTImage<unsigned char> im(8000, 8000, TagNbCanaux(1));
+      for (int y = 0; y < 8000; ++y) {
+        unsigned char* l = im.GetLines(y);
+        for (int x = 0; x < 8000; ++x) l[x] = static_cast<unsigned char>(x / 37 + y / 23 + (Bruit(x, y) & 7));
+      }
+      im.Sauver((kDossier + "/u8_none.tif").c_str());
+      Commande("tiffcp -c packbits " + kDossier + "/u8_none.tif " + kDossier + "/u8_packbits.tif");
+      Commande("tiffcp -c lzw " + kDossier + "/u8_none.tif " + kDossier + "/u8_lzw.tif");
+      TTImage<float> f(4000, 4000, TagNbCanaux(1));
+      for (int y = 0; y < 4000; ++y)
+        for (int x = 0; x < 4000; ++x)
+          f(x, y) = 100.0f + x * 0.01f - y * 0.02f + (Bruit(x, y) & 255) * 0.001f;
+      f.Sauver((kDossier + "/f32_none.tif").c_str());
+    }
+    fait = true;
+  }
+  return kDossier + "/" + nom;
+}
+
+template <class T>
+void BM_Notre(benchmark::State& etat, const char* nom) {
+  const std::string chemin = Fichier(nom);
+  struct stat s;
+  stat(chemin.c_str(), &s);
+  for (auto _ : etat) {
+    TTImage<T> im;
+    im.Lire(chemin.c_str());
+    benchmark::DoNotOptimize(im.GetLines(0));
+  }
+  etat.counters["Mo_fichier"] = static_cast<double>(s.st_size) / 1e6;
+}
+
+void BM_Notre_u8(benchmark::State& etat, const char* nom) { BM_Notre<unsigned char>(etat, nom); }
+void BM_Notre_float(benchmark::State& etat, const char* nom) { BM_Notre<float>(etat, nom); }
+
+void BM_Tiffcp(benchmark::State& etat, const char* nom) {
+  const std::string chemin = Fichier(nom);
+  const std::string sortie = kDossier + "/sortie_tiffcp.tif";
+  for (auto _ : etat) Commande("tiffcp -c none " + chemin + " " + sortie);
+}
+
+BENCHMARK_CAPTURE(BM_Notre_u8, u8_lzw, "u8_lzw.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Tiffcp, u8_lzw, "u8_lzw.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Notre_u8, u8_none, "u8_none.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Tiffcp, u8_none, "u8_none.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Notre_u8, u8_packbits, "u8_packbits.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Tiffcp, u8_packbits, "u8_packbits.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Notre_float, f32_none, "f32_none.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(BM_Tiffcp, f32_none, "f32_none.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,63 @@
+// PackBits (TIFF compression 32773): a signed control byte n, then n + 1 literal bytes (0 <= n <= 127)
+// or one byte to repeat 1 - n times (-127 <= n <= -1); n = -128 is a no-op.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "decodeurs.h"
+#include "zepra/systeme.h"
+
+void PackBits_Decoder::SetData(const unsigned char* donnees, size_t taille) {
+  *this = PackBits_Decoder();
+  m_in = donnees;
+  m_taille = taille;
+}
+
+size_t PackBits_Decoder::Decode(unsigned char* out, size_t size) {
+  size_t n = 0;
+  while (n < size) {
+    if (m_literal > 0) {
+      const size_t k = std::min(m_literal, size - n);
+      std::memcpy(out + n, m_in + m_pos, k);
+      m_pos += k;
+      n += k;
+      m_literal -= k;
+      continue;
+    }
+    if (m_repetition > 0) {
+      const size_t k = std::min(m_repetition, size - n);
+      std::memset(out + n, m_valeur, k);
+      n += k;
+      m_repetition -= k;
+      continue;
+    }
+    if (m_pos >= m_taille) break;
+    const int c = static_cast<signed char>(m_in[m_pos++]);
+    if (c >= 0) {
+      // A literal run longer than what is left of the input copies only what is there.
+      const size_t voulu = static_cast<size_t>(c) + 1;
+      const size_t dispo = m_taille - m_pos;
+      if (dispo < voulu) m_manque += voulu - dispo;
+      m_literal = std::min(voulu, dispo);
+    } else if (c != -128) {
+      if (m_pos >= m_taille) {
+        ++m_manque;
+      } else {
+        m_valeur = m_in[m_pos++];
+        m_repetition = static_cast<size_t>(1 - c);
+      }
+    } else if (!m_averti) {
+      // Once per block: a hostile block of no-ops must not flood the log.
+      m_averti = true;
+      Systeme::Warning("[PackBits_Decoder] (Decode) Cas n==-128 : noop ???");
+    }
+  }
+  return n;
+}
+
+void PackBits_Decoder::SignalerDepassements() const {
+  if (DepassementOut() > 0)
+    Systeme::Warning("[PackBits_Decoder] (Decode) Depassement de out de " + std::to_string(DepassementOut()));
+  if (m_manque > 0)
+    Systeme::Warning("[PackBits_Decoder] (Decode) Depassement de in de " + std::to_string(m_manque));
+}
