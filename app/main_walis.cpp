@@ -1,7 +1,217 @@
-#include "egalise.h"
-#include "zepra/erreur.h"
+// The named radiometric sub-commands: each reads its inputs by position, works on one-channel float
+// images and boolean masks, and writes its results under fixed names in the current directory.
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
 
-void Main_walis_new(int /*argc*/, char** argv) {
-  ZEPRA_ERREUR("[Main_walis_new] (Main_walis_new) La commande "
-               << argv[1] << " n'est pas encore disponible dans cette version.");
+#include "egalise.h"
+#include "polynome.h"
+#include "prelissage.h"
+#include "walis.h"
+#include "zepra/erreur.h"
+#include "zepra/imagefic.h"
+#include "zepra/ttimage.h"
+
+namespace {
+
+const T2D<double> kCibleWalis(127.5, 50.0);
+constexpr int kDemiLargeurStats = 50;
+constexpr int kDegreModele = 6;
+constexpr int kDegrePrelissePoly = 10;
+
+// Arguments counted from argv[2]; a missing one prints the command's usage line and ends in an Erreur
+// before any file is read.
+void VerifierArguments(int argc, const char* commande, int attendus, const char* usage) {
+  const int donnes = argc - 2;
+  if (donnes >= attendus) return;
+  std::cout << "./exe " << commande << " " << usage << std::endl;
+  ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Argument manquant : " << attendus << " attendus, "
+                                    << donnes << " donnes.");
+}
+
+TTImage<float> LireImage(const char* nom, const char* commande) {
+  TTImage<float> image(nom, 0);
+  if (image.GetNbCanaux() != 1)
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") L'image " << nom << " a " << image.GetNbCanaux()
+                                      << " canaux ; une image a un canal est attendue.");
+  return image;
+}
+
+// Reads a mask (non-zero samples are true) and checks that it fits its image.
+TTImage<bool> LireMasque(const char* nom, const TTImage<float>& image, const char* nomImage,
+                         const char* commande) {
+  TTImage<bool> masque(nom, 0);
+  if (masque.GetNbCanaux() != 1)
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le masque " << nom << " a " << masque.GetNbCanaux()
+                                      << " canaux ; un masque a un canal est attendu.");
+  if (masque.GetTaille() != image.GetTaille())
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le masque " << nom << " (" << masque.iGetNbColonnes()
+                                      << " x " << masque.iGetNbLignes() << ") n'a pas la taille de l'image "
+                                      << nomImage << " (" << image.iGetNbColonnes() << " x "
+                                      << image.iGetNbLignes() << ").");
+  return masque;
+}
+
+void Sauver(const TTImage<float>& image, const std::string& nom) {
+  image.Sauver(nom.c_str(), 0, OptionsImageOut::defaut());
+}
+
+void SauverPolynome(const Polynome2D& p, const char* nom, const char* commande) {
+  if (!p.Sauver(nom))
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Impossible d'ecrire " << nom << ".");
+}
+
+// Base-10 integer from the leading digits (none gives 0), as the half-width has always been read;
+// a value beyond int or below 0 is refused.
+int LireDemiLargeur(const char* texte, const char* commande) {
+  errno = 0;
+  const long v = std::strtol(texte, nullptr, 10);
+  if (errno == ERANGE || v > INT_MAX || v < INT_MIN)
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Demi-largeur " << texte << " hors limites.");
+  if (v < 0) ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Demi-largeur negative : " << v << ".");
+  return static_cast<int>(v);
+}
+
+void Prelisse(int argc, char** argv, bool polynomial) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 2, "image masque");
+  TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  if (polynomial)
+    PrelissePolyWalis(image, masque, kDegrePrelissePoly, 2 * kDemiLargeurWalis, kCibleWalis.x, kCibleWalis.y,
+                      1);
+  else
+    PrelisseWalisMoy(image, masque, kCibleWalis);
+  Sauver(image, "imreet.tif");
+}
+
+void WalisImageReference(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 4, "image masque image_reference masque_reference");
+  TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  const TTImage<float> reference = LireImage(argv[4], commande);
+  const TTImage<bool> masqueReference = LireMasque(argv[5], reference, argv[4], commande);
+  if (reference.GetTaille() != image.GetTaille())
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") L'image de reference " << argv[4] << " ("
+                                      << reference.iGetNbColonnes() << " x " << reference.iGetNbLignes()
+                                      << ") n'a pas la taille de l'image " << argv[2] << " ("
+                                      << image.iGetNbColonnes() << " x " << image.iGetNbLignes() << ").");
+  TTImage<float> gainOffset;
+  GainOffsetWalisReference(image, masque, reference, masqueReference, gainOffset, kDemiLargeurWalis);
+  AppliqueGainOffset(image, gainOffset);
+  Sauver(image, "imfin.tif");
+}
+
+void AppliqueGainOffsetCommande(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 3, "image gain offset");
+  TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<float> gain = LireImage(argv[3], commande);
+  const TTImage<float> offset = LireImage(argv[4], commande);
+  if (gain.GetTaille() != image.GetTaille() || offset.GetTaille() != image.GetTaille())
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le gain " << argv[3] << " (" << gain.iGetNbColonnes()
+                                      << " x " << gain.iGetNbLignes() << ") et l'offset " << argv[4] << " ("
+                                      << offset.iGetNbColonnes() << " x " << offset.iGetNbLignes()
+                                      << ") doivent avoir la taille de l'image " << argv[2] << " ("
+                                      << image.iGetNbColonnes() << " x " << image.iGetNbLignes() << ").");
+  AppliqueGainOffset(image, gain, offset);
+  Sauver(image, "res.tif");
+}
+
+void ModeleMonoImage(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 2, "image masque");
+  TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  const Polynome2D p = ModelePolynomialMonoImage(image, masque, 1, kDegreModele);
+  Sauver(image, "res.tif");
+  SauverPolynome(p, "fout.txt", commande);
+}
+
+// Pairs (image, mask) from argv[2]; each image's positions are taken from its own centre. Each pair is
+// read twice, once to gather its equations and once to write its model, so only one pair is in memory.
+void ModeleMultiImages(int argc, char** argv) {
+  const char* commande = argv[1];
+  const char* usage = "image1 masque1 [image2 masque2 ...]";
+  VerifierArguments(argc, commande, 2, usage);
+  if ((argc - 2) % 2 != 0) {
+    std::cout << "./exe " << commande << " " << usage << std::endl;
+    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") L'image " << argv[argc - 1] << " n'a pas de masque.");
+  }
+  AjustementPolynome2D ajustement(kDegreModele);
+  for (int i = 2; i + 1 < argc; i += 2) {
+    const TTImage<float> image = LireImage(argv[i], commande);
+    const TTImage<bool> masque = LireMasque(argv[i + 1], image, argv[i], commande);
+    ajustement.Ajouter(image, masque, 1);
+  }
+  std::cout << ajustement.NbEquations() << " equations" << std::endl;
+  const Polynome2D p = ajustement.Resoudre();
+  for (int i = 2; i + 1 < argc; i += 2) {
+    TTImage<float> image = LireImage(argv[i], commande);
+    const TTImage<bool> masque = LireMasque(argv[i + 1], image, argv[i], commande);
+    AppliquerModele(image, masque, p);
+    Sauver(image, std::string(argv[i]) + "res.tif");
+  }
+  SauverPolynome(p, "fout.txt", commande);
+}
+
+void MoyMasqueCommande(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 3, "image masque demi-largeur");
+  const int rayon = LireDemiLargeur(argv[4], commande);
+  TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  MoyMasque(image, masque, rayon);
+  Sauver(image, "imlisse.tif");
+}
+
+void Stats(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 2, "image masque");
+  const TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  TTImage<float> moyenne, ecartType;
+  StatsLocales(image, masque, kDemiLargeurStats, moyenne, ecartType);
+  Sauver(moyenne, "moy.tif");
+  Sauver(ecartType, "stdev.tif");
+}
+
+void GainOffsetWalisCommande(int argc, char** argv) {
+  const char* commande = argv[1];
+  VerifierArguments(argc, commande, 2, "image masque");
+  const TTImage<float> image = LireImage(argv[2], commande);
+  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  TTImage<float> gainOffset;
+  GainOffsetWalisFenetre(image, masque, gainOffset, kCibleWalis);
+  Sauver(gainOffset, "imreet.tif");
+}
+
+}  // namespace
+
+void Main_walis_new(int argc, char** argv) {
+  if (argc < 2 || !argv[1]) return;
+  const char* c = argv[1];
+  // The order of the comparisons is the established one; a name that is none of the nine does nothing.
+  if (!std::strcmp(c, "PrelisseWalis:Moy"))
+    Prelisse(argc, argv, false);
+  else if (!std::strcmp(c, "PrelisseWalis:Poly"))
+    Prelisse(argc, argv, true);
+  else if (!std::strcmp(c, "WalisImageReference"))
+    WalisImageReference(argc, argv);
+  else if (!std::strcmp(c, "AppliqueGainOffset"))
+    AppliqueGainOffsetCommande(argc, argv);
+  else if (!std::strcmp(c, "ModelePolynomialMonoImage"))
+    ModeleMonoImage(argc, argv);
+  else if (!std::strcmp(c, "ModelePolynomialMultiImages"))
+    ModeleMultiImages(argc, argv);
+  else if (!std::strcmp(c, "MoyMasque"))
+    MoyMasqueCommande(argc, argv);
+  else if (!std::strcmp(c, "Stats"))
+    Stats(argc, argv);
+  else if (!std::strcmp(c, "GainOffsetWalis"))
+    GainOffsetWalisCommande(argc, argv);
 }

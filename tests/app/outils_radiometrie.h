@@ -1,0 +1,65 @@
+// Random images and masks, and brute-force window sums, for the radiometric tests.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <random>
+#include <sstream>
+
+#include "zepra/ttimage.h"
+
+namespace test {
+
+inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
+  std::uniform_real_distribution<float> u(min, max);
+  TTImage<float> im(w, h, TagNbCanaux(1));
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) im(x, y) = u(g);
+  return im;
+}
+
+inline TTImage<bool> MasqueAleatoire(int w, int h, std::mt19937& g, double proportion = 0.6) {
+  std::bernoulli_distribution b(proportion);
+  TTImage<bool> m(w, h, TagNbCanaux(1));
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) m(x, y) = b(g);
+  return m;
+}
+
+// Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is given.
+struct Sommes {
+  double s = 0.0, q = 0.0, n = 0.0;
+};
+inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, int x0, int y0, int x1,
+                             int y1) {
+  Sommes r;
+  for (int y = std::max(y0, 0); y <= std::min(y1, im.iGetNbLignes() - 1); ++y)
+    for (int x = std::max(x0, 0); x <= std::min(x1, im.iGetNbColonnes() - 1); ++x) {
+      if (m && !(*m)(x, y)) continue;
+      const double v = im(x, y);
+      r.s += v;
+      r.q += v * v;
+      r.n += 1.0;
+    }
+  return r;
+}
+
+// Relative closeness for sums of many terms of the same sign.
+inline bool Proche(double a, double b, double tolerance = 1e-9) {
+  return std::fabs(a - b) <= tolerance * std::max({1.0, std::fabs(a), std::fabs(b)});
+}
+
+// Captures what is written on std::cout while it lives.
+class CaptureSortie {
+ public:
+  CaptureSortie() : m_ancien(std::cout.rdbuf(m_flux.rdbuf())) {}
+  ~CaptureSortie() { std::cout.rdbuf(m_ancien); }
+  std::string texte() const { return m_flux.str(); }
+
+ private:
+  std::ostringstream m_flux;
+  std::streambuf* m_ancien;
+};
+
+}  // namespace test
