@@ -46,7 +46,7 @@ TEST(Egalise, UneErreurSortEnStatut255AvecExceptionDansLeJournal) {
   ASSERT_NE(exception, std::string::npos) << log;
   // The message follows with its source suffix, then the closing lines (the message has no line end).
   EXPECT_TRUE(std::regex_search(log.substr(exception),
-                                std::regex(R"(Exception :\n\[.*\(Fichier : \.\./[a-z_/]+\.cpp ; ligne \d+\))"
+                                std::regex(R"(Exception :\n.*\(Fichier : \.\./[a-z_/]+\.cpp ; ligne \d+\))"
                                            R"(\[LibZEPRA\] Heure de fin : )")))
       << log;
   EXPECT_NE(log.find("[LibZEPRA] Fin.\n"), std::string::npos);
