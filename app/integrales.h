@@ -58,7 +58,10 @@ std::vector<T2D<int>> Disque(int r);
 
 namespace MorphoPerso {
 // sortie becomes entree dilated by the offsets: every pixel at an offset from a true pixel of entree,
-// inside the image, is true. entree and sortie may be the same image. One-channel masks.
+// inside the image, is true. When every offset shrunk by one step along x or y is still an offset (discs
+// are), only the border pixels of the true region (those with a false 4-neighbour) are visited; other
+// offset sets visit every true pixel, so the result is always the ordinary dilation. entree and sortie
+// may be the same image. One-channel masks.
 template <class T>
 void DilatationRapide(const TTImage<T>& entree, TTImage<T>& sortie, const std::vector<T2D<int>>& decalages);
 }  // namespace MorphoPerso

@@ -1,6 +1,7 @@
 // Helpers shared by the tests: temporary folders, running the built tool, reading files.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "zepra/erreur.h"
 
 namespace test {
 
@@ -65,6 +68,39 @@ inline std::vector<std::string> Lignes(const std::string& texte) {
   std::string l;
   while (std::getline(s, l)) lignes.push_back(l);
   return lignes;
+}
+
+// The text of the Erreur that f raises, or "(pas d'Erreur)".
+template <class F>
+std::string TexteErreur(F&& f) {
+  try {
+    f();
+  } catch (const Erreur& e) {
+    return e.Texte().str();
+  }
+  return "(pas d'Erreur)";
+}
+
+inline bool Commence(const std::string& texte, const std::string& debut) {
+  return texte.rfind(debut, 0) == 0;
+}
+
+// Runs f, expects an Erreur whose message begins with 'debut' (when not empty), contains every
+// fragment and carries the location suffix; returns the message.
+template <class F>
+std::string Refuse(F&& f, const std::string& debut, std::initializer_list<std::string> fragments = {}) {
+  const std::string t = TexteErreur(f);
+  if (t == "(pas d'Erreur)") {
+    ADD_FAILURE() << "pas d'Erreur, attendu : " << debut;
+    return "";
+  }
+  if (!debut.empty()) {
+    EXPECT_TRUE(Commence(t, debut)) << t;
+  }
+  for (const std::string& fragment : fragments)
+    EXPECT_NE(t.find(fragment), std::string::npos) << fragment << " / " << t;
+  EXPECT_NE(t.find(" (Fichier : ../"), std::string::npos) << t;
+  return t;
 }
 
 }  // namespace test

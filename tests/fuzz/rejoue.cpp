@@ -27,7 +27,8 @@ int main(int argc, char** argv) {
     std::sort(noms.begin(), noms.end());
     for (const std::string& nom : noms) {
       std::ifstream f(nom, std::ios::binary);
-      const std::vector<uint8_t> octets((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+      const std::vector<uint8_t> octets((std::istreambuf_iterator<char>(f)),
+                                        std::istreambuf_iterator<char>());
       LLVMFuzzerTestOneInput(octets.data(), octets.size());
       ++fichiers;
     }

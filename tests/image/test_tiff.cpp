@@ -448,7 +448,7 @@ TEST(TiffLecture, DecisionsEtMessages) {
     std::string w;
     const std::string e =
         TexteErreur([&] { w = Avertissements([&] { ImageFicIn((dir / "t.tif").c_str()); }); });
-    return e == "(pas d'erreur)" ? w : e;
+    return e == "(pas d'Erreur)" ? w : e;
   };
   EXPECT_EQ(avertit([](auto& t) { t.Court(284, {2}); }),
             "WARNING : [TIFF_Annexes] (GetImage) TIFF_TAG_PLANARCONFIGURATION 2 : valeur pas encore gere.\n");

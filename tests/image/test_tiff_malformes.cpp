@@ -27,14 +27,14 @@ TEST(TiffMalformes, ChaqueFichierFinitEnErreur) {
   for (const std::string& n : noms) {
     const std::string chemin = dossier + n;
     const std::string octets = test::TexteErreur([&] { TTImage<unsigned char>(chemin.c_str()); });
-    EXPECT_NE(octets, "(pas d'erreur)") << n;
+    EXPECT_NE(octets, "(pas d'Erreur)") << n;
     // The same through a stepped crop into another type.
     const std::string crop = test::TexteErreur([&] {
       const ImageFicIn f(chemin.c_str());
       TTImage<float> im;
       im.Crop(f, 1, 1, f.GetTaille().x, f.GetTaille().y, 2);
     });
-    EXPECT_NE(crop, "(pas d'erreur)") << n;
+    EXPECT_NE(crop, "(pas d'Erreur)") << n;
   }
 }
 

@@ -112,21 +112,6 @@ inline TiffTest TiffSimple(int colonnes, int lignes, int canaux, int bits, int f
   return t;
 }
 
-// The message of the Erreur that f throws, or "(pas d'erreur)".
-template <class F>
-std::string TexteErreur(F&& f) {
-  try {
-    f();
-  } catch (const Erreur& e) {
-    return e.Texte().str();
-  }
-  return "(pas d'erreur)";
-}
-
-inline bool Commence(const std::string& texte, const std::string& debut) {
-  return texte.rfind(debut, 0) == 0;
-}
-
 // Warnings written while f runs.
 template <class F>
 std::string Avertissements(F&& f) {
