@@ -1,8 +1,8 @@
-// Writes an 8-bit PGM quick-look of a float image (a mosaic), stretched between two percentiles of its
-// data or between given values.
+// Writes an 8-bit quick-look of a float image (a mosaic), stretched between two percentiles of its
+// data or between given values; the format follows the output name's extension (.pgm for the demo).
 #include <iostream>
 
-#include "apercu_pgm.h"
+#include "etirement.h"
 #include "lire_options.h"
 
 namespace {
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
     TTImage<float> image;
     image.Lire(fichiers[0].c_str());
     if (!avecMin) e = EtirementPercentiles(image, 0.01, 0.99);
-    EcrireApercuPGM(image, e, fichiers[1]);
+    Etirer(image, e).Sauver(fichiers[1].c_str());
     std::cout << fichiers[1] << " : " << image.iGetNbColonnes() << " x " << image.iGetNbLignes()
               << ", niveaux 1 a 255 pour " << e.bas << " a " << e.haut << std::endl;
     return 0;

@@ -1,11 +1,10 @@
-#include "apercu_pgm.h"
+#include "etirement.h"
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
 #include "zepra/erreur.h"
-#include "zepra/fichieratomique.h"
 
 Etirement EtirementPercentiles(const TTImage<float>& image, double fractionBas, double fractionHaut) {
   if (!(fractionBas >= 0 && fractionBas <= fractionHaut && fractionHaut <= 1))
@@ -34,32 +33,25 @@ Etirement EtirementPercentiles(const TTImage<float>& image, double fractionBas, 
   return e;
 }
 
-void EcrireApercuPGM(const TTImage<float>& image, const Etirement& e, const std::string& nom) {
-  const int w = image.iGetNbColonnes(), h = image.iGetNbLignes(), canaux = image.GetNbCanaux();
-  if (w < 1 || h < 1)
-    ZEPRA_ERREUR("[Apercu] (EcrireApercuPGM) Image vide (" << w << " x " << h << "), " << nom
-                                                           << " non ecrit.");
+TTImage<unsigned char> Etirer(const TTImage<float>& image, const Etirement& e) {
   if (!(std::isfinite(e.bas) && std::isfinite(e.haut) && e.bas <= e.haut))
-    ZEPRA_ERREUR("[Apercu] (EcrireApercuPGM) Etirement [" << e.bas << ", " << e.haut << "] invalide, " << nom
-                                                          << " non ecrit.");
+    ZEPRA_ERREUR("[Apercu] (Etirer) Etirement [" << e.bas << ", " << e.haut << "] invalide.");
+  const int w = image.iGetNbColonnes(), h = image.iGetNbLignes(), canaux = image.GetNbCanaux();
   // A flat stretch puts every data pixel in the middle grey.
   const double echelle = e.haut > e.bas ? 254.0 / (e.haut - e.bas) : 0.0;
-  FichierAtomique fichier(nom, "[Apercu] (EcrireApercuPGM)");
-  std::ofstream& f = fichier.flux();
-  f << "P5\n" << w << ' ' << h << "\n255\n";
-  std::vector<char> ligne(w);
+  TTImage<unsigned char> q(w, h, TagNbCanaux(1));
   for (int y = 0; y < h; ++y) {
     const float* l = image.GetLines(y);
+    unsigned char* o = q.GetLines(y);
     for (int x = 0; x < w; ++x) {
       const double v = l[static_cast<long>(x) * canaux];
       unsigned char g = 0;
       if (v != 0.0 && std::isfinite(v)) {
-        const double q = echelle > 0 ? 1.0 + (v - e.bas) * echelle : 128.0;
-        g = static_cast<unsigned char>(std::lround(std::min(255.0, std::max(1.0, q))));
+        const double niveau = echelle > 0 ? 1.0 + (v - e.bas) * echelle : 128.0;
+        g = static_cast<unsigned char>(std::lround(std::min(255.0, std::max(1.0, niveau))));
       }
-      ligne[x] = static_cast<char>(g);
+      o[x] = g;
     }
-    f.write(ligne.data(), w);
   }
-  fichier.Valider();
+  return q;
 }
