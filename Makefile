@@ -26,15 +26,28 @@ test: build build-asan
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	ctest --test-dir $(ASAN) --output-on-failure -j $(JOBS)
 
+# The demo: a generated data set of 3 x 3 overlapping tiles in demo/, the job run on it with and
+# without equalization, with mean and Voronoi fusion, and an 8-bit PGM quick-look beside each mosaic.
+# The console output of each run goes to the .txt file of the same name; see README.md.
+DEMO_TUILES = $(foreach l,0 1 2,$(foreach c,0 1 2,tuile_$(l)_$(c).tif))
+DEMO_EGALISE = $(abspath $(BUILD))/egalise $(DEMO_TUILES) --pas 10
+DEMO_APERCU = $(abspath $(BUILD))/examples/apercu
 demo: build
-	mkdir -p demo
-	cd demo && ../$(BUILD)/egalise
+	rm -rf demo
+	$(BUILD)/examples/generer_demo demo
+	cd demo && $(DEMO_EGALISE) --noegal --output sans_egalisation.tif > sans_egalisation.txt
+	cd demo && $(DEMO_EGALISE) --noegal --fusion:voronoi --output sans_egalisation_voronoi.tif > sans_egalisation_voronoi.txt
+	cd demo && $(DEMO_EGALISE) --output mosaique.tif > mosaique.txt
+	cd demo && $(DEMO_EGALISE) --fusion:voronoi --output mosaique_voronoi.tif > mosaique_voronoi.txt
+	cd demo && for m in sans_egalisation sans_egalisation_voronoi mosaique mosaique_voronoi; do $(DEMO_APERCU) $$m.tif $$m.pgm; done
+	@echo "demo: tiles, corrected images, mosaics and quick-looks in demo/ (see README.md)"
 
 bench:
 	./scripts/deps.sh bench
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DZEPRA_BENCH=ON $(CMAKE_FLAGS)
 	cmake --build $(BUILD) -j $(JOBS)
 	cd $(BUILD)/bench && for b in ./bench_*; do $$b; done
+	./bench/job/bench_job.sh $(BUILD)
 
 # A longer libFuzzer campaign on every target, FUZZ_SECONDS each, starting from the committed corpus.
 # New inputs stay in fuzz-runs/; crashes are written there as crash-* files.

@@ -1,0 +1,53 @@
+// The demo data set: a procedural aerial-like scene (fields, hedges, woods, a village, roads, fine
+// texture) cut into a grid of overlapping 8-bit ortho-image tiles on one map grid, each with a known
+// radiometric distortion and ragged no-data borders.
+//
+// The scene is a function of the global pixel index (column, line) on the common grid, so two tiles
+// hold exactly the same scene value at the same map point; only their distortions differ.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zepra/orientedimage.h"
+
+struct ParametresDemo {
+  long grille = 3;            // tiles per side
+  long taille = 600;          // tile width and height, pixels
+  double recouvrement = 0.2;  // overlap of neighbouring tiles, fraction of a tile
+  double pixel = 0.5;         // ground pixel size, metres
+  uint32_t graine = 1;        // seed of the scene and of the distortions
+  // Map coordinates (Lambert zone 2, metres) of the upper-left corner of the first tile.
+  double x0 = 600000.0;
+  double y0 = 2430000.0;
+  int zone = 2;
+
+  // Pixels between the origins of neighbouring tiles.
+  int Decalage() const;
+  // Refuses, naming the value, what would not make a usable data set.
+  void Verifier() const;
+};
+
+// The additive distortion of one tile: decalage + penteX * u + penteY * v + vignettage * (u^2 + v^2),
+// where u = (column + 0.5 - width / 2) / (width / 2) and v likewise for lines: a degree-2 polynomial of
+// the pixel position, the model the job corrects.
+struct Distorsion {
+  double decalage = 0, penteX = 0, penteY = 0, vignettage = 0;
+  double Valeur(double colonne, double ligne, int largeur, int hauteur) const;
+};
+
+// Scene value at a global pixel, roughly 30 to 225 before distortion.
+double ValeurScene(long long colonne, long long ligne, uint32_t graine);
+
+Distorsion DistorsionTuile(int ligneTuile, int colonneTuile, uint32_t graine);
+
+// The input name of a tile as given to the job ("tuile_L_C.tif": its file is "Ort_tuile_L_C.tif").
+std::string NomTuile(int ligneTuile, int colonneTuile);
+
+// One tile: its pixels (0 = no data, 1..255 otherwise) and its map-projected orientation.
+TTOrientedImage<unsigned char> GenererTuile(const ParametresDemo& p, int ligneTuile, int colonneTuile);
+
+// Writes every tile as "Ort_" + NomTuile with its .ori and .tfw into the folder (which must exist),
+// and "distorsions.txt" describing the grid and each tile's distortion. Returns the input names.
+std::vector<std::string> GenererDemo(const ParametresDemo& p, const std::string& dossier);
