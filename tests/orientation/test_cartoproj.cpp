@@ -178,10 +178,6 @@ TEST(CartoProj, ConversionsAllerRetourEtEmprises) {
       o->MapToPhoto(X, Y - 2e6, 7, c2, l2, z2);
       ASSERT_TRUE(l2 == l && z2 == 7) << c << " " << l;
     }
-  o->PhotoAndDepthToGround(10, 20, 3.5, X, Y, Z);
-  EXPECT_EQ(Z, -3.5);
-  o->MapToGround(1, 2, 3, X, Y, Z);
-  EXPECT_EQ(Y, 2000002);
 
   // Extents: the carto form from the first to the last pixel's corner (a 1 x 1 image is one point);
   // the base forms at two heights over the whole image or a rectangle; and back into the image.

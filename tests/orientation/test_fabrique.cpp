@@ -75,8 +75,6 @@ TEST(FabriqueOrientation, GenreReconnuOuRefuseParTable) {
   const std::pair<eORIProjType, const char*> parType[] = {
       {eORIConic, "ConicProjOrientation : lecture d'un .ORI qui ne commence pas par TEXT"},
       {eORIAxono, "Lecture en AXONO d'un .ORI qui n'en est pas AXONO !!!"},
-      {eORIScan, "ScanProjOrientation : lecture d'un .ORI qui ne commence pas par SCAN"},
-      {eORISpheric, "SphericOrientation : lecture d'un .ORI qui ne commence pas par SPHERIC"},
       {eORIGrille,
        "GrilleProjOrientation : lecture d'un fichier qui ne commence ni par VERSION ni par <?xml"},
       {eORINone, "CreateImageOrientation : type de projection non reconnu"},

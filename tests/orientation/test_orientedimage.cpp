@@ -2,6 +2,9 @@
 // and TIFF), checked against each other, and cut out with the orientation that matches the pixels.
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 #include "format_essai.h"
 #include "outils_orientation.h"
 #include "zepra/orientedimage.h"
@@ -60,35 +63,24 @@ TYPED_TEST(OrienteeTypes, SauverPuisRelireImageEtOrientation) {
   }
 }
 
-TEST(TTOrientedImage, LectureEtCoherenceParTable) {
+// Lines are checked before columns, whichever way pixels and orientation are paired; a failed read
+// leaves the image as it was.
+TEST(TTOrientedImage, CoherenceLignesPuisColonnes) {
   test::EnregistrerFormatEssai();
   test::DossierTemp d;
-  TTImage<unsigned char> image(200, 100, TagNbCanaux(1));  // 200 columns, 100 lines
-  image(199, 99) = 42;
+  const TTImage<unsigned char> image(200, 100, TagNbCanaux(1));  // 200 columns, 100 lines
   image.Sauver((d / "a.essai").c_str());
-  struct Cas {
-    int colonnes, lignes;  // of the orientation
-    const char* refus;
+  const std::pair<OrientationOld, std::string> cas[] = {
+      {Ori(100, 200), " : Nombre de ligne incoherent entre image (100) et orientation (200)"},
+      {Ori(201, 100), " : Nombre de colonne incoherent entre image (200) et orientation (201)"},
   };
-  const Cas cas[] = {
-      {200, 100, nullptr},
-      // Lines are checked before columns.
-      {100, 200, "TTOrientedImage : Nombre de ligne incoherent entre image (100) et orientation (200)"},
-      {200, 99, "TTOrientedImage : Nombre de ligne incoherent entre image (100) et orientation (99)"},
-      {201, 100, "TTOrientedImage : Nombre de colonne incoherent entre image (200) et orientation (201)"},
-  };
-  for (const Cas& c : cas) {
-    Ori(c.colonnes, c.lignes).Sauver((d / "a.ori").c_str());
-    if (!c.refus) {
-      EXPECT_EQ(TTOrientedImage<float>((d / "a.essai").c_str())(199, 99), 42.0f);  // 8 bits read as float
-      EXPECT_EQ(OrientedImageFicIn((d / "a.essai").c_str()).GetType(), eUInt1);
-      continue;
-    }
-    Refuse([&] { TTOrientedImage<float> x((d / "a.essai").c_str()); }, c.refus, {"a.essai", "a.ori"});
-    Refuse([&] { TTOrientedImage<unsigned char> x(image, Ori(c.colonnes, c.lignes)); }, c.refus);
-    Refuse([&] { TTOrientedImage<float> x(100, 200, TagNbCanaux(1), Ori(c.colonnes, c.lignes)); }, c.refus);
-    Refuse([&] { OrientedImageFicIn x((d / "a.essai").c_str()); },
-           std::string(c.refus).replace(0, 15, "OrientedImageFicIn"));
+  for (const auto& c : cas) {
+    c.first.Sauver((d / "a.ori").c_str());
+    const std::string tt = "TTOrientedImage" + c.second;
+    Refuse([&] { TTOrientedImage<float> x((d / "a.essai").c_str()); }, tt, {"a.essai", "a.ori"});
+    Refuse([&] { TTOrientedImage<unsigned char> x(image, c.first); }, tt);
+    Refuse([&] { TTOrientedImage<float> x(100, 200, TagNbCanaux(1), c.first); }, tt);
+    Refuse([&] { OrientedImageFicIn x((d / "a.essai").c_str()); }, "OrientedImageFicIn" + c.second);
   }
   // A failed read leaves the image as it was.
   TTOrientedImage<float> garde = Motif<float>(3, 2);
@@ -114,33 +106,28 @@ TEST(TTOrientedImage, OrientationGrilleAccepteeEtJournalisee) {
 
 TEST(TTOrientedImage, DecoupesAvecOrientationDerivee) {
   const TTOrientedImage<int> source = Motif<int>(20, 12, 2);
-  struct Cas {
-    TRectangle<int> r;
-    int pas;
-    TPoint2D<int> premier;  // the source pixel of the cut-out's (0, 0)
-    TPoint2D<int> taille;
-  };
-  const Cas cas[] = {
+  // The rectangle, the step, the source pixel of the cut-out's (0, 0) and the cut-out's size.
+  const std::tuple<TRectangle<int>, int, TPoint2D<int>, TPoint2D<int>> cas[] = {
       {TRectangle<int>(3, 2, 11, 9), 1, {3, 2}, {8, 7}},
       {TRectangle<int>(3, 2, 11, 9), 3, {3, 2}, {3, 3}},
       {TRectangle<int>(-5, -4, 8, 30), 2, {1, 0}, {4, 6}},  // clipped, on the step grid of the request
       {TRectangle<int>(15, 10, 40, 40), 1, {15, 10}, {5, 2}},
   };
-  for (const Cas& c : cas) {
-    SCOPED_TRACE(testing::Message() << c.r << " pas " << c.pas);
+  for (const auto& [r, pas, premier, taille] : cas) {
+    SCOPED_TRACE(testing::Message() << r << " pas " << pas);
     // From an oriented image, from a plain image and its orientation, in place, and from itself.
     TTOrientedImage<int> cut, plain, surPlace = source, soi = source;
-    cut.Crop(source, c.r, c.pas);
-    plain.Crop(static_cast<const TTImage<int>&>(source), source.GetOrientation(), c.r, c.pas);
-    surPlace.Crop(surPlace.GetOrientation(), c.r, c.pas);
-    soi.Crop(soi, c.r, c.pas);
+    cut.Crop(source, r, pas);
+    plain.Crop(static_cast<const TTImage<int>&>(source), source.GetOrientation(), r, pas);
+    surPlace.Crop(surPlace.GetOrientation(), r, pas);
+    soi.Crop(soi, r, pas);
     for (const TTOrientedImage<int>* v : {&cut, &plain, &surPlace, &soi}) {
-      ASSERT_EQ(v->GetTaille(), c.taille);
+      ASSERT_EQ(v->GetTaille(), taille);
       v->VerifieCoherence();
-      EXPECT_EQ(v->GetOrientation().GetPixSize(), 0.5 * c.pas);
-      for (int y = 0; y < c.taille.y; ++y)
-        for (int x = 0; x < c.taille.x; ++x) {
-          const int xs = c.premier.x + x * c.pas, ys = c.premier.y + y * c.pas;
+      EXPECT_EQ(v->GetOrientation().GetPixSize(), 0.5 * pas);
+      for (int y = 0; y < taille.y; ++y)
+        for (int x = 0; x < taille.x; ++x) {
+          const int xs = premier.x + x * pas, ys = premier.y + y * pas;
           ASSERT_EQ((*v)(x, y, 1), source(xs, ys, 1));
           // The pixel lies where it lay: same map corner.
           ASSERT_EQ(Coin(v->GetOrientation(), x, y), Coin(source.GetOrientation(), xs, ys));
