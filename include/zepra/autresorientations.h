@@ -8,6 +8,10 @@
 
 #include "zepra/imageorientation.h"
 
+// What tells one unsupported model from another (type code, names and texts of its messages, the
+// first words of its files); one description per model, in autresorientations.cpp.
+struct ModeleNonSupporte;
+
 // Shared base: the image size is all that is held.
 class OrientationNonSupportee : public ImageOrientation {
  public:
@@ -46,44 +50,54 @@ class OrientationNonSupportee : public ImageOrientation {
   void SetNl(long long lignes) override { m_nbLignes = lignes; }
 
   // The model's name in messages ("conique", ...).
-  const char* Modele() const { return m_modele; }
+  const char* Modele() const;
 
  protected:
-  OrientationNonSupportee(eORIProjType type, const char* classe, const char* modele);
-  // Copy of 'source', which must have the type code 'type'; otherwise 'messageType' is raised.
-  OrientationNonSupportee(const ImageOrientation& source, eORIProjType type, const char* classe,
-                          const char* modele, const char* messageType);
-  // Reads the first word of the file; a word that is not one of the 'attendus' (null-terminated list)
-  // raises 'messageMot', followed by the file name; otherwise the model is refused as not supported.
-  [[noreturn]] static void LireEtRefuser(const char* fichier, const char* classe, const char* modele,
-                                         const char* const* attendus, const char* messageMot);
+  // Reads the first word of the file: a word the model's files do not begin with is refused with the
+  // model's own text, followed by the file name; otherwise the model is refused as not supported.
+  // Never returns.
+  OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier);
+  // Copy of 'source', which must have the model's type code.
+  OrientationNonSupportee(const ModeleNonSupporte& modele, const ImageOrientation& source);
   [[noreturn]] void NonSupporte(const char* operation) const;
 
  private:
-  const char* m_classe;
-  const char* m_modele;
+  const ModeleNonSupporte* m_modele;
   long long m_nbColonnes = 0;
   long long m_nbLignes = 0;
 };
 
-// Conic (central) projection of a camera, with distortion. Its files begin with "TEXT".
-class ConicProjOrientation : public OrientationNonSupportee {
+// One class per model, the same in all but its description: the type code selects it.
+template <eORIProjType Type>
+class OrientationModele : public OrientationNonSupportee {
  public:
-  explicit ConicProjOrientation(const char* fichier);
-  ConicProjOrientation(const ImageOrientation& source);
-  ConicProjOrientation(const ConicProjOrientation& s)
-      : ConicProjOrientation(static_cast<const ImageOrientation&>(s)) {}
+  explicit OrientationModele(const char* fichier);
+  OrientationModele(const ImageOrientation& source);
+  OrientationModele(const OrientationModele& s)
+      : OrientationModele(static_cast<const ImageOrientation&>(s)) {}
   size_t SizeOf() const override { return sizeof(*this); }
 };
 
+extern template class OrientationModele<eORIConic>;
+extern template class OrientationModele<eORIAxono>;
+extern template class OrientationModele<eORIScan>;
+extern template class OrientationModele<eORISpheric>;
+extern template class OrientationModele<eORIGrille>;
+
+// Conic (central) projection of a camera, with distortion. Its files begin with "TEXT".
+using ConicProjOrientation = OrientationModele<eORIConic>;
+// A conic image seen through a scanner's affine transform. Its files begin with "SCAN".
+using ScanProjOrientation = OrientationModele<eORIScan>;
+// Spherical (panoramic) image. Its files begin with "SPHERIC".
+using SphericOrientation = OrientationModele<eORISpheric>;
+// Orientation given by a localisation grid. Its files begin with "VERSION" or "<?xml".
+using GrilleProjOrientation = OrientationModele<eORIGrille>;
+
 // Parallel projection on a tilted plane. Its files begin with "AXONO"; it shares the Lambert zone
 // checks of the carto model with its own messages and refuses what a parallel projection has not.
-class AxonoProjOrientation : public OrientationNonSupportee {
+class AxonoProjOrientation : public OrientationModele<eORIAxono> {
  public:
-  explicit AxonoProjOrientation(const char* fichier);
-  AxonoProjOrientation(const ImageOrientation& source);
-  AxonoProjOrientation(const AxonoProjOrientation& s)
-      : AxonoProjOrientation(static_cast<const ImageOrientation&>(s)) {}
+  using OrientationModele<eORIAxono>::OrientationModele;
   size_t SizeOf() const override { return sizeof(*this); }
 
   void Dump(const char* fichier, int texte) const override;
@@ -100,34 +114,4 @@ class AxonoProjOrientation : public OrientationNonSupportee {
 
   // The zone checks of the carto model: may add the zone millions to y0; throws on refusal.
   static void VerifieZone(int zone, double& y0);
-};
-
-// A conic image seen through a scanner's affine transform. Its files begin with "SCAN".
-class ScanProjOrientation : public OrientationNonSupportee {
- public:
-  explicit ScanProjOrientation(const char* fichier);
-  ScanProjOrientation(const ImageOrientation& source);
-  ScanProjOrientation(const ScanProjOrientation& s)
-      : ScanProjOrientation(static_cast<const ImageOrientation&>(s)) {}
-  size_t SizeOf() const override { return sizeof(*this); }
-};
-
-// Spherical (panoramic) image. Its files begin with "SPHERIC".
-class SphericOrientation : public OrientationNonSupportee {
- public:
-  explicit SphericOrientation(const char* fichier);
-  SphericOrientation(const ImageOrientation& source);
-  SphericOrientation(const SphericOrientation& s)
-      : SphericOrientation(static_cast<const ImageOrientation&>(s)) {}
-  size_t SizeOf() const override { return sizeof(*this); }
-};
-
-// Orientation given by a localisation grid. Its files begin with "VERSION" or "<?xml".
-class GrilleProjOrientation : public OrientationNonSupportee {
- public:
-  explicit GrilleProjOrientation(const char* fichier);
-  GrilleProjOrientation(const ImageOrientation& source);
-  GrilleProjOrientation(const GrilleProjOrientation& s)
-      : GrilleProjOrientation(static_cast<const ImageOrientation&>(s)) {}
-  size_t SizeOf() const override { return sizeof(*this); }
 };

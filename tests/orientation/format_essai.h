@@ -5,92 +5,68 @@
 
 #include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "zepra/copierpixels.h"
 #include "zepra/fichieratomique.h"
 #include "zepra/imagefic.h"
+#include "zepra/ttimage.h"
 
 namespace test {
 
-struct ImageEssai {
-  eEnumType type = eUInt1;
-  int colonnes = 0, lignes = 0, canaux = 1;
-  std::vector<double> v;  // line after line, channels interleaved
-  double& at(int x, int y, int c) { return v[(static_cast<size_t>(y) * colonnes + x) * canaux + c]; }
-};
-
-class LecteurEssai : public ImplGetValeurs<LecteurEssai> {
+// The samples held as doubles (converted by the library's cast on reading), the file's type reported.
+class LecteurEssai : public TTImage<double> {
  public:
-  explicit LecteurEssai(ImageEssai im) : m(std::move(im)) {}
-  TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m.colonnes, m.lignes); }
-  int GetNbCanaux() const override { return m.canaux; }
-  eEnumType TypePixel() const override { return m.type; }
-  bool RawReadPossible() const override { return false; }
-  void RawRead(char*, unsigned int) const override {}
+  LecteurEssai(eEnumType type, const TTImage<double>& im) : TTImage<double>(im), m_type(type) {}
+  eEnumType TypePixel() const override { return m_type; }
   SpecifImageIn* dup() const override { return new LecteurEssai(*this); }
-  template <class D>
-  void GetValeursT(LigneDe<D> const* l, int x0, int y0, int x1, int y1, int xDest, int yDest, int pas) const {
-    ImageEssai& im = const_cast<ImageEssai&>(m);
-    for (int y = y0, j = yDest; y < y1; y += pas, ++j)
-      for (int x = x0, i = xDest; x < x1; x += pas, ++i)
-        for (int c = 0; c < m.canaux; ++c) l[j][i * m.canaux + c] = Convertir<D, double>(im.at(x, y, c));
-  }
 
  private:
-  ImageEssai m;
+  eEnumType m_type;
 };
 
 class EcrivainEssai : public ImplSetValeurs<EcrivainEssai, EcrivainImage> {
  public:
-  EcrivainEssai(const std::string& nom, const ImageInfos& infos) : m_nom(nom) {
-    m.type = infos.type;
-    m.colonnes = infos.taille.x;
-    m.lignes = infos.taille.y;
-    m.canaux = infos.canaux;
-    m.v.assign(static_cast<size_t>(m.colonnes) * m.lignes * m.canaux, 0.0);
-  }
+  EcrivainEssai(const std::string& nom, const ImageInfos& i)
+      : m_nom(nom), m_type(i.type), m_image(i.taille.x, i.taille.y, TagNbCanaux(i.canaux)) {}
   void SetNbCanaux(TagNbCanaux) override {}
-  int GetNbCanaux() const override { return m.canaux; }
-  eEnumType GetTypePixel() const override { return m.type; }
+  int GetNbCanaux() const override { return m_image.GetNbCanaux(); }
+  eEnumType GetTypePixel() const override { return m_type; }
   void SetTypePixel(eEnumType) override {}
   void SetTaille(int, int) override {}
   void SetTaille(const TPoint2D<int>&) override {}
-  TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m.colonnes, m.lignes); }
+  TPoint2D<int> GetTaille() const override { return m_image.GetTaille(); }
   bool RawWritePossible() const override { return false; }
   void RawWrite(const char*, unsigned int) override {}
-  void Terminer() override {
-    FichierAtomique f(m_nom, "[Essai] (Terminer)");
-    f.flux() << "ESSAI " << m.type << ' ' << m.colonnes << ' ' << m.lignes << ' ' << m.canaux << '\n';
-    f.flux().precision(17);
-    for (double x : m.v) f.flux() << x << '\n';
-    f.Valider();
-  }
   template <class S>
   void SetValeursT(LigneDe<S> const* l, int x0, int y0, int x1, int y1, int xDest, int yDest, int pas) {
-    for (int y = y0, j = yDest; y < y1; y += pas, ++j)
-      for (int x = x0, i = xDest; x < x1; x += pas, ++i)
-        for (int c = 0; c < m.canaux; ++c) m.at(i, j, c) = Convertir<double, S>(l[y][x * m.canaux + c]);
+    m_image.SetValeurs(l, x0, y0, x1, y1, xDest, yDest, pas);
+  }
+  void Terminer() override {
+    FichierAtomique f(m_nom, "[Essai] (Terminer)");
+    const TPoint2D<int> t = m_image.GetTaille();
+    f.flux() << "ESSAI " << m_type << ' ' << t.x << ' ' << t.y << ' ' << m_image.GetNbCanaux() << '\n';
+    f.flux().precision(17);
+    for (int y = 0; y < t.y; ++y)
+      for (int x = 0; x < t.x * m_image.GetNbCanaux(); ++x) f.flux() << m_image.GetLines(y)[x] << '\n';
+    f.Valider();
   }
 
  private:
   std::string m_nom;
-  ImageEssai m;
+  eEnumType m_type;
+  TTImage<double> m_image;
 };
 
 inline std::unique_ptr<SpecifImageIn> CreerLecteurEssai(const std::string& nom) {
   std::ifstream f(nom);
   std::string magique;
-  int type = 0;
-  ImageEssai im;
-  if (!(f >> magique >> type >> im.colonnes >> im.lignes >> im.canaux) || magique != "ESSAI") return nullptr;
-  im.type = static_cast<eEnumType>(type);
-  im.v.resize(static_cast<size_t>(im.colonnes) * im.lignes * im.canaux);
-  for (double& x : im.v)
-    if (!(f >> x)) return nullptr;
-  return std::make_unique<LecteurEssai>(std::move(im));
+  int type = 0, colonnes = 0, lignes = 0, canaux = 0;
+  if (!(f >> magique >> type >> colonnes >> lignes >> canaux) || magique != "ESSAI") return nullptr;
+  TTImage<double> im(colonnes, lignes, TagNbCanaux(canaux));
+  for (int y = 0; y < lignes; ++y)
+    for (int x = 0; x < colonnes * canaux; ++x)
+      if (!(f >> im.GetLines(y)[x])) return nullptr;
+  return std::make_unique<LecteurEssai>(static_cast<eEnumType>(type), im);
 }
 
 inline std::unique_ptr<EcrivainImage> CreerEcrivainEssai(const std::string& nom, const ImageInfos& infos) {

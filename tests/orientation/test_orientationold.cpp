@@ -1,136 +1,111 @@
-// OrientationOld: ownership, reading by image or orientation name, saving with the world file, and
-// the derived orientations.
+// OrientationOld: deep copies, reading by image or orientation name, saving complete or not at all,
+// and the derived orientations.
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <vector>
+
 #include "outils_orientation.h"
-#include "outils_test.h"
-#include "zepra/cartoproj.h"
 #include "zepra/orientation.h"
 
 namespace {
 
 using test::Refuse;
 
+const CartoProjOrientation& Interne(const OrientationOld& o) {
+  return dynamic_cast<const CartoProjOrientation&>(*o.GetInternalImageOrientation());
+}
+
 TEST(OrientationOld, CopiesProfondesEtOrientationVide) {
-  OrientationOld a(eORICarto, 1000, 250000, 2, 30, 40, 0.5, 0.5);
-  EXPECT_EQ(a.GetOriType(), eORICarto);
-  EXPECT_EQ(a.GetZoneLambert(), 2);
-  OrientationOld b(a);
-  OrientationOld c;
+  const OrientationOld a(eORICarto, 1000, 250000, 2, 30, 40, 0.5, 0.5);
+  OrientationOld b(a), c;
   c = a;
   b.SetNs(7);
   c.SetZoneLambert(0);
-  EXPECT_EQ(a.GetNs(), 30);
-  EXPECT_EQ(b.GetNs(), 7);
-  EXPECT_EQ(a.GetZoneLambert(), 2);
-  EXPECT_NE(a.GetInternalImageOrientation(), b.GetInternalImageOrientation());
-  std::unique_ptr<ImageOrientation> copie = a.GetImageOrientationCopy();
-  EXPECT_NE(dynamic_cast<CartoProjOrientation*>(copie.get()), nullptr);
+  const std::unique_ptr<ImageOrientation> copie = a.GetImageOrientationCopy();
   copie->SetNl(1);
-  EXPECT_EQ(a.GetNl(), 40);
-  c = c;
-  EXPECT_EQ(c.GetNs(), 30);
-  OrientationOld d(*copie);
-  EXPECT_EQ(d.GetNl(), 1);
+  test::MemeCarto(Interne(a), *test::Carto(1000, 2250000, 2, 30, 40, 0.5, 0.5));
+  EXPECT_EQ(OrientationOld(*copie).GetNl(), 1);
 
-  OrientationOld vide;
-  EXPECT_FALSE(vide.EstDefinie());
-  OrientationOld copieVide(vide);
+  const OrientationOld vide, copieVide(vide);
   EXPECT_FALSE(copieVide.EstDefinie());
-  double x, y, z;
-  Refuse([&] { vide.PhotoToMap(0, 0, x, y, z); }, "[OrientationOld] Orientation non definie");
-  Refuse([&] { vide.GetNs(); }, "[OrientationOld] Orientation non definie");
+  double x;
+  Refuse([&] { vide.PhotoToMap(0, 0, x, x, x); }, "[OrientationOld] Orientation non definie");
   Refuse([&] { vide.Sauver("x.ori"); }, "[OrientationOld] Orientation non definie");
   Refuse([&] { OrientationOld(eORIConic, 0, 0, 0, 1, 1, 1, 1); }, "[OrientationOld] (Constructeur) Type 2");
-  Refuse([&] { OrientationOld(eORICarto, 0, 0, 9, 1, 1, 1, 1); }, "Probleme avec la zone Lambert 2");
 }
 
 TEST(OrientationOld, LectureParNomDImageOuDOrientation) {
   test::DossierTemp d;
   test::Ecrire(d / "a.ori", "CARTO\n1000 2000\n0\n10 20\n1000 1000\n");
-  test::Ecrire(
-      d / "a.xml",
-      "<FileOriMnt><Geometrie>eGeomMNTCarto</Geometrie><NombrePixels>5 6</NombrePixels><ResolutionPlani>"
-      "1 -1</ResolutionPlani></FileOriMnt>");
+  test::Ecrire(d / "a.xml",
+               "<FileOriMnt><Geometrie>eGeomMNTCarto</Geometrie><NombrePixels>5 6</NombrePixels>"
+               "<ResolutionPlani>1 -1</ResolutionPlani></FileOriMnt>");
   test::Ecrire(d / "b.HDR", "MAPUNITS NCOLS 3 NROWS 4 XDIM 2 , YDIM 2 ,");
-  EXPECT_EQ(OrientationOld((d / "a.tif").c_str()).GetNs(), 10);  // the image's orientation
-  EXPECT_EQ(OrientationOld((d / "a.ori").c_str()).GetNs(), 10);
-  EXPECT_EQ(OrientationOld((d / "a.xml").c_str()).GetNs(), 5);  // named: that file, not a.ori
-  EXPECT_EQ(OrientationOld((d / "b.ori").c_str()).GetNs(), 3);  // absent: searched beside
-  EXPECT_EQ(OrientationOld((d / "b.tif").c_str()).GetFileName(), d / "b.HDR");
+  EXPECT_EQ(OrientationOld((d / "a.tif").c_str()).GetNs(), 10);                 // the image's orientation
+  EXPECT_EQ(OrientationOld((d / "a.xml").c_str()).GetNs(), 5);                  // named: that file, not a.ori
+  EXPECT_EQ(OrientationOld((d / "b.ori").c_str()).GetFileName(), d / "b.HDR");  // absent: searched beside
   OrientationOld o((d / "a.ori").c_str());
   Refuse([&] { o.Lire((d / "c.tif").c_str()); },
          "ImageOrientation : fichier d'orientation introuvable pour ");
   EXPECT_EQ(o.GetNs(), 10);  // unchanged by the failed read
 }
 
-TEST(OrientationOld, SauvegardeAvecWorldFileEtFichiersCompletsOuAbsents) {
+// A mosaic's orientation: its CARTO file reads back bit for bit (X = 651234.567 m must not come back as
+// 651235 m), its world file gives a GIS the centres of the first and of the last pixel; files that
+// would not read back are not written at all.
+TEST(OrientationOld, SauvegardeExacteAvecWorldFile) {
   test::DossierTemp d;
-  const OrientationOld o(eORICarto, 651234.567, 2250000.25, 2, 4000, 3000, 0.2, 0.2);
+  const OrientationOld o(eORICarto, 651234.567, 250000.125, 2, 4000, 3000, 0.2, 0.3);
   o.Sauver((d / "m.ori").c_str());
-  EXPECT_EQ(test::LireFichier(d / "m.ori"), "CARTO\n651234567 250000250\n2\n4000 3000\n200 200\n");
-  EXPECT_EQ(test::LireFichier(d / "m.tfw"), "0.2\n0\n0\n-0.2\n651234.667\n2250000.15\n");
-  const OrientationOld relu((d / "m.ori").c_str());
-  EXPECT_EQ(relu.GetMinXCarto(), 651234.567);
-  EXPECT_EQ(relu.GetMaxYCarto(), 2250000.25);
+  EXPECT_EQ(test::LireFichier(d / "m.ori"), "CARTO\n651234567 250000125\n2\n4000 3000\n200 300\n");
+  test::MemeCarto(CartoProjOrientation((d / "m.ori").c_str()), Interne(o));
+  const std::string tfw = test::LireFichier(d / "m.tfw");
+  ASSERT_EQ(test::Lignes(tfw).size(), 6u) << tfw;
+  std::istringstream s(tfw);
+  double w[6];
+  for (double& x : w) s >> x;
+  ASSERT_TRUE(s && (s >> std::ws).eof()) << tfw;
+  EXPECT_EQ((std::vector<double>(w, w + 4)), (std::vector<double>{0.2, 0, 0, -0.3}));
+  EXPECT_EQ(w[4], 651234.567 + 0.1);
+  EXPECT_EQ(w[5], 2250000.125 - 0.15);
+  // A GIS places the centre of pixel (c, l) at (w4 + c w0 + l w2, w5 + c w1 + l w3); the last one.
+  EXPECT_NEAR(w[4] + 3999 * w[0] + 2999 * w[2], 651234.567 + 3999.5 * 0.2, 1e-8);
+  EXPECT_NEAR(w[5] + 3999 * w[1] + 2999 * w[3], 2250000.125 - 2999.5 * 0.3, 1e-8);
 
   Refuse([&] { o.Sauver((d / "m.xml").c_str()); }, "[OrientationOld] (Sauver)", {"m.xml"});
   Refuse([&] { o.Sauver((d / "m.HDR").c_str()); }, "[OrientationOld] (Sauver)");
   Refuse([&] { o.Sauver((d / "absent/m.ori").c_str()); },
          "[CartoProjOrientation] (Dump) Impossible de creer");
-  EXPECT_EQ(test::Lancer(d.chemin(), "ls").sortie, "m.ori\nm.tfw\n");  // no temporary left behind
-
-  // An origin moved out of its zone by an extract would not read back: not written.
-  OrientationOld loin = o.Extract(0, -4e6, 10, -4e6 + 10, 1, 1);
-  EXPECT_EQ(loin.GetMaxYCarto(), 3050000.25);
+  // An origin moved out of its zone by an extract would not read back either.
+  const OrientationOld loin = o.Extract(0, -4e6, 10, -4e6 + 10, 1, 1);
+  EXPECT_EQ(loin.GetMaxYCarto(), 3450000.125);
   Refuse([&] { loin.Sauver((d / "loin.ori").c_str()); },
-         "[CartoProjOrientation] (Dump) Origine Y 3050000.25");
-  EXPECT_FALSE(std::ifstream(d / "loin.ori").is_open());
+         "[CartoProjOrientation] (Dump) Origine Y 3450000.125");
+  EXPECT_EQ(test::Lancer(d.chemin(), "ls").sortie, "m.ori\nm.tfw\n");  // nothing else, no temporary
 }
 
 TEST(OrientationOld, OrientationsDerivees) {
-  OrientationOld o(eORICarto, 100, 200, 0, 10, 6, 2, 3);
-  OrientationOld c(o);
-  c.Crop(TRectangle<int>(2, 1, 9, 6), 3);
-  EXPECT_EQ(c.GetNs(), 3);  // columns 2, 5, 8
-  EXPECT_EQ(c.GetNl(), 2);  // lines 1, 4
-  EXPECT_EQ(c.GetMinXCarto(), 104);
-  EXPECT_EQ(c.GetMaxYCarto(), 197);
-  EXPECT_EQ(c.GetPixSize(), 6);
+  const OrientationOld o(eORICarto, 100, 200, 0, 10, 6, 2, 3);
+  OrientationOld c(o), s(o), t(o);
+  c.Crop(TRectangle<int>(2, 1, 9, 6), 3);  // columns 2, 5, 8; lines 1, 4
+  test::MemeCarto(Interne(c), *test::Carto(104, 197, 0, 3, 2, 6, 9));
   Refuse([&] { c.Crop(TRectangle<int>(2, 1, 2, 6)); }, "[OrientationOld] (Crop)");
-
-  OrientationOld s(o);
   s.SousEchantillonnage(4);
-  EXPECT_EQ(s.GetNs(), 3);
-  EXPECT_EQ(s.GetNl(), 2);
+  test::MemeCarto(Interne(s), *test::Carto(100, 200, 0, 3, 2, 8, 12));
   s.SurEchantillonnage(3);
-  EXPECT_EQ(s.GetNs(), 9);
-  EXPECT_EQ(s.GetNl(), 6);
-  EXPECT_EQ(s.GetMinXCarto(), 100);
-  double a, b, e, f;
-  s.EmpriseCarto(a, b, e, f);
-  EXPECT_EQ(e, 100 + 8 * (8.0 / 3));
-  OrientationOld t(o);
+  test::MemeCarto(Interne(s), *test::Carto(100, 200, 0, 9, 6, 8.0 / 3, 4));
   t.SurEchantillonnage(3);  // steps that are not decimal: no pixel gained
-  EXPECT_EQ(t.GetNs(), 30);
-  EXPECT_EQ(t.GetNl(), 18);
+  test::MemeCarto(Interne(t), *test::Carto(100, 200, 0, 30, 18, 2.0 / 3, 1));
 
+  // Visible: [100, 120) x (182, 200]; the extent from the first to the last pixel's corner.
   EXPECT_TRUE(o.IsVisible(100, 200));
   EXPECT_TRUE(o.IsVisible(119.9, 182.1));
   EXPECT_FALSE(o.IsVisible(120, 190));
   EXPECT_FALSE(o.IsVisible(99.9, 190));
   EXPECT_FALSE(o.IsVisible(110, 200.1));
-  EXPECT_EQ(o.GetMinYCarto(), 200 - 5 * 3);
-  EXPECT_EQ(o.GetMaxXCarto(), 100 + 9 * 2);
-  o.SetPixSize(1);
-  EXPECT_EQ(o.GetMaxXCarto(), 109);
-  Refuse([&] { o.SetLocalOrigin(T3D<double>()); }, "CartoProj : Origine Locale no definie.");
-  Refuse([&] { o.SetPrincipalPoint(TPoint2D<double>()); }, "CartoProj : Point principal non defini.");
-  long dc, dl, sc, sl;
-  EXPECT_TRUE(OrientationOld(eORICarto, 100, 200, 0, 10, 6, 1, 1).GetTranslation(c, dc, dl, sc, sl));
-  EXPECT_EQ(dc, 4);
-  EXPECT_EQ(dl, -3);
-  EXPECT_EQ(sc, 6);
+  EXPECT_EQ((std::vector<double>{o.GetMinXCarto(), o.GetMinYCarto(), o.GetMaxXCarto(), o.GetMaxYCarto()}),
+            (std::vector<double>{100, 185, 118, 200}));
 }
 
 }  // namespace

@@ -4,38 +4,75 @@
 #include "zepra/cartoproj.h"
 #include "zepra/erreur.h"
 
-OrientationNonSupportee::OrientationNonSupportee(eORIProjType type, const char* classe, const char* modele)
-    : ImageOrientation(type), m_classe(classe), m_modele(modele) {}
+struct ModeleNonSupporte {
+  eORIProjType type;
+  const char* classe;        // opens the messages
+  const char* modele;        // "conique", ...
+  const char* mot;           // the first word of its files,
+  const char* autreMot;      // or this one (may be null)
+  const char* messageMot;    // a file that begins with another word
+  const char* messageCopie;  // a copy from another type code
+};
 
-OrientationNonSupportee::OrientationNonSupportee(const ImageOrientation& source, eORIProjType type,
-                                                 const char* classe, const char* modele,
-                                                 const char* messageType)
-    : ImageOrientation(source), m_classe(classe), m_modele(modele) {
-  if (source.GetOriType() != type) ZEPRA_ERREUR(messageType);
-  m_type = type;
+namespace {
+
+// The capitalisation of the texts differs between models and is kept.
+const ModeleNonSupporte Modeles[] = {
+    {eORIConic, "ConicProjOrientation", "conique", "TEXT", nullptr,
+     "ConicProjOrientation : lecture d'un .ORI qui ne commence pas par TEXT",
+     "ConicProj : constructeur par copie appele avec un autre type"},
+    {eORIAxono, "AxonoProjOrientation", "axonometrique", "AXONO", nullptr,
+     "Lecture en AXONO d'un .ORI qui n'en est pas AXONO !!!",
+     "AxonoProj : Constructeur par copie appele avec un autre type"},
+    {eORIScan, "ScanProjOrientation", "scan", "SCAN", nullptr,
+     "ScanProjOrientation : lecture d'un .ORI qui ne commence pas par SCAN",
+     "ScanProj : constructeur par copie appele avec un autre type"},
+    {eORISpheric, "SphericOrientation", "spherique", "SPHERIC", nullptr,
+     "SphericOrientation : lecture d'un .ORI qui ne commence pas par SPHERIC",
+     "Spheric : Constructeur par copie appele avec un autre type"},
+    {eORIGrille, "GrilleProjOrientation", "grille", "VERSION", "<?xml",
+     "GrilleProjOrientation : lecture d'un fichier qui ne commence ni par VERSION ni par <?xml",
+     "GrilleProj : Constructeur par copie appele avec un autre type"},
+};
+
+// OrientationModele is instantiated for the codes of the table only.
+const ModeleNonSupporte& Decrire(eORIProjType type) {
+  for (const ModeleNonSupporte& m : Modeles)
+    if (m.type == type) return m;
+  ZEPRA_ERREUR("[OrientationNonSupportee] Type " << static_cast<int>(type) << " sans description");
+}
+
+}  // namespace
+
+OrientationNonSupportee::OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier)
+    : ImageOrientation(modele.type), m_modele(&modele) {
+  const std::string nom = fichier ? fichier : "";
+  std::string contenu;
+  if (!LecteurTexte::Charger(nom.c_str(), contenu, modele.classe))
+    ZEPRA_ERREUR(modele.classe << " : probleme d'ouverture du fichier " << nom);
+  std::string mot;
+  LecteurTexte(contenu).Mot(mot);
+  if (mot != modele.mot && !(modele.autreMot && mot == modele.autreMot))
+    ZEPRA_ERREUR(modele.messageMot << " (premier mot '" << mot << "', fichier " << nom << ")");
+  // Nothing of this model's geometry is known here: refuse rather than guess.
+  ZEPRA_ERREUR(modele.classe << " : le modele d'orientation " << modele.modele << " du fichier " << nom
+                             << " n'est pas supporte par cet outil");
+}
+
+OrientationNonSupportee::OrientationNonSupportee(const ModeleNonSupporte& modele,
+                                                 const ImageOrientation& source)
+    : ImageOrientation(source), m_modele(&modele) {
+  if (source.GetOriType() != modele.type) ZEPRA_ERREUR(modele.messageCopie);
+  m_type = modele.type;
   m_nbColonnes = source.GetNs();
   m_nbLignes = source.GetNl();
 }
 
-void OrientationNonSupportee::LireEtRefuser(const char* fichier, const char* classe, const char* modele,
-                                            const char* const* attendus, const char* messageMot) {
-  const std::string nom = fichier ? fichier : "";
-  std::string contenu;
-  if (!LecteurTexte::Charger(nom.c_str(), contenu, classe))
-    ZEPRA_ERREUR(classe << " : probleme d'ouverture du fichier " << nom);
-  std::string mot;
-  LecteurTexte(contenu).Mot(mot);
-  bool reconnu = false;
-  for (const char* const* a = attendus; *a; ++a) reconnu = reconnu || mot == *a;
-  if (!reconnu) ZEPRA_ERREUR(messageMot << " (premier mot '" << mot << "', fichier " << nom << ")");
-  // Nothing of this model's geometry is known here: refuse rather than guess.
-  ZEPRA_ERREUR(classe << " : le modele d'orientation " << modele << " du fichier " << nom
-                      << " n'est pas supporte par cet outil");
-}
+const char* OrientationNonSupportee::Modele() const { return m_modele->modele; }
 
 void OrientationNonSupportee::NonSupporte(const char* operation) const {
-  ZEPRA_ERREUR(m_classe << " : " << operation << " : le modele d'orientation " << m_modele
-                        << " n'est pas supporte par cet outil");
+  ZEPRA_ERREUR(m_modele->classe << " : " << operation << " : le modele d'orientation " << m_modele->modele
+                                << " n'est pas supporte par cet outil");
 }
 
 void OrientationNonSupportee::Dump(const char*, int) const { NonSupporte("Dump"); }
@@ -94,31 +131,18 @@ void OrientationNonSupportee::GetTime(int&, int&, int&, int&, int&, int&) const 
 void OrientationNonSupportee::SetTime(int, int, int, int, int, int) { NonSupporte("SetTime"); }
 void OrientationNonSupportee::TransposeImage() { NonSupporte("TransposeImage"); }
 
-namespace {
-const char* const MotsConic[] = {"TEXT", nullptr};
-const char* const MotsAxono[] = {"AXONO", nullptr};
-const char* const MotsScan[] = {"SCAN", nullptr};
-const char* const MotsSpheric[] = {"SPHERIC", nullptr};
-const char* const MotsGrille[] = {"VERSION", "<?xml", nullptr};
-}  // namespace
+template <eORIProjType Type>
+OrientationModele<Type>::OrientationModele(const char* fichier)
+    : OrientationNonSupportee(Decrire(Type), fichier) {}
+template <eORIProjType Type>
+OrientationModele<Type>::OrientationModele(const ImageOrientation& source)
+    : OrientationNonSupportee(Decrire(Type), source) {}
 
-ConicProjOrientation::ConicProjOrientation(const char* fichier)
-    : OrientationNonSupportee(eORIConic, "ConicProjOrientation", "conique") {
-  LireEtRefuser(fichier, "ConicProjOrientation", "conique", MotsConic,
-                "ConicProjOrientation : lecture d'un .ORI qui ne commence pas par TEXT");
-}
-ConicProjOrientation::ConicProjOrientation(const ImageOrientation& source)
-    : OrientationNonSupportee(source, eORIConic, "ConicProjOrientation", "conique",
-                              "ConicProj : constructeur par copie appele avec un autre type") {}
-
-AxonoProjOrientation::AxonoProjOrientation(const char* fichier)
-    : OrientationNonSupportee(eORIAxono, "AxonoProjOrientation", "axonometrique") {
-  LireEtRefuser(fichier, "AxonoProjOrientation", "axonometrique", MotsAxono,
-                "Lecture en AXONO d'un .ORI qui n'en est pas AXONO !!!");
-}
-AxonoProjOrientation::AxonoProjOrientation(const ImageOrientation& source)
-    : OrientationNonSupportee(source, eORIAxono, "AxonoProjOrientation", "axonometrique",
-                              "AxonoProj : Constructeur par copie appele avec un autre type") {}
+template class OrientationModele<eORIConic>;
+template class OrientationModele<eORIAxono>;
+template class OrientationModele<eORIScan>;
+template class OrientationModele<eORISpheric>;
+template class OrientationModele<eORIGrille>;
 
 void AxonoProjOrientation::VerifieZone(int zone, double& y0) {
   if (zone < 0) ZEPRA_ERREUR("Zone Lambert negative (" << zone << ")");
@@ -160,30 +184,3 @@ std::unique_ptr<ImageOrientation> AxonoProjOrientation::Extract(double c0, doubl
     ZEPRA_ERREUR("AxonoProjOrientation : Extract : les pas horizontaux et verticaux sont differents");
   return OrientationNonSupportee::Extract(c0, l0, c1, l1, pasC, pasL);
 }
-
-ScanProjOrientation::ScanProjOrientation(const char* fichier)
-    : OrientationNonSupportee(eORIScan, "ScanProjOrientation", "scan") {
-  LireEtRefuser(fichier, "ScanProjOrientation", "scan", MotsScan,
-                "ScanProjOrientation : lecture d'un .ORI qui ne commence pas par SCAN");
-}
-ScanProjOrientation::ScanProjOrientation(const ImageOrientation& source)
-    : OrientationNonSupportee(source, eORIScan, "ScanProjOrientation", "scan",
-                              "ScanProj : constructeur par copie appele avec un autre type") {}
-
-SphericOrientation::SphericOrientation(const char* fichier)
-    : OrientationNonSupportee(eORISpheric, "SphericOrientation", "spherique") {
-  LireEtRefuser(fichier, "SphericOrientation", "spherique", MotsSpheric,
-                "SphericOrientation : lecture d'un .ORI qui ne commence pas par SPHERIC");
-}
-SphericOrientation::SphericOrientation(const ImageOrientation& source)
-    : OrientationNonSupportee(source, eORISpheric, "SphericOrientation", "spherique",
-                              "Spheric : Constructeur par copie appele avec un autre type") {}
-
-GrilleProjOrientation::GrilleProjOrientation(const char* fichier)
-    : OrientationNonSupportee(eORIGrille, "GrilleProjOrientation", "grille") {
-  LireEtRefuser(fichier, "GrilleProjOrientation", "grille", MotsGrille,
-                "GrilleProjOrientation : lecture d'un fichier qui ne commence ni par VERSION ni par <?xml");
-}
-GrilleProjOrientation::GrilleProjOrientation(const ImageOrientation& source)
-    : OrientationNonSupportee(source, eORIGrille, "GrilleProjOrientation", "grille",
-                              "GrilleProj : Constructeur par copie appele avec un autre type") {}

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <sstream>
 #include <type_traits>
+#include <utility>
 
 #include "lecteurtexte.h"
 #include "zepra/erreur.h"
@@ -46,14 +47,8 @@ CartoProjOrientation::CartoProjOrientation(const ImageOrientation& source) : Ima
   const auto* c = dynamic_cast<const CartoProjOrientation*>(&source);
   if (source.GetOriType() != eORICarto || !c)
     ZEPRA_ERREUR("CartoProj : Constructeur par copie appele avec un autre type");
+  *this = *c;
   m_type = eORICarto;
-  m_nbColonnes = c->m_nbColonnes;
-  m_nbLignes = c->m_nbLignes;
-  m_zone = c->m_zone;
-  m_pasX = c->m_pasX;
-  m_pasY = c->m_pasY;
-  m_x0 = c->m_x0;
-  m_y0 = c->m_y0;
 }
 
 CartoProjOrientation::CartoProjOrientation(const char* fichier) : ImageOrientation(eORICarto) {
@@ -151,24 +146,22 @@ void CartoProjOrientation::LireHdr(LecteurTexte& l) {
       ZEPRA_ERREUR("CartoProjOrientation : fichier " << m_fichier << " : valeur de " << cle
                                                      << " absente ou non numerique");
   };
+  const std::pair<const char*, double*> reels[] = {
+      {"ULXMAP", &m_x0}, {"ULYMAP", &m_y0}, {"XDIM", &m_pasX}, {"YDIM", &m_pasY}};
+  const std::pair<const char*, long long*> entiers[] = {{"NROWS", &m_nbLignes}, {"NCOLS", &m_nbColonnes}};
   std::string mot;
-  // Keywords are read as words of at most 11 characters (a longer one goes on as the next word).
+  // Keywords are read as words of at most 11 characters (a longer one goes on as the next word); any
+  // other word is skipped.
   while (l.Mot(mot, 11)) {
     if (mot == "MAPUNITS" || mot == "METERS") {
-      l.Mot(mot, 11);
-    } else if (mot == "ULXMAP") {
-      reel("ULXMAP", m_x0);
-    } else if (mot == "ULYMAP") {
-      reel("ULYMAP", m_y0);
-    } else if (mot == "XDIM") {
-      reel("XDIM", m_pasX);
-    } else if (mot == "YDIM") {
-      reel("YDIM", m_pasY);
-    } else if (mot == "NROWS") {
-      entier("NROWS", m_nbLignes);
-    } else if (mot == "NCOLS") {
-      entier("NCOLS", m_nbColonnes);
-    } else if (mot == "PROJECTION") {
+      l.Mot(mot, 11);  // the unit word, whatever it is, is swallowed
+      continue;
+    }
+    for (const auto& r : reels)
+      if (mot == r.first) reel(r.first, *r.second);
+    for (const auto& e : entiers)
+      if (mot == e.first) entier(e.first, *e.second);
+    if (mot == "PROJECTION") {
       long long zone = 0;
       l.Mot(mot, 11);  // the words around the zone are not used
       entier("PROJECTION", zone);
@@ -293,9 +286,9 @@ void CartoProjOrientation::GroundToPhoto(double x, double y, double z, double& c
   prof = z;
 }
 
-void CartoProjOrientation::GroundToPhoto(double x, double y, double, double& col, double& lin) const {
-  col = (x - m_x0) / m_pasX;
-  lin = (m_y0 - y) / m_pasY;
+void CartoProjOrientation::GroundToPhoto(double x, double y, double z, double& col, double& lin) const {
+  double prof;
+  CartoProjOrientation::GroundToPhoto(x, y, z, col, lin, prof);
 }
 
 void CartoProjOrientation::MapToPhoto(double X, double Y, double Z, double& col, double& lin,

@@ -47,16 +47,23 @@ void ImageOrientation::SetDistortionGrid(DistortionGrid* colonnes, DistortionGri
   m_distortion = eDistortionGrille;
 }
 
+namespace {
+
+// Applying a distortion: only the identity is known to this tool.
+void SansDistortion(eDistortion d, const char* methode) {
+  if (d != eDistortionAucune)
+    ZEPRA_ERREUR("[ImageOrientation] (" << methode << ") Modele de distorsion " << d
+                                        << " non supporte par cet outil");
+}
+
+}  // namespace
+
 void ImageOrientation::ApplyDistortionGroundToPhoto(double&, double&) const {
-  if (m_distortion != eDistortionAucune)
-    ZEPRA_ERREUR("[ImageOrientation] (ApplyDistortionGroundToPhoto) Modele de distorsion "
-                 << m_distortion << " non supporte par cet outil");
+  SansDistortion(m_distortion, "ApplyDistortionGroundToPhoto");
 }
 
 void ImageOrientation::ApplyDistortionPhotoToGround(double&, double&) const {
-  if (m_distortion != eDistortionAucune)
-    ZEPRA_ERREUR("[ImageOrientation] (ApplyDistortionPhotoToGround) Modele de distorsion "
-                 << m_distortion << " non supporte par cet outil");
+  SansDistortion(m_distortion, "ApplyDistortionPhotoToGround");
 }
 
 GrilleTransformation ImageOrientation::TransformationGrid(const ImageOrientation& autre, int pas) const {
@@ -103,31 +110,35 @@ void ImageOrientation::SetLocalOrigin(const T3D<double>&) {
 
 namespace {
 
-struct Boite {
-  double xMin = std::numeric_limits<double>::infinity(), yMin = xMin;
-  double xMax = -std::numeric_limits<double>::infinity(), yMax = xMax;
-  void Ajouter(double x, double y) {
-    xMin = std::min(xMin, x);
-    yMin = std::min(yMin, y);
-    xMax = std::max(xMax, x);
-    yMax = std::max(yMax, y);
-  }
-};
+// Minimum and maximum of the points f(a, b, z) over the eight corners a0 or a1, b0 or b1, z0 or z1.
+// The results are set only once every point is known.
+template <class F>
+void Boite(double z0, double z1, double a0, double b0, double a1, double b1, F&& f, double& xMin,
+           double& yMin, double& xMax, double& yMax) {
+  const double inf = std::numeric_limits<double>::infinity();
+  double m[4] = {inf, inf, -inf, -inf};
+  for (double z : {z0, z1})
+    for (double a : {a0, a1})
+      for (double b : {b0, b1}) {
+        double x, y;
+        f(a, b, z, x, y);
+        m[0] = std::min(m[0], x);
+        m[1] = std::min(m[1], y);
+        m[2] = std::max(m[2], x);
+        m[3] = std::max(m[3], y);
+      }
+  xMin = m[0], yMin = m[1], xMax = m[2], yMax = m[3];
+}
 
 }  // namespace
 
 void ImageOrientation::EmpriseCarto(double zMin, double zMax, double col0, double lin0, double col1,
                                     double lin1, double& xMin, double& yMin, double& xMax,
                                     double& yMax) const {
-  Boite b;
-  for (double z : {zMin, zMax})
-    for (double c : {col0, col1})
-      for (double l : {lin0, lin1}) {
-        double X, Y;
-        PhotoAndZToMap(c, l, z, X, Y);
-        b.Ajouter(X, Y);
-      }
-  xMin = b.xMin, yMin = b.yMin, xMax = b.xMax, yMax = b.yMax;
+  const auto f = [this](double c, double l, double z, double& X, double& Y) {
+    PhotoAndZToMap(c, l, z, X, Y);
+  };
+  Boite(zMin, zMax, col0, lin0, col1, lin1, f, xMin, yMin, xMax, yMax);
 }
 
 void ImageOrientation::EmpriseCarto(double zMin, double zMax, double& xMin, double& yMin, double& xMax,
@@ -139,15 +150,10 @@ void ImageOrientation::EmpriseCarto(double zMin, double zMax, double& xMin, doub
 void ImageOrientation::EmpriseTerrain(double zMin, double zMax, double col0, double lin0, double col1,
                                       double lin1, double& xMin, double& yMin, double& xMax,
                                       double& yMax) const {
-  Boite b;
-  for (double z : {zMin, zMax})
-    for (double c : {col0, col1})
-      for (double l : {lin0, lin1}) {
-        double x, y;
-        PhotoAndZToGround(c, l, z, x, y);
-        b.Ajouter(x, y);
-      }
-  xMin = b.xMin, yMin = b.yMin, xMax = b.xMax, yMax = b.yMax;
+  const auto f = [this](double c, double l, double z, double& x, double& y) {
+    PhotoAndZToGround(c, l, z, x, y);
+  };
+  Boite(zMin, zMax, col0, lin0, col1, lin1, f, xMin, yMin, xMax, yMax);
 }
 
 void ImageOrientation::EmpriseTerrain(double zMin, double zMax, double& xMin, double& yMin, double& xMax,
@@ -159,30 +165,19 @@ void ImageOrientation::EmpriseTerrain(double zMin, double zMax, double& xMin, do
 void ImageOrientation::EmpriseImage(double zMin, double zMax, double xMin, double yMin, double xMax,
                                     double yMax, double& col0, double& lin0, double& col1,
                                     double& lin1) const {
-  Boite b;
-  for (double Z : {zMin, zMax})
-    for (double X : {xMin, xMax})
-      for (double Y : {yMin, yMax}) {
-        double x, y, z, c, l;
-        MapToGround(X, Y, Z, x, y, z);
-        GroundToPhoto(x, y, z, c, l);
-        b.Ajouter(c, l);
-      }
-  col0 = b.xMin, lin0 = b.yMin, col1 = b.xMax, lin1 = b.yMax;
+  const auto f = [this](double X, double Y, double Z, double& c, double& l) {
+    double x, y, z;
+    MapToGround(X, Y, Z, x, y, z);
+    GroundToPhoto(x, y, z, c, l);
+  };
+  Boite(zMin, zMax, xMin, yMin, xMax, yMax, f, col0, lin0, col1, lin1);
 }
 
 void ImageOrientation::EmpriseImageTerrain(double zMin, double zMax, double xMin, double yMin, double xMax,
                                            double yMax, double& col0, double& lin0, double& col1,
                                            double& lin1) const {
-  Boite b;
-  for (double z : {zMin, zMax})
-    for (double x : {xMin, xMax})
-      for (double y : {yMin, yMax}) {
-        double c, l;
-        GroundToPhoto(x, y, z, c, l);
-        b.Ajouter(c, l);
-      }
-  col0 = b.xMin, lin0 = b.yMin, col1 = b.xMax, lin1 = b.yMax;
+  const auto f = [this](double x, double y, double z, double& c, double& l) { GroundToPhoto(x, y, z, c, l); };
+  Boite(zMin, zMax, xMin, yMin, xMax, yMax, f, col0, lin0, col1, lin1);
 }
 
 std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const char* image) {
@@ -233,44 +228,40 @@ std::unique_ptr<ImageOrientation> ImageOrientation::LireFichierOrientation(const
                << ext << ") pour " << fichier << " : .ori, .xml ou .hdr attendue");
 }
 
-std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const char* fichier,
-                                                                           eORIProjType type) {
+namespace {
+
+// The one place that maps a type code to its class, built from a file name or from a copy source;
+// null for a code without a class.
+template <class Source>
+std::unique_ptr<ImageOrientation> Nouvelle(int32_t type, const Source& source) {
   switch (type) {
     case eORICarto:
-      return std::make_unique<CartoProjOrientation>(fichier);
+      return std::make_unique<CartoProjOrientation>(source);
     case eORIConic:
-      return std::make_unique<ConicProjOrientation>(fichier);
+      return std::make_unique<ConicProjOrientation>(source);
     case eORIAxono:
-      return std::make_unique<AxonoProjOrientation>(fichier);
+      return std::make_unique<AxonoProjOrientation>(source);
     case eORIScan:
-      return std::make_unique<ScanProjOrientation>(fichier);
+      return std::make_unique<ScanProjOrientation>(source);
     case eORISpheric:
-      return std::make_unique<SphericOrientation>(fichier);
+      return std::make_unique<SphericOrientation>(source);
     case eORIGrille:
-      return std::make_unique<GrilleProjOrientation>(fichier);
+      return std::make_unique<GrilleProjOrientation>(source);
     default:
-      break;
+      return nullptr;
   }
+}
+
+}  // namespace
+
+std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const char* fichier,
+                                                                           eORIProjType type) {
+  if (std::unique_ptr<ImageOrientation> o = Nouvelle(type, fichier)) return o;
   ZEPRA_ERREUR("CreateImageOrientation : type de projection non reconnu (" << static_cast<int>(type) << ")");
 }
 
 std::unique_ptr<ImageOrientation> ImageOrientation::MakeCopy(const ImageOrientation* source) {
   if (!source) ZEPRA_ERREUR("MakeCopy : pas d'orientation a copier");
-  switch (source->m_type) {
-    case eORICarto:
-      return std::make_unique<CartoProjOrientation>(*source);
-    case eORIConic:
-      return std::make_unique<ConicProjOrientation>(*source);
-    case eORIAxono:
-      return std::make_unique<AxonoProjOrientation>(*source);
-    case eORIScan:
-      return std::make_unique<ScanProjOrientation>(*source);
-    case eORISpheric:
-      return std::make_unique<SphericOrientation>(*source);
-    case eORIGrille:
-      return std::make_unique<GrilleProjOrientation>(*source);
-    default:
-      break;
-  }
+  if (std::unique_ptr<ImageOrientation> o = Nouvelle(source->m_type, *source)) return o;
   ZEPRA_ERREUR("MakeCopy : type de projection non reconnu (" << source->m_type << ")");
 }

@@ -77,26 +77,19 @@ void OrientationOld::EmpriseCarto(double& xMin, double& yMin, double& xMax, doub
     Ori().EmpriseCarto(0, 0, xMin, yMin, xMax, yMax);
 }
 
-double OrientationOld::GetMinXCarto() const {
-  double a, b, c, d;
-  EmpriseCarto(a, b, c, d);
-  return a;
+namespace {
+// One bound of the map extent: 0 X min, 1 Y min, 2 X max, 3 Y max.
+double Borne(const OrientationOld& o, int i) {
+  double e[4];
+  o.EmpriseCarto(e[0], e[1], e[2], e[3]);
+  return e[i];
 }
-double OrientationOld::GetMinYCarto() const {
-  double a, b, c, d;
-  EmpriseCarto(a, b, c, d);
-  return b;
-}
-double OrientationOld::GetMaxXCarto() const {
-  double a, b, c, d;
-  EmpriseCarto(a, b, c, d);
-  return c;
-}
-double OrientationOld::GetMaxYCarto() const {
-  double a, b, c, d;
-  EmpriseCarto(a, b, c, d);
-  return d;
-}
+}  // namespace
+
+double OrientationOld::GetMinXCarto() const { return Borne(*this, 0); }
+double OrientationOld::GetMinYCarto() const { return Borne(*this, 1); }
+double OrientationOld::GetMaxXCarto() const { return Borne(*this, 2); }
+double OrientationOld::GetMaxYCarto() const { return Borne(*this, 3); }
 
 bool OrientationOld::IsVisible(double X, double Y, double Z) const {
   double c, l, z;
