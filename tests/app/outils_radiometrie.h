@@ -1,5 +1,7 @@
-// Random images and masks, and brute-force window sums, for the radiometric tests.
+// Random images and masks, brute-force window sums and pixel comparisons for the radiometric tests.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -27,9 +29,12 @@ inline TTImage<bool> MasqueAleatoire(int w, int h, std::mt19937& g, double propo
   return m;
 }
 
-// Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is given.
+// Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is
+// given; mean and deviation are 0 for an empty window, the deviation of a negative variance 0.
 struct Sommes {
   double s = 0.0, q = 0.0, n = 0.0;
+  double moyenne() const { return n ? s / n : 0.0; }
+  double ecart() const { return n ? std::sqrt(std::max(q / n - moyenne() * moyenne(), 0.0)) : 0.0; }
 };
 inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, int x0, int y0, int x1,
                              int y1) {
@@ -44,10 +49,24 @@ inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, i
     }
   return r;
 }
+// The window of half-width d around (x, y).
+inline Sommes SommesFenetre(const TTImage<float>& im, const TTImage<bool>* m, int x, int y, int d) {
+  return SommesDirectes(im, m, x - d, y - d, x + d, y + d);
+}
 
-// Relative closeness for sums of many terms of the same sign.
-inline bool Proche(double a, double b, double tolerance = 1e-9) {
-  return std::fabs(a - b) <= tolerance * std::max({1.0, std::fabs(a), std::fabs(b)});
+// Every sample equal, NaN matching NaN; the first difference is reported with its place.
+inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTImage<float>& b) {
+  if (a.GetTaille() != b.GetTaille() || a.GetNbCanaux() != b.GetNbCanaux())
+    return ::testing::AssertionFailure() << "tailles ou canaux differents";
+  for (int y = 0; y < a.iGetNbLignes(); ++y)
+    for (int x = 0; x < a.iGetNbColonnes(); ++x)
+      for (int c = 0; c < a.GetNbCanaux(); ++c) {
+        const float u = a(x, y, c), v = b(x, y, c);
+        if (u != v && !(std::isnan(u) && std::isnan(v)))
+          return ::testing::AssertionFailure()
+                 << "(" << x << ", " << y << ", " << c << ") " << u << " / " << v;
+      }
+  return ::testing::AssertionSuccess();
 }
 
 // Captures what is written on std::cout while it lives.
