@@ -13,20 +13,19 @@
 
 namespace test {
 
-inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
-  std::uniform_real_distribution<float> u(min, max);
-  TTImage<float> im(w, h, TagNbCanaux(1));
+// A one-channel image of w x h samples drawn from 'loi'.
+template <class T, class Loi>
+TTImage<T> Aleatoire(int w, int h, std::mt19937& g, Loi loi) {
+  TTImage<T> im(w, h, TagNbCanaux(1));
   for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) im(x, y) = u(g);
+    for (int x = 0; x < w; ++x) im(x, y) = loi(g);
   return im;
 }
-
+inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
+  return Aleatoire<float>(w, h, g, std::uniform_real_distribution<float>(min, max));
+}
 inline TTImage<bool> MasqueAleatoire(int w, int h, std::mt19937& g, double proportion = 0.6) {
-  std::bernoulli_distribution b(proportion);
-  TTImage<bool> m(w, h, TagNbCanaux(1));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) m(x, y) = b(g);
-  return m;
+  return Aleatoire<bool>(w, h, g, std::bernoulli_distribution(proportion));
 }
 
 // Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is

@@ -11,19 +11,6 @@
 
 namespace {
 
-TEST(Walis, ImagesAuxStatistiquesLocalesConnues) {
-  // Windows of 100s with target (127.5, 50): gain 1, offset 27.5. Target (0, 0) stands for the
-  // image's own statistics, so a uniform image is left as it is.
-  const TTImage<float> cent(40, 30, 100.0f);
-  TTImage<float> gain, offset;
-  for (const double moyenneCible : {127.5, 0.0}) {
-    GainOffsetWalis(cent, TTImage<bool>(40, 30, true), gain, offset, 50, moyenneCible,
-                    moyenneCible ? 50.0 : 0.0);
-    EXPECT_TRUE(test::MemesPixels(gain, TTImage<float>(40, 30, 1.0f)));
-    EXPECT_TRUE(test::MemesPixels(offset, TTImage<float>(40, 30, moyenneCible ? 27.5f : 0.0f)));
-  }
-}
-
 TEST(Walis, ReferenceEtStatistiquesLocalesContreLesSommesDirectes) {
   std::mt19937 g(32);
   const int w = 31, h = 26, d = 4;
@@ -33,15 +20,19 @@ TEST(Walis, ReferenceEtStatistiquesLocalesContreLesSommesDirectes) {
   TTImage<bool> mr = test::MasqueAleatoire(w, h, g, 0.7);
   for (int y = 0; y < 12; ++y)  // reference windows with no masked pixel: (0, 0)
     for (int x = 0; x < 12; ++x) mr(x, y) = false;
-  TTImage<float> go, moyenne, ecartType;
+  // The mosaic job's reference image maps each value by the unmasked statistics of its window.
+  TTImage<float> go, moyenne, ecartType, reference;
   GainOffsetWalisReference(im, m, ref, mr, go, d);
   StatsLocales(im, mr, d, moyenne, ecartType);
+  ImageReferenceWalis(im, reference, d, T2D<double>(127.5, 50.0));
   int vides = 0;
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
       const test::Sommes s1 = test::SommesFenetre(im, &m, x, y, d),
                          s2 = test::SommesFenetre(ref, &mr, x, y, d);
-      const test::Sommes local = test::SommesFenetre(im, &mr, x, y, d);
+      const test::Sommes local = test::SommesFenetre(im, &mr, x, y, d),
+                         s = test::SommesFenetre(im, nullptr, x, y, d);
+      ASSERT_NEAR(reference(x, y), (im(x, y) - s.moyenne()) * 50.0 / s.ecart() + 127.5, 1e-3);
       vides += local.n == 0;
       ASSERT_NEAR(moyenne(x, y), local.moyenne(), 1e-4) << x << "," << y;
       if (local.n == 0 || local.ecart() > 1e-2) {
@@ -53,7 +44,7 @@ TEST(Walis, ReferenceEtStatistiquesLocalesContreLesSommesDirectes) {
     }
   EXPECT_GT(vides, 0);
 
-  // A flat image keeps gain 1 and only shifts the mean.
+  // A flat image keeps gain 1 and only shifts the mean of the reference.
   GainOffsetWalisReference(TTImage<float>(w, h, 50.0f), m, ref, m, go, d);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x)
@@ -61,35 +52,35 @@ TEST(Walis, ReferenceEtStatistiquesLocalesContreLesSommesDirectes) {
         ASSERT_EQ(go(x, y, 0), 1.0f);
         ASSERT_NEAR(go(x, y, 1), test::SommesFenetre(ref, &m, x, y, d).moyenne() - 50.0, 1e-3);
       }
-  // The mosaic job's reference image: each value mapped by the unmasked statistics of its window; a
-  // flat image lands on the target mean.
-  TTImage<float> reference;
-  ImageReferenceWalis(im, reference, d, T2D<double>(127.5, 50.0));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      const test::Sommes s = test::SommesFenetre(im, nullptr, x, y, d);
-      ASSERT_NEAR(reference(x, y), (im(x, y) - s.moyenne()) * 50.0 / s.ecart() + 127.5, 1e-3);
-    }
+  // A flat image lands on the target mean.
   ImageReferenceWalis(TTImage<float>(w, h, 30.0f), reference, d, T2D<double>(127.5, 50.0));
   EXPECT_TRUE(test::MemesPixels(reference, TTImage<float>(w, h, 127.5f)));
 }
 
-TEST(Walis, RefusAvantToutCalcul) {
+TEST(Walis, ImagesUniformesEtRefusAvantToutCalcul) {
+  // Windows of 100s with target (127.5, 50): gain 1, offset 27.5. Target (0, 0) stands for the
+  // image's own statistics, so a uniform image is left as it is.
+  const TTImage<float> cent(40, 30, 100.0f);
+  TTImage<float> gain, offset;
+  for (const double moyenneCible : {127.5, 0.0}) {
+    GainOffsetWalis(cent, TTImage<bool>(40, 30, true), gain, offset, 50, moyenneCible,
+                    moyenneCible ? 50.0 : 0.0);
+    EXPECT_TRUE(test::MemesPixels(gain, TTImage<float>(40, 30, 1.0f)));
+    EXPECT_TRUE(test::MemesPixels(offset, TTImage<float>(40, 30, moyenneCible ? 27.5f : 0.0f)));
+  }
+
   TTImage<float> im(17, 9, 3.0f), g2, o2, go;
   const TTImage<float> deux(17, 9, TagNbCanaux(2)), petite(17, 8, 1.0f);
   const TTImage<bool> m(17, 9, true), petit(17, 8, true);
   const std::pair<std::function<void()>, const char*> refus[] = {
-      {[&] { GainOffsetWalis(im, petit, g2, o2, 10, 1, 1); },
-       "[Walis] (GainOffsetWalis) Le masque (17 x 8) n'a"},
-      {[&] { GainOffsetWalis(im, m, g2, o2, -4, 1, 1); },
-       "[Walis] (GainOffsetWalis) Demi-largeur de fenetre"},
+      {[&] { GainOffsetWalis(im, petit, g2, o2, 10, 1, 1); }, "[Walis] (GainOffsetWalis) Le masque (17 x 8)"},
+      {[&] { GainOffsetWalis(im, m, g2, o2, -4, 1, 1); }, "[Walis] (GainOffsetWalis) Demi-largeur de"},
       {[&] { GainOffsetWalis(im, m, g2, g2, 10, 1, 1); }, "[Walis] (GainOffsetWalis) Le gain et l'offset"},
       {[&] { GainOffsetWalis(deux, m, g2, o2, 10, 0, 0); }, "[Walis] (GainOffsetWalis) L'image a 2 canaux"},
       {[&] { GainOffsetWalisReference(im, m, petite, petit, go); },
        "[Walis] (GainOffsetWalisReference) L'image de reference (17 x 8) n'a pas la taille de l'image"},
       {[&] { AppliqueGainOffset(im, petite, im); }, "[Walis] (AppliqueGainOffset) Gain (17 x 8) et offset"},
-      {[&] { AppliqueGainOffset(im, im); },
-       "[Walis] (AppliqueGainOffset) Le champ gain-offset (17 x 9, 1 canaux)"},
+      {[&] { AppliqueGainOffset(im, im); }, "[Walis] (AppliqueGainOffset) Le champ gain-offset (17 x 9, 1"},
   };
   for (const auto& r : refus) test::Refuse(r.first, r.second);
   EXPECT_EQ(g2.GetTaille(), TPoint2D<int>(0, 0));
