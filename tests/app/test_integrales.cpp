@@ -83,11 +83,13 @@ TEST(Integrales, SommesBrutesEntieresSansLaPremiereLigneTraceEtRefus) {
   EXPECT_NEAR(b.x, sansPremiere.s, 1e-8);
   EXPECT_NEAR(b.y, sansPremiere.q, 1e-5);
   EXPECT_EQ(b.z, sansPremiere.n);
+  T2D<double> st;  // the whole-image form counts every pixel, first row included
+  stats_images_integrales(S, S2, st);
+  EXPECT_NEAR(st.x, test::SommesDirectes(im, &m, 0, 0, w - 1, h - 1).s / (w * h), 1e-9);
   // An empty image: zeros, nothing read outside the tables.
   images_integrales_mask(TTImage<float>(0, 0, TagNbCanaux(1)), TTImage<bool>(0, 0, TagNbCanaux(1)), S, S2, N);
   stats_images_integrales_brutes(S, S2, N, b);
   EXPECT_EQ(b, T3D<double>(0.0, 0.0, 0.0));
-  T2D<double> st(1.0, 1.0);
   stats_images_integrales(S, S2, st);
   EXPECT_EQ(st, T2D<double>(0.0, 0.0));
 
