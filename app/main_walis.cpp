@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "egalise.h"
 #include "polynome.h"
@@ -55,6 +56,23 @@ TTImage<bool> LireMasque(const char* nom, const TTImage<float>& image, const cha
   return masque;
 }
 
+// An image and its mask, read from argv[i] and argv[i + 1] and checked against each other.
+struct Paire {
+  TTImage<float> image;
+  TTImage<bool> masque;
+};
+Paire LirePaire(char** argv, int i) {
+  Paire p{LireImage(argv[i], argv[1]), TTImage<bool>()};
+  p.masque = LireMasque(argv[i + 1], p.image, argv[i], argv[1]);
+  return p;
+}
+
+// The start of the commands on one pair: the arguments counted, then the image argv[2] and its mask.
+Paire DebutPaire(int argc, char** argv) {
+  VerifierArguments(argc, argv[1], 2, "image masque");
+  return LirePaire(argv, 2);
+}
+
 void Sauver(const TTImage<float>& image, const std::string& nom) {
   image.Sauver(nom.c_str(), 0, OptionsImageOut::defaut());
 }
@@ -76,34 +94,29 @@ int LireDemiLargeur(const char* texte, const char* commande) {
 }
 
 void Prelisse(int argc, char** argv, bool polynomial) {
-  const char* commande = argv[1];
-  VerifierArguments(argc, commande, 2, "image masque");
-  TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  Paire p = DebutPaire(argc, argv);
   if (polynomial)
-    PrelissePolyWalis(image, masque, kDegrePrelissePoly, 2 * kDemiLargeurWalis, kCibleWalis.x, kCibleWalis.y,
-                      1);
+    PrelissePolyWalis(p.image, p.masque, kDegrePrelissePoly, 2 * kDemiLargeurWalis, kCibleWalis.x,
+                      kCibleWalis.y, 1);
   else
-    PrelisseWalisMoy(image, masque, kCibleWalis);
-  Sauver(image, "imreet.tif");
+    PrelisseWalisMoy(p.image, p.masque, kCibleWalis);
+  Sauver(p.image, "imreet.tif");
 }
 
 void WalisImageReference(int argc, char** argv) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 4, "image masque image_reference masque_reference");
-  TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
-  const TTImage<float> reference = LireImage(argv[4], commande);
-  const TTImage<bool> masqueReference = LireMasque(argv[5], reference, argv[4], commande);
-  if (reference.GetTaille() != image.GetTaille())
+  Paire p = LirePaire(argv, 2);
+  const Paire r = LirePaire(argv, 4);
+  if (r.image.GetTaille() != p.image.GetTaille())
     ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") L'image de reference " << argv[4] << " ("
-                                      << reference.iGetNbColonnes() << " x " << reference.iGetNbLignes()
+                                      << r.image.iGetNbColonnes() << " x " << r.image.iGetNbLignes()
                                       << ") n'a pas la taille de l'image " << argv[2] << " ("
-                                      << image.iGetNbColonnes() << " x " << image.iGetNbLignes() << ").");
+                                      << p.image.iGetNbColonnes() << " x " << p.image.iGetNbLignes() << ").");
   TTImage<float> gainOffset;
-  GainOffsetWalisReference(image, masque, reference, masqueReference, gainOffset, kDemiLargeurWalis);
-  AppliqueGainOffset(image, gainOffset);
-  Sauver(image, "imfin.tif");
+  GainOffsetWalisReference(p.image, p.masque, r.image, r.masque, gainOffset, kDemiLargeurWalis);
+  AppliqueGainOffset(p.image, gainOffset);
+  Sauver(p.image, "imfin.tif");
 }
 
 void AppliqueGainOffsetCommande(int argc, char** argv) {
@@ -123,13 +136,10 @@ void AppliqueGainOffsetCommande(int argc, char** argv) {
 }
 
 void ModeleMonoImage(int argc, char** argv) {
-  const char* commande = argv[1];
-  VerifierArguments(argc, commande, 2, "image masque");
-  TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
-  const Polynome2D p = ModelePolynomialMonoImage(image, masque, 1, kDegreModele);
-  Sauver(image, "res.tif");
-  SauverPolynome(p, "fout.txt", commande);
+  Paire p = DebutPaire(argc, argv);
+  const Polynome2D modele = ModelePolynomialMonoImage(p.image, p.masque, 1, kDegreModele);
+  Sauver(p.image, "res.tif");
+  SauverPolynome(modele, "fout.txt", argv[1]);
 }
 
 // Pairs (image, mask) from argv[2]; each image's positions are taken from its own centre. Each pair is
@@ -144,49 +154,40 @@ void ModeleMultiImages(int argc, char** argv) {
   }
   AjustementPolynome2D ajustement(kDegreModele);
   for (int i = 2; i + 1 < argc; i += 2) {
-    const TTImage<float> image = LireImage(argv[i], commande);
-    const TTImage<bool> masque = LireMasque(argv[i + 1], image, argv[i], commande);
-    ajustement.Ajouter(image, masque, 1);
+    const Paire p = LirePaire(argv, i);
+    ajustement.Ajouter(p.image, p.masque, 1);
   }
   std::cout << ajustement.NbEquations() << " equations" << std::endl;
-  const Polynome2D p = ajustement.Resoudre();
+  const Polynome2D modele = ajustement.Resoudre();
   for (int i = 2; i + 1 < argc; i += 2) {
-    TTImage<float> image = LireImage(argv[i], commande);
-    const TTImage<bool> masque = LireMasque(argv[i + 1], image, argv[i], commande);
-    AppliquerModele(image, masque, p);
-    Sauver(image, std::string(argv[i]) + "res.tif");
+    Paire p = LirePaire(argv, i);
+    AppliquerModele(p.image, p.masque, modele);
+    Sauver(p.image, std::string(argv[i]) + "res.tif");
   }
-  SauverPolynome(p, "fout.txt", commande);
+  SauverPolynome(modele, "fout.txt", commande);
 }
 
 void MoyMasqueCommande(int argc, char** argv) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 3, "image masque demi-largeur");
   const int rayon = LireDemiLargeur(argv[4], commande);
-  TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
-  MoyMasque(image, masque, rayon);
-  Sauver(image, "imlisse.tif");
+  Paire p = LirePaire(argv, 2);
+  MoyMasque(p.image, p.masque, rayon);
+  Sauver(p.image, "imlisse.tif");
 }
 
 void Stats(int argc, char** argv) {
-  const char* commande = argv[1];
-  VerifierArguments(argc, commande, 2, "image masque");
-  const TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  const Paire p = DebutPaire(argc, argv);
   TTImage<float> moyenne, ecartType;
-  StatsLocales(image, masque, kDemiLargeurStats, moyenne, ecartType);
+  StatsLocales(p.image, p.masque, kDemiLargeurStats, moyenne, ecartType);
   Sauver(moyenne, "moy.tif");
   Sauver(ecartType, "stdev.tif");
 }
 
 void GainOffsetWalisCommande(int argc, char** argv) {
-  const char* commande = argv[1];
-  VerifierArguments(argc, commande, 2, "image masque");
-  const TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<bool> masque = LireMasque(argv[3], image, argv[2], commande);
+  const Paire p = DebutPaire(argc, argv);
   TTImage<float> gainOffset;
-  GainOffsetWalisFenetre(image, masque, gainOffset, kCibleWalis);
+  GainOffsetWalisFenetre(p.image, p.masque, gainOffset, kCibleWalis);
   Sauver(gainOffset, "imreet.tif");
 }
 
@@ -194,24 +195,18 @@ void GainOffsetWalisCommande(int argc, char** argv) {
 
 void Main_walis_new(int argc, char** argv) {
   if (argc < 2 || !argv[1]) return;
-  const char* c = argv[1];
   // The order of the comparisons is the established one; a name that is none of the nine does nothing.
-  if (!std::strcmp(c, "PrelisseWalis:Moy"))
-    Prelisse(argc, argv, false);
-  else if (!std::strcmp(c, "PrelisseWalis:Poly"))
-    Prelisse(argc, argv, true);
-  else if (!std::strcmp(c, "WalisImageReference"))
-    WalisImageReference(argc, argv);
-  else if (!std::strcmp(c, "AppliqueGainOffset"))
-    AppliqueGainOffsetCommande(argc, argv);
-  else if (!std::strcmp(c, "ModelePolynomialMonoImage"))
-    ModeleMonoImage(argc, argv);
-  else if (!std::strcmp(c, "ModelePolynomialMultiImages"))
-    ModeleMultiImages(argc, argv);
-  else if (!std::strcmp(c, "MoyMasque"))
-    MoyMasqueCommande(argc, argv);
-  else if (!std::strcmp(c, "Stats"))
-    Stats(argc, argv);
-  else if (!std::strcmp(c, "GainOffsetWalis"))
-    GainOffsetWalisCommande(argc, argv);
+  const std::pair<const char*, void (*)(int, char**)> commandes[] = {
+      {"PrelisseWalis:Moy", [](int n, char** v) { Prelisse(n, v, false); }},
+      {"PrelisseWalis:Poly", [](int n, char** v) { Prelisse(n, v, true); }},
+      {"WalisImageReference", WalisImageReference},
+      {"AppliqueGainOffset", AppliqueGainOffsetCommande},
+      {"ModelePolynomialMonoImage", ModeleMonoImage},
+      {"ModelePolynomialMultiImages", ModeleMultiImages},
+      {"MoyMasque", MoyMasqueCommande},
+      {"Stats", Stats},
+      {"GainOffsetWalis", GainOffsetWalisCommande},
+  };
+  for (const auto& [nom, commande] : commandes)
+    if (!std::strcmp(argv[1], nom)) return commande(argc, argv);
 }

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "outils_bench.h"
 #include "zepra/ttimage.h"
 
 namespace {
@@ -11,14 +12,8 @@ namespace {
 constexpr int kCote = 10000;
 
 const TTImage<float>& Source() {
-  static const TTImage<float> im = [] {
-    TTImage<float> s(kCote, kCote, TagNbCanaux(1));
-    for (int y = 0; y < kCote; ++y) {
-      float* l = s.GetLines(y);
-      for (int x = 0; x < kCote; ++x) l[x] = static_cast<float>((x * 7 + y * 3) % 1000) * 0.37f;
-    }
-    return s;
-  }();
+  static const TTImage<float> im = bench::ImageCalculee<float>(
+      kCote, [](int x, int y) { return static_cast<float>((x * 7 + y * 3) % 1000) * 0.37f; });
   return im;
 }
 

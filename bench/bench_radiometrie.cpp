@@ -5,7 +5,9 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
+#include <vector>
 
+#include "outils_bench.h"
 #include "polynome.h"
 #include "prelissage.h"
 #include "walis.h"
@@ -13,51 +15,33 @@
 namespace {
 
 constexpr int kCote = 8000;
+constexpr double kPixels = static_cast<double>(kCote) * kCote;
 
 const TTImage<float>& Image() {
-  static const TTImage<float> im = [] {
-    TTImage<float> s(kCote, kCote, TagNbCanaux(1));
-    for (int y = 0; y < kCote; ++y) {
-      float* l = s.GetLines(y);
-      for (int x = 0; x < kCote; ++x) l[x] = static_cast<float>((x * 7 + y * 13) % 251) + 0.25f * (x % 3);
-    }
-    return s;
-  }();
+  static const TTImage<float> im = bench::ImageCalculee<float>(
+      kCote, [](int x, int y) { return static_cast<float>((x * 7 + y * 13) % 251) + 0.25f * (x % 3); });
   return im;
 }
 
 // About one pixel in eight left out, in scattered runs and one large block (a cloud).
 const TTImage<bool>& Masque() {
-  static const TTImage<bool> m = [] {
-    TTImage<bool> s(kCote, kCote, TagNbCanaux(1));
-    for (int y = 0; y < kCote; ++y) {
-      auto l = s.GetLines(y);
-      for (int x = 0; x < kCote; ++x)
-        l[x] = ((x / 5 + y / 3) % 11 != 0) && !(x > 2000 && x < 3000 && y > 4000 && y < 5000);
-    }
-    return s;
-  }();
+  static const TTImage<bool> m = bench::ImageCalculee<bool>(kCote, [](int x, int y) {
+    return ((x / 5 + y / 3) % 11 != 0) && !(x > 2000 && x < 3000 && y > 4000 && y < 5000);
+  });
   return m;
-}
-
-void ParPixel(benchmark::State& state) {
-  state.counters["ns_par_pixel"] =
-      benchmark::Counter(static_cast<double>(kCote) * kCote * state.iterations(),
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 // The plain pass: one sum over every pixel, walking the lines.
 void BM_PassageSimpleSomme(benchmark::State& state) {
   const TTImage<float>& im = Image();
-  for (auto _ : state) {
+  bench::MesurerParPixel(state, kPixels, [&] {
     double somme = 0.0;
     for (int y = 0; y < kCote; ++y) {
       const float* l = im.GetLines(y);
       for (int x = 0; x < kCote; ++x) somme += l[x];
     }
     benchmark::DoNotOptimize(somme);
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_PassageSimpleSomme)->Unit(benchmark::kMillisecond);
 
@@ -65,12 +49,12 @@ BENCHMARK(BM_PassageSimpleSomme)->Unit(benchmark::kMillisecond);
 void BM_GainOffsetWalis(benchmark::State& state) {
   const TTImage<float>& im = Image();
   const TTImage<bool>& m = Masque();
-  for (auto _ : state) {
+  const int taille = 2 * static_cast<int>(state.range(0));
+  bench::MesurerParPixel(state, kPixels, [&] {
     TTImage<float> gain, offset;
-    GainOffsetWalis(im, m, gain, offset, 2 * static_cast<int>(state.range(0)), 127.5, 50.0);
+    GainOffsetWalis(im, m, gain, offset, taille, 127.5, 50.0);
     benchmark::DoNotOptimize(gain.InternalData());
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_GainOffsetWalis)->Arg(100)->Arg(25)->Unit(benchmark::kMillisecond);
 
@@ -79,46 +63,40 @@ BENCHMARK(BM_GainOffsetWalis)->Arg(100)->Arg(25)->Unit(benchmark::kMillisecond);
 void BM_GainOffsetWalisSortiesReutilisees(benchmark::State& state) {
   const TTImage<float>& im = Image();
   const TTImage<bool>& m = Masque();
+  const int taille = 2 * static_cast<int>(state.range(0));
   TTImage<float> gain, offset;
-  GainOffsetWalis(im, m, gain, offset, 2 * static_cast<int>(state.range(0)), 127.5, 50.0);
-  for (auto _ : state) {
-    GainOffsetWalis(im, m, gain, offset, 2 * static_cast<int>(state.range(0)), 127.5, 50.0);
+  GainOffsetWalis(im, m, gain, offset, taille, 127.5, 50.0);
+  bench::MesurerParPixel(state, kPixels, [&] {
+    GainOffsetWalis(im, m, gain, offset, taille, 127.5, 50.0);
     benchmark::DoNotOptimize(gain.InternalData());
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_GainOffsetWalisSortiesReutilisees)->Arg(100)->Arg(2)->Unit(benchmark::kMillisecond);
 
 void BM_MoyMasque(benchmark::State& state) {
   TTImage<float> im = Image();
   const TTImage<bool>& m = Masque();
-  for (auto _ : state) {
+  bench::MesurerParPixel(state, kPixels, [&] {
     MoyMasque(im, m, static_cast<int>(state.range(0)));
     benchmark::DoNotOptimize(im.InternalData());
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_MoyMasque)->Arg(100)->Unit(benchmark::kMillisecond);
 
-Polynome2D PolynomeDegre10() {
+// The reference of the fit: a degree-10 polynomial evaluated at every pixel (written where the mask
+// is set).
+void BM_EvaluationDegre10(benchmark::State& state) {
+  TTImage<float> im = Image();
+  const TTImage<bool>& m = Masque();
   Polynome2D p(10);
   std::vector<double> c;
   for (const Monome2D& t : p.Termes())
     c.push_back(1.0 / std::pow(4000.0, t.i + t.j) * ((t.i * 3 + t.j) % 5 - 2));
   p.SetCoefficients(c);
-  return p;
-}
-
-// The reference of the fit: the polynomial evaluated at every pixel (written where the mask is set).
-void BM_EvaluationDegre10(benchmark::State& state) {
-  TTImage<float> im = Image();
-  const TTImage<bool>& m = Masque();
-  const Polynome2D p = PolynomeDegre10();
-  for (auto _ : state) {
+  bench::MesurerParPixel(state, kPixels, [&] {
     AppliquerModele(im, m, p);
     benchmark::DoNotOptimize(im.InternalData());
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_EvaluationDegre10)->Unit(benchmark::kMillisecond);
 
@@ -126,13 +104,12 @@ BENCHMARK(BM_EvaluationDegre10)->Unit(benchmark::kMillisecond);
 void BM_AjustementDegre10(benchmark::State& state) {
   const TTImage<float>& im = Image();
   const TTImage<bool>& m = Masque();
-  for (auto _ : state) {
+  bench::MesurerParPixel(state, kPixels, [&] {
     AjustementPolynome2D a(10);
     a.Ajouter(im, m, 1);
     const Polynome2D p = a.Resoudre();
     benchmark::DoNotOptimize(p.Coefficients().data());
-  }
-  ParPixel(state);
+  });
 }
 BENCHMARK(BM_AjustementDegre10)->Unit(benchmark::kMillisecond);
 

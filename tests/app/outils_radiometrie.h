@@ -1,5 +1,7 @@
-// Random images and masks, and brute-force window sums, for the radiometric tests.
+// Random images and masks, brute-force window sums and pixel comparisons for the radiometric tests.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,25 +13,27 @@
 
 namespace test {
 
-inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
-  std::uniform_real_distribution<float> u(min, max);
-  TTImage<float> im(w, h, TagNbCanaux(1));
+// A one-channel image of w x h samples drawn from 'loi'.
+template <class T, class Loi>
+TTImage<T> Aleatoire(int w, int h, std::mt19937& g, Loi loi) {
+  TTImage<T> im(w, h, TagNbCanaux(1));
   for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) im(x, y) = u(g);
+    for (int x = 0; x < w; ++x) im(x, y) = loi(g);
   return im;
 }
-
+inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
+  return Aleatoire<float>(w, h, g, std::uniform_real_distribution<float>(min, max));
+}
 inline TTImage<bool> MasqueAleatoire(int w, int h, std::mt19937& g, double proportion = 0.6) {
-  std::bernoulli_distribution b(proportion);
-  TTImage<bool> m(w, h, TagNbCanaux(1));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) m(x, y) = b(g);
-  return m;
+  return Aleatoire<bool>(w, h, g, std::bernoulli_distribution(proportion));
 }
 
-// Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is given.
+// Sums over the pixels of [x0, x1] x [y0, y1] (clipped), counting only masked ones when a mask is
+// given; mean and deviation are 0 for an empty window, the deviation of a negative variance 0.
 struct Sommes {
   double s = 0.0, q = 0.0, n = 0.0;
+  double moyenne() const { return n ? s / n : 0.0; }
+  double ecart() const { return n ? std::sqrt(std::max(q / n - moyenne() * moyenne(), 0.0)) : 0.0; }
 };
 inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, int x0, int y0, int x1,
                              int y1) {
@@ -44,10 +48,24 @@ inline Sommes SommesDirectes(const TTImage<float>& im, const TTImage<bool>* m, i
     }
   return r;
 }
+// The window of half-width d around (x, y).
+inline Sommes SommesFenetre(const TTImage<float>& im, const TTImage<bool>* m, int x, int y, int d) {
+  return SommesDirectes(im, m, x - d, y - d, x + d, y + d);
+}
 
-// Relative closeness for sums of many terms of the same sign.
-inline bool Proche(double a, double b, double tolerance = 1e-9) {
-  return std::fabs(a - b) <= tolerance * std::max({1.0, std::fabs(a), std::fabs(b)});
+// Every sample equal, NaN matching NaN; the first difference is reported with its place.
+inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTImage<float>& b) {
+  if (a.GetTaille() != b.GetTaille() || a.GetNbCanaux() != b.GetNbCanaux())
+    return ::testing::AssertionFailure() << "tailles ou canaux differents";
+  for (int y = 0; y < a.iGetNbLignes(); ++y)
+    for (int x = 0; x < a.iGetNbColonnes(); ++x)
+      for (int c = 0; c < a.GetNbCanaux(); ++c) {
+        const float u = a(x, y, c), v = b(x, y, c);
+        if (u != v && !(std::isnan(u) && std::isnan(v)))
+          return ::testing::AssertionFailure()
+                 << "(" << x << ", " << y << ", " << c << ") " << u << " / " << v;
+      }
+  return ::testing::AssertionSuccess();
 }
 
 // Captures what is written on std::cout while it lives.

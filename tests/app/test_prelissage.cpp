@@ -3,44 +3,23 @@
 #include <gtest/gtest.h>
 
 #include "outils_radiometrie.h"
+#include "outils_test.h"
 #include "polynome.h"
 #include "prelissage.h"
 #include "walis.h"
-#include "zepra/erreur.h"
 
 namespace {
 
-void ExpectMemesPixels(const TTImage<float>& a, const TTImage<float>& b) {
-  ASSERT_EQ(a.GetTaille(), b.GetTaille());
-  for (int y = 0; y < a.iGetNbLignes(); ++y)
-    for (int x = 0; x < a.iGetNbColonnes(); ++x)
-      ASSERT_TRUE(a(x, y) == b(x, y) || (std::isnan(a(x, y)) && std::isnan(b(x, y))))
-          << x << "," << y << " : " << a(x, y) << " / " << b(x, y);
-}
-
-TEST(Prelissage, InverseMasqueNieChaquePixel) {
-  std::mt19937 g(41);
-  const TTImage<bool> m = test::MasqueAleatoire(37, 5, g);
-  TTImage<bool> inverse, retour;
-  InverseMasque(m, inverse);
-  InverseMasque(inverse, retour);
-  ASSERT_EQ(inverse.GetTaille(), m.GetTaille());
-  for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 37; ++x) {
-      EXPECT_EQ(inverse(x, y), !m(x, y));
-      EXPECT_EQ(retour(x, y), m(x, y));
-    }
-  TTImage<bool> surPlace = m;
-  InverseMasque(surPlace, surPlace);
-  for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 37; ++x) EXPECT_EQ(surPlace(x, y), !m(x, y));
-}
-
-TEST(Prelissage, MoyMasqueCommeLesMoyennesDirectes) {
+TEST(Prelissage, InverseMasqueEtMoyMasqueCommeLesMoyennesDirectes) {
   std::mt19937 g(42);
   const int w = 33, h = 28;
   const TTImage<float> im = test::ImageAleatoire(w, h, g);
-  TTImage<bool> m = test::MasqueAleatoire(w, h, g, 0.4);
+  TTImage<bool> m = test::MasqueAleatoire(w, h, g, 0.4), inverse, surPlace = m;
+  InverseMasque(m, inverse);
+  InverseMasque(surPlace, surPlace);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) ASSERT_TRUE(inverse(x, y) != m(x, y) && surPlace(x, y) != m(x, y));
+
   // A hole wider than the small windows: its centre pixels have values but no masked neighbour.
   for (int y = 5; y < 20; ++y)
     for (int x = 8; x < 25; ++x) m(x, y) = false;
@@ -50,117 +29,81 @@ TEST(Prelissage, MoyMasqueCommeLesMoyennesDirectes) {
     int vides = 0;
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < w; ++x) {
-        const test::Sommes s = test::SommesDirectes(im, &m, x - rayon, y - rayon, x + rayon, y + rayon);
-        if (s.n == 0) {
-          ++vides;
-          EXPECT_EQ(lisse(x, y), 0.0f) << rayon << " " << x << "," << y;
-        } else {
-          EXPECT_NEAR(lisse(x, y), s.s / s.n, 2e-4) << rayon << " " << x << "," << y;
-        }
+        const test::Sommes s = test::SommesFenetre(im, &m, x, y, rayon);
+        vides += s.n == 0;
+        ASSERT_NEAR(lisse(x, y), s.moyenne(), 2e-4) << rayon << " " << x << "," << y;
       }
-    if (rayon <= 4) {
-      EXPECT_GT(vides, 0);
-    }
+    EXPECT_EQ(vides > 0, rayon <= 4) << rayon;
   }
   TTImage<float> copie = im;
-  EXPECT_THROW(MoyMasque(copie, m, -1), Erreur);
-  EXPECT_THROW(MoyMasque(copie, TTImage<bool>(w, h + 1, true), 2), Erreur);
-  ExpectMemesPixels(copie, im);
+  test::Refuse([&] { MoyMasque(copie, m, -1); }, "[Prelissage] (MoyMasque) Demi-largeur de fenetre negative");
+  EXPECT_TRUE(test::MemesPixels(copie, im));
 }
 
-TEST(Prelissage, LesDeuxPrelissagesSontLaCompositionDeLeursEtapes) {
+// The steps written out: the Wallis fields over the kept pixels, each passed through 'lisser', applied.
+template <class F>
+TTImage<float> Etapes(const TTImage<float>& im, const TTImage<bool>& garde, int tailleWalis, F lisser) {
+  TTImage<float> r = im, gain, offset;
+  GainOffsetWalis(r, garde, gain, offset, tailleWalis, 127.5, 50.0);
+  lisser(gain);
+  lisser(offset);
+  AppliqueGainOffset(r, gain, offset);
+  return r;
+}
+
+TEST(Prelissage, LesDeuxPrelissagesSontLaCompositionDeLeursEtapesEtRefus) {
   std::mt19937 g(43);
   const int w = 48, h = 40;
   const TTImage<float> im = test::ImageAleatoire(w, h, g);
-  TTImage<bool> exclu = test::MasqueAleatoire(w, h, g, 0.15);
+  TTImage<bool> exclu = test::MasqueAleatoire(w, h, g, 0.15), garde;
   for (int y = 10; y < 22; ++y)
     for (int x = 30; x < 45; ++x) exclu(x, y) = true;
-  TTImage<bool> masque;
-  InverseMasque(exclu, masque);
+  InverseMasque(exclu, garde);
 
   for (int tailleMoy : {0, 3, 100}) {
-    TTImage<float> attendu = im, gain, offset;
-    GainOffsetWalis(attendu, masque, gain, offset, 11, 127.5, 50.0);
-    if (tailleMoy > 0) {
-      MoyMasque(gain, masque, tailleMoy);
-      MoyMasque(offset, masque, tailleMoy);
-    }
-    AppliqueGainOffset(attendu, gain, offset);
     TTImage<float> obtenu = im;
     PrelisseMoyWalis(obtenu, exclu, tailleMoy, 11, 127.5, 50.0);
-    ExpectMemesPixels(obtenu, attendu);
+    auto lisser = [&](TTImage<float>& champ) {
+      if (tailleMoy > 0) MoyMasque(champ, garde, tailleMoy);
+    };
+    EXPECT_TRUE(test::MemesPixels(obtenu, Etapes(im, garde, 11, lisser))) << tailleMoy;
   }
   // The command's routine: window size 50 (half-width 25), smoothing half-width 100.
-  TTImage<float> commande = im, attendu = im;
+  TTImage<float> commande = im;
   PrelisseWalisMoy(commande, exclu, T2D<double>(127.5, 50.0));
-  PrelisseMoyWalis(attendu, exclu, 100, 50, 127.5, 50.0);
-  ExpectMemesPixels(commande, attendu);
+  EXPECT_TRUE(test::MemesPixels(commande,
+                                Etapes(im, garde, 50, [&](TTImage<float>& c) { MoyMasque(c, garde, 100); })));
 
-  // The polynomial form, with its two counts of equations.
+  // The polynomial form, each fit writing its count of equations (every second pixel of every second
+  // line): twice for the routine, twice for its steps.
+  long long n = 0;
+  for (int y = 0; y < h; y += 2)
+    for (int x = 0; x < w; x += 2) n += garde(x, y);
   TTImage<float> poly = im;
-  std::string sortie;
   {
     test::CaptureSortie capture;
     PrelissePolyWalis(poly, exclu, 3, 11, 127.5, 50.0, 2);
-    sortie = capture.texte();
+    const TTImage<float> attendu =
+        Etapes(im, garde, 11, [&](TTImage<float>& c) { ModelePolynomialMonoImage(c, garde, 2, 3); });
+    EXPECT_TRUE(test::MemesPixels(poly, attendu));
+    const std::string ligne = std::to_string(n) + " equations\n";
+    EXPECT_EQ(capture.texte(), ligne + ligne + ligne + ligne);
   }
-  TTImage<float> gain, offset;
-  attendu = im;
-  GainOffsetWalis(attendu, masque, gain, offset, 11, 127.5, 50.0);
-  {
-    test::CaptureSortie capture;
-    ModelePolynomialMonoImage(gain, masque, 2, 3);
-    ModelePolynomialMonoImage(offset, masque, 2, 3);
-    EXPECT_EQ(sortie, capture.texte());
-  }
-  AppliqueGainOffset(attendu, gain, offset);
-  ExpectMemesPixels(poly, attendu);
-  long long n = 0;
-  for (int y = 0; y < h; y += 2)
-    for (int x = 0; x < w; x += 2) n += masque(x, y);
-  EXPECT_EQ(sortie, std::to_string(n) + " equations\n" + std::to_string(n) + " equations\n");
-}
-
-TEST(Prelissage, ImagesConstruitesEtMasquesExtremes) {
-  // A uniform image: flat windows give gain 1 and offset 27.5, both models are those constants, and
-  // every kept pixel lands on the target mean; excluded pixels get fields of 0 and become 0.
-  TTImage<float> im(30, 20, 100.0f);
-  TTImage<bool> exclu(30, 20, false);
-  for (int x = 0; x < 30; ++x) exclu(x, 0) = true;
-  {
-    test::CaptureSortie capture;
-    PrelissePolyWalis(im, exclu, 2, 10, 127.5, 50.0, 1);
-    EXPECT_EQ(capture.texte(), "570 equations\n570 equations\n");
-  }
-  for (int y = 0; y < 20; ++y)
-    for (int x = 0; x < 30; ++x) EXPECT_NEAR(im(x, y), y == 0 ? 0.0f : 127.5f, 1e-3) << x << "," << y;
-
-  TTImage<float> moy(30, 20, 100.0f);
-  PrelisseMoyWalis(moy, exclu, 0, 10, 127.5, 50.0);
-  for (int x = 0; x < 30; ++x) {
-    EXPECT_EQ(moy(x, 0), 0.0f);
-    EXPECT_EQ(moy(x, 7), 127.5f);
-  }
-  // Smoothed fields reach into the excluded line from the kept pixels next to it.
-  moy = TTImage<float>(30, 20, 100.0f);
-  PrelisseMoyWalis(moy, exclu, 2, 10, 127.5, 50.0);
-  EXPECT_EQ(moy(4, 0), 127.5f);
 
   // Everything excluded: no field is written, so the image becomes 0.
   TTImage<float> tout(12, 9, 42.0f);
   PrelisseMoyWalis(tout, TTImage<bool>(12, 9, true), 5, 10, 127.5, 50.0);
-  for (int y = 0; y < 9; ++y)
-    for (int x = 0; x < 12; ++x) ASSERT_EQ(tout(x, y), 0.0f);
+  EXPECT_TRUE(test::MemesPixels(tout, TTImage<float>(12, 9, 0.0f)));
 
   TTImage<float> copie(12, 9, 42.0f);
+  const TTImage<bool> rien(12, 9, false);
   test::CaptureSortie capture;
-  EXPECT_THROW(PrelissePolyWalis(copie, TTImage<bool>(12, 9, false), 10, 10, 127.5, 50.0, 0), Erreur);
-  EXPECT_THROW(
-      PrelissePolyWalis(copie, TTImage<bool>(12, 9, false), kDegreMaxPolynome + 1, 10, 127.5, 50.0, 1),
-      Erreur);
-  EXPECT_THROW(PrelisseMoyWalis(copie, TTImage<bool>(11, 9, false), 5, 10, 127.5, 50.0), Erreur);
+  test::Refuse([&] { PrelissePolyWalis(copie, rien, 10, 10, 127.5, 50.0, 0); },
+               "[Prelissage] (PrelissePolyWalis) Pas d'echantillonnage 0 : il doit valoir au moins 1.");
+  test::Refuse([&] { PrelissePolyWalis(copie, rien, kDegreMaxPolynome + 1, 10, 127.5, 50.0, 1); },
+               "[Prelissage] (PrelissePolyWalis) Degre 51 hors de [0, 50].");
   EXPECT_EQ(capture.texte(), "");
-  EXPECT_EQ(copie(3, 3), 42.0f);
+  EXPECT_TRUE(test::MemesPixels(copie, TTImage<float>(12, 9, 42.0f)));
 }
 
 }  // namespace
