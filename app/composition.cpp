@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "mosaique.h"
+#include "parallele.h"
 #include "zepra/erreur.h"
 
 namespace {
@@ -23,18 +24,18 @@ void BornesAxe(double a, double b, int n, int& debut, int& fin) {
 
 }  // namespace
 
-void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, int fusion, TTImage<float>& res) {
-  const int W = static_cast<int>(m.colonnes), H = static_cast<int>(m.lignes);
-  res.Construire(W, H, 1);
-  res.RemplirValeur(0.0f);
-  // Contributions counted per pixel (mean), or the distance of the value kept so far (Voronoi), where
-  // 0 counts as no distance yet.
-  TTImage<unsigned int> suivi(TagNbCanaux(1));
-  if (fusion == eFusionMoyenne || fusion == eFusionVoronoi) suivi.Construire(W, H, 1);
+namespace {
 
-  std::vector<double> col(W), lin(H);
+// Mosaic lines per task: enough to amortise the per-image set-up, small enough to balance the cores.
+constexpr int kLignesParBande = 64;
+
+// Composes the mosaic lines [y0, y1): each line depends only on the images, never on another line.
+void ComposerBande(const std::vector<ImageComposee>& images, const GeoCarto& m, int fusion, int y0, int y1,
+                   TTImage<float>& res, TTImage<unsigned int>& suivi) {
+  const int W = res.iGetNbColonnes(), H = res.iGetNbLignes();
   std::vector<unsigned char> colOk(W), linOk(H);
   std::vector<int> ci(W), li(H);
+  const bool avecSuivi = fusion == eFusionMoyenne || fusion == eFusionVoronoi;
   for (const ImageComposee& im : images) {
     const GeoCarto& g = im.geo;
     const int w = im.valeurs->iGetNbColonnes(), h = im.valeurs->iGetNbLignes();
@@ -45,16 +46,19 @@ void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, int f
     const bool completionZone = g.zone != 0 && m.y0 - (H - 1.0) * m.pasY < 1000000.0;
     if (!completionZone)
       BornesAxe((m.y0 - g.y0 - g.pasY) / m.pasY, (m.y0 - g.y0 + (h + 1.0) * g.pasY) / m.pasY, H, l0, l1);
+    l0 = std::max(l0, y0);
+    l1 = std::min(l1, y1);
+    if (l0 >= l1 || c0 >= c1) continue;
     for (int c = c0; c < c1; ++c) {
-      double lc, dummy;
-      g.MapToPhoto(c * m.pasX + m.x0, g.y0, lc, dummy);
+      double lc, inutile;
+      g.MapToPhoto(c * m.pasX + m.x0, g.y0, lc, inutile);
       int k = 0, l = 0;
       colOk[c] = PixelDedans(lc, 0.0, w, 1, k, l);
       ci[c] = k;
     }
     for (int y = l0; y < l1; ++y) {
-      double dummy, ll;
-      g.MapToPhoto(g.x0, m.y0 - y * m.pasY, dummy, ll);
+      double inutile, ll;
+      g.MapToPhoto(g.x0, m.y0 - y * m.pasY, inutile, ll);
       int k = 0, l = 0;
       linOk[y] = PixelDedans(0.0, ll, 1, h, k, l);
       li[y] = l;
@@ -66,7 +70,7 @@ void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, int f
       const float* v = im.valeurs->GetLines(ly);
       const auto masque = im.masque->GetLines(ly);
       float* r = res.GetLines(y);
-      unsigned int* s = fusion == eFusionMoyenne || fusion == eFusionVoronoi ? suivi.GetLines(y) : nullptr;
+      unsigned int* s = avecSuivi ? suivi.GetLines(y) : nullptr;
       const double dy = ly - demiH;
       for (int c = c0; c < c1; ++c) {
         if (!colOk[c]) continue;
@@ -99,10 +103,27 @@ void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, int f
     }
   }
   if (fusion == eFusionMoyenne) {
-    for (int y = 0; y < H; ++y) {
+    for (int y = y0; y < y1; ++y) {
       float* r = res.GetLines(y);
       const unsigned int* s = suivi.GetLines(y);
       for (int c = 0; c < W; ++c) r[c] = s[c] != 0 ? r[c] / static_cast<float>(s[c]) : 0.0f;
     }
   }
+}
+
+}  // namespace
+
+void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, int fusion, TTImage<float>& res) {
+  const int W = static_cast<int>(m.colonnes), H = static_cast<int>(m.lignes);
+  res.Construire(W, H, 1);
+  res.RemplirValeur(0.0f);
+  // Contributions counted per pixel (mean), or the distance of the value kept so far (Voronoi), where
+  // 0 counts as no distance yet.
+  TTImage<unsigned int> suivi(TagNbCanaux(1));
+  if (fusion == eFusionMoyenne || fusion == eFusionVoronoi) suivi.Construire(W, H, 1);
+  const int bandes = (H + kLignesParBande - 1) / kLignesParBande;
+  PourChaque(static_cast<size_t>(bandes), [&](size_t b) {
+    const int y0 = static_cast<int>(b) * kLignesParBande;
+    ComposerBande(images, m, fusion, y0, std::min(H, y0 + kLignesParBande), res, suivi);
+  });
 }

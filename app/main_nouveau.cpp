@@ -7,6 +7,7 @@
 #include "egalise.h"
 #include "integrales.h"
 #include "mosaique.h"
+#include "parallele.h"
 #include "prelissage.h"
 #include "walis.h"
 #include "zepra/erreur.h"
@@ -43,23 +44,37 @@ void Dilater(std::vector<TTImage<bool>>& masques, size_t i, const std::vector<T2
 
 // Pooled mean and deviation of all images inside their masks, then every image brought onto them.
 void PrelisseWalis(std::vector<TTOrientedImage<float>>& orthos, const std::vector<TTImage<bool>>& masques) {
-  double somme = 0, sommeCarres = 0, nombre = 0;
-  for (size_t i = 0; i < orthos.size(); ++i) {
+  std::vector<T3D<double>> brutes(orthos.size());
+  PourChaque(orthos.size(), [&](size_t i) {
     TTImage<bool> dedans;
     InverseMasque(masques[i], dedans);
     TTImage<double> S, S2, N;
     images_integrales_mask(orthos[i], dedans, S, S2, N);
-    T3D<double> brutes;
-    stats_images_integrales_brutes(S, S2, N, brutes);
-    somme += brutes.x;
-    sommeCarres += brutes.y;
-    nombre += brutes.z;
+    stats_images_integrales_brutes(S, S2, N, brutes[i]);
+  });
+  // Summed in input order, whatever order the images were done in.
+  double somme = 0, sommeCarres = 0, nombre = 0;
+  for (const T3D<double>& b : brutes) {
+    somme += b.x;
+    sommeCarres += b.y;
+    nombre += b.z;
   }
   const double moyenne = somme / nombre;
   const double ecart = std::sqrt(sommeCarres / nombre - moyenne * moyenne);
   std::cout << moyenne << " " << ecart << std::endl;
-  for (size_t i = 0; i < orthos.size(); ++i)
-    PrelisseWalisMoy(orthos[i], masques[i], T2D<double>(moyenne, ecart));
+  PourChaque(orthos.size(),
+             [&](size_t i) { PrelisseWalisMoy(orthos[i], masques[i], T2D<double>(moyenne, ecart)); });
+}
+
+// Runs a task per image on several threads, then prints each image's console lines in input order,
+// up to the first image that failed, whose error is then raised: the console reads as if the images
+// had been done one after the other.
+void PourChaqueImage(size_t n, const std::function<void(size_t)>& tache,
+                     const std::function<void(size_t, bool)>& lignes) {
+  std::exception_ptr erreur;
+  const size_t echec = PourChaque(n, tache, erreur);
+  for (size_t i = 0; i < n && i <= echec; ++i) lignes(i, i < echec);
+  if (erreur) std::rethrow_exception(erreur);
 }
 
 }  // namespace
@@ -73,30 +88,34 @@ void Main_nouveau(int argc, char** argv) {
   const size_t n = o.entrees.size();
 
   // Inputs, and their "Incid_" masks when every one of them exists.
-  std::vector<TTOrientedImage<float>> orthos(n);
-  std::vector<TTImage<bool>> masques(n);
+  std::vector<std::string> nomsOrtho(n), nomsIncid(n);
   bool tousLesMasques = true;
   for (size_t i = 0; i < n; ++i) {
-    const std::string ortho = Voisin(o.entrees[i], "Ort_");
-    const std::string incid = Voisin(o.entrees[i], "Incid_");
-    std::cout << "Lecture de " << ortho << std::endl;
-    orthos[i].Lire(ortho.c_str());
-    GarderCanal0(orthos[i]);
-    if (!tousLesMasques || !std::ifstream(incid).is_open()) {
-      tousLesMasques = false;
-      continue;
-    }
-    const TTImage<float> flou(incid.c_str());
-    if (flou.GetTaille() != orthos[i].GetTaille())
-      ZEPRA_ERREUR("[Main_nouveau] (Masques) Le masque "
-                   << incid << " (" << flou.iGetNbColonnes() << " x " << flou.iGetNbLignes()
-                   << ") n'a pas la taille de l'image " << ortho << " (" << orthos[i].iGetNbColonnes()
-                   << " x " << orthos[i].iGetNbLignes() << ").");
-    masqueflou2masquenet(flou, masques[i]);
+    nomsOrtho[i] = Voisin(o.entrees[i], "Ort_");
+    nomsIncid[i] = Voisin(o.entrees[i], "Incid_");
+    tousLesMasques = tousLesMasques && std::ifstream(nomsIncid[i]).is_open();
   }
+  std::vector<TTOrientedImage<float>> orthos(n);
+  std::vector<TTImage<bool>> masques(n);
+  PourChaqueImage(
+      n,
+      [&](size_t i) {
+        orthos[i].Lire(nomsOrtho[i].c_str());
+        GarderCanal0(orthos[i]);
+        if (!tousLesMasques) {
+          image2masque(orthos[i], masques[i]);
+          return;
+        }
+        const TTImage<float> flou(nomsIncid[i].c_str());
+        if (flou.GetTaille() != orthos[i].GetTaille())
+          ZEPRA_ERREUR("[Main_nouveau] (Masques) Le masque "
+                       << nomsIncid[i] << " (" << flou.iGetNbColonnes() << " x " << flou.iGetNbLignes()
+                       << ") n'a pas la taille de l'image " << nomsOrtho[i] << " ("
+                       << orthos[i].iGetNbColonnes() << " x " << orthos[i].iGetNbLignes() << ").");
+        masqueflou2masquenet(flou, masques[i]);
+      },
+      [&](size_t i, bool) { std::cout << "Lecture de " << nomsOrtho[i] << std::endl; });
   std::cout << (tousLesMasques ? "usemask : OK" : "usemask : non") << std::endl;
-  if (!tousLesMasques)
-    for (size_t i = 0; i < n; ++i) image2masque(orthos[i], masques[i]);
 
   // Radiometric preparation; the masks are widened around the excluded zones.
   if (o.prelissewalis) PrelisseWalis(orthos, masques);
@@ -104,15 +123,19 @@ void Main_nouveau(int argc, char** argv) {
   if (o.referenceWalis) {
     const std::vector<T2D<int>> disque = Disque(26);
     walis.resize(n);
-    for (size_t i = 0; i < n; ++i) {
-      std::cout << "Walis " << i << std::endl;
-      ImageReferenceWalis(orthos[i], walis[i], 25, T2D<double>(127.5, 50.0));
-      std::cout << "OK" << std::endl;
-      Dilater(masques, i, disque);
-    }
+    PourChaqueImage(
+        n,
+        [&](size_t i) {
+          ImageReferenceWalis(orthos[i], walis[i], 25, T2D<double>(127.5, 50.0));
+          Dilater(masques, i, disque);
+        },
+        [&](size_t i, bool fait) {
+          std::cout << "Walis " << i << std::endl;
+          if (fait) std::cout << "OK" << std::endl;
+        });
   } else {
     const std::vector<T2D<int>> disque = Disque(10);
-    for (size_t i = 0; i < n; ++i) Dilater(masques, i, disque);
+    PourChaque(n, [&](size_t i) { Dilater(masques, i, disque); });
   }
 
   // Footprint: the union of the map extents.
@@ -143,10 +166,10 @@ void Main_nouveau(int argc, char** argv) {
     std::vector<Polynome2D> polynomes;
     if (!Egaliser(observees, emprise, o.pas, o.multiplicatif, polynomes, std::cout)) return;
     std::vector<TTImage<float>>().swap(walis);
-    for (size_t i = 0; i < n; ++i) {
+    PourChaque(n, [&](size_t i) {
       CorrigerImage(orthos[i], polynomes[i], o.multiplicatif);
       orthos[i].Sauver(Voisin(o.entrees[i], "Solution_").c_str());
-    }
+    });
     std::cout << "Fin du calcul" << std::endl;
   }
 

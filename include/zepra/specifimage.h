@@ -2,6 +2,8 @@
 // between them.
 #pragma once
 
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "zepra/geometrie.h"
@@ -13,11 +15,32 @@ struct TagNbCanaux {
   int nb;
 };
 
+// Leaves new elements uninitialised when a vector grows, so that an image about to be filled from a
+// file is not first zeroed; TTImage zeroes its new elements itself everywhere else.
+template <class T>
+struct AllocateurSansInit : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = AllocateurSansInit<U>;
+  };
+  AllocateurSansInit() = default;
+  template <class U>
+  AllocateurSansInit(const AllocateurSansInit<U>&) noexcept {}
+  template <class U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+
 // How the samples of one element type are stored and how a line table points at them: a contiguous
 // array and plain pointers, except for bool, stored as a packed bit vector with bit iterators.
 template <class T>
 struct StockageImage {
-  using Conteneur = std::vector<T>;
+  using Conteneur = std::vector<T, AllocateurSansInit<T>>;
   using Ligne = T*;
   using Ref = T&;
   using ConstRef = const T&;

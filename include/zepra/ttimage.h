@@ -178,6 +178,8 @@ class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage
 
  private:
   void ReconstruireLignes();
+  // Construire, leaving the new samples uninitialised when 'zero' is false.
+  void Dimensionner(int colonnes, int lignes, int canaux, bool zero);
 
   Conteneur m_donnees;
   std::vector<Ligne> m_lignesTab;

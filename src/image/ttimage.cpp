@@ -95,6 +95,11 @@ void TTImage<T>::ReconstruireLignes() {
 
 template <class T>
 void TTImage<T>::Construire(int colonnes, int lignes, int canaux) {
+  Dimensionner(colonnes, lignes, canaux, true);
+}
+
+template <class T>
+void TTImage<T>::Dimensionner(int colonnes, int lignes, int canaux, bool zero) {
   colonnes = std::max(colonnes, 0);
   lignes = std::max(lignes, 0);
   canaux = std::max(canaux, 0);
@@ -103,7 +108,10 @@ void TTImage<T>::Construire(int colonnes, int lignes, int canaux) {
     ZEPRA_ERREUR("[TTIMAGE] (Construire) Taille demesuree : " << colonnes << " x " << lignes << " x "
                                                               << canaux);
   // Existing elements keep their places; only new ones are zero.
+  const size_t ancien = m_donnees.size();
   m_donnees.resize(static_cast<size_t>(n));
+  if (zero && m_donnees.size() > ancien)
+    std::fill(m_donnees.begin() + static_cast<long>(ancien), m_donnees.end(), T());
   m_colonnes = colonnes;
   m_lignes = lignes;
   m_canaux = canaux;
@@ -299,8 +307,10 @@ void TTImage<T>::Lire(const char* fichier, int image) {
                                            << " : nos formats n'ont que l'image 0.");
   ImageFicIn entree(fichier);
   const TPoint2D<int> t = entree.GetTaille();
-  // Read into a new image first: a failed read leaves this one unchanged.
-  TTImage lu(t.x, t.y, TagNbCanaux(entree.GetNbCanaux()));
+  // Read into a new image first: a failed read leaves this one unchanged. The reader writes every
+  // sample, so the new image is not zeroed first.
+  TTImage lu(TagNbCanaux(1));
+  lu.Dimensionner(t.x, t.y, entree.GetNbCanaux(), false);
   entree.GetValeurs(lu.m_lignesTab.data(), 0, 0, t.x, t.y, 0, 0, 1);
   *this = std::move(lu);
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
 
@@ -100,18 +101,35 @@ void Systeme::setncoutfixed() {
   if (m_hascout) std::cout.setf(std::ios::fixed, std::ios::floatfield);
 }
 
-void Systeme::Ecrire(const std::string& texte) {
-  if (m_hascout) std::cout << texte;
-  if (HasLog()) std::clog << texte;
-  if (m_faut_flusher) {
+namespace {
+
+// Tasks running on several threads may write warnings at once: a line is written whole.
+std::mutex& VerrouLog() {
+  static std::mutex verrou;
+  return verrou;
+}
+
+// One piece by the log-line rule.
+void EcrirePiece(const std::string& texte) {
+  if (Systeme::m_hascout) std::cout << texte;
+  if (Systeme::HasLog()) std::clog << texte;
+  if (Systeme::m_faut_flusher) {
     std::cout.flush();
     std::clog.flush();
   }
 }
 
+}  // namespace
+
+void Systeme::Ecrire(const std::string& texte) {
+  const std::lock_guard<std::mutex> garde(VerrouLog());
+  EcrirePiece(texte);
+}
+
 void Systeme::EcrireLigne(const std::string& texte) {
-  Ecrire(texte);
-  Ecrire("\n");
+  const std::lock_guard<std::mutex> garde(VerrouLog());
+  EcrirePiece(texte);
+  EcrirePiece("\n");
 }
 
 void Systeme::Warning(const std::string& message) {
