@@ -102,14 +102,11 @@ inline std::string Tiffinfo(const DossierTemp& dir, const std::string& nom) {
   return Lancer(dir.chemin(), "(tiffinfo " + nom + " >/dev/null)").sortie;
 }
 
-// A little-endian TIFF file written entry by entry: pixels at offset 8, then the directory (entries sorted by
-// tag), then the values that do not fit in four bytes.
+// A little-endian TIFF file written entry by entry: pixels at offset 8, then the directory (entries
+// sorted by tag), then the values that do not fit in four bytes.
 class TiffTest {
  public:
-  TiffTest& Pixels(const std::string& octets) {
-    m_pixels = octets;
-    return *this;
-  }
+  explicit TiffTest(const std::string& pixels = "") : m_pixels(pixels) {}
   // Values of type SHORT (3) or LONG (4).
   TiffTest& Court(uint16_t tag, const std::vector<uint32_t>& v) { return Entree(tag, 3, v); }
   TiffTest& Long(uint16_t tag, const std::vector<uint32_t>& v) { return Entree(tag, 4, v); }
@@ -167,19 +164,12 @@ class TiffTest {
 // A one-strip uncompressed image with the usual tags, ready to be altered.
 inline TiffTest TiffSimple(int colonnes, int lignes, int canaux, int bits, int format,
                            const std::string& pixels) {
-  const auto n = static_cast<size_t>(canaux);
-  TiffTest t;
-  t.Pixels(pixels)
-      .Long(256, {static_cast<uint32_t>(colonnes)})
-      .Long(257, {static_cast<uint32_t>(lignes)})
-      .Court(258, std::vector<uint32_t>(n, static_cast<uint32_t>(bits)))
-      .Court(259, {1})
-      .Court(262, {canaux >= 3 ? 2u : 1u})
-      .Long(273, {8})
-      .Court(277, {static_cast<uint32_t>(canaux)})
-      .Long(278, {static_cast<uint32_t>(lignes)})
-      .Long(279, {static_cast<uint32_t>(pixels.size())})
-      .Court(339, std::vector<uint32_t>(n, static_cast<uint32_t>(format)));
+  const auto c = static_cast<uint32_t>(colonnes), l = static_cast<uint32_t>(lignes),
+             n = static_cast<uint32_t>(canaux), b = static_cast<uint32_t>(bits);
+  TiffTest t(pixels);
+  t.Long(256, {c}).Long(257, {l}).Court(258, std::vector<uint32_t>(n, b)).Court(259, {1});
+  t.Court(262, {n >= 3 ? 2u : 1u}).Long(273, {8}).Court(277, {n}).Long(278, {l});
+  t.Long(279, {static_cast<uint32_t>(pixels.size())}).Court(339, std::vector<uint32_t>(n, format));
   return t;
 }
 

@@ -165,25 +165,23 @@ TEST(PackBits, FluxEcritsALaMainEtDepassements) {
   EXPECT_EQ(test::Avertissements([] { EXPECT_TRUE(Egaux(PackBits({0x80}, 4), Octets())); }),
             "WARNING : [PackBits_Decoder] (Decode) Cas n==-128 : noop ???\n");
 
-  // A run past the end of the output: two bytes written, two reported.
-  const Octets run = {0xFD, 0x41};  // -3: 0x41 four times
-  PackBits_Decoder d(run.data(), run.size());
-  Octets tampon(6 + 16, 0xEE);
-  EXPECT_EQ(d.Decode(tampon.data(), 2), 2u);
-  EXPECT_EQ(test::Avertissements([&] { d.SignalerDepassements(); }),
-            "WARNING : [PackBits_Decoder] (Decode) Depassement de out de 2\n");
-  // A literal run longer than the input: what is there is copied, the rest reported.
-  const Octets court = {0x05, 'a', 'b'};  // 5: six literal bytes, two present
-  PackBits_Decoder e(court.data(), court.size());
-  EXPECT_EQ(e.Decode(tampon.data(), 6), 2u);
-  EXPECT_EQ(tampon[2], 0xEE);
-  EXPECT_EQ(test::Avertissements([&] { e.SignalerDepassements(); }),
-            "WARNING : [PackBits_Decoder] (Decode) Depassement de in de 4\n");
-  // A repeat control byte with nothing after it.
-  const Octets seul = {0xFE};
-  PackBits_Decoder f(seul.data(), seul.size());
-  EXPECT_EQ(f.Decode(tampon.data(), 6), 0u);
-  EXPECT_EQ(f.DepassementIn(), 1u);
+  // Overruns, reported after the call; nothing is written past the output or what the input holds.
+  struct Cas {
+    Octets flux;
+    size_t taille, ecrits;
+    std::string avertissement;
+  };
+  const std::string w = "WARNING : [PackBits_Decoder] (Decode) Depassement de ";
+  const Cas cas[] = {{{0xFD, 0x41}, 2, 2, w + "out de 2\n"},     // -3: 0x41 four times, two fit
+                     {{0x05, 'a', 'b'}, 6, 2, w + "in de 4\n"},  // 5: six literal bytes, two present
+                     {{0xFE}, 6, 0, w + "in de 1\n"}};           // a repeat with no byte to repeat
+  for (const Cas& c : cas) {
+    PackBits_Decoder d(c.flux.data(), c.flux.size());
+    Octets tampon(c.taille + 16, 0xEE);
+    EXPECT_EQ(d.Decode(tampon.data(), c.taille), c.ecrits);
+    EXPECT_EQ(tampon[c.ecrits], 0xEE);
+    EXPECT_EQ(test::Avertissements([&] { d.SignalerDepassements(); }), c.avertissement);
+  }
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "image/handlers.h"
-#include "image/pnm.h"
 #include "outils_image_test.h"
 
 namespace {
@@ -29,7 +28,6 @@ TEST(PNM, EntetesEcritsALaMain) {
   const std::string p6 = dossier / "main.ppm";
   EcrireFichier(p6, std::string("P6\n2 1\n1000\n") +
                         std::string("\x03\xe8\x00\x01\x01\x00\x00\x00\x00\x02\xff\xff", 12));
-  EXPECT_EQ(ImageFicIn_PNM(p6).MaxVal(), 1000);
   TTImage<unsigned short> c(p6.c_str());
   ASSERT_EQ(c.GetNbCanaux(), 3);
   const unsigned short v[] = {1000, 1, 256, 0, 2, 65535};
@@ -84,12 +82,12 @@ TEST(PNM, ErreursEtFichiersEtrangers) {
 
 // Every pixel type with one, three and four channels through each of our writer extensions: what a
 // writer accepts reads back sample for sample, whole and through a stepped crop into another type;
-// what it refuses is an Erreur that leaves no file. TIFF files are clean to tiffinfo and read back
-// after libtiff's LZW encoder and big-endian writer; PNM files start with the header viewers expect
+// what it refuses is an Erreur that leaves no file. TIFF files are clean to tiffinfo, hold bool
+// images as 1-bit samples (Bit1) and read back after libtiff's LZW encoder and big-endian writer; PNM
+// files start with the header viewers expect
 // and hold 16-bit samples most significant byte first.
 TEST(Registre, NosFormatsPourChaqueTypeEtNombreDeCanaux) {
   test::DossierTemp dossier;
-  int fichiers = 0;
   for (const std::string ext : {"tif", "rle", "pgm", "pnm", "ppm"}) {
     for (int canaux : {1, 3, 4}) {
       test::PourNeufTypes([&](auto tag) {
@@ -98,14 +96,14 @@ TEST(Registre, NosFormatsPourChaqueTypeEtNombreDeCanaux) {
         const std::string nom =
             dossier / (std::string("m_") + typeid(T).name() + std::to_string(canaux) + "." + ext);
         SCOPED_TRACE(nom);
-        const bool pnm = (std::is_same_v<T, unsigned char> || std::is_same_v<T, unsigned short>)&&canaux != 4;
+        const bool pnm =
+            canaux != 4 && (std::is_same_v<T, unsigned char> || std::is_same_v<T, unsigned short>);
         if (!(ext == "tif" || (ext == "rle" ? canaux == 1 : pnm))) {
           EXPECT_NE(test::TexteErreur([&] { im.Sauver(nom.c_str()); }), "(pas d'Erreur)");
           EXPECT_FALSE(Systeme::ExisteFichier(nom.c_str()));
           return;
         }
         im.Sauver(nom.c_str());
-        ++fichiers;
         EXPECT_TRUE(test::MemesEchantillons(im, TTImage<T>(nom.c_str())));
         TTImage<int> a, b;
         a.Crop(ImageFicIn(nom.c_str()), 3, 2, 30, 9, 4);
@@ -132,7 +130,6 @@ TEST(Registre, NosFormatsPourChaqueTypeEtNombreDeCanaux) {
     }
   }
   // TIFF: every type and channel count; RLE: one channel; PNM: two types, one or three channels.
-  EXPECT_EQ(fichiers, 27 + 9 + 3 * 4);
   EXPECT_EQ(test::Lignes(test::Lancer(dossier.chemin(), "ls").sortie).size(), 27u + 9u + 3u * 4u);
 }
 

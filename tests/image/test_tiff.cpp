@@ -26,10 +26,12 @@ void VerifieVariantes(int canaux) {
   test::DossierTemp dir;
   const TTImage<T> image = ImageMotif<T>(37, 29, canaux);
   image.Sauver((dir / "source.tif").c_str());
-  std::vector<std::string> variantes = {
-      "-c lzw -r 4",           "-c packbits -r 3",           "-r 1", "-t -w 16 -l 16",
-      "-t -w 32 -l 16 -c lzw", "-t -w 16 -l 48 -c packbits", "-B",   "-B -t -w 16 -l 16 -c packbits",
-      "-L -c lzw -r 7"};
+  // Strips (single compressed ones: the decoder resumes there band after band), both byte orders,
+  // tiles with partial tiles.
+  std::vector<std::string> variantes = {"-c lzw", "-c packbits", "-c lzw -r 4",   "-c packbits -r 3",
+                                        "-r 1",   "-B",          "-L -c lzw -r 7"};
+  variantes.insert(variantes.end(), {"-t -w 16 -l 16", "-t -w 32 -l 16 -c lzw", "-t -w 16 -l 48 -c packbits",
+                                     "-B -t -w 16 -l 16 -c packbits"});
   if (!std::is_same_v<T, bool>) variantes.push_back("-c lzw:2 -r 6");  // the horizontal predictor
   for (const std::string& v : variantes) {
     SCOPED_TRACE(v);
@@ -193,15 +195,8 @@ TEST(TiffEcriture, FichierCompletOuAbsent) {
          "[TIFF_Annexes] (EcrireEntete) Tag STRIPOFFSETS non present en ecriture : Erreur interne.");
 }
 
-TEST(TiffLecture, Bit1ValeursEnPlaceEtRegistre) {
+TEST(TiffLecture, ValeursEnPlaceEtRegistre) {
   test::DossierTemp dir;
-  // 1-bit samples are type Bit1, unpacked to any element type through the typed copy.
-  const TTImage<bool> b = ImageMotif<bool>(13, 3, 1);
-  b.Sauver((dir / "b.tif").c_str());
-  TTImage<float> f;
-  f.Lire((dir / "b.tif").c_str());
-  EXPECT_TRUE(MemesEchantillons(b, f));
-
   // Two SHORTs (4 bytes) stay in the entry; five ASCII bytes go through an offset.
   test::TiffSimple(1, 1, 2, 8, 1, std::string("\x07\x09", 2))
       .Brut(270, 2, 5, std::string("abcd\0", 5))
@@ -251,13 +246,9 @@ TEST(TiffLecture, DecisionsEtMessages) {
       {g + "TIFF_TAG_IMAGELENGTH non trouve !", [](auto& t) { t.Retirer(257); }},
       {g + "TIFF_TAG_BITSPERSAMPLE non trouve", [](auto& t) { t.Retirer(258); }},
       {g + "TIFF_TAG_BITSPERSAMPLE : Tous les canaux n'ont pas le meme nombre de bits par pixel",
-       [](auto& t) {
-         t.Court(277, {2}).Court(258, {8, 16});
-       }},
+       [](auto& t) { t.Court(277, {2}).Brut(258, 3, 2, std::string("\x08\0\x10\0", 4)); }},
       {g + "TIFF_TAG_SAMPLEFORMAT : Tous les canaux n'ont pas le meme format par pixel",
-       [](auto& t) {
-         t.Court(339, {1, 2});
-       }},
+       [](auto& t) { t.Brut(339, 3, 2, std::string("\x01\0\x02\0", 4)); }},
       {g + "TIFF_TAG_COMPRESSION non trouve !", [](auto& t) { t.Retirer(259); }},
       {"[TIFF_Annexes] (Image) taille pixel (64) non prevue pour format unsigned.",
        [](auto& t) { t.Court(258, {64}); }},
@@ -274,9 +265,7 @@ TEST(TiffLecture, DecisionsEtMessages) {
       {g + "nombre de TILEOFFSETS != TilesPerImage.",
        [&](auto& t) { dalles(t).Long(324, {8}).Long(325, {9}); }},
       {g + "nombre de TILEBYTECOUNTS != TilesPerImage.",
-       [&](auto& t) {
-         dalles(t).Long(325, {9}).Long(324, {8, 8});
-       }},
+       [&](auto& t) { dalles(t).Long(325, {9}).Long(324, std::vector<uint32_t>(2, 8)); }},
       {g + "TIFF_TAG_ROWSPERSTRIP non trouve !", [](auto& t) { t.Retirer(278); }},
       {g + "TIFF_TAG_STRIPBYTECOUNTS non trouve.", [](auto& t) { t.Retirer(279); }},
       {g + "bitspersample != 4 ou 8 !",
@@ -306,12 +295,14 @@ TEST(TiffLecture, DecisionsEtMessages) {
     c.f(t);
     t.Ecrire(dir / "t.tif");
     std::string avertissements;
-    const std::string e = test::TexteErreur(
-        [&] { avertissements = Avertissements([&] { ImageFicIn((dir / "t.tif").c_str()); }); });
-    if (test::Commence(c.message, "WARNING"))
-      EXPECT_EQ(avertissements, c.message) << e;
-    else
+    int canaux = 0;
+    const std::string e = test::TexteErreur([&] {
+      avertissements = Avertissements([&] { canaux = ImageFicIn((dir / "t.tif").c_str()).GetNbCanaux(); });
+    });
+    if (!test::Commence(c.message, "WARNING"))
       EXPECT_TRUE(test::Commence(e, c.message + " (Fichier : ../src/image/tiff_annexes.cpp ; ligne ")) << e;
+    else
+      EXPECT_TRUE(avertissements == c.message && canaux == 1) << avertissements << e;
   }
   // What cannot be decoded opens (with its warning) but refuses to deliver pixels.
   test::TiffSimple(4, 4, 1, 8, 1, std::string(16, '\x05')).Court(259, {7}).Ecrire(dir / "jpeg.tif");

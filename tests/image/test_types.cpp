@@ -9,26 +9,18 @@ using test::Motif;
 using test::Refuse;
 
 TEST(InfoType, NomsTaillesEtOctetsDEnTete) {
-  const char* noms[] = {"Indetermine",
-                        "Autre",
-                        "Bit1",
-                        "Bool (bool)",
-                        "Char (char)",
-                        "Int1 (signed char)",
-                        "UInt1 (unsigned char)",
-                        "Int2 (signed short)",
-                        "UInt2 (unsigned short)",
-                        "Int4 (signed int)",
-                        "UInt4 (unsigned int)",
-                        "Float4 (float)",
-                        "Float8 (double)"};
   const int octets[] = {0, 2, 10, 20, 30, 41, 40, 51, 50, 61, 60, 71, 81};
+  std::string noms;
   for (int code = 0; code <= 12; ++code) {
     const eEnumType t = static_cast<eEnumType>(code);
-    EXPECT_EQ(InfoType::NomType(t).str(), noms[code]);
+    noms += InfoType::NomType(t).str() + "|";
     EXPECT_EQ(InfoType::TypeVal(t), octets[code]);
     EXPECT_EQ(InfoType::ValType(octets[code]), t);
   }
+  EXPECT_EQ(
+      noms,
+      "Indetermine|Autre|Bit1|Bool (bool)|Char (char)|Int1 (signed char)|UInt1 (unsigned char)|Int2 (signed "
+      "short)|UInt2 (unsigned short)|Int4 (signed int)|UInt4 (unsigned int)|Float4 (float)|Float8 (double)|");
   Refuse([] { InfoType::NomType(static_cast<eEnumType>(13)); },
          "[InfoType] (NomType (eEnumType)) cas imprevu. (Fichier : ../src/image/infotype.cpp ; ligne ");
   Refuse([] { InfoType::TailleType(eBit1); }, "[InfoType] (TailleType (eEnumType)) cas imprevu.");
@@ -79,7 +71,7 @@ TYPED_TEST(Image, CodeCopiesEtFormes) {
   EXPECT_EQ(std::unique_ptr<SpecifImageIn>(c.dup())->GetTaille(), c.GetTaille());
 }
 
-TYPED_TEST(Image, MiroirsSurLeCanal0AdditionEtOctetsBruts) {
+TYPED_TEST(Image, MiroirsSurLeCanal0RemplissageEtOctetsBruts) {
   using T = TypeParam;
   const TTImage<T> origine = test::ImageMotif<T>(5, 4, 3);
   TTImage<T> x = origine, y = origine;
@@ -105,9 +97,16 @@ TYPED_TEST(Image, MiroirsSurLeCanal0AdditionEtOctetsBruts) {
     m.RawRead(tampon, 4);
     EXPECT_EQ(tampon[0] | tampon[1] | tampon[2] | tampon[3], 0);
   } else {
-    TTImage<T> r(2, 2, T(1));
+    TTImage<T> r(3, 2, TagNbCanaux(2));
+    r = T(1);
     r += T(1);
-    EXPECT_EQ(r(1, 1), T(2));
+    for (T v : r) EXPECT_EQ(v, T(2));
+    const T valeurs[4] = {T(1), T(2), T(3), T(4)};
+    TTImage<T> brut(2, 2, TagNbCanaux(1));
+    brut.RawWrite(reinterpret_cast<const char*>(valeurs), sizeof valeurs);
+    T lu[4];
+    brut.RawRead(reinterpret_cast<char*>(lu), sizeof lu);
+    EXPECT_TRUE(brut(1, 1) == T(4) && lu[2] == T(3));
   }
 }
 
