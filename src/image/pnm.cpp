@@ -36,8 +36,6 @@ ImageFicIn_PNM::ImageFicIn_PNM(const ImageFicIn_PNM& autre)
   LireEntete();
 }
 
-ImageFicIn_PNM::~ImageFicIn_PNM() = default;
-
 void ImageFicIn_PNM::LireEntete() {
   const std::string tag = "[ImageFicIn_PNM::Open(" + m_nom + ")] : ";
   long long taille = 0;
@@ -116,10 +114,6 @@ std::unique_ptr<ImageFicIn_PNM> ImageFicIn_PNM::SiFichierPNM(const std::string& 
   return std::make_unique<ImageFicIn_PNM>(nom);
 }
 
-void ImageFicIn_PNM::RawRead(char*, unsigned int) const {
-  ZEPRA_ERREUR("[ImageFicIn_PNM] (RawRead) Appel a une methode impossible.");
-}
-
 template <class N, class D>
 void ImageFicIn_PNM::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                    int yDest, int pas) const {
@@ -161,11 +155,7 @@ void ImageFicIn_PNM::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int
 template <class D>
 void ImageFicIn_PNM::GetValeursT(LigneDe<D> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                  int yDest, int pas) const {
-  if (pas < 1 || x1 <= x0 || y1 <= y0) return;
-  if (x0 < 0 || y0 < 0 || x1 > m_colonnes || y1 > m_lignes)
-    ZEPRA_ERREUR("[ImageFicIn_PNM] (GetValeurs) Rectangle "
-                 << TRectangle<int>(x0, y0, x1, y1) << " hors de l'image " << m_colonnes << " x " << m_lignes
-                 << " du fichier " << m_nom);
+  if (!RectangleALire("ImageFicIn_PNM", m_nom, GetTaille(), x0, y0, x1, y1, pas)) return;
   // The format's two sample widths.
   if (m_type == eUInt1)
     LireRectangle<unsigned char, D>(lignes, x0, y0, x1, y1, xDest, yDest, pas);
@@ -174,12 +164,11 @@ void ImageFicIn_PNM::GetValeursT(LigneDe<D> const* lignes, int x0, int y0, int x
 }
 
 ImageFicOut_PNM::ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos)
-    : m_nom(nom),
+    : ImplSetValeurs(nom, "ImageFicOut_PNM", infos.taille.x, infos.taille.y),
       m_type(infos.type),
       m_colonnes(infos.taille.x),
       m_lignes(infos.taille.y),
-      m_canaux(infos.canaux),
-      m_suivi(infos.taille.x, infos.taille.y) {
+      m_canaux(infos.canaux) {
   if (m_type != eUInt1 && m_type != eUInt2)
     ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) Type de pixel "
                  << NomDuType(m_type) << " non gere pour " << nom
@@ -191,11 +180,7 @@ ImageFicOut_PNM::ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos
   if (m_colonnes < 1 || m_lignes < 1)
     ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) Image vide (" << m_colonnes << " x " << m_lignes
                                                                  << ") pour " << nom);
-  try {
-    m_fichier = std::make_unique<FichierAtomique>(nom, "[ImageFicOut_PNM::Open(" + nom + ")] :");
-  } catch (const Erreur&) {
-    ZEPRA_ERREUR("[ImageFicOut_PNM::Open(" << nom << ")] : Probleme a l'ouverture du fichier\n");
-  }
+  Ouvrir();
   std::ostringstream entete;
   entete << (m_canaux == 1 ? "P5" : "P6") << "\n"
          << m_colonnes << " " << m_lignes << "\n"
@@ -205,8 +190,6 @@ ImageFicOut_PNM::ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos
   m_debut = m_position = static_cast<long long>(e.size());
   m_octetsLigne = static_cast<long long>(m_colonnes) * m_canaux * (m_type == eUInt1 ? 1 : 2);
 }
-
-ImageFicOut_PNM::~ImageFicOut_PNM() = default;
 
 void ImageFicOut_PNM::SetNbCanaux(TagNbCanaux n) {
   if (n.nb != m_canaux)
@@ -272,28 +255,12 @@ void ImageFicOut_PNM::Recevoir(LigneDe<S> const* lignes, int x0, int y0, int x1,
 template <class S>
 void ImageFicOut_PNM::SetValeursT(LigneDe<S> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                   int yDest, int pas) {
-  if (m_termine) ZEPRA_ERREUR("[ImageFicOut_PNM] (SetValeurs) Fichier " << m_nom << " deja termine");
-  if (pas < 1 || x1 <= x0 || y1 <= y0) return;
-  const long long nx = (static_cast<long long>(x1) - x0 + pas - 1) / pas;
-  const long long ny = (static_cast<long long>(y1) - y0 + pas - 1) / pas;
-  if (xDest < 0 || yDest < 0 || xDest + nx > m_colonnes || yDest + ny > m_lignes)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (SetValeurs) Rectangle de "
-                 << nx << " x " << ny << " en (" << xDest << "," << yDest << ") hors de l'image "
-                 << m_colonnes << " x " << m_lignes << " du fichier " << m_nom);
+  long long nx, ny;
+  if (!RectangleAEcrire(x0, y0, x1, y1, xDest, yDest, pas, nx, ny)) return;
   if (m_type == eUInt1)
     Recevoir<S, unsigned char>(lignes, x0, y0, x1, xDest, yDest, pas, ny);
   else
     Recevoir<S, unsigned short>(lignes, x0, y0, x1, xDest, yDest, pas, ny);
-}
-
-void ImageFicOut_PNM::Terminer() {
-  if (m_termine) return;
-  if (m_suivi.LignesManquantes() > 0)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (Terminer) Image incomplete : "
-                 << m_suivi.LignesManquantes() << " lignes non ecrites (la premiere : "
-                 << m_suivi.PremiereManquante() << ") dans " << m_nom);
-  m_fichier->Valider();
-  m_termine = true;
 }
 
 #define ZEPRA_INST_PNM(T)                                                                                   \

@@ -11,17 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "suivi_lignes.h"
-#include "zepra/fichieratomique.h"
-#include "zepra/imagefic.h"
+#include "fichier_lignes.h"
 
 class ImageFicIn_PNM : public ImplGetValeurs<ImageFicIn_PNM> {
  public:
   // Opens and checks the file; every fault is an Erreur naming it.
   explicit ImageFicIn_PNM(const std::string& nom);
   ImageFicIn_PNM(const ImageFicIn_PNM& autre);
-  ImageFicIn_PNM& operator=(const ImageFicIn_PNM&) = delete;
-  ~ImageFicIn_PNM() override;
   // What CreateReader_PNM does: null when the file does not start with the P5 or P6 magic; past the
   // magic the file claims to be ours, so a malformed header or a short raster is an Erreur.
   static std::unique_ptr<ImageFicIn_PNM> SiFichierPNM(const std::string& nom);
@@ -31,7 +27,7 @@ class ImageFicIn_PNM : public ImplGetValeurs<ImageFicIn_PNM> {
   int GetNbCanaux() const override { return m_canaux; }
   eEnumType TypePixel() const override { return m_type; }
   bool RawReadPossible() const override { return false; }
-  void RawRead(char*, unsigned int) const override;
+  void RawRead(char*, unsigned int) const override { RawReadImpossible("ImageFicIn_PNM"); }
   int MaxVal() const { return m_maxval; }
 
   template <class D>
@@ -61,22 +57,18 @@ class ImageFicIn_PNM : public ImplGetValeurs<ImageFicIn_PNM> {
 // Writes P5 (one channel) or P6 (three channels), maxval 255 for UInt1 and 65535 for UInt2, whatever
 // the extension among pgm, pnm and ppm. Other types and channel counts are refused. Rectangles may
 // come in any order: each is written at its place in the raster.
-class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainImage> {
+class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainParLignes> {
  public:
   ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos);
-  ~ImageFicOut_PNM() override;
 
   void SetNbCanaux(TagNbCanaux n) override;
   int GetNbCanaux() const override { return m_canaux; }
   eEnumType GetTypePixel() const override { return m_type; }
   void SetTypePixel(eEnumType type) override;
+  using EcrivainParLignes::SetTaille;
   void SetTaille(int colonnes, int lignes) override;
-  void SetTaille(const TPoint2D<int>& taille) override { SetTaille(taille.x, taille.y); }
   TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m_colonnes, m_lignes); }
-  bool RawWritePossible() const override { return false; }
   void RawWrite(const char*, unsigned int) override;
-  // Gives the file its name; an image with lines never written is an Erreur.
-  void Terminer() override;
 
   template <class S>
   void SetValeursT(LigneDe<S> const* lignes, int x0, int y0, int x1, int y1, int xDest, int yDest, int pas);
@@ -86,7 +78,6 @@ class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainImage> {
   void Recevoir(LigneDe<S> const* lignes, int x0, int y0, int x1, int xDest, int yDest, int pas,
                 long long ny);
 
-  std::string m_nom;
   eEnumType m_type;
   int m_colonnes;
   int m_lignes;
@@ -94,10 +85,7 @@ class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainImage> {
   long long m_debut = 0;  // file offset of the raster
   long long m_octetsLigne = 0;
   long long m_position = 0;  // where the stream stands
-  SuiviLignes m_suivi;
-  std::unique_ptr<FichierAtomique> m_fichier;
   std::vector<unsigned char> m_tampon8;
   std::vector<unsigned short> m_tampon16;
   std::vector<char> m_octets;
-  bool m_termine = false;
 };

@@ -291,8 +291,6 @@ ImageFicIn_RLE::ImageFicIn_RLE(const ImageFicIn_RLE& autre)
       m_decalageLecteur(autre.m_decalageLecteur),
       m_lecteur(autre.m_nom, "[ImageFicIn_RLE] (GetValeurs)") {}
 
-ImageFicIn_RLE::~ImageFicIn_RLE() = default;
-
 std::unique_ptr<ImageFicIn_RLE> ImageFicIn_RLE::SiFichierRLE(const std::string& nom) {
   EnteteRLE entete;
   long long taille = 0;
@@ -311,10 +309,6 @@ std::unique_ptr<ImageFicIn_RLE> ImageFicIn_RLE::SiFichierRLE(const std::string& 
 TPoint2D<int> ImageFicIn_RLE::GetTaille() const {
   // Within int: checked when the file was opened.
   return TPoint2D<int>(m_entete.zoom * m_entete.colonnes, m_entete.zoom * m_entete.lignes);
-}
-
-void ImageFicIn_RLE::RawRead(char*, unsigned int) const {
-  ZEPRA_ERREUR("[ImageFicIn_RLE] (RawRead) Appel a une methode impossible.");
 }
 
 long long ImageFicIn_RLE::LireLongueur(long long couvert, int ligne) const {
@@ -392,12 +386,7 @@ void ImageFicIn_RLE::LireRectangle(LigneDe<D> const* lignes, int x0, int y0, int
 template <class D>
 void ImageFicIn_RLE::GetValeursT(LigneDe<D> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                  int yDest, int pas) const {
-  if (pas < 1 || x1 <= x0 || y1 <= y0) return;
-  const TPoint2D<int> t = GetTaille();
-  if (x0 < 0 || y0 < 0 || x1 > t.x || y1 > t.y)
-    ZEPRA_ERREUR("[ImageFicIn_RLE] (GetValeurs) Rectangle " << TRectangle<int>(x0, y0, x1, y1)
-                                                            << " hors de l'image " << t.x << " x " << t.y
-                                                            << " du fichier " << m_nom);
+  if (!RectangleALire("ImageFicIn_RLE", m_nom, GetTaille(), x0, y0, x1, y1, pas)) return;
   AppliquerType(m_type, [&](auto tag) {
     LireRectangle<typename decltype(tag)::type, D>(lignes, x0, y0, x1, y1, xDest, yDest, pas);
   });
@@ -414,10 +403,9 @@ struct ImageFicOut_RLE::LignesT : ImageFicOut_RLE::Lignes {
 };
 
 ImageFicOut_RLE::ImageFicOut_RLE(const std::string& nom, const ImageInfos& infos)
-    : m_nom(nom),
+    : ImplSetValeurs(nom, "ImageFicOut_RLE", infos.taille.x, infos.taille.y),
       m_type(infos.type),
-      m_typeStocke(infos.type == eBool ? eUInt1 : infos.type),
-      m_suivi(infos.taille.x, infos.taille.y) {
+      m_typeStocke(infos.type == eBool ? eUInt1 : infos.type) {
   SetNbCanaux(TagNbCanaux(infos.canaux));
   const bool typeGere = m_typeStocke >= eInt1 && AppliquerType(m_typeStocke, [this](auto tag) {
                           m_lignes = std::make_unique<LignesT<typename decltype(tag)::type>>();
@@ -436,11 +424,7 @@ ImageFicOut_RLE::ImageFicOut_RLE(const std::string& nom, const ImageInfos& infos
   m_entete.typeLongueurs = kLongueursEcrites;
   m_entete.decalage = 0;
   m_entete.debutsLignes.assign(static_cast<size_t>(infos.taille.y), 0);
-  try {
-    m_fichier = std::make_unique<FichierAtomique>(nom, "[ImageFicOut_RLE::Open(" + nom + ")] :");
-  } catch (const Erreur&) {
-    ZEPRA_ERREUR("[ImageFicOut_RLE::Open(" << nom << ")] : Probleme a l'ouverture du fichier\n");
-  }
+  Ouvrir();
   // The header's place; its line table is known only at the end.
   m_position = EnteteRLE::SizeOfHeader(m_entete.lignes);
   const std::vector<char> zeros(1 << 16, 0);
@@ -527,14 +511,8 @@ void ImageFicOut_RLE::Recevoir(LigneDe<S> const* lignes, int x0, int y0, int x1,
 template <class S>
 void ImageFicOut_RLE::SetValeursT(LigneDe<S> const* lignes, int x0, int y0, int x1, int y1, int xDest,
                                   int yDest, int pas) {
-  if (m_termine) ZEPRA_ERREUR("[ImageFicOut_RLE] (SetValeurs) Fichier " << m_nom << " deja termine");
-  if (pas < 1 || x1 <= x0 || y1 <= y0) return;
-  const long long nx = (static_cast<long long>(x1) - x0 + pas - 1) / pas;
-  const long long ny = (static_cast<long long>(y1) - y0 + pas - 1) / pas;
-  if (xDest < 0 || yDest < 0 || xDest + nx > m_entete.colonnes || yDest + ny > m_entete.lignes)
-    ZEPRA_ERREUR("[ImageFicOut_RLE] (SetValeurs) Rectangle de "
-                 << nx << " x " << ny << " en (" << xDest << "," << yDest << ") hors de l'image "
-                 << m_entete.colonnes << " x " << m_entete.lignes << " du fichier " << m_nom);
+  long long nx, ny;
+  if (!RectangleAEcrire(x0, y0, x1, y1, xDest, yDest, pas, nx, ny)) return;
   AppliquerType(m_typeStocke, [&](auto tag) {
     using N = typename decltype(tag)::type;
     if constexpr (!std::is_same_v<N, bool>)  // bool images are stored as UInt1
@@ -542,18 +520,15 @@ void ImageFicOut_RLE::SetValeursT(LigneDe<S> const* lignes, int x0, int y0, int 
   });
 }
 
-void ImageFicOut_RLE::Terminer() {
-  if (m_termine) return;
-  if (m_suivi.LignesManquantes() > 0)
-    ZEPRA_ERREUR("[ImageFicOut_RLE] (Terminer) Image incomplete : "
-                 << m_suivi.LignesManquantes() << " lignes non ecrites (la premiere : "
-                 << m_suivi.PremiereManquante() << ") dans " << m_nom);
+void ImageFicOut_RLE::Finir() {
   const std::vector<char> entete = m_entete.Encoder();
   std::ofstream& f = m_fichier->flux();
   f.seekp(0);
   f.write(entete.data(), static_cast<std::streamsize>(entete.size()));
-  m_fichier->Valider();
-  m_termine = true;
+}
+
+void ImageFicOut_RLE::Terminer() {
+  EcrivainParLignes::Terminer();
   m_lignes.reset();
 }
 

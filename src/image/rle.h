@@ -16,9 +16,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "suivi_lignes.h"
-#include "zepra/fichieratomique.h"
-#include "zepra/imagefic.h"
+#include "fichier_lignes.h"
 
 // The header, shared by reader and writer.
 struct EnteteRLE {
@@ -139,8 +137,6 @@ class ImageFicIn_RLE : public ImplGetValeurs<ImageFicIn_RLE> {
   // Opens and checks the file; every fault is an Erreur naming it.
   explicit ImageFicIn_RLE(const std::string& nom);
   ImageFicIn_RLE(const ImageFicIn_RLE& autre);
-  ImageFicIn_RLE& operator=(const ImageFicIn_RLE&) = delete;
-  ~ImageFicIn_RLE() override;
   // What CreateReader_RLE does: a reader when the content is a consistent RLE file, null otherwise
   // (the format has no magic number, so this is strict). Throws only for a consistent file too large
   // to present.
@@ -151,7 +147,7 @@ class ImageFicIn_RLE : public ImplGetValeurs<ImageFicIn_RLE> {
   int GetNbCanaux() const override { return 1; }
   eEnumType TypePixel() const override { return m_type; }
   bool RawReadPossible() const override { return false; }
-  void RawRead(char*, unsigned int) const override;
+  void RawRead(char*, unsigned int) const override { RawReadImpossible("ImageFicIn_RLE"); }
   const EnteteRLE& Entete() const { return m_entete; }
 
   template <class D>
@@ -187,7 +183,7 @@ class ImageFicIn_RLE : public ImplGetValeurs<ImageFicIn_RLE> {
 // Writes one-channel images with 16-bit run lengths, zoom 1 and value offset 0. A bool image is
 // stored as UInt1 0 / 1 (a bool value field would hold nothing). Lines may come in any order and in
 // pieces; each line is coded when it is complete.
-class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainImage> {
+class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainParLignes> {
  public:
   ImageFicOut_RLE(const std::string& nom, const ImageInfos& infos);
   ~ImageFicOut_RLE() override;
@@ -196,12 +192,10 @@ class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainImage> {
   int GetNbCanaux() const override { return 1; }
   eEnumType GetTypePixel() const override { return m_type; }
   void SetTypePixel(eEnumType type) override;
+  using EcrivainParLignes::SetTaille;
   void SetTaille(int colonnes, int lignes) override;
-  void SetTaille(const TPoint2D<int>& taille) override { SetTaille(taille.x, taille.y); }
   TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m_entete.colonnes, m_entete.lignes); }
-  bool RawWritePossible() const override { return false; }
   void RawWrite(const char*, unsigned int) override;
-  // Writes the header and gives the file its name; an incomplete image is an Erreur.
   void Terminer() override;
 
   template <class S>
@@ -217,14 +211,13 @@ class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainImage> {
   template <class N>
   void CoderLigne(int y, const N* valeurs);
 
-  std::string m_nom;
+  // Writes the header, whose line table is now known.
+  void Finir() override;
+
   eEnumType m_type;        // the image's type
   eEnumType m_typeStocke;  // the type of the value fields
   EnteteRLE m_entete;
   std::unique_ptr<Lignes> m_lignes;  // lines received in pieces, by stored type
-  SuiviLignes m_suivi;
-  std::unique_ptr<FichierAtomique> m_fichier;
-  long long m_position = 0;  // where the next line's runs go
+  long long m_position = 0;          // where the next line's runs go
   std::vector<char> m_runs;
-  bool m_termine = false;
 };

@@ -1,32 +1,11 @@
 // libFuzzer target for the PNM reader: the bytes become a file named .pgm, read through the registry.
 // An image read without Erreur is written back (16-bit, same channels) and must read the same.
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <fstream>
-#include <string>
-
+#include "fuzz_outils.h"
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
-#include "zepra/ttimage.h"
-
-namespace {
-
-std::string NomTemporaire(const char* suffixe) {
-  const char* dossier = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-  return std::string(dossier) + "/fuzz_pnm_" + std::to_string(getpid()) + suffixe;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* donnees, size_t taille) {
-  static const std::string nom = NomTemporaire(".pgm");
-  static const std::string copie = NomTemporaire("_copie.pnm");
-  {
-    std::ofstream f(nom, std::ios::binary | std::ios::trunc);
-    f.write(reinterpret_cast<const char*>(donnees), static_cast<std::streamsize>(taille));
-  }
+  const std::string nom = fuzz::EnFichier("pnm", ".pgm", donnees, taille);
   try {
     ImageFicIn fichier(nom.c_str());
     const TPoint2D<int> t = fichier.GetTaille();
@@ -36,11 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* donnees, size_t taille) {
     im.Lire(nom.c_str());
     TTImage<int> pas2;
     pas2.Crop(fichier, t.x / 4, t.y / 4, t.x, t.y, 2);
-    im.Sauver(copie.c_str());
-    const TTImage<unsigned short> relu(copie.c_str());
-    if (relu.GetTaille() != im.GetTaille() || relu.GetNbCanaux() != im.GetNbCanaux() ||
-        !std::equal(im.begin(), im.end(), relu.begin()))
-      __builtin_trap();
+    fuzz::RelireIdentique(im, fuzz::NomTemporaire("pnm", "_copie.pnm"));
   } catch (const Erreur&) {
   }
   return 0;
