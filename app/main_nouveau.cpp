@@ -191,8 +191,8 @@ void Main_nouveau(int argc, char** argv) {
   }
   TTImage<float> mosaique(TagNbCanaux(1));
   Composer(composees, GeoCarto(oriMosaique), o.fusion, mosaique);
-  mosaique.Sauver(o.sortie.c_str(), 0, OptionsImageOut::defaut());
   stringpp nomOri(o.sortie);
   stringpp::SetExtension(nomOri, "ori");
-  oriMosaique.Sauver(nomOri.c_str());
+  SauverAvecOrientation(oriMosaique, nomOri.c_str(),
+                        [&] { mosaique.Sauver(o.sortie.c_str(), 0, OptionsImageOut::defaut()); });
 }

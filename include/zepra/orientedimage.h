@@ -11,6 +11,7 @@
 // with step pas is the source's pixel (x0, y0), and its pixels are pas times larger.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "zepra/imagefic.h"
@@ -18,6 +19,12 @@
 #include "zepra/ttimage.h"
 
 // The read side that copies and cut-outs take.
+// Writes an image and its orientation as a pair that is complete or absent: the orientation first,
+// since that is where a refusal can come (an origin that would not read back), then the image by
+// ecrireImage; if the image fails, the orientation files written are removed.
+void SauverAvecOrientation(const OrientationOld& ori, const char* nomOri,
+                           const std::function<void()>& ecrireImage);
+
 class OrientedImageIn {
  public:
   virtual ~OrientedImageIn() = default;

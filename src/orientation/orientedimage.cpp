@@ -2,11 +2,26 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <sstream>
 
 #include "zepra/cartoproj.h"
 #include "zepra/erreur.h"
 #include "zepra/systeme.h"
+
+void SauverAvecOrientation(const OrientationOld& ori, const char* nomOri,
+                           const std::function<void()>& ecrireImage) {
+  ori.Sauver(nomOri);
+  try {
+    ecrireImage();
+  } catch (...) {
+    TChaine tfw(nomOri);
+    tfw.SetExtension("tfw");
+    std::remove(nomOri);
+    std::remove(tfw.c_str());
+    throw;
+  }
+}
 
 namespace {
 
@@ -190,8 +205,7 @@ void TTOrientedImage<T>::Sauver(const char* image) const {
 template <class T>
 void TTOrientedImage<T>::Sauver(const char* image, const char* ori) const {
   VerifieCoherence(Contexte(image, ori));
-  TTImage<T>::Sauver(image);
-  m_ori.Sauver(ori);
+  SauverAvecOrientation(m_ori, ori, [&] { TTImage<T>::Sauver(image); });
 }
 
 template <class T>
@@ -291,6 +305,5 @@ void OrientedImageFicOut::VerifieCoherence(const std::string& contexte) const {
 
 void OrientedImageFicOut::Terminer() {
   VerifieCoherence(Contexte(m_nomImage, m_nomOri));
-  m_image.Terminer();
-  m_ori.Sauver(m_nomOri.c_str());
+  SauverAvecOrientation(m_ori, m_nomOri.c_str(), [&] { m_image.Terminer(); });
 }
