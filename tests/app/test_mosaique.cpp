@@ -460,11 +460,11 @@ TEST(MosaiqueJob, RateSansRienEcrireEtRefusDuLancement) {
   EXPECT_FALSE(std::ifstream(d / "Solution_t0.tif").is_open());
 
   // Refusals end the run with status 255 and the message in the log.
-  for (const char* arguments :
-       {"t0.tif --pas", "t0.tif --pas 0", "t0.tif --ssechfinal -1", "--noegal", "absent.tif"}) {
+  for (const char* arguments : {"t0.tif --pas", "--noegal", "absent.tif", "t0.tif --noegal --output sans"}) {
     const test::Resultat refus = test::Egalise(d.chemin(), arguments);
     EXPECT_EQ(refus.statut, 255) << arguments;
     EXPECT_NE(test::LireFichier(d / "log.txt").find("\nException :\n"), std::string::npos) << arguments;
+    EXPECT_FALSE(std::ifstream(d / "sans.ori").is_open()) << arguments;  // the pair is complete or absent
   }
 }
 
