@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iomanip>
 #include <iostream>
 
@@ -317,6 +318,23 @@ void DilatationRapide(const TTImage<T>& entree, TTImage<T>& sortie, const std::v
   }
   dehors = dedans;
   const bool bordSeul = FermeParReduction(decalages);
+  // The offsets as horizontal runs (dy, first dx, last dx): each pixel then sets a few byte ranges
+  // instead of testing every offset. (0, 0) may join a run: the pixel itself is already set.
+  struct Run {
+    int dy, dx0, dx1;
+  };
+  std::vector<T2D<int>> tries(decalages);
+  tries.push_back(T2D<int>(0, 0));
+  std::sort(tries.begin(), tries.end(),
+            [](const T2D<int>& a, const T2D<int>& b) { return a.y != b.y ? a.y < b.y : a.x < b.x; });
+  std::vector<Run> runs;
+  for (const T2D<int>& d : tries) {
+    if (!runs.empty() && runs.back().dy == d.y && d.x <= runs.back().dx1 + 1) {
+      runs.back().dx1 = std::max(runs.back().dx1, d.x);
+    } else {
+      runs.push_back(Run{d.y, d.x, d.x});
+    }
+  }
   auto vrai = [&](long x, long y) { return dedans[static_cast<size_t>(y) * w + x] != 0; };
   for (int y = 0; y < h; ++y) {
     for (int x = 0; x < w; ++x) {
@@ -326,10 +344,13 @@ void DilatationRapide(const TTImage<T>& entree, TTImage<T>& sortie, const std::v
                           (y > 0 && !vrai(x, y - 1)) || (y + 1 < h && !vrai(x, y + 1));
         if (!bord) continue;
       }
-      for (const T2D<int>& d : decalages) {
-        const long long qx = static_cast<long long>(x) + d.x;
-        const long long qy = static_cast<long long>(y) + d.y;
-        if (qx >= 0 && qx < w && qy >= 0 && qy < h) dehors[static_cast<size_t>(qy) * w + qx] = 1;
+      for (const Run& r : runs) {
+        const long long qy = static_cast<long long>(y) + r.dy;
+        if (qy < 0 || qy >= h) continue;
+        const long long q0 = std::max<long long>(0, static_cast<long long>(x) + r.dx0);
+        const long long q1 = std::min<long long>(w - 1, static_cast<long long>(x) + r.dx1);
+        if (q0 <= q1)
+          std::memset(dehors.data() + static_cast<size_t>(qy) * w + q0, 1, static_cast<size_t>(q1 - q0 + 1));
       }
     }
   }
