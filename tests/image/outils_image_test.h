@@ -81,21 +81,14 @@ inline void EcrireFichier(const std::string& chemin, const std::string& octets) 
   std::ofstream(chemin, std::ios::binary).write(octets.data(), static_cast<std::streamsize>(octets.size()));
 }
 
-// Warnings written while f runs.
+// Warnings written while f runs (f lets no exception out).
 template <class F>
 std::string Avertissements(F&& f) {
-  struct Remise {
-    bool w = Systeme::m_doWarnings, c = Systeme::m_hascout;
-    ~Remise() { Systeme::m_doWarnings = w, Systeme::m_hascout = c; }
-  } remise;
+  const bool w = Systeme::m_doWarnings, c = Systeme::m_hascout;
   Systeme::m_doWarnings = Systeme::m_hascout = true;
   testing::internal::CaptureStdout();
-  try {
-    f();
-  } catch (...) {
-    testing::internal::GetCapturedStdout();
-    throw;
-  }
+  f();
+  Systeme::m_doWarnings = w, Systeme::m_hascout = c;
   return testing::internal::GetCapturedStdout();
 }
 

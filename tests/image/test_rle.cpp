@@ -31,31 +31,26 @@ struct Octets {
   }
 };
 
+// One stored line, zoom 1, its runs after the 22-byte header.
+Octets UneLigne(int colonnes, int typeValeurs, int typeLongueurs, int decalage = 0) {
+  return Octets().entete(colonnes, 1, 1, typeValeurs, typeLongueurs, decalage).i32(22);
+}
+
 // A file of 'lignes' stored lines, all pointing at one run of 2 columns of value 1 at byte 'debut'.
 Octets Simple(int colonnes, int lignes, int zoom, int typeValeurs, int typeLongueurs, int debut = 22) {
   return Octets().entete(colonnes, lignes, zoom, typeValeurs, typeLongueurs, 0).i32(debut).u8({2, 1});
 }
 
-// Values that exercise each type: the extremes, and for floating types NaN and -0.0, which a run
-// coder comparing with == would merge or split.
-template <class T>
-std::vector<T> Valeurs() {
-  if constexpr (std::is_same_v<T, bool>) {
-    return {true, false};
-  } else if constexpr (std::is_floating_point_v<T>) {
-    return {T(1.5), std::numeric_limits<T>::quiet_NaN(), T(-0.0),
-            T(0.0), std::numeric_limits<T>::max(),       T(-3.25)};
-  } else {
-    return {std::numeric_limits<T>::max(), std::numeric_limits<T>::min(), T(0), T(1), T(100)};
-  }
-}
-
 // 140000 columns: a run of 140000 (two maximal fields and the rest), exactly 65535 then short runs,
-// one run per pixel, exactly 2 x 65535 then the rest.
+// one run per pixel, exactly 2 x 65535 then the rest. Values: the extremes, and for floating types
+// NaN, and -0.0 next to 0.0, which a run coder comparing with == would merge or split.
 template <class T>
 TTImage<T> ImageDeRuns() {
-  const std::vector<T> v = Valeurs<T>();
-  const size_t n = v.size();
+  using L = std::numeric_limits<T>;
+  const T v[] = {L::max(),    L::has_quiet_NaN ? L::quiet_NaN() : L::lowest(),
+                 T(-0.0),     T(L::is_iec559 ? 0 : 1),
+                 L::lowest(), T(100)};
+  const size_t n = 6;
   TTImage<T> im(140000, 4, TagNbCanaux(1));
   for (int x = 0; x < 140000; ++x) {
     im(x, 0) = v[0];
@@ -92,7 +87,6 @@ TEST(RLE, FichiersFaitsMainAvecReponsesConnues) {
   test::DossierTemp dossier;
   const std::string nom = dossier / "main.rle";
   struct Cas {
-    const char* quoi;
     Octets o;
     TPoint2D<int> taille;
     std::vector<std::array<double, 3>> pixels;  // x, y, value
@@ -100,41 +94,32 @@ TEST(RLE, FichiersFaitsMainAvecReponsesConnues) {
   const Cas cas[] = {
       // Zoom 3, Int2 values, 16-bit lengths, lines at 26 and 34: -5 | 7, 7, 7 and 1, 1 | 2, 2. Every
       // stored column covers 3 columns, every stored line 3 lines.
-      {"zoom 3",
-       Octets().entete(4, 2, 3, 51, 50, 0).i32(26).i32(34).u16({1, 0xFFFB, 3, 7, 2, 1, 2, 2}),
+      {Octets().entete(4, 2, 3, 51, 50, 0).i32(26).i32(34).u16({1, 0xFFFB, 3, 7, 2, 1, 2, 2}),
        {12, 6},
        {{2, 0, -5}, {3, 2, 7}, {11, 2, 7}, {0, 3, 1}, {5, 5, 1}, {6, 5, 2}}},
       // UInt1 values, 8-bit lengths, line 0 after the 22-byte header:
       // 255 + 45 = 300 of 4; exactly 255 ends with a 0 field: 255 of 5; 1 of 6.
-      {"suite 8 bits",
-       Octets().entete(556, 1, 1, 40, 40, 0).i32(22).u8({255, 45, 4, 255, 0, 5, 1, 6}),
+      {UneLigne(556, 40, 40).u8({255, 45, 4, 255, 0, 5, 1, 6}),
        {556, 1},
        {{0, 0, 4}, {299, 0, 4}, {300, 0, 5}, {554, 0, 5}, {555, 0, 6}}},
       // Float4 values, 16-bit lengths: 65535 + 4465 columns of 2.75 (0x40300000).
-      {"suite 16 bits",
-       Octets().entete(70000, 1, 1, 71, 50, 0).i32(22).u16({65535, 4465}).i32(0x40300000),
+      {UneLigne(70000, 71, 50).u16({65535, 4465}).i32(0x40300000),
        {70000, 1},
        {{0, 0, 2.75}, {69999, 0, 2.75}}},
       // Offset 100: stored 0 reads 100, and on unsigned bytes 200 + 100 wraps to 44.
-      {"decalage",
-       Octets().entete(3, 1, 1, 40, 40, 100).i32(22).u8({2, 0, 1, 200}),
-       {3, 1},
-       {{0, 0, 100}, {1, 0, 100}, {2, 0, 44}}},
+      {UneLigne(3, 40, 40, 100).u8({2, 0, 1, 200}), {3, 1}, {{0, 0, 100}, {1, 0, 100}, {2, 0, 44}}},
       // Length type byte 10: one byte per length, no continuation: 255 is a whole run. Int1 values.
-      {"longueurs type 10",
-       Octets().entete(256, 1, 1, 41, 10, 0).i32(22).u8({255, 0xFD, 1, 8}),
-       {256, 1},
-       {{254, 0, -3}, {255, 0, 8}}},
+      {UneLigne(256, 41, 10).u8({255, 0xFD, 1, 8}), {256, 1}, {{254, 0, -3}, {255, 0, 8}}},
       // Bool values hold no byte: the value is the offset alone.
-      {"bool", Octets().entete(4, 1, 1, 20, 40, 1).i32(22).u8({4}), {4, 1}, {{3, 0, 1}}},
+      {UneLigne(4, 20, 40, 1).u8({4}), {4, 1}, {{3, 0, 1}}},
   };
   for (const Cas& c : cas) {
     EcrireFichier(nom, c.o.o);
-    TTImage<double> im;
-    im.Lire(nom.c_str());
-    ASSERT_EQ(im.GetTaille(), c.taille) << c.quoi;
+    const TTImage<double> im(nom.c_str());
+    ASSERT_EQ(im.GetTaille(), c.taille) << &c - cas;
     for (const auto& p : c.pixels)
-      EXPECT_EQ(im(static_cast<int>(p[0]), static_cast<int>(p[1])), p[2]) << c.quoi << " x = " << p[0];
+      EXPECT_EQ(im(static_cast<int>(p[0]), static_cast<int>(p[1])), p[2])
+          << "case " << &c - cas << " x = " << p[0];
   }
 }
 
@@ -143,7 +128,7 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
   const std::string nom = dossier / "m.rle",
                     open = "[ImageFicIn_RLE::Open(" + nom + ")] : ", run = "[ImageFicIn_RLE] (GetValeurs) ";
   // A continuation chain longer than the line stops at the first field that leaves it.
-  const Octets chaine{Octets().entete(300, 1, 1, 40, 50, 0).i32(22).o + std::string(80, '\xff')};
+  const Octets chaine{UneLigne(300, 40, 50).o + std::string(80, '\xff')};
   // The bytes, the beginning of the Erreur of the RLE reader, and whether the factory declines them.
   struct Cas {
     Octets o;
@@ -167,7 +152,7 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
       // Accepted headers, corrupt runs.
       {Simple(3, 1, 1, 40, 40).u8({2, 1}), run + "Run depassant la ligne 0", false},
       {Simple(3, 1, 1, 40, 40).u8({0, 1}), run + "Run de longueur nulle", false},
-      {Octets().entete(600, 1, 1, 40, 40, 0).i32(22).u8({255, 255, 1, 0, 1}), run + "Fin du fichier",
+      {UneLigne(600, 40, 40).u8({255, 255, 1, 0, 1}), run + "Fin du fichier",
        false},  // the line ends before its 600 columns
       {chaine, run + "Run depassant la ligne 0", false},
   };
@@ -190,8 +175,7 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
          "[ImageFicIn_RLE] (RawRead) Appel a une methode impossible.");
 
   // The writer: one channel only, no raw write, a folder that does not exist. No file is left.
-  TTImage<unsigned char> rvb(4, 4, TagNbCanaux(3));
-  Refuse([&] { rvb.Sauver((dossier / "rvb.rle").c_str()); },
+  Refuse([&] { TTImage<unsigned char>(4, 4, TagNbCanaux(3)).Sauver((dossier / "rvb.rle").c_str()); },
          "[ImageFicOut_RLE::SetNbCanaux(3)] images multi-canal non gerees (Fichier : ");
   ImageInfos infos;
   infos.taille = TPoint2D<int>(2, 2);
@@ -203,10 +187,7 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
   EXPECT_EQ(test::Lancer(dossier.chemin(), "ls").sortie, "m.rle\n");
 
   // A valid file cut anywhere never reads as an image.
-  TTImage<short> source(40, 3, TagNbCanaux(1));
-  for (int y = 0; y < 3; ++y)
-    for (int x = 0; x < 40; ++x) source(x, y) = static_cast<short>((x / (y + 1)) % 7 - 3);
-  source.Sauver((dossier / "complet.rle").c_str());
+  test::ImageMotif<short>(40, 3, 1).Sauver((dossier / "complet.rle").c_str());
   const std::string octets = test::LireFichier(dossier / "complet.rle");
   for (size_t n = 0; n < octets.size(); ++n) {
     EcrireFichier(nom, octets.substr(0, n));

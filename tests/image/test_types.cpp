@@ -121,15 +121,12 @@ TYPED_TEST(Image, CropEtPasteAvecPasEtBords) {
   TTImage<T> b;
   b.Crop(source, -3, 5, 8, 10, 2);
   ASSERT_EQ(b.GetTaille(), TPoint2D<int>(2, 1));
-  EXPECT_EQ(b(0, 0, 1), Motif<T>(1, 5, 1));
-  EXPECT_EQ(b(1, 0, 1), Motif<T>(3, 5, 1));
+  EXPECT_TRUE(b(0, 0, 1) == Motif<T>(1, 5, 1) && b(1, 0, 1) == Motif<T>(3, 5, 1));
   // Mode 1 keeps the size of the request; the outside is zero.
   b.Crop(source, -3, 5, 8, 4, 2, 1);
   ASSERT_EQ(b.GetTaille(), TPoint2D<int>(4, 2));
-  EXPECT_EQ(b(0, 0), T());
-  EXPECT_EQ(b(2, 0, 1), Motif<T>(1, 5, 1));
-  EXPECT_EQ(b(3, 0, 0), Motif<T>(3, 5, 0));
-  EXPECT_EQ(b(3, 1, 0), T());
+  EXPECT_TRUE(b(0, 0) == T() && b(3, 1, 0) == T());
+  EXPECT_TRUE(b(2, 0, 1) == Motif<T>(1, 5, 1) && b(3, 0, 0) == Motif<T>(3, 5, 0));
   b.Crop(source, 20, 20, 5, 5);
   EXPECT_EQ(b.GetTaille(), TPoint2D<int>(0, 0));
   EXPECT_NE(test::TexteErreur([&] { b.Crop(source, 0, 0, 3, 3, 0); }).find("Pas (0) invalide"),
