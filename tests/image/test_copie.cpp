@@ -89,7 +89,6 @@ TEST(Bandes, HauteurDesBandesEtCopieAuTraversDesBords) {
     for (int x = 0; x < 300000; x += 997) ASSERT_EQ(dest(x, y), y * 1000 + x % 1000);
 
   // With a step of 2 and a window: bands stay on the step grid.
-  espion.lectures.clear();
   TTImage<double> pas2(TagNbCanaux(1));
   pas2.SpecifImageOut::Crop(espion, 997, 1, 299000, 7, 2, 0);
   ASSERT_EQ(pas2.GetTaille(), TPoint2D<int>(149500, 4));
