@@ -30,20 +30,23 @@ TEST(Conversion, CastSimpleSansArrondiNiSaturation) {
   EXPECT_EQ((Convertir<int, double>(4294967296.0 + 5)), 5);  // in long long range: wraps
 }
 
-// Every pair of element types through CopierPixels, with a step and offsets.
+// Every pair of element types through CopierPixels, with offsets, step by step (the whole-line
+// paths) and with a step of 2.
 template <class S, class D>
 void VerifiePaire() {
   const TTImage<S> s = test::ImageMotif<S>(7, 5, 2);
-  TTImage<D> d(5, 4, TagNbCanaux(2));
-  CopierPixels<S, D>(s.GetLines(), d.GetLines(), 1, 0, 7, 5, 2, 1, 2, 2);
-  for (int y = 0; y < 4; ++y)
-    for (int x = 0; x < 5; ++x)
-      for (int c = 0; c < 2; ++c) {
-        const bool copie = x >= 2 && y >= 1 && (x - 2) < 3 && (y - 1) < 3;
-        const D attendu = copie ? Convertir<D, S>(s(1 + 2 * (x - 2), 2 * (y - 1), c)) : D();
-        ASSERT_EQ(d(x, y, c), attendu)
-            << typeid(S).name() << "->" << typeid(D).name() << " " << x << "," << y;
-      }
+  for (int pas : {1, 2}) {
+    TTImage<D> d(9, 7, TagNbCanaux(2));
+    CopierPixels<S, D>(s.GetLines(), d.GetLines(), 1, 0, 7, 5, 2, 1, pas, 2);
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 9; ++x)
+        for (int c = 0; c < 2; ++c) {
+          const int xs = 1 + pas * (x - 2), ys = pas * (y - 1);
+          const D attendu = x >= 2 && y >= 1 && xs < 7 && ys < 5 ? Convertir<D, S>(s(xs, ys, c)) : D();
+          ASSERT_EQ(d(x, y, c), attendu)
+              << typeid(S).name() << "->" << typeid(D).name() << " pas " << pas << " " << x << "," << y;
+        }
+  }
 }
 
 TEST(Conversion, LesQuatreVingtUnPaires) {
