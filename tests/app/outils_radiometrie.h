@@ -58,14 +58,12 @@ inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTI
                                               double tolerance = 0.0) {
   if (a.GetTaille() != b.GetTaille() || a.GetNbCanaux() != b.GetNbCanaux())
     return ::testing::AssertionFailure() << "tailles ou canaux differents";
-  for (int y = 0; y < a.iGetNbLignes(); ++y)
-    for (int x = 0; x < a.iGetNbColonnes(); ++x)
-      for (int c = 0; c < a.GetNbCanaux(); ++c) {
-        const float u = a(x, y, c), v = b(x, y, c);
-        if (u != v && !(std::fabs(u - v) <= tolerance) && !(std::isnan(u) && std::isnan(v)))
-          return ::testing::AssertionFailure()
-                 << "(" << x << ", " << y << ", " << c << ") " << u << " / " << v;
-      }
+  const long w = a.iGetNbColonnes(), c = a.GetNbCanaux();
+  for (auto u = a.begin(), v = b.begin(); u != a.end(); ++u, ++v)
+    if (*u != *v && !(std::fabs(*u - *v) <= tolerance) && !(std::isnan(*u) && std::isnan(*v)))
+      return ::testing::AssertionFailure()
+             << "(" << (u - a.begin()) / c % w << ", " << (u - a.begin()) / c / w << ", "
+             << (u - a.begin()) % c << ") " << *u << " / " << *v;
   return ::testing::AssertionSuccess();
 }
 

@@ -72,12 +72,10 @@ TEST(Integrales, StatistiquesContreLesSommesDirectesTraceEtRefus) {
   // The trace line, the stream's format restored afterwards.
   const TTImage<float> im32(3, 2, 2.0f);
   images_integrales_mask(im32, TTImage<bool>(3, 2, true), S, S2, N);
-  {
-    test::CaptureSortie capture;
-    stats_images_integrales_brutes(S, S2, N, R(-1, -1, 1, 5), b, true);
-    std::cout << 0.5 << std::endl;
-    EXPECT_EQ(capture.texte(), "Somme : 8.000 ; Somme des carres : 16.000 ; Nombre : 4.000\n0.5\n");
-  }
+  test::CaptureSortie capture;
+  stats_images_integrales_brutes(S, S2, N, R(-1, -1, 1, 5), b, true);
+  std::cout << 0.5 << std::endl;
+  EXPECT_EQ(capture.texte(), "Somme : 8.000 ; Somme des carres : 16.000 ; Nombre : 4.000\n0.5\n");
 
   test::Refuse(
       [&] { images_integrales_mask(im32, TTImage<bool>(3, 1, true), S, S2, N); },

@@ -106,9 +106,8 @@ TEST(Walis, ChampsRapidesCommeLesTablesEntieres) {
           plats += e == 0.0;
           nans += std::isnan(e);
         }
-      const std::string cas = "demi-largeur " + std::to_string(d) + " cible " + std::to_string(cible.y);
-      ASSERT_TRUE(test::MemesPixels(gain, ga)) << cas;
-      ASSERT_TRUE(test::MemesPixels(offset, oa)) << cas;
+      ASSERT_TRUE(test::MemesPixels(gain, ga)) << "demi-largeur " << d << " cible " << cible.y;
+      ASSERT_TRUE(test::MemesPixels(offset, oa)) << "demi-largeur " << d << " cible " << cible.y;
     }
   }
   EXPECT_GT(plats, 0);
