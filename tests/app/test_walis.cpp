@@ -17,16 +17,17 @@ TEST(Walis, ImagesConstruitesEtRefusAvantToutCalcul) {
   // image's own statistics, so a uniform image is left as it is.
   const TTImage<float> cent(40, 30, 100.0f);
   const TTImage<bool> tout(40, 30, true);
-  TTImage<float> gain, offset, reference;
+  TTImage<float> gain, offset, champs, reference;
   for (const double moyenneCible : {127.5, 0.0}) {
     GainOffsetWalis(cent, tout, gain, offset, 50, moyenneCible, moyenneCible ? 50.0 : 0.0);
     EXPECT_TRUE(test::MemesPixels(gain, TTImage<float>(40, 30, 1.0f)));
     EXPECT_TRUE(test::MemesPixels(offset, TTImage<float>(40, 30, moyenneCible ? 27.5f : 0.0f)));
   }
   // Against a reference of 127.5s a flat window keeps gain 1 and takes the difference of the means.
-  GainOffsetWalisReference(cent, tout, TTImage<float>(40, 30, 127.5f), tout, gain);
+  GainOffsetWalisReference(cent, tout, TTImage<float>(40, 30, 127.5f), tout, champs);
   for (int y = 0; y < 30; ++y)
-    for (int x = 0; x < 40; ++x) ASSERT_EQ(T2D<float>(gain(x, y, 0), gain(x, y, 1)), T2D<float>(1.0f, 27.5f));
+    for (int x = 0; x < 40; ++x)
+      ASSERT_EQ(T2D<float>(champs(x, y, 0), champs(x, y, 1)), T2D<float>(1.0f, 27.5f));
 
   // The mosaic job's reference image maps each value by the unmasked statistics of its window; a flat
   // image lands on the target mean.
