@@ -17,8 +17,7 @@ namespace test {
 template <class T, class Loi>
 TTImage<T> Aleatoire(int w, int h, std::mt19937& g, Loi loi) {
   TTImage<T> im(w, h, TagNbCanaux(1));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) im(x, y) = loi(g);
+  for (auto it = im.begin(); it != im.end(); ++it) *it = loi(g);
   return im;
 }
 inline TTImage<float> ImageAleatoire(int w, int h, std::mt19937& g, float min = 0.0f, float max = 255.0f) {
@@ -53,18 +52,18 @@ inline Sommes SommesFenetre(const TTImage<float>& im, const TTImage<bool>* m, in
   return SommesDirectes(im, m, x - d, y - d, x + d, y + d);
 }
 
-// Every sample equal, NaN matching NaN; the first difference is reported with its place.
-inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTImage<float>& b) {
+// Every sample equal (within 'tolerance'), NaN matching NaN; the first difference is reported with its
+// place.
+inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTImage<float>& b,
+                                              double tolerance = 0.0) {
   if (a.GetTaille() != b.GetTaille() || a.GetNbCanaux() != b.GetNbCanaux())
     return ::testing::AssertionFailure() << "tailles ou canaux differents";
-  for (int y = 0; y < a.iGetNbLignes(); ++y)
-    for (int x = 0; x < a.iGetNbColonnes(); ++x)
-      for (int c = 0; c < a.GetNbCanaux(); ++c) {
-        const float u = a(x, y, c), v = b(x, y, c);
-        if (u != v && !(std::isnan(u) && std::isnan(v)))
-          return ::testing::AssertionFailure()
-                 << "(" << x << ", " << y << ", " << c << ") " << u << " / " << v;
-      }
+  const long w = a.iGetNbColonnes(), c = a.GetNbCanaux();
+  for (auto u = a.begin(), v = b.begin(); u != a.end(); ++u, ++v)
+    if (*u != *v && !(std::fabs(*u - *v) <= tolerance) && !(std::isnan(*u) && std::isnan(*v)))
+      return ::testing::AssertionFailure()
+             << "(" << (u - a.begin()) / c % w << ", " << (u - a.begin()) / c / w << ", "
+             << (u - a.begin()) % c << ") " << *u << " / " << *v;
   return ::testing::AssertionSuccess();
 }
 

@@ -1,5 +1,6 @@
-// Wallis gain and offset fields on images whose local statistics are known by construction, against
-// direct sums, and the fast line-by-line fields against the full integral tables.
+// Wallis gain and offset fields and the reference image on images whose local statistics are known by
+// construction, and the fast line-by-line fields against the full integral tables. The masked local
+// statistics and the reference fields are checked against direct sums through their sub-commands.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -11,63 +12,36 @@
 
 namespace {
 
-TEST(Walis, ReferenceEtStatistiquesLocalesContreLesSommesDirectes) {
-  std::mt19937 g(32);
-  const int w = 31, h = 26, d = 4;
-  const TTImage<float> im = test::ImageAleatoire(w, h, g);
-  const TTImage<float> ref = test::ImageAleatoire(w, h, g, 20.0f, 90.0f);
-  const TTImage<bool> m = test::MasqueAleatoire(w, h, g, 0.7);
-  TTImage<bool> mr = test::MasqueAleatoire(w, h, g, 0.7);
-  for (int y = 0; y < 12; ++y)  // reference windows with no masked pixel: (0, 0)
-    for (int x = 0; x < 12; ++x) mr(x, y) = false;
-  // The mosaic job's reference image maps each value by the unmasked statistics of its window.
-  TTImage<float> go, moyenne, ecartType, reference;
-  GainOffsetWalisReference(im, m, ref, mr, go, d);
-  StatsLocales(im, mr, d, moyenne, ecartType);
-  ImageReferenceWalis(im, reference, d, T2D<double>(127.5, 50.0));
-  int vides = 0;
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      const test::Sommes s1 = test::SommesFenetre(im, &m, x, y, d),
-                         s2 = test::SommesFenetre(ref, &mr, x, y, d);
-      const test::Sommes local = test::SommesFenetre(im, &mr, x, y, d),
-                         s = test::SommesFenetre(im, nullptr, x, y, d);
-      ASSERT_NEAR(reference(x, y), (im(x, y) - s.moyenne()) * 50.0 / s.ecart() + 127.5, 1e-3);
-      vides += local.n == 0;
-      ASSERT_NEAR(moyenne(x, y), local.moyenne(), 1e-4) << x << "," << y;
-      if (local.n == 0 || local.ecart() > 1e-2) {
-        ASSERT_NEAR(ecartType(x, y), local.ecart(), 1e-3) << x << "," << y;
-      }
-      const double gain = !m(x, y) ? 0.0 : s1.ecart() == 0.0 ? 1.0 : s2.ecart() / s1.ecart();
-      ASSERT_NEAR(go(x, y, 0), gain, 1e-5) << x << "," << y;
-      ASSERT_NEAR(go(x, y, 1), m(x, y) ? s2.moyenne() - s1.moyenne() * gain : 0.0, 1e-3) << x << "," << y;
-    }
-  EXPECT_GT(vides, 0);
-
-  // A flat image keeps gain 1 and only shifts the mean of the reference.
-  GainOffsetWalisReference(TTImage<float>(w, h, 50.0f), m, ref, m, go, d);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x)
-      if (m(x, y)) {
-        ASSERT_EQ(go(x, y, 0), 1.0f);
-        ASSERT_NEAR(go(x, y, 1), test::SommesFenetre(ref, &m, x, y, d).moyenne() - 50.0, 1e-3);
-      }
-  // A flat image lands on the target mean.
-  ImageReferenceWalis(TTImage<float>(w, h, 30.0f), reference, d, T2D<double>(127.5, 50.0));
-  EXPECT_TRUE(test::MemesPixels(reference, TTImage<float>(w, h, 127.5f)));
-}
-
-TEST(Walis, ImagesUniformesEtRefusAvantToutCalcul) {
+TEST(Walis, ImagesConstruitesEtRefusAvantToutCalcul) {
   // Windows of 100s with target (127.5, 50): gain 1, offset 27.5. Target (0, 0) stands for the
   // image's own statistics, so a uniform image is left as it is.
   const TTImage<float> cent(40, 30, 100.0f);
-  TTImage<float> gain, offset;
+  const TTImage<bool> tout(40, 30, true);
+  TTImage<float> gain, offset, champs, reference;
   for (const double moyenneCible : {127.5, 0.0}) {
-    GainOffsetWalis(cent, TTImage<bool>(40, 30, true), gain, offset, 50, moyenneCible,
-                    moyenneCible ? 50.0 : 0.0);
+    GainOffsetWalis(cent, tout, gain, offset, 50, moyenneCible, moyenneCible ? 50.0 : 0.0);
     EXPECT_TRUE(test::MemesPixels(gain, TTImage<float>(40, 30, 1.0f)));
     EXPECT_TRUE(test::MemesPixels(offset, TTImage<float>(40, 30, moyenneCible ? 27.5f : 0.0f)));
   }
+  // Against a reference of 127.5s a flat window keeps gain 1 and takes the difference of the means.
+  GainOffsetWalisReference(cent, tout, TTImage<float>(40, 30, 127.5f), tout, champs);
+  for (int y = 0; y < 30; ++y)
+    for (int x = 0; x < 40; ++x)
+      ASSERT_EQ(T2D<float>(champs(x, y, 0), champs(x, y, 1)), T2D<float>(1.0f, 27.5f));
+
+  // The mosaic job's reference image maps each value by the unmasked statistics of its window; a flat
+  // image lands on the target mean.
+  std::mt19937 g(32);
+  const TTImage<float> texture = test::ImageAleatoire(31, 26, g);
+  ImageReferenceWalis(texture, reference, 4, T2D<double>(127.5, 50.0));
+  for (int y = 0; y < 26; ++y)
+    for (int x = 0; x < 31; ++x) {
+      const test::Sommes s = test::SommesFenetre(texture, nullptr, x, y, 4);
+      ASSERT_NEAR(reference(x, y), (texture(x, y) - s.moyenne()) * 50.0 / s.ecart() + 127.5, 1e-3)
+          << x << "," << y;
+    }
+  ImageReferenceWalis(cent, reference, 4, T2D<double>(127.5, 50.0));
+  EXPECT_TRUE(test::MemesPixels(reference, TTImage<float>(40, 30, 127.5f)));
 
   TTImage<float> im(17, 9, 3.0f), g2, o2, go;
   const TTImage<float> deux(17, 9, TagNbCanaux(2)), petite(17, 8, 1.0f);
@@ -133,21 +107,12 @@ TEST(Walis, ChampsRapidesCommeLesTablesEntieres) {
           plats += e == 0.0;
           nans += std::isnan(e);
         }
-      const std::string cas = "demi-largeur " + std::to_string(d) + " cible " + std::to_string(cible.y);
-      ASSERT_TRUE(test::MemesPixels(gain, ga)) << cas;
-      ASSERT_TRUE(test::MemesPixels(offset, oa)) << cas;
+      ASSERT_TRUE(test::MemesPixels(gain, ga)) << "demi-largeur " << d << " cible " << cible.y;
+      ASSERT_TRUE(test::MemesPixels(offset, oa)) << "demi-largeur " << d << " cible " << cible.y;
     }
   }
   EXPECT_GT(plats, 0);
   EXPECT_GT(nans, 0);
-
-  // The fixed-window form is the same fields, half-width 25, as two channels.
-  TTImage<float> gain, offset, deux, canaux(w, h, TagNbCanaux(2));
-  GainOffsetWalis(im, m, gain, offset, 51, 127.5, 50.0);
-  GainOffsetWalisFenetre(im, m, deux, T2D<double>(127.5, 50.0));
-  canaux.CopierCanal(gain, 0, 0);
-  canaux.CopierCanal(offset, 0, 1);
-  EXPECT_TRUE(test::MemesPixels(deux, canaux));
 }
 
 }  // namespace

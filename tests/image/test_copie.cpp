@@ -17,8 +17,6 @@ TEST(Conversion, CastSimpleSansArrondiNiSaturation) {
   EXPECT_EQ((Convertir<unsigned int, float>(3e9f)), 3000000000u);
   EXPECT_EQ((Convertir<bool, float>(0.25f)), true);
   EXPECT_EQ((Convertir<bool, int>(0)), false);
-  EXPECT_EQ((Convertir<float, bool>(true)), 1.0f);
-  EXPECT_EQ((Convertir<float, double>(0.1)), 0.1f);
   // Values no integer holds are defined (the sanitizer build checks there is no undefined cast):
   // beyond long long and NaN give LLONG_MIN, which narrows to 0.
   const double extremes[] = {1e20, -1e20, std::numeric_limits<double>::infinity(),
@@ -32,20 +30,23 @@ TEST(Conversion, CastSimpleSansArrondiNiSaturation) {
   EXPECT_EQ((Convertir<int, double>(4294967296.0 + 5)), 5);  // in long long range: wraps
 }
 
-// Every pair of element types through CopierPixels, with a step and offsets.
+// Every pair of element types through CopierPixels, with offsets, step by step (the whole-line
+// paths) and with a step of 2.
 template <class S, class D>
 void VerifiePaire() {
   const TTImage<S> s = test::ImageMotif<S>(7, 5, 2);
-  TTImage<D> d(5, 4, TagNbCanaux(2));
-  CopierPixels<S, D>(s.GetLines(), d.GetLines(), 1, 0, 7, 5, 2, 1, 2, 2);
-  for (int y = 0; y < 4; ++y)
-    for (int x = 0; x < 5; ++x)
-      for (int c = 0; c < 2; ++c) {
-        const bool copie = x >= 2 && y >= 1 && (x - 2) < 3 && (y - 1) < 3;
-        const D attendu = copie ? Convertir<D, S>(s(1 + 2 * (x - 2), 2 * (y - 1), c)) : D();
-        ASSERT_EQ(d(x, y, c), attendu)
-            << typeid(S).name() << "->" << typeid(D).name() << " " << x << "," << y;
-      }
+  for (int pas : {1, 2}) {
+    TTImage<D> d(9, 7, TagNbCanaux(2));
+    CopierPixels<S, D>(s.GetLines(), d.GetLines(), 1, 0, 7, 5, 2, 1, pas, 2);
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 9; ++x)
+        for (int c = 0; c < 2; ++c) {
+          const int xs = 1 + pas * (x - 2), ys = pas * (y - 1);
+          const D attendu = x >= 2 && y >= 1 && xs < 7 && ys < 5 ? Convertir<D, S>(s(xs, ys, c)) : D();
+          ASSERT_EQ(d(x, y, c), attendu)
+              << typeid(S).name() << "->" << typeid(D).name() << " pas " << pas << " " << x << "," << y;
+        }
+  }
 }
 
 TEST(Conversion, LesQuatreVingtUnPaires) {
@@ -91,7 +92,6 @@ TEST(Bandes, HauteurDesBandesEtCopieAuTraversDesBords) {
     for (int x = 0; x < 300000; x += 997) ASSERT_EQ(dest(x, y), y * 1000 + x % 1000);
 
   // With a step of 2 and a window: bands stay on the step grid.
-  espion.lectures.clear();
   TTImage<double> pas2(TagNbCanaux(1));
   pas2.SpecifImageOut::Crop(espion, 997, 1, 299000, 7, 2, 0);
   ASSERT_EQ(pas2.GetTaille(), TPoint2D<int>(149500, 4));
@@ -105,8 +105,7 @@ TEST(Bandes, HauteurDesBandesEtCopieAuTraversDesBords) {
   EXPECT_EQ(espion.lectures, (std::vector<int>{3, 3, 1}));
   EXPECT_EQ(cible(5, 2), im(0, 1));
   EXPECT_EQ(cible(5 + 299997 - 299997 % 997, 8), im(299997 - 299997 % 997, 7));
-  EXPECT_EQ(cible(4, 2), 0.0f);
-  EXPECT_EQ(cible(5, 1), 0.0f);
+  EXPECT_TRUE(cible(4, 2) == 0.0f && cible(5, 1) == 0.0f);
 
   // Bool sources are not handled by the band copies.
   const TTImage<bool> masque(3, 3, true);

@@ -33,12 +33,10 @@ template <class T>
 class Image : public ::testing::Test {};
 TYPED_TEST_SUITE(Image, test::NeufTypes);
 
-TYPED_TEST(Image, CodeCopiesEtFormes) {
+TYPED_TEST(Image, FormesCopiesEtType) {
   using T = TypeParam;
   TTImage<T> im(10, 4, TagNbCanaux(3));
-  EXPECT_EQ(im.TypePixel(), CodeType<T>::value);
   EXPECT_EQ(im.TaillePixel(), (std::is_same_v<T, bool> ? 1 : static_cast<int>(sizeof(T))));
-  EXPECT_TRUE(im.EstDans(9, 3) && !im.EstDans(10, 0) && !im.EstDans(TPoint2D<int>(0, -1)));
   for (T v : im) EXPECT_EQ(v, T());
   im.SetTypePixel(CodeType<T>::value);  // its own code: no-op
   Refuse([&] { im.SetTypePixel(CodeType<T>::value == eFloat8 ? eFloat4 : eFloat8); },
@@ -49,41 +47,38 @@ TYPED_TEST(Image, CodeCopiesEtFormes) {
   // Reshaping keeps the elements in place (scrambled, not cleared) and zeroes the new ones.
   TTImage<T> a = test::ImageMotif<T>(4, 3, 1);
   a.vReformat(6, 3);
-  EXPECT_EQ(a(4, 0), Motif<T>(0, 1, 0));  // element 4 of the array stays element 4
-  EXPECT_EQ(a(5, 2), T());
+  EXPECT_TRUE(a(4, 0) == Motif<T>(0, 1, 0) && a(5, 2) == T());  // element 4 of the array stays element 4
   // The channel test is on the current count: 0 channels requested is accepted, but an image with
   // no channel cannot be reshaped, unless nothing changes.
   TTImage<T> b(3, 3, TagNbCanaux(2));
   b.vReformat(3, 3, TagNbCanaux(0));
-  EXPECT_EQ(b.GetNbCanaux(), 0);
   b.vReformat(3, 3, TagNbCanaux(0));
   EXPECT_TRUE(test::Commence(test::TexteErreur([&] { b.vReformat(3, 3, TagNbCanaux(1)); }),
                              "TTImage<T>::vReformat nombre de canaux <1."));
-
-  // Filled, deep copies, moves.
-  TTImage<T> c(5, 2, T(1));
-  TTImage<T> copie(c);
+  // Copies are deep.
+  TTImage<T> c(5, 2, T(1)), copie(c);
   copie(0, 0) = T(0);
-  EXPECT_EQ(c(0, 0), T(1));
-  TTImage<T> deplacee(std::move(copie));
-  EXPECT_EQ(deplacee(0, 0), T(0));
-  EXPECT_EQ(deplacee(4, 1), T(1));
-  EXPECT_EQ(std::unique_ptr<SpecifImageIn>(c.dup())->GetTaille(), c.GetTaille());
+  EXPECT_TRUE(c(0, 0) == T(1) && copie(4, 1) == T(1));
 }
 
-TYPED_TEST(Image, MiroirsSurLeCanal0RemplissageEtOctetsBruts) {
+TYPED_TEST(Image, MiroirsCanauxRemplissageEtInterpolation) {
   using T = TypeParam;
   const TTImage<T> origine = test::ImageMotif<T>(5, 4, 3);
-  TTImage<T> x = origine, y = origine;
-  x.FlipX();
+  TTImage<T> x = origine, y = origine, canal(5, 4, TagNbCanaux(2));
+  x.FlipX();  // lines, on channel 0 only
   y.FlipY();
+  canal.CopierCanal(origine, 2, 1);
   for (int j = 0; j < 4; ++j)
     for (int i = 0; i < 5; ++i) {
       EXPECT_EQ(x(i, j, 0), origine(i, 3 - j, 0));
       EXPECT_EQ(y(i, j, 0), origine(4 - i, j, 0));
       for (int c = 1; c < 3; ++c)
         EXPECT_TRUE(x(i, j, c) == origine(i, j, c) && y(i, j, c) == origine(i, j, c));
+      EXPECT_TRUE(canal(i, j, 1) == origine(i, j, 2) && canal(i, j, 0) == T());
     }
+  Refuse([&] { canal.CopierCanal(origine, 5, 0); }, "[TTIMAGE] (CopieCanal) Canal source 5invalide (Fichier");
+  Refuse([&] { canal.CopierCanal(origine, 0, 2); },
+         "[TTIMAGE] (CopieCanal) Canal destination 2invalide (Fichier");
 
   if constexpr (std::is_same_v<T, bool>) {
     TTImage<bool> m(3, 1, false);
@@ -97,35 +92,10 @@ TYPED_TEST(Image, MiroirsSurLeCanal0RemplissageEtOctetsBruts) {
     m.RawRead(tampon, 4);
     EXPECT_EQ(tampon[0] | tampon[1] | tampon[2] | tampon[3], 0);
   } else {
-    TTImage<T> r(3, 2, TagNbCanaux(2));
-    r = T(1);
-    r += T(1);
-    for (T v : r) EXPECT_EQ(v, T(2));
-    const T valeurs[4] = {T(1), T(2), T(3), T(4)};
-    TTImage<T> brut(2, 2, TagNbCanaux(1));
-    brut.RawWrite(reinterpret_cast<const char*>(valeurs), sizeof valeurs);
-    T lu[4];
-    brut.RawRead(reinterpret_cast<char*>(lu), sizeof lu);
-    EXPECT_TRUE(brut(1, 1) == T(4) && lu[2] == T(3));
-  }
-}
-
-TYPED_TEST(Image, CopieDeCanalEtInterpolation) {
-  using T = TypeParam;
-  const TTImage<T> source = test::ImageMotif<T>(4, 3, 3);
-  TTImage<T> dest(4, 3, TagNbCanaux(2));
-  dest.CopierCanal(source, 2, 1);
-  for (int y = 0; y < 3; ++y)
-    for (int x = 0; x < 4; ++x) {
-      EXPECT_EQ(dest(x, y, 1), source(x, y, 2));
-      EXPECT_EQ(dest(x, y, 0), T());
-    }
-  Refuse([&] { dest.CopierCanal(source, 5, 0); }, "[TTIMAGE] (CopieCanal) Canal source 5invalide (Fichier");
-  Refuse([&] { dest.CopierCanal(source, 0, 2); },
-         "[TTIMAGE] (CopieCanal) Canal destination 2invalide (Fichier");
-
-  if constexpr (!std::is_same_v<T, bool>) {
-    TTImage<T> im(4, 5, T(0));
+    TTImage<T> im(4, 5, TagNbCanaux(1));
+    im = T(1);
+    im += T(1);
+    for (T v : im) EXPECT_EQ(v, T(2));
     im(2, 3) = T(8);
     im(3, 3) = T(16);
     im(2, 4) = T(32);
@@ -136,7 +106,7 @@ TYPED_TEST(Image, CopieDeCanalEtInterpolation) {
   }
 }
 
-TYPED_TEST(Image, CropEtPasteAvecPasBordsEtConversion) {
+TYPED_TEST(Image, CropEtPasteAvecPasEtBords) {
   using T = TypeParam;
   const TTImage<T> source = test::ImageMotif<T>(9, 7, 2);
   // Step 2 of columns 0 to 5 takes columns 0, 2 and 4.
@@ -151,26 +121,16 @@ TYPED_TEST(Image, CropEtPasteAvecPasBordsEtConversion) {
   TTImage<T> b;
   b.Crop(source, -3, 5, 8, 10, 2);
   ASSERT_EQ(b.GetTaille(), TPoint2D<int>(2, 1));
-  EXPECT_EQ(b(0, 0, 1), Motif<T>(1, 5, 1));
-  EXPECT_EQ(b(1, 0, 1), Motif<T>(3, 5, 1));
+  EXPECT_TRUE(b(0, 0, 1) == Motif<T>(1, 5, 1) && b(1, 0, 1) == Motif<T>(3, 5, 1));
   // Mode 1 keeps the size of the request; the outside is zero.
   b.Crop(source, -3, 5, 8, 4, 2, 1);
   ASSERT_EQ(b.GetTaille(), TPoint2D<int>(4, 2));
-  EXPECT_EQ(b(0, 0), T());
-  EXPECT_EQ(b(2, 0, 1), Motif<T>(1, 5, 1));
-  EXPECT_EQ(b(3, 0, 0), Motif<T>(3, 5, 0));
-  EXPECT_EQ(b(3, 1, 0), T());
+  EXPECT_TRUE(b(0, 0) == T() && b(3, 1, 0) == T());
+  EXPECT_TRUE(b(2, 0, 1) == Motif<T>(1, 5, 1) && b(3, 0, 0) == Motif<T>(3, 5, 0));
   b.Crop(source, 20, 20, 5, 5);
   EXPECT_EQ(b.GetTaille(), TPoint2D<int>(0, 0));
   EXPECT_NE(test::TexteErreur([&] { b.Crop(source, 0, 0, 3, 3, 0); }).find("Pas (0) invalide"),
             std::string::npos);
-
-  // From an image of another type: converted by the plain cast.
-  TTImage<float> f(3, 1, TagNbCanaux(1));
-  f(0, 0) = 1.9f;
-  f(2, 0) = 7.2f;
-  b.Crop(f, 0, 0, 3, 1);
-  EXPECT_TRUE(test::MemesEchantillons(f, b));
 
   // Paste clips both rectangles; the rest of the destination is untouched.
   TTImage<T> dest(6, 5, TagNbCanaux(2));
@@ -180,10 +140,6 @@ TYPED_TEST(Image, CropEtPasteAvecPasBordsEtConversion) {
       const bool ecrit = x == 0 && y >= 3;  // source column 8 only (7 lands at -1), lines 4 and 5
       EXPECT_EQ(dest(x, y, 1), ecrit ? Motif<T>(8, y + 1, 1) : T()) << x << "," << y;
     }
-  TTImage<T> dest2(6, 5, TagNbCanaux(2));
-  EXPECT_EQ(source.Paste(dest2, TPoint2D<int>(-2, -3)), TPoint2D<int>(0, 0));
-  EXPECT_EQ(dest2(0, 0, 0), Motif<T>(2, 3, 0));
-  EXPECT_EQ(dest2(5, 3, 1), Motif<T>(7, 6, 1));
   TTImage<T> un(6, 5, TagNbCanaux(1));
   EXPECT_TRUE(test::Commence(test::TexteErreur([&] { source.Paste(un, 0, 0); }),
                              "[TTImage] (Paste) Nombre de canaux incompatibles."));
