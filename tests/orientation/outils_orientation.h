@@ -2,12 +2,9 @@
 // compared by them, stand-ins for the models whose files this tool refuses.
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <charconv>
 #include <fstream>
-#include <iomanip>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "outils_test.h"
@@ -16,8 +13,7 @@
 namespace test {
 
 inline void Ecrire(const std::string& chemin, const std::string& contenu) {
-  std::ofstream f(chemin, std::ios::binary);
-  f << contenu;
+  std::ofstream(chemin, std::ios::binary) << contenu;
 }
 
 inline std::unique_ptr<CartoProjOrientation> Carto(double x0, double y0, int zone, long nc, long nl,
@@ -26,23 +22,24 @@ inline std::unique_ptr<CartoProjOrientation> Carto(double x0, double y0, int zon
       ImageOrientation::CreateCartoProjOrientation(x0, y0, zone, nc, nl, px, py).release()));
 }
 
-// The seven numbers, with all the digits that tell two doubles apart.
+// "X0 Y0 zone columns lines pasX pasY", each number in the shortest text that reads back to its bits
+// (std::to_chars): two orientations are the same exactly when their texts are.
 inline std::string Nombres(const CartoProjOrientation& o) {
-  std::ostringstream s;
-  s << std::setprecision(17) << o.GetXOrigine() << ' ' << o.GetYOrigine() << ' ' << o.GetZoneLambert() << ' '
-    << o.GetNs() << ' ' << o.GetNl() << ' ' << o.GetXStep() << ' ' << o.GetYStep();
-  return s.str();
-}
-inline void MemeCarto(const CartoProjOrientation& a, const CartoProjOrientation& b) {
-  EXPECT_EQ(Nombres(a), Nombres(b));
+  std::string s;
+  char t[32];
+  for (double v :
+       {o.GetXOrigine(), o.GetYOrigine(), static_cast<double>(o.GetZoneLambert()),
+        static_cast<double>(o.GetNs()), static_cast<double>(o.GetNl()), o.GetXStep(), o.GetYStep()})
+    s.append(t, std::to_chars(t, t + sizeof t, v).ptr).push_back(' ');
+  s.pop_back();
+  return s;
 }
 
 // A carto orientation (zone 0, origin (0, 0), steps 1) wearing another type code: the only way to hold
 // an object of the kinds whose files are refused, to test copies and the operations that refuse.
 class OrientationDeguisee : public CartoProjOrientation {
  public:
-  explicit OrientationDeguisee(eORIProjType type, long colonnes = 30, long lignes = 40)
-      : CartoProjOrientation(*Carto(0, 0, 0, colonnes, lignes, 1, 1)) {
+  explicit OrientationDeguisee(eORIProjType type) : CartoProjOrientation(*Carto(0, 0, 0, 30, 40, 1, 1)) {
     m_type = type;
   }
 };
