@@ -9,6 +9,7 @@
 #include <random>
 #include <sstream>
 
+#include "zepra/orientedimage.h"
 #include "zepra/ttimage.h"
 
 namespace test {
@@ -65,6 +66,40 @@ inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTI
              << "(" << (u - a.begin()) / c % w << ", " << (u - a.begin()) / c / w << ", "
              << (u - a.begin()) % c << ") " << *u << " / " << *v;
   return ::testing::AssertionSuccess();
+}
+
+// The images 'dossier/prefixe + nom', oriented, read as float.
+inline std::vector<TTOrientedImage<float>> LireOrientees(const std::string& dossier,
+                                                         const std::string& prefixe,
+                                                         const std::vector<std::string>& noms) {
+  std::vector<TTOrientedImage<float>> v;
+  for (const std::string& n : noms) v.emplace_back((dossier + "/" + prefixe + n).c_str());
+  return v;
+}
+
+// Mean absolute difference, over every pair, of the pixels where both images hold data. The images
+// share one grid: the pixel (c, l) of the first stands where the pixel (c + dc, l + dl) of the second
+// does. 'pixels' gets the number of pixels compared.
+inline double Desaccord(const std::vector<TTOrientedImage<float>>& ims, long long* pixels = nullptr) {
+  double somme = 0, X, Y, Z, cj, lj, z;
+  long long n = 0;
+  for (size_t i = 0; i < ims.size(); ++i)
+    for (size_t j = i + 1; j < ims.size(); ++j) {
+      const TTOrientedImage<float>&a = ims[i], &b = ims[j];
+      a.GetOrientation().PhotoToMap(0.5, 0.5, X, Y, Z);
+      b.GetOrientation().MapToPhoto(X, Y, Z, cj, lj, z);
+      const int dc = static_cast<int>(std::floor(cj)), dl = static_cast<int>(std::floor(lj));
+      EXPECT_NEAR(cj - dc, 0.5, 1e-6);
+      EXPECT_NEAR(lj - dl, 0.5, 1e-6);
+      for (int l = std::max(0, -dl); l < std::min(a.iGetNbLignes(), b.iGetNbLignes() - dl); ++l)
+        for (int c = std::max(0, -dc); c < std::min(a.iGetNbColonnes(), b.iGetNbColonnes() - dc); ++c) {
+          if (a(c, l) == 0.0f || b(c + dc, l + dl) == 0.0f) continue;
+          somme += std::fabs(a(c, l) - b(c + dc, l + dl));
+          ++n;
+        }
+    }
+  if (pixels) *pixels = n;
+  return n ? somme / static_cast<double>(n) : 0.0;
 }
 
 // Captures what is written on std::cout while it lives.
