@@ -68,19 +68,15 @@ inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTI
   return ::testing::AssertionSuccess();
 }
 
-// The images 'dossier/prefixe + nom', oriented, read as float.
-inline std::vector<TTOrientedImage<float>> LireOrientees(const std::string& dossier,
-                                                         const std::string& prefixe,
-                                                         const std::vector<std::string>& noms) {
-  std::vector<TTOrientedImage<float>> v;
-  for (const std::string& n : noms) v.emplace_back((dossier + "/" + prefixe + n).c_str());
-  return v;
-}
-
-// Mean absolute difference, over every pair, of the pixels where both images hold data. The images
-// share one grid: the pixel (c, l) of the first stands where the pixel (c + dc, l + dl) of the second
-// does. 'pixels' gets the number of pixels compared.
-inline double Desaccord(const std::vector<TTOrientedImage<float>>& ims, long long* pixels = nullptr) {
+// Mean absolute difference, over every pair of the images 'dossier/prefixe + nom' (names separated by
+// blanks), of the pixels where both hold data. The images share one grid: the pixel (c, l) of the
+// first stands where the pixel (c + dc, l + dl) of the second does. 'pixels' gets the number of pixels
+// compared.
+inline double Desaccord(const std::string& dossier, const std::string& prefixe, const std::string& noms,
+                        long long* pixels = nullptr) {
+  std::vector<TTOrientedImage<float>> ims;
+  std::istringstream mots(noms);
+  for (std::string n; mots >> n;) ims.emplace_back((dossier + "/" + prefixe + n).c_str());
   double somme = 0, X, Y, Z, cj, lj, z;
   long long n = 0;
   for (size_t i = 0; i < ims.size(); ++i)
