@@ -50,13 +50,12 @@ TTImage<T> ImageDeRuns() {
   const T v[] = {L::max(),    L::has_quiet_NaN ? L::quiet_NaN() : L::lowest(),
                  T(-0.0),     T(L::is_iec559 ? 0 : 1),
                  L::lowest(), T(100)};
-  const size_t n = 6;
   TTImage<T> im(140000, 4, TagNbCanaux(1));
   for (int x = 0; x < 140000; ++x) {
     im(x, 0) = v[0];
-    im(x, 1) = x < 65535 ? v[1] : v[(x / (1 + x % 3)) % n];
-    im(x, 2) = v[(static_cast<size_t>(x) * 7919u) % n];
-    im(x, 3) = x < 131070 ? v[2 % n] : v[3 % n];
+    im(x, 1) = x < 65535 ? v[1] : v[(x / (1 + x % 3)) % 6];
+    im(x, 2) = v[(static_cast<size_t>(x) * 7919u) % 6];
+    im(x, 3) = x < 131070 ? v[2] : v[3];
   }
   return im;
 }

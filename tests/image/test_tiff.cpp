@@ -95,14 +95,10 @@ TEST(TiffEcriture, RepertoireLuParTiffdumpEtRefus) {
 
 TEST(TiffLecture, ValeursEnPlaceEtRegistre) {
   test::DossierTemp dir;
-  // Two SHORTs (4 bytes) stay in the entry, where our writer never puts them.
-  test::TiffSimple(1, 1, 2, std::string("\x07\x09", 2)).Ecrire(dir / "v.tif");
-  EXPECT_EQ(TTImage<unsigned char>((dir / "v.tif").c_str())(0, 0, 1), 9);
-
-  // The registry finds a TIFF file whatever its name; other files are left to other readers.
-  ImageMotif<int>(3, 3, 1).Sauver((dir / "x.tif").c_str());
-  ASSERT_EQ(test::Lancer(dir.chemin(), "mv x.tif x.img").statut, 0);
-  EXPECT_EQ(ImageFicIn((dir / "x.img").c_str()).TypePixel(), eInt4);
+  // Two SHORTs (4 bytes) stay in the entry, where our writer never puts them; the registry finds a
+  // TIFF file whatever its name.
+  test::TiffSimple(1, 1, 2, std::string("\x07\x09", 2)).Ecrire(dir / "v.img");
+  EXPECT_EQ(TTImage<unsigned char>((dir / "v.img").c_str())(0, 0, 1), 9);
   test::EcrireFichier(dir / "ii43.tif", std::string("II\x2b\0\x08\0\0\0", 8));
   EXPECT_EQ(CreateReader_TIFF(dir / "ii43.tif"), nullptr);
   tiff::TIFF_Annexes ii43(dir / "ii43.tif");

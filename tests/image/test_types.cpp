@@ -33,7 +33,7 @@ template <class T>
 class Image : public ::testing::Test {};
 TYPED_TEST_SUITE(Image, test::NeufTypes);
 
-TYPED_TEST(Image, FormesCopiesMiroirsEtCanaux) {
+TYPED_TEST(Image, FormesMiroirsCanauxCropEtPaste) {
   using T = TypeParam;
   TTImage<T> im(10, 4, TagNbCanaux(3));
   im.SetTypePixel(CodeType<T>::value);  // its own code: no-op
@@ -90,13 +90,9 @@ TYPED_TEST(Image, FormesCopiesMiroirsEtCanaux) {
     EXPECT_DOUBLE_EQ(im.InterpolerBilineaire(2.5, 3.25), 21.0);        // weights 3/8, 3/8, 1/8, 1/8
     EXPECT_DOUBLE_EQ(im.InterpolerBilineaire(TPoint2D<double>(2, 3)), 8.0);
   }
-}
 
-TYPED_TEST(Image, CropEtPasteAvecPasEtBords) {
-  using T = TypeParam;
   const TTImage<T> source = test::ImageMotif<T>(9, 7, 2);
   // Step 2 of columns 0 to 5 takes columns 0, 2 and 4.
-  TTImage<T> a;
   a.Crop(source, 0, 1, 5, 3, 2);
   ASSERT_EQ(a.GetTaille(), TPoint2D<int>(3, 2));
   for (int y = 0; y < 2; ++y)
@@ -104,18 +100,17 @@ TYPED_TEST(Image, CropEtPasteAvecPasEtBords) {
       for (int c = 0; c < 2; ++c) EXPECT_EQ(a(x, y, c), Motif<T>(2 * x, 1 + 2 * y, c));
 
   // A negative corner moves up by whole steps: -3 with step 2 starts at column 1.
-  TTImage<T> b;
-  b.Crop(source, -3, 5, 8, 10, 2);
-  ASSERT_EQ(b.GetTaille(), TPoint2D<int>(2, 1));
-  EXPECT_TRUE(b(0, 0, 1) == Motif<T>(1, 5, 1) && b(1, 0, 1) == Motif<T>(3, 5, 1));
+  a.Crop(source, -3, 5, 8, 10, 2);
+  ASSERT_EQ(a.GetTaille(), TPoint2D<int>(2, 1));
+  EXPECT_TRUE(a(0, 0, 1) == Motif<T>(1, 5, 1) && a(1, 0, 1) == Motif<T>(3, 5, 1));
   // Mode 1 keeps the size of the request; the outside is zero.
-  b.Crop(source, -3, 5, 8, 4, 2, 1);
-  ASSERT_EQ(b.GetTaille(), TPoint2D<int>(4, 2));
-  EXPECT_TRUE(b(0, 0) == T() && b(3, 1, 0) == T());
-  EXPECT_TRUE(b(2, 0, 1) == Motif<T>(1, 5, 1) && b(3, 0, 0) == Motif<T>(3, 5, 0));
-  b.Crop(source, 20, 20, 5, 5);
-  EXPECT_EQ(b.GetTaille(), TPoint2D<int>(0, 0));
-  EXPECT_NE(test::TexteErreur([&] { b.Crop(source, 0, 0, 3, 3, 0); }).find("Pas (0) invalide"),
+  a.Crop(source, -3, 5, 8, 4, 2, 1);
+  ASSERT_EQ(a.GetTaille(), TPoint2D<int>(4, 2));
+  EXPECT_TRUE(a(0, 0) == T() && a(3, 1, 0) == T());
+  EXPECT_TRUE(a(2, 0, 1) == Motif<T>(1, 5, 1) && a(3, 0, 0) == Motif<T>(3, 5, 0));
+  a.Crop(source, 20, 20, 5, 5);
+  EXPECT_EQ(a.GetTaille(), TPoint2D<int>(0, 0));
+  EXPECT_NE(test::TexteErreur([&] { a.Crop(source, 0, 0, 3, 3, 0); }).find("Pas (0) invalide"),
             std::string::npos);
 
   // Paste clips both rectangles, with a warning for each; the rest of the destination is untouched.
