@@ -101,10 +101,11 @@ TEST(RLE, FichiersFaitsMainAvecReponsesConnues) {
       {UneLigne(556, 40, 40).u8({255, 45, 4, 255, 0, 5, 1, 6}),
        {556, 1},
        {{0, 0, 4}, {299, 0, 4}, {300, 0, 5}, {554, 0, 5}, {555, 0, 6}}},
-      // Float4 values, 16-bit lengths: 65535 + 4465 columns of 2.75 (0x40300000).
-      {UneLigne(70000, 71, 50).u16({65535, 4465}).i32(0x40300000),
-       {70000, 1},
-       {{0, 0, 2.75}, {69999, 0, 2.75}}},
+      // Float4 values, 16-bit lengths: 65535 + 4465 columns of 2.75 (0x40300000), then a field of
+      // 65534, below the largest: a whole run of -2.75.
+      {UneLigne(135534, 71, 50).u16({65535, 4465}).i32(0x40300000).u16({65534}).i32(0xC0300000),
+       {135534, 1},
+       {{0, 0, 2.75}, {69999, 0, 2.75}, {70000, 0, -2.75}, {135533, 0, -2.75}}},
       // Offset 100: stored 0 reads 100, and on unsigned bytes 200 + 100 wraps to 44.
       {UneLigne(3, 40, 40, 100).u8({2, 0, 1, 200}), {3, 1}, {{0, 0, 100}, {1, 0, 100}, {2, 0, 44}}},
       // Length type byte 10: one byte per length, no continuation: 255 is a whole run. Int1 values.
