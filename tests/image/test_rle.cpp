@@ -73,12 +73,8 @@ TEST(RLE, AllerRetourParFichierPourChaqueType) {
     const ImageFicIn fichier(nom.c_str());
     const int rects[][5] = {
         {65530, 0, 20, 4, 1}, {3, 1, 139995, 3, 7}, {131060, 0, 8940, 4, 3}, {0, 0, 140000, 4, 65536}};
-    for (const auto& r : rects) {
-      TTImage<T> a, b;
-      a.Crop(fichier, r[0], r[1], r[2], r[3], r[4]);
-      b.Crop(im, r[0], r[1], r[2], r[3], r[4]);
-      EXPECT_TRUE(test::MemesEchantillons(b, a)) << r[0] << " " << r[4];
-    }
+    for (const auto& r : rects)
+      EXPECT_TRUE(test::MemeCrop<T>(fichier, im, r[0], r[1], r[2], r[3], r[4])) << r[0] << " " << r[4];
   });
 }
 
@@ -136,8 +132,8 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
     bool decline;
   };
   const Cas cas[] = {
-      {Simple(1, 1, 1, 40, 60), open + "codage des longueurs de run sur < octets non autorise",
-       true},  // 60 as '<'
+      // Length type 60, printed as '<'.
+      {Simple(1, 1, 1, 40, 60), open + "codage des longueurs de run sur < octets non autorise", true},
       {Simple(1, 1, 1, 99, 40), "[InfoType] (ValType (int)) mauvaise valeur de type", true},
       {Simple(2, 1, 0, 40, 40), open + "taille stockee 2 x 1 et zoom 0", true},
       {Simple(2, 1, 1, 40, 40, 99), open + "ligne 0 : debut des runs a l'octet 99", true},
@@ -151,8 +147,8 @@ TEST(RLE, ErreursFichiersMalformesEtJugementSurLeContenu) {
       // Accepted headers, corrupt runs.
       {Simple(3, 1, 1, 40, 40).u8({2, 1}), run + "Run depassant la ligne 0", false},
       {Simple(3, 1, 1, 40, 40).u8({0, 1}), run + "Run de longueur nulle", false},
-      {UneLigne(600, 40, 40).u8({255, 255, 1, 0, 1}), run + "Fin du fichier",
-       false},  // the line ends before its 600 columns
+      // The line ends before its 600 columns.
+      {UneLigne(600, 40, 40).u8({255, 255, 1, 0, 1}), run + "Fin du fichier", false},
       {chaine, run + "Run depassant la ligne 0", false},
   };
   auto lireDirect = [&] {

@@ -208,10 +208,7 @@ TEST(TiffLecture, DallageMPD) {
   principal.Long(256, {12}).Long(257, {10}).Court(258, {16, 16, 16}).Court(259, {1}).Court(262, {2});
   principal.Court(277, {3}).Long(40000, {2}).Long(40001, {2}).Ecrire(dir / "mpd.tif");
   EXPECT_TRUE(MemesEchantillons(image, TTImage<unsigned short>((dir / "mpd.tif").c_str())));
-  TTImage<int> crop, attendu;
-  crop.Crop(ImageFicIn((dir / "mpd.tif").c_str()), 2, 1, 9, 8, 2);
-  attendu.Crop(image, 2, 1, 9, 8, 2);
-  EXPECT_TRUE(MemesEchantillons(attendu, crop));
+  EXPECT_TRUE(test::MemeCrop<int>(ImageFicIn((dir / "mpd.tif").c_str()), image, 2, 1, 9, 8, 2));
 
   const std::string dalle = dir / "mpd_Tile_1_0.tif";
   std::remove(dalle.c_str());
