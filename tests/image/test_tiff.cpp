@@ -18,7 +18,7 @@ using test::MemesEchantillons;
 using test::Refuse;
 using test::Tiffcp;
 
-TEST(TiffLibtiff, PaletteEtFichierADeuxImages) {
+TEST(TiffLecture, PaletteDeuxImagesValeursEnPlaceEtMagic) {
   test::DossierTemp dir;
   // 5 x 3 indices i * 17; colour i is (i, 255 - i, 2i) scaled to 16 bits as the standard wants, or
   // written unscaled (no value above 255), which is taken as 8-bit.
@@ -47,6 +47,16 @@ TEST(TiffLibtiff, PaletteEtFichierADeuxImages) {
             "WARNING : [TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. Traitement de la "
             "premiere image seulement !\n");
   EXPECT_TRUE(MemesEchantillons(ImageMotif<unsigned short>(9, 4, 1), premiere));
+  // Two SHORTs (4 bytes) stay in the entry, where our writer never puts them; the registry finds a
+  // TIFF file whatever its name.
+  test::TiffSimple(1, 1, 2, std::string("\x07\x09", 2)).Ecrire(dir / "v.img");
+  EXPECT_EQ(TTImage<unsigned char>((dir / "v.img").c_str())(0, 0, 1), 9);
+  test::EcrireFichier(dir / "ii43.tif", std::string("II\x2b\0\x08\0\0\0", 8));
+  EXPECT_EQ(CreateReader_TIFF(dir / "ii43.tif"), nullptr);
+  tiff::TIFF_Annexes ii43(dir / "ii43.tif");
+  Refuse([&] { ii43.LireEntete(); },
+         "[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " + (dir / "ii43.tif") +
+             " (Fichier : ../src/image/tiff_annexes.cpp ; ligne ");
 }
 
 TEST(TiffEcriture, RepertoireLuParTiffdumpEtRefus) {
@@ -91,20 +101,6 @@ TEST(TiffEcriture, RepertoireLuParTiffdumpEtRefus) {
   Refuse([&] { annexes.EcrireEntete(flux, "x.tif"); },
          "[TIFF_Annexes] (EcrireEntete) Tag STRIPOFFSETS non present en ecriture : Erreur interne.");
   EXPECT_EQ(test::Lancer(dir.chemin(), "ls").sortie, "b.tif\nf.tif\n");
-}
-
-TEST(TiffLecture, ValeursEnPlaceEtRegistre) {
-  test::DossierTemp dir;
-  // Two SHORTs (4 bytes) stay in the entry, where our writer never puts them; the registry finds a
-  // TIFF file whatever its name.
-  test::TiffSimple(1, 1, 2, std::string("\x07\x09", 2)).Ecrire(dir / "v.img");
-  EXPECT_EQ(TTImage<unsigned char>((dir / "v.img").c_str())(0, 0, 1), 9);
-  test::EcrireFichier(dir / "ii43.tif", std::string("II\x2b\0\x08\0\0\0", 8));
-  EXPECT_EQ(CreateReader_TIFF(dir / "ii43.tif"), nullptr);
-  tiff::TIFF_Annexes ii43(dir / "ii43.tif");
-  Refuse([&] { ii43.LireEntete(); },
-         "[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " + (dir / "ii43.tif") +
-             " (Fichier : ../src/image/tiff_annexes.cpp ; ligne ");
 }
 
 TEST(TiffLecture, DecisionsEtMessages) {

@@ -24,7 +24,6 @@ TEST(InfoType, NomsTaillesEtOctetsDEnTete) {
   Refuse([] { InfoType::NomType(static_cast<eEnumType>(13)); },
          "[InfoType] (NomType (eEnumType)) cas imprevu. (Fichier : ../src/image/infotype.cpp ; ligne ");
   Refuse([] { InfoType::TailleType(eBit1); }, "[InfoType] (TailleType (eEnumType)) cas imprevu.");
-  Refuse([] { InfoType::ValType(42); }, "[InfoType] (ValType (int)) mauvaise valeur de type");
   Refuse([] { InfoType::TypeVal(static_cast<eEnumType>(-1)); },
          "[InfoType] (TypeVal (eEnumType)) type inconnu");
 }
