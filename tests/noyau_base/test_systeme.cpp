@@ -72,12 +72,10 @@ TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
 }
 
 TEST(Erreur, LeMessageEstComposeEnUnSeulEndroit) {
-  const std::string t = test::TexteErreur([] { ZEPRA_ERREUR("[Classe] (Methode) valeur " << 12 << "."); });
-  EXPECT_TRUE(
-      test::Commence(
-          t, "[Classe] (Methode) valeur 12. (Fichier : ../tests/noyau_base/test_systeme.cpp ; ligne ") &&
-      t.back() == ')')
-      << t;
+  const std::string t =
+      test::Refuse([] { ZEPRA_ERREUR("[Classe] (Methode) valeur " << 12 << "."); },
+                   "[Classe] (Methode) valeur 12. (Fichier : ../tests/noyau_base/test_systeme.cpp ; ligne ");
+  EXPECT_EQ(t.back(), ')');
   // Message() writes the text by the log-line rule, without a line end.
   const bool cout0 = Systeme::m_hascout;
   Systeme::m_hascout = true;

@@ -27,7 +27,7 @@ TEST(TChaine, LesNombresSontCompletesParDesZerosJusquALaLargeur) {
   EXPECT_EQ(TChaine(static_cast<const char*>(nullptr)).longueur(), 0);
 }
 
-// Directory, file and extension by TChaine and by stringpp, which agree.
+// Directory, file and extension by TChaine and by stringpp, which agree; joining is their inverse.
 TEST(TChaine, ChemainsEtExtensions) {
   const std::tuple<const char*, const char*, const char*, const char*> cas[] = {
       {"a/b/c.tif", "a/b", "c.tif", "tif"},
@@ -57,9 +57,7 @@ TEST(TChaine, ChemainsEtExtensions) {
       t.SetExtension(ext);
       EXPECT_EQ(t.str(), apres) << avant << " " << ext;
     }
-}
-
-TEST(Stringpp, DirFileEtJointureSeCorrespondent) {
+  // Joined and split again.
   for (const char* dir : {"", "a", "a/b", "/abs/dir", "../rel"}) {
     const stringpp chemin = stringpp::AdressefromDirFile(dir, "Ort_1.tif");
     EXPECT_EQ(stringpp::Dir(chemin).str() + "|" + stringpp::File(chemin).str(),
