@@ -12,13 +12,6 @@ namespace {
 
 std::string Journal(const test::DossierTemp& d) { return test::LireFichier(d / "log.txt"); }
 
-// Runs the tool, which must succeed and print exactly 'console'.
-void Reussit(const test::DossierTemp& d, const std::string& arguments, const std::string& console) {
-  const test::Resultat r = test::Egalise(d.chemin(), arguments);
-  ASSERT_EQ(r.statut, 0) << arguments << "\n" << r.sortie << Journal(d);
-  EXPECT_EQ(r.sortie, console) << arguments;
-}
-
 TEST(SousCommandes, UsageEtEntreesQuiNeConviennentPas) {
   test::DossierTemp d;
   TTImage<float>(10, 8, 1.0f).Sauver((d / "i.tif").c_str());
@@ -71,11 +64,6 @@ TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
       if (y >= 5 && y < 10 && x >= 40 && x < 60) masque(x, y) = false;
       if (x < 60) mr(x, y) = false;
     }
-  for (const auto& [nom, im] :
-       {std::pair{"i.tif", &image}, {"ref.tif", &reference}, {"g.tif", &gain}, {"o.tif", &offset}})
-    im->Sauver((d / nom).c_str());
-  masque.Sauver((d / "m.tif").c_str());
-  mr.Sauver((d / "mr.tif").c_str());
 
   // Local statistics, masked means and the reference correction from direct window sums (0 where a
   // window holds no masked pixel); the gain-offset product by hand.
@@ -92,8 +80,7 @@ TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
       nette(x, y) = masque(x, y) ? image(x, y) : 0.0f;
       const double k = s1.ecart() == 0.0 ? 1.0 : s2.ecart() / s1.ecart();
       fin(x, y) = masque(x, y) ? static_cast<float>(image(x, y) * k + s2.moyenne() - s1.moyenne() * k) : 0.0f;
-      const float produit = image(x, y) * gain(x, y);  // single-precision multiply, then add
-      res(x, y) = produit + offset(x, y);
+      res(x, y) = image(x, y) * gain(x, y) + offset(x, y);  // single-precision multiply, then add
     }
   // The Wallis fields and pre-smoothings from the library, with the commands' constants written out.
   TTImage<float> gw, ow, champs(w, h, TagNbCanaux(2)), prelisseMoy = image, prelissePoly = image;
@@ -117,10 +104,14 @@ TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
     }
   plan(0, 0) = std::nanf("");
   const long long n = std::count(mp.begin(), mp.end(), true) - 1;  // (0, 0) is NaN
-  plan.Sauver((d / "plan.tif").c_str());
-  autre.Sauver((d / "autre.tif").c_str());
-  mp.Sauver((d / "mp.tif").c_str());
-  TTImage<bool>(25, 36, true).Sauver((d / "tout.tif").c_str());
+  const std::pair<const char*, const TTImage<float>*> flottantes[] = {
+      {"i.tif", &image},  {"ref.tif", &reference}, {"g.tif", &gain},
+      {"o.tif", &offset}, {"plan.tif", &plan},     {"autre.tif", &autre}};
+  for (const auto& [nom, im] : flottantes) im->Sauver((d / nom).c_str());
+  const TTImage<bool> tout(25, 36, true);
+  const std::pair<const char*, const TTImage<bool>*> masques[] = {
+      {"m.tif", &masque}, {"mr.tif", &mr}, {"mp.tif", &mp}, {"tout.tif", &tout}};
+  for (const auto& [nom, m] : masques) m->Sauver((d / nom).c_str());
   auto equations = [](long long nombre) { return std::to_string(nombre) + " equations\n"; };
   const long long gardes = std::count(masque.begin(), masque.end(), false);  // what the pre-smoothings keep
   const std::string deuxFits = equations(gardes) + equations(gardes);        // one fit per field
@@ -148,7 +139,9 @@ TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
   };
   for (const auto& c : cas) {
     std::remove((d / "fout.txt").c_str());
-    Reussit(d, c.arguments, c.console);
+    const test::Resultat r = test::Egalise(d.chemin(), c.arguments);
+    ASSERT_EQ(r.statut, 0) << c.arguments << "\n" << r.sortie << Journal(d);
+    EXPECT_EQ(r.sortie, c.console) << c.arguments;
     for (const auto& [nom, attendu] : c.fichiers)
       EXPECT_TRUE(test::MemesPixels(TTImage<float>((d / nom).c_str()), *attendu, c.tolerance))
           << c.arguments << " " << nom;

