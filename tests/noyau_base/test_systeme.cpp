@@ -57,7 +57,7 @@ TEST(Systeme, ServicesDeFichiersEtConventionsDeRetour) {
   EXPECT_FALSE(Systeme::EstRepertoire(f.c_str()));
   test::Refuse([&] { Systeme::EstRepertoire((d / "absent").c_str()); },
                "[Systeme] (EstRepertoire) Erreur syst\xEF\xBF\xBDme dans lstat. (Fichier : "
-               "../src/noyau_base/console.cpp ; ligne ");
+               "../src/noyau_base/console.cpp ; ligne 321)");
 
   EXPECT_TRUE(Systeme::CreerRepertoire((d / "x/y/z").c_str()));
   EXPECT_TRUE(Systeme::EstRepertoire((d / "x/y/z").c_str()));
