@@ -6,9 +6,14 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "outils_test.h"
+#include "zepra/autresorientations.h"
 #include "zepra/cartoproj.h"
+#include "zepra/orientation.h"
 
 namespace test {
 

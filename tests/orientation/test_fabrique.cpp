@@ -1,16 +1,10 @@
 // The orientation factory: the file beside an image, its kind, copies, and what each model refuses.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <tuple>
 #include <typeinfo>
-#include <utility>
 
 #include "outils_orientation.h"
-#include "zepra/autresorientations.h"
-#include "zepra/orientation.h"
 
 namespace {
 
@@ -75,12 +69,11 @@ TEST(FabriqueOrientation, GenreReconnuOuRefuseParTable) {
 template <class C>
 void Copie(eORIProjType type, const char* messageCopie) {
   SCOPED_TRACE(type);
-  const test::OrientationDeguisee source(type);
-  const std::unique_ptr<ImageOrientation> copie = ImageOrientation::MakeCopy(&source);
-  const std::unique_ptr<ImageOrientation> copie2 = ImageOrientation::MakeCopy(copie.get());
+  const test::OrientationDeguisee source(type), autre(type == eORICarto ? eORIGrille : eORICarto);
+  const std::unique_ptr<ImageOrientation> copie = ImageOrientation::MakeCopy(&source),
+                                          copie2 = ImageOrientation::MakeCopy(copie.get());
   for (const ImageOrientation* o : {copie.get(), copie2.get()})
     EXPECT_TRUE(typeid(*o) == typeid(C) && o->GetOriType() == type && o->GetNs() == 30 && o->GetNl() == 40);
-  const test::OrientationDeguisee autre(type == eORICarto ? eORIGrille : eORICarto);
   Refuse([&] { C{static_cast<const ImageOrientation&>(autre)}; }, messageCopie);
 }
 

@@ -1,12 +1,6 @@
 // OrientationOld: deep copies, reading by image or orientation name, saving complete or not at all,
 // and the derived orientations.
-#include <gtest/gtest.h>
-
-#include <tuple>
-#include <vector>
-
 #include "outils_orientation.h"
-#include "zepra/orientation.h"
 
 namespace {
 
@@ -29,8 +23,6 @@ TEST(OrientationOld, CopiesProfondesEtLecture) {
 
   const OrientationOld vide, copieVide(vide);
   EXPECT_FALSE(copieVide.EstDefinie());
-  double x;
-  Refuse([&] { vide.PhotoToMap(0, 0, x, x, x); }, "[OrientationOld] Orientation non definie");
   Refuse([&] { vide.Sauver("x.ori"); }, "[OrientationOld] Orientation non definie");
   Refuse([&] { OrientationOld(eORIConic, 0, 0, 0, 1, 1, 1, 1); }, "[OrientationOld] (Constructeur) Type 2");
 
