@@ -1,5 +1,7 @@
 // OrientationOld: deep copies, reading by image or orientation name, saving complete or not at all,
 // and the derived orientations.
+#include <cmath>
+
 #include "outils_orientation.h"
 
 namespace {
@@ -53,8 +55,10 @@ TEST(OrientationOld, SauvegardeExacteAvecWorldFile) {
   EXPECT_EQ(test::Nombres(CartoProjOrientation((d / "m.ori").c_str())), Nombres(o));
   std::vector<double> w;
   for (const std::string& ligne : test::Lignes(test::LireFichier(d / "m.tfw"))) w.push_back(std::stod(ligne));
-  // Steps, rotations, then the centre of the first pixel.
+  // Steps, rotations, then the centre of the first pixel; from them, the centre of the last one.
   EXPECT_EQ(w, (std::vector<double>{0.2, 0, 0, -0.3, 651234.567 + 0.1, 2250000.125 - 0.15}));
+  EXPECT_TRUE(std::fabs(w[4] + 3999 * w[0] - 652034.467) < 1e-6 &&
+              std::fabs(w[5] + 2999 * w[3] - 2249100.275) < 1e-6);
 
   for (const std::string nom : {"m.xml", "m.HDR"})  // would be read back as another format
     Refuse([&] { o.Sauver((d / nom).c_str()); }, "[OrientationOld] (Sauver)", {nom});
