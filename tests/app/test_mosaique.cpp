@@ -53,8 +53,8 @@ Toy FaireToy() {
   Toy t;
   const double x0[3] = {1000, 1012, 1005}, y0[3] = {5000, 4998, 4988};
   for (int i = 0; i < 3; ++i) {
-    TTImage<float> im(24, 20, TagNbCanaux(1));
-    TTImage<bool> m(24, 20, false);
+    TTImage<float>& im = t.images.emplace_back(24, 20, TagNbCanaux(1));
+    TTImage<bool>& m = t.masques.emplace_back(24, 20, false);
     for (int y = 0; y < 20; ++y)
       for (int x = 0; x < 24; ++x) {
         const double X = x0[i] + x, Y = y0[i] - y;
@@ -62,8 +62,6 @@ Toy FaireToy() {
         if ((x + 2 * y) % 17 == 0) im(x, y) = 0.0f;  // no data
         if ((3 * x + y) % 23 == 0) m(x, y) = true;   // excluded
       }
-    t.images.push_back(im);
-    t.masques.push_back(m);
     t.oris.emplace_back(eORICarto, x0[i], y0[i], 0, 24, 20, 1.0, 1.0);
   }
   return t;
@@ -211,9 +209,7 @@ std::string EcrireGrille(const std::string& dossier, bool multiplicatif, double 
     if (multiplicatif) {
       t.gain = 0.8 + 0.05 * ((k * 5) % 9);
     } else {
-      t.a = -20 + 5 * ((k * 7) % 9);
-      t.b = 0.1 * ((k % 3) - 1);
-      t.c = -0.08 * ((k % 2) * 2 - 1);
+      t.a = -20 + 5 * ((k * 7) % 9), t.b = 0.1 * ((k % 3) - 1), t.c = -0.08 * ((k % 2) * 2 - 1);
     }
     EcrireTuile<T>(dossier, t, {}, zone, canaux);
     noms += t.nom + " ";
@@ -261,9 +257,9 @@ TEST(MosaiqueJob, EgalisationAdditiveEtMultiplicativeReduitLesDesaccords) {
   }
 }
 
-// Writes "Incid_<nom>" of colonnes x 8, excluding (255) the column 'exclue' if any.
-void EcrireIncid(const std::string& dossier, const std::string& nom, int exclue, int colonnes = 20) {
-  TTImage<unsigned char> m(colonnes, 8, TagNbCanaux(1));
+// Writes "Incid_<nom>" of 20 x 8, excluding (255) the column 'exclue' if any.
+void EcrireIncid(const std::string& dossier, const std::string& nom, int exclue) {
+  TTImage<unsigned char> m(20, 8, TagNbCanaux(1));
   for (int y = 0; y < 8 && exclue >= 0; ++y) m(exclue, y) = 255;
   m.Sauver((dossier + "/Incid_" + nom).c_str());
 }
@@ -321,51 +317,22 @@ TEST(MosaiqueJob, FusionSansDonneeEtMasquesSurUnRecouvrementConnu) {
   EcrireTuile(d.chemin(), b);
   EcrireIncid(d.chemin(), "b.tif", -1);
   EXPECT_EQ(Ligne3("OK"), Paliers({{10, 0.0f}, {1, 30.0f}, {9, 20.0f}, {9, 30.0f}}));
-  // A mask whose size differs from its image is refused.
-  EcrireIncid(d.chemin(), "b.tif", -1, 19);
-  EXPECT_EQ(test::Egalise(d.chemin(), "a.tif b.tif --noegal").statut, 255);
-  EXPECT_NE(test::LireFichier(d / "log.txt")
-                .find("\nException :\n[Main_nouveau] (Masques) Le masque Incid_b.tif (19 x 8) n'a pas la "
-                      "taille de l'image Ort_b.tif (20 x 8)."),
-            std::string::npos);
 }
 
-TEST(MosaiqueJob, RateSansRienEcrireEtRefusDuLancement) {
+// Zone 2 tiles, written as 8-bit three-channel images (the job works on channel 0, read as float): a
+// run that cannot solve, the Wallis reference and pre-smoothing, then the refusals of a run.
+TEST(MosaiqueJob, Zone2RateWalisPrelissageEtRefus) {
   test::DossierTemp d;
-  const std::string arguments = EcrireGrille(d.chemin(), false);
+  const std::string arguments = EcrireGrille<unsigned char>(d.chemin(), false, 2250000, 2, 3);
   // A tile laid far away: the footprint's grid is huge around it, so a large step keeps it sparse; the
   // far tile is seen by no grid point.
-  EcrireTuile(d.chemin(), Tuile{"loin.tif", 1000000, 5000, 8, 8, 1, 0, 0, 0});
-  const test::Resultat r = test::Egalise(d.chemin(), arguments + "loin.tif --pas 7");
-  EXPECT_EQ(r.statut, 0) << r.sortie;
-  EXPECT_EQ(test::Lignes(r.sortie).back(), "rate");
+  EcrireTuile(d.chemin(), Tuile{"loin.tif", 1000000, 2250000, 8, 8, 1, 0, 0, 0}, {}, 2);
+  const test::Resultat rate = test::Egalise(d.chemin(), arguments + "loin.tif --pas 7");
+  EXPECT_EQ(rate.statut, 0) << rate.sortie;
+  EXPECT_EQ(test::Lignes(rate.sortie).back(), "rate");
   EXPECT_FALSE(std::ifstream(d / "big_image.tif").is_open() ||
                std::ifstream(d / "Solution_t0.tif").is_open());
 
-  // Refusals end the run with status 255 and the message in the log.
-  const char* refus[][2] = {
-      {"t0.tif --pas", "(Options) L'option --pas attend une valeur."},
-      {"t0.tif --ssechfinal", "(Options) L'option --ssechfinal attend une valeur."},
-      {"t0.tif --output", "(Options) L'option --output attend une valeur."},
-      {"t0.tif --pas 0.9", "(Options) --pas doit etre un entier strictement positif (valeur lue : 0)"},
-      {"t0.tif --ssechfinal 0", "(Options) --ssechfinal doit etre un reel strictement positif"},
-      {"t0.tif --ssechfinal nan", "(Options) --ssechfinal doit etre un reel strictement positif"},
-      {"--noegal --pas 10", "(Options) Aucune image en entree."},
-      {"absent.tif", "introuvable pour Ort_absent.ori"},
-      {"t0.tif --noegal --output sans", "(Sauver) Aucune extension pour le fichier sans"}};
-  for (const auto& c : refus) {
-    EXPECT_EQ(test::Egalise(d.chemin(), c[0]).statut, 255) << c[0];
-    const std::string log = test::LireFichier(d / "log.txt");
-    EXPECT_NE(log.find("\nException :\n"), std::string::npos) << c[0];
-    EXPECT_NE(log.find(c[1]), std::string::npos) << c[0] << "\n" << log;
-    EXPECT_FALSE(std::ifstream(d / "sans.ori").is_open()) << c[0];  // the pair is complete or absent
-  }
-}
-
-TEST(MosaiqueJob, Zone2HuitBitsMultiCanalWalisEtPrelissage) {
-  test::DossierTemp d;
-  // Zone 2 tiles, written as 8-bit three-channel images: the job works on channel 0, read as float.
-  const std::string arguments = EcrireGrille<unsigned char>(d.chemin(), false, 2250000, 2, 3);
   for (const char* options : {"--reference:walis", "--prelissewalis --reference:walis --noegal"}) {
     const test::Resultat r = test::Egalise(d.chemin(), arguments + "--pas 4 --output m.tif " + options);
     ASSERT_EQ(r.statut, 0) << options << r.sortie << test::LireFichier(d / "log.txt");
@@ -384,6 +351,28 @@ TEST(MosaiqueJob, Zone2HuitBitsMultiCanalWalisEtPrelissage) {
     EXPECT_NEAR(moyenne, 120, 15) << stats.str();
     EXPECT_GT(ecart, 5) << stats.str();
     EXPECT_NEAR(std::accumulate(m.begin(), m.end(), 0.0) / static_cast<double>(m.size()), 127.5, 10.0);
+  }
+
+  // Refusals end the run with status 255 and the message in the log.
+  EcrireIncid(d.chemin(), "t8.tif", -1);
+  const char* refus[][2] = {
+      {"t0.tif --pas", "(Options) L'option --pas attend une valeur."},
+      {"t0.tif --ssechfinal", "(Options) L'option --ssechfinal attend une valeur."},
+      {"t0.tif --output", "(Options) L'option --output attend une valeur."},
+      {"t0.tif --pas 0.9", "(Options) --pas doit etre un entier strictement positif (valeur lue : 0)"},
+      {"t0.tif --ssechfinal 0", "(Options) --ssechfinal doit etre un reel strictement positif"},
+      {"t0.tif --ssechfinal nan", "(Options) --ssechfinal doit etre un reel strictement positif"},
+      {"--noegal --pas 10", "(Options) Aucune image en entree."},
+      {"absent.tif", "introuvable pour Ort_absent.ori"},
+      {"t0.tif --noegal --output sans", "(Sauver) Aucune extension pour le fichier sans"},
+      {"t8.tif --noegal",
+       "(Masques) Le masque Incid_t8.tif (20 x 8) n'a pas la taille de l'image Ort_t8.tif (80 x 80)."}};
+  for (const auto& c : refus) {
+    EXPECT_EQ(test::Egalise(d.chemin(), c[0]).statut, 255) << c[0];
+    const std::string log = test::LireFichier(d / "log.txt");
+    EXPECT_NE(log.find("\nException :\n"), std::string::npos) << c[0];
+    EXPECT_NE(log.find(c[1]), std::string::npos) << c[0] << "\n" << log;
+    EXPECT_FALSE(std::ifstream(d / "sans.ori").is_open()) << c[0];  // the pair is complete or absent
   }
 }
 
