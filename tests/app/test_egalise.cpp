@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(Egalise, UsageJournalEtErreurEnStatut255) {
+TEST(Egalise, UsageJournalErreurEtMotDeCommande) {
   test::DossierTemp d;
   const test::Resultat r = test::Egalise(d.chemin(), "");
   EXPECT_EQ(r.statut, 0);
@@ -39,12 +39,9 @@ TEST(Egalise, UsageJournalEtErreurEnStatut255) {
       std::regex_search(erreur, std::regex(R"(\nException :\n.*\(Fichier : \.\./[a-z_/]+\.cpp ; ligne \d+\))"
                                            R"(\[LibZEPRA\] Heure de fin : [\s\S]*\[LibZEPRA\] Fin\.\n$)")))
       << erreur;
-}
 
-// The sub-commands themselves are run on files elsewhere; a word that differs from one in case or by
-// a missing suffix goes to the mosaic job, which looks for "Ort_" + the word.
-TEST(Egalise, LeMotDeCommandeEstCompareExactement) {
-  test::DossierTemp d;
+  // The sub-commands themselves are run on files elsewhere; a word that differs from one in case or by
+  // a missing suffix goes to the mosaic job, which looks for "Ort_" + the word.
   for (const char* mot : {"stats", "PrelisseWalis", "moymasque"}) {
     EXPECT_EQ(test::Egalise(d.chemin(), mot).statut, 255) << mot;
     EXPECT_NE(test::LireFichier(d / "log.txt").find(std::string("Ort_") + mot), std::string::npos) << mot;

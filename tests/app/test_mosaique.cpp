@@ -67,14 +67,10 @@ Toy FaireToy() {
   return t;
 }
 
-struct Oracle {
-  Eigen::VectorXd X;
-  long long points = 0, obs = 0;
-};
-
 // Rows written from the description of the system, accumulated into dense weighted normal equations
 // and solved by a dense factorisation.
-Oracle ResoudreDense(const Toy& t, const Emprise& e, double pas, bool multiplicatif) {
+std::pair<Eigen::VectorXd, std::string> ResoudreDense(const Toy& t, const Emprise& e, double pas,
+                                                      bool multiplicatif) {
   struct Obs {
     int image;
     double col, lin, v;
@@ -98,17 +94,16 @@ Oracle ResoudreDense(const Toy& t, const Emprise& e, double pas, bool multiplica
       }
       if (!vus.empty()) points.emplace_back(g, vus);
     }
-  Oracle r;
-  r.points = static_cast<long long>(points.size());
-  Eigen::MatrixXd N = Eigen::MatrixXd::Zero(18 + r.points, 18 + r.points);
-  Eigen::VectorXd S = Eigen::VectorXd::Zero(18 + r.points);
+  const long long n = static_cast<long long>(points.size());
+  Eigen::MatrixXd N = Eigen::MatrixXd::Zero(18 + n, 18 + n);
+  Eigen::VectorXd S = Eigen::VectorXd::Zero(18 + n);
   const auto Ligne = [&](const std::vector<std::pair<long long, double>>& a, double b, double w) {
     for (const auto& [i, u] : a) {
       S(i) += w * u * b;
       for (const auto& [j, v] : a) N(i, j) += w * u * v;
     }
   };
-  for (long long p = 0; p < r.points; ++p) {
+  for (long long p = 0; p < n; ++p) {
     const auto& [g, vus] = points[p];
     double ref = 0;
     for (const Obs& o : vus) ref += o.v / static_cast<double>(vus.size());
@@ -120,12 +115,12 @@ Oracle ResoudreDense(const Toy& t, const Emprise& e, double pas, bool multiplica
       if (!multiplicatif) a.emplace_back(18 + p, 1.0);
       Ligne(a, multiplicatif ? o.v / ref : o.v, 1.0);
       Ligne({{18 + p, 1.0}}, o.v, 0.1);
-      ++r.obs;
     }
     Ligne({{18 + p, 1.0}}, ref, 0.1);
   }
-  r.X = N.colPivHouseholderQr().solve(S);
-  return r;
+  // Two equations per observation.
+  return {N.colPivHouseholderQr().solve(S),
+          std::to_string(n) + " points " + std::to_string(2 * V.size()) + " eqs\n"};
 }
 
 TEST(Egalisation, SystemeContreUneResolutionDenseIndependante) {
@@ -143,15 +138,13 @@ TEST(Egalisation, SystemeContreUneResolutionDenseIndependante) {
       std::ostringstream console;
       std::vector<Polynome2D> p;
       ASSERT_TRUE(Egaliser(obs, e, pas, multiplicatif, p, console)) << console.str();
-      const Oracle o = ResoudreDense(t, e, pas, multiplicatif);
-      EXPECT_TRUE(test::Commence(console.str(), std::to_string(o.points) + " points " +
-                                                    std::to_string(2 * o.obs) +
-                                                    " eqs\nCalcul de tAA et tAB\nCompression\nResolution\n"
-                                                    "Decomposition LDLt OK\nSolution : "));
+      const auto [solution, comptes] = ResoudreDense(t, e, pas, multiplicatif);
+      EXPECT_TRUE(test::Commence(console.str(), comptes + "Calcul de tAA et tAB\nCompression\nResolution\n"
+                                                          "Decomposition LDLt OK\nSolution : "));
       EXPECT_NE(console.str().find("\nResidus : "), std::string::npos);
       ASSERT_EQ(p.size(), 3u);
       for (int i = 0; i < 3; ++i) {
-        const double* X = o.X.data() + 6 * i;
+        const double* X = solution.data() + 6 * i;
         for (int k = 0; k < 6; ++k)
           EXPECT_NEAR(p[i].Coefficients()[k], X[k], 1e-7 * (1 + std::abs(X[k])))
               << "image " << i << " terme " << k << " pas " << pas << " multiplicatif " << multiplicatif;
@@ -304,9 +297,7 @@ TEST(MosaiqueJob, FusionSansDonneeEtMasquesSurUnRecouvrementConnu) {
     const test::Resultat r = test::Egalise(d.chemin(), commande);
     EXPECT_NE(r.sortie.find(std::string("\nusemask : ") + usemask + "\n"), std::string::npos) << r.sortie;
     const TTImage<float> m((d / "m.tif").c_str());
-    std::vector<float> v;
-    for (int x = 0; x < m.iGetNbColonnes(); ++x) v.push_back(m(x, 3));
-    return v;
+    return std::vector<float>(m.GetLines(3), m.GetLines(3) + m.iGetNbColonnes());
   };
   // b's no-data column 19, widened by the disc of radius 10, excludes its columns 9 to 19: only its
   // columns 0 to 8 (mosaic 10 to 18) still contribute. A's mask alone is not used.
