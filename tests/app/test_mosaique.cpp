@@ -353,6 +353,7 @@ TEST(MosaiqueJob, Zone2RateWalisPrelissageEtRefus) {
       {"t0.tif --pas 0.9", "(Options) --pas doit etre un entier strictement positif (valeur lue : 0)"},
       {"t0.tif --ssechfinal 0", "(Options) --ssechfinal doit etre un reel strictement positif"},
       {"t0.tif --ssechfinal nan", "(Options) --ssechfinal doit etre un reel strictement positif"},
+      {"t0.tif --ssechfinal inf", "(Options) --ssechfinal doit etre un reel strictement positif"},
       {"--noegal --pas 10", "(Options) Aucune image en entree."},
       {"absent.tif", "introuvable pour Ort_absent.ori"},
       {"t0.tif --noegal --output sans", "(Sauver) Aucune extension pour le fichier sans"},
