@@ -54,17 +54,14 @@ inline Sommes SommesFenetre(const TTImage<float>& im, const TTImage<bool>* m, in
 }
 
 // Every sample equal (within 'tolerance'), NaN matching NaN; the first difference is reported with its
-// place.
+// index among the interleaved samples.
 inline ::testing::AssertionResult MemesPixels(const TTImage<float>& a, const TTImage<float>& b,
                                               double tolerance = 0.0) {
   if (a.GetTaille() != b.GetTaille() || a.GetNbCanaux() != b.GetNbCanaux())
     return ::testing::AssertionFailure() << "tailles ou canaux differents";
-  const long w = a.iGetNbColonnes(), c = a.GetNbCanaux();
   for (auto u = a.begin(), v = b.begin(); u != a.end(); ++u, ++v)
     if (*u != *v && !(std::fabs(*u - *v) <= tolerance) && !(std::isnan(*u) && std::isnan(*v)))
-      return ::testing::AssertionFailure()
-             << "(" << (u - a.begin()) / c % w << ", " << (u - a.begin()) / c / w << ", "
-             << (u - a.begin()) % c << ") " << *u << " / " << *v;
+      return ::testing::AssertionFailure() << "echantillon " << (u - a.begin()) << " : " << *u << " / " << *v;
   return ::testing::AssertionSuccess();
 }
 

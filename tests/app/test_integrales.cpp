@@ -9,7 +9,6 @@
 namespace {
 
 using Rect = T2D<T2D<int>>;
-Rect R(int x0, int y0, int x1, int y1) { return Rect(T2D<int>(x0, y0), T2D<int>(x1, y1)); }
 
 // Raw sums equal to the direct ones, the squares to rounding.
 bool MemesSommes(const T3D<double>& b, const test::Sommes& s) {
@@ -46,7 +45,7 @@ TEST(Integrales, StatistiquesContreLesSommesDirectesTraceEtRefus) {
       for (int y1 = y0 - 2; y1 <= h + 2; ++y1)
         for (int x0 = -3; x0 <= w + 2; ++x0)
           for (int x1 = x0 - 2; x1 <= w + 2; ++x1) {
-            const Rect r = R(x0, y0, x1, y1);
+            const Rect r(T2D<int>(x0, y0), T2D<int>(x1, y1));
             stats_images_integrales(S, S2, r, st);
             stats_images_integrales_brutes(Sm, S2m, N, r, b);
             stats_images_integrales_brutes(Sf, S2f, Nf, r, bf);
@@ -73,7 +72,7 @@ TEST(Integrales, StatistiquesContreLesSommesDirectesTraceEtRefus) {
   const TTImage<float> im32(3, 2, 2.0f);
   images_integrales_mask(im32, TTImage<bool>(3, 2, true), S, S2, N);
   test::CaptureSortie capture;
-  stats_images_integrales_brutes(S, S2, N, R(-1, -1, 1, 5), b, true);
+  stats_images_integrales_brutes(S, S2, N, Rect(T2D<int>(-1, -1), T2D<int>(1, 5)), b, true);
   std::cout << 0.5 << std::endl;
   EXPECT_EQ(capture.texte(), "Somme : 8.000 ; Somme des carres : 16.000 ; Nombre : 4.000\n0.5\n");
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Polynome2D, TermesDeriveesEtSauvegarde) {
+TEST(Polynome2D, TermesDeriveesSauvegardeEtRefus) {
   for (int d = -2; d <= 12; ++d) {
     std::vector<Monome2D> ordre;  // by total degree, then by the power of y
     for (int t = 0; t <= d; ++t)
@@ -30,6 +30,18 @@ TEST(Polynome2D, TermesDeriveesEtSauvegarde) {
   test::Refuse([&] { trois.SetCoefficients(std::vector<double>(2)); },
                "[Polynome2D] (SetCoefficients) 2 coefficients pour 10 termes.");
   test::Refuse([] { Polynome2D(kDegreMaxPolynome + 1); }, "[Polynome2D] (Polynome2D) Degre 51 trop grand");
+
+  // A fit without equation is not refused, its coefficients are what the inverse yields.
+  TTImage<float> im(10, 8, 5.0f);
+  test::CaptureSortie capture;
+  const Polynome2D p = ModelePolynomialMonoImage(im, TTImage<bool>(10, 8, false), 1, 2);
+  EXPECT_EQ(capture.texte(), "0 equations\n");
+  EXPECT_TRUE(p.NbTermes() == 6u && !std::isfinite(p.Coefficients()[0]));
+  const TTImage<bool> tout(10, 8, true);
+  test::Refuse([&] { ModelePolynomialMonoImage(im, tout, 0, 2); },
+               "[AjustementPolynome2D] (Ajouter) Pas d'echantillonnage 0 : il doit valoir au moins 1.");
+  test::Refuse([&] { ModelePolynomialMonoImage(im, tout, 1, -1); },
+               "[AjustementPolynome2D] (AjustementPolynome2D) Degre negatif : -1.");
 }
 
 // Widths that leave 0 to 7 pixels after the blocks of eight of the model's evaluation.
@@ -75,22 +87,6 @@ TEST(AjustementPolynome2D, RetrouveUnPolynomeConnuSansBruit) {
         ASSERT_EQ(im(x, y), m(x, y) ? static_cast<float>(p(x - 0.5 * c.w, y - 0.5 * c.h)) : avant(x, y))
             << nom << " " << x << "," << y;
   }
-}
-
-TEST(AjustementPolynome2D, SansEquationEtRefus) {
-  // No equation: the fit is not refused, its coefficients are what the inverse yields.
-  TTImage<float> im(10, 8, 5.0f);
-  test::CaptureSortie capture;
-  const Polynome2D p = ModelePolynomialMonoImage(im, TTImage<bool>(10, 8, false), 1, 2);
-  EXPECT_EQ(capture.texte(), "0 equations\n");
-  EXPECT_EQ(p.NbTermes(), 6u);
-  EXPECT_FALSE(std::isfinite(p.Coefficients()[0]));
-
-  const TTImage<bool> tout(10, 8, true);
-  test::Refuse([&] { ModelePolynomialMonoImage(im, tout, 0, 2); },
-               "[AjustementPolynome2D] (Ajouter) Pas d'echantillonnage 0 : il doit valoir au moins 1.");
-  test::Refuse([&] { ModelePolynomialMonoImage(im, tout, 1, -1); },
-               "[AjustementPolynome2D] (AjustementPolynome2D) Degre negatif : -1.");
 }
 
 }  // namespace

@@ -54,8 +54,8 @@ TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
   const int w = 120, h = 20;
   std::mt19937 g(52);
   TTImage<float> image = test::ImageAleatoire(w, h, g, 20.0f, 230.0f), reference = image;
-  TTImage<float> gain = test::ImageAleatoire(w, h, g, 0.5f, 2.0f);
-  TTImage<float> offset = test::ImageAleatoire(w, h, g, -50.0f, 50.0f);
+  const TTImage<float> gain = test::ImageAleatoire(w, h, g, 0.5f, 2.0f),
+                       offset = test::ImageAleatoire(w, h, g, -50.0f, 50.0f);
   TTImage<bool> masque = test::MasqueAleatoire(w, h, g, 0.9), mr = test::MasqueAleatoire(w, h, g, 0.7);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {

@@ -13,17 +13,11 @@
 namespace {
 
 TEST(Walis, ImagesConstruitesEtRefusAvantToutCalcul) {
-  // Windows of 100s with target (127.5, 50): gain 1, offset 27.5. Target (0, 0) stands for the
-  // image's own statistics, so a uniform image is left as it is.
+  // Constant images against a reference of 127.5s: gain 1, offset the difference of the means. The
+  // plain fields of flat windows are checked with the fast fields below.
   const TTImage<float> cent(40, 30, 100.0f);
   const TTImage<bool> tout(40, 30, true);
-  TTImage<float> gain, offset, champs, reference;
-  for (const double moyenneCible : {127.5, 0.0}) {
-    GainOffsetWalis(cent, tout, gain, offset, 50, moyenneCible, moyenneCible ? 50.0 : 0.0);
-    EXPECT_TRUE(test::MemesPixels(gain, TTImage<float>(40, 30, 1.0f)));
-    EXPECT_TRUE(test::MemesPixels(offset, TTImage<float>(40, 30, moyenneCible ? 27.5f : 0.0f)));
-  }
-  // Against a reference of 127.5s a flat window keeps gain 1 and takes the difference of the means.
+  TTImage<float> champs, reference;
   GainOffsetWalisReference(cent, tout, TTImage<float>(40, 30, 127.5f), tout, champs);
   for (int y = 0; y < 30; ++y)
     for (int x = 0; x < 40; ++x)
@@ -107,8 +101,7 @@ TEST(Walis, ChampsRapidesCommeLesTablesEntieres) {
           plats += e == 0.0;
           nans += std::isnan(e);
         }
-      ASSERT_TRUE(test::MemesPixels(gain, ga)) << "demi-largeur " << d << " cible " << cible.y;
-      ASSERT_TRUE(test::MemesPixels(offset, oa)) << "demi-largeur " << d << " cible " << cible.y;
+      ASSERT_TRUE(test::MemesPixels(gain, ga) && test::MemesPixels(offset, oa)) << d << " cible " << cible.y;
     }
   }
   EXPECT_GT(plats, 0);
