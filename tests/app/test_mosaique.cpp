@@ -32,10 +32,11 @@ TEST(OptionsMosaique, DefautsRegleDuDernierEtMotsEntiers) {
   // A mistyped option is an input name; the last option of a kind wins; the step is an integer.
   const OptionsMosaique o =
       Options({"--fusion:min", "a.tif", "--fusion:moyen", "--reference:walis", "--reference:moyenne", "b.tif",
-               "--pas", "12.5", "--ssechfinal", "1.5abc", "--output", "m.tif", "--fusion:max"});
+               "--modele:multiplicatif", "--pas", "12.5", "--ssechfinal", "1.5abc", "--output", "m.tif",
+               "--fusion:max", "--modele:additif"});
   EXPECT_EQ(o.entrees, (std::vector<std::string>{"a.tif", "--fusion:moyen", "b.tif"}));
-  EXPECT_TRUE(o.fusion == eFusionMax && !o.referenceWalis && o.pas == 12.0 && o.ssechfinal == 1.5 &&
-              o.sortie == "m.tif");
+  EXPECT_TRUE(o.fusion == eFusionMax && !o.referenceWalis && !o.multiplicatif && o.pas == 12.0 &&
+              o.ssechfinal == 1.5 && o.sortie == "m.tif");
 }
 
 // ---------------------------------------------------------------------------------------------------
