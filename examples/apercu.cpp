@@ -18,11 +18,7 @@ void Usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    Usage();
-    return 0;
-  }
-  try {
+  return ExecuterProgramme(argc, Usage, [&] {
     std::vector<std::string> fichiers;
     bool avecMin = false, avecMax = false;
     Etirement e;
@@ -52,9 +48,5 @@ int main(int argc, char** argv) {
     Etirer(image, e).Sauver(fichiers[1].c_str());
     std::cout << fichiers[1] << " : " << image.iGetNbColonnes() << " x " << image.iGetNbLignes()
               << ", niveaux 1 a 255 pour " << e.bas << " a " << e.haut << std::endl;
-    return 0;
-  } catch (const Erreur& e) {
-    std::cerr << "Exception :\n" << e.Texte() << std::endl;
-    return 255;
-  }
+  });
 }

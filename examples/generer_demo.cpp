@@ -18,11 +18,7 @@ void Usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    Usage();
-    return 0;
-  }
-  try {
+  return ExecuterProgramme(argc, Usage, [&] {
     ParametresDemo p;
     std::string dossier;
     for (int i = 1; i < argc; ++i) {
@@ -59,9 +55,5 @@ int main(int argc, char** argv) {
               << " m dans " << dossier << " :";
     for (const std::string& n : noms) std::cout << ' ' << n;
     std::cout << std::endl;
-    return 0;
-  } catch (const Erreur& e) {
-    std::cerr << "Exception :\n" << e.Texte() << std::endl;
-    return 255;
-  }
+  });
 }

@@ -1,8 +1,10 @@
-// Strict reading of option values for the example programs: the whole word must be the number.
+// The example programs' common frame and strict reading of their option values (the whole word must
+// be the number).
 #pragma once
 
 #include <cerrno>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 
 #include "zepra/erreur.h"
@@ -32,4 +34,21 @@ inline double LireReel(const std::string& mot, const std::string& option, const 
     ZEPRA_ERREUR("[" << programme << "] (Options) Valeur \"" << mot << "\" de " << option
                      << " : un nombre est attendu.");
   return v;
+}
+
+// No argument prints the usage and succeeds; an Erreur from the body is printed like the tool's own and
+// ends with status 255.
+template <class Corps>
+int ExecuterProgramme(int argc, void (*usage)(), Corps corps) {
+  if (argc < 2) {
+    usage();
+    return 0;
+  }
+  try {
+    corps();
+    return 0;
+  } catch (const Erreur& e) {
+    std::cerr << "Exception :\n" << e.Texte() << std::endl;
+    return 255;
+  }
 }
