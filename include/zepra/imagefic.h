@@ -107,6 +107,7 @@ class ImageFicIn : public ImplGetValeurs<ImageFicIn> {
   int GetNbCanaux() const override { return m_lecteur->GetNbCanaux(); }
   eEnumType TypePixel() const override { return m_lecteur->TypePixel(); }
   bool IsInRAM() const override { return m_lecteur->IsInRAM(); }
+  const MetadonneesImage* Metadonnees() const override { return m_lecteur->Metadonnees(); }
   bool RawReadPossible() const override { return m_lecteur->RawReadPossible(); }
   void RawRead(char* tampon, unsigned int octets) const override { m_lecteur->RawRead(tampon, octets); }
   const TChaine& GetNom() const { return m_nom; }

@@ -66,6 +66,7 @@ using LigneDe = typename StockageImage<T>::Ligne;
   M(double) M(float) M(unsigned int) M(int) M(unsigned short) M(short) M(unsigned char) M(signed char) M(bool)
 
 class SpecifImageOut;
+struct MetadonneesImage;
 
 // Something pixels can be read from. GetValeurs reads the rectangle [x0, x1) x [y0, y1) of the
 // source, every pas-th pixel on each axis, into the line table from column xDest and line yDest,
@@ -77,6 +78,9 @@ class SpecifImageIn {
   virtual int GetNbCanaux() const = 0;
   virtual eEnumType TypePixel() const = 0;
   virtual bool IsInRAM() const { return false; }
+  // What the file says besides its pixels (see metadonnees.h); null when the source knows nothing.
+  // Owned by the source.
+  virtual const MetadonneesImage* Metadonnees() const { return nullptr; }
   virtual bool RawReadPossible() const = 0;
   virtual void RawRead(char* tampon, unsigned int octets) const = 0;
   virtual SpecifImageIn* dup() const = 0;  // a new copy, owned by the caller

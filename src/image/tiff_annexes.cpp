@@ -206,7 +206,7 @@ void TIFF_Annexes::Permut(Directory& d, bool permuter) {
   for (size_t i = 0; i + element <= d.values.size(); i += element) Inverser(d.values.data() + i, element);
 }
 
-void TIFF_Annexes::LireEntete() {
+void TIFF_Annexes::LireEntete(bool avertir) {
   LecteurOctets& f = *m_lecteur;
   unsigned char marque[2];
   f.Lire(marque, 2);
@@ -259,7 +259,7 @@ void TIFF_Annexes::LireEntete() {
     m_tags[tag] = std::move(d);
   }
   const uint32_t suivant = f.Lire32();
-  if (suivant != 0) {
+  if (suivant != 0 && avertir) {
     Systeme::Warning(
         "[TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. Traitement de la premiere "
         "image "

@@ -126,8 +126,9 @@ class TIFF_Annexes {
   // For writing.
   TIFF_Annexes();
 
-  // Header and first directory into the tag map; values swapped to host order.
-  void LireEntete();
+  // Header and first directory into the tag map; values swapped to host order. 'avertir' false
+  // reads the header without the warning about further directories (metadata reads).
+  void LireEntete(bool avertir = true);
   // Swaps the values of an entry, element by element by its type. Every entry passes here, so an
   // unknown field type is refused whatever the byte order of the file.
   static void Permut(Directory& d, bool permuter);

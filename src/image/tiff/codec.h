@@ -1,0 +1,69 @@
+// TIFF codecs: one table keyed by the compression code. Each row names the codec and points at the
+// factories of its decoder and, when we write it, its encoder. Adding a codec is one row in
+// codecs.cpp and one file holding its two classes. Predictors are a separate step, applied by the
+// block reader and writer after decoding and before encoding: no codec knows about them.
+// Private to src/image.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tiff {
+
+// What a codec needs to know of the block it works on. A block is a strip (the image's width, its
+// rows) or a tile (tile size, padded), of one plane (planar files) or of all samples.
+struct ContexteBloc {
+  std::string nom;                 // the file, for messages
+  int largeur = 0;                 // pixels per block row
+  int hauteur = 0;                 // rows of this block (the last strip may be shorter)
+  int echantillons = 1;            // samples per pixel in this block (1 for a plane of a planar file)
+  int bits = 8;                    // bits per sample
+  int photometrique = 1;           // PhotometricInterpretation (JPEG: 6 means YCbCr)
+  int sousEchH = 2, sousEchV = 2;  // YCbCrSubsampling (JPEG)
+  const std::vector<unsigned char>* tablesJpeg = nullptr;  // JPEGTables, null when absent
+  uint64_t OctetsLigne() const { return (static_cast<uint64_t>(largeur) * echantillons * bits + 7) / 8; }
+  uint64_t Octets() const { return OctetsLigne() * static_cast<uint64_t>(hauteur); }
+};
+
+// Decodes one block at a time, in order: Commencer() on the block's compressed bytes (which stay
+// valid until the next Commencer), then Lire() hands out the decoded bytes in order, as many calls
+// as the caller wants (a row at a time, or the whole block at once). Lire never writes more than it
+// is asked and returns how many bytes it wrote: fewer only when the stream ends early. A stream that
+// is corrupt, or that would decode to more than the block (a Deflate or ZSTD bomb), is an Erreur
+// naming the file; no decoder allocates more than the block's decoded size from a count in the file.
+class Decodeur {
+ public:
+  virtual ~Decodeur() = default;
+  virtual void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) = 0;
+  virtual size_t Lire(unsigned char* sortie, size_t octets) = 0;
+};
+
+// Encodes one whole block (ContexteBloc::Octets() bytes, predictor already applied) into 'sortie',
+// which it replaces.
+class Encodeur {
+ public:
+  virtual ~Encodeur() = default;
+  virtual void Encoder(const unsigned char* bloc, const ContexteBloc& contexte,
+                       std::vector<unsigned char>& sortie) = 0;
+};
+
+struct Codec {
+  int code;         // TIFF Compression value
+  const char* nom;  // as users write it: "none", "lzw", "deflate", ...
+  std::unique_ptr<Decodeur> (*decodeur)();
+  // Null when we do not write this compression. 'niveau' is the codec's level (0: its default);
+  // 'qualite' is the JPEG quality.
+  std::unique_ptr<Encodeur> (*encodeur)(int niveau, int qualite);
+};
+
+// The row of a compression code, or null when we do not know it.
+const Codec* TrouverCodec(int code);
+// The row of a user-facing name ("deflate"), or null.
+const Codec* TrouverCodecParNom(const std::string& nom);
+// Every row, for messages and tests.
+const std::vector<Codec>& TousLesCodecs();
+
+}  // namespace tiff
