@@ -1,0 +1,31 @@
+#include "image/tiff/bloc_entier.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tiff {
+
+void DecodeurBlocEntier::Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) {
+  m_donnees = donnees;
+  m_taille = taille;
+  m_bloc = bloc;
+  m_position = m_fin = 0;
+  m_decode = false;
+}
+
+size_t DecodeurBlocEntier::Lire(unsigned char* sortie, size_t octets) {
+  if (!m_decode) {
+    m_decode = true;
+    const size_t total = static_cast<size_t>(m_bloc.Octets());
+    if (octets >= total) return Decompresser(sortie, total);
+    // The buffer keeps its capacity from block to block: one allocation for a file of equal blocks.
+    m_tampon.resize(total);
+    m_fin = Decompresser(m_tampon.data(), total);
+  }
+  const size_t k = std::min(octets, m_fin - m_position);
+  if (k > 0) std::memcpy(sortie, m_tampon.data() + m_position, k);
+  m_position += k;
+  return k;
+}
+
+}  // namespace tiff

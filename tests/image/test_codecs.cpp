@@ -1,0 +1,254 @@
+// The lossless TIFF codecs through the codec interface: round trips over every block shape, streams
+// made by libdeflate and libzstd themselves, hostile streams (empty, cut, flipped, inflating past
+// the block), and our LZW and PackBits encoders read back by libtiff.
+#include <gtest/gtest.h>
+#include <libdeflate.h>
+#include <zstd.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "image/decodeurs.h"
+#include "image/tiff/codecs_externes.h"
+#include "outils_codecs_test.h"
+#include "outils_image_test.h"
+
+namespace {
+
+using test::Bloc;
+using test::Octets;
+
+// The LZW and PackBits decoders of the reader behind the codec interface.
+template <class D>
+class Adaptateur : public tiff::Decodeur {
+ public:
+  void Commencer(const unsigned char* donnees, size_t taille, const tiff::ContexteBloc&) override {
+    m_d.SetData(donnees, taille);
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) override { return m_d.Decode(sortie, octets); }
+
+ private:
+  D m_d;
+};
+
+struct SansPerte {
+  const char* nom;
+  std::function<std::unique_ptr<tiff::Encodeur>()> encodeur;
+  std::function<std::unique_ptr<tiff::Decodeur>()> decodeur;
+};
+
+const std::vector<SansPerte>& CodecsSansPerte() {
+  static const std::vector<SansPerte> codecs = {
+      {"deflate 1", [] { return tiff::CreerEncodeurDeflate(1, 0); }, tiff::CreerDecodeurDeflate},
+      {"deflate 0 (6)", [] { return tiff::CreerEncodeurDeflate(0, 0); }, tiff::CreerDecodeurDeflate},
+      {"deflate 12", [] { return tiff::CreerEncodeurDeflate(12, 0); }, tiff::CreerDecodeurDeflate},
+      {"zstd 1", [] { return tiff::CreerEncodeurZstd(1, 0); }, tiff::CreerDecodeurZstd},
+      {"zstd 0 (9)", [] { return tiff::CreerEncodeurZstd(0, 0); }, tiff::CreerDecodeurZstd},
+      {"zstd 22", [] { return tiff::CreerEncodeurZstd(22, 0); }, tiff::CreerDecodeurZstd},
+      {"lzw", [] { return tiff::CreerEncodeurLzw(0, 0); },
+       [] { return std::make_unique<Adaptateur<LZW_Decoder>>(); }},
+      {"packbits", [] { return tiff::CreerEncodeurPackBits(0, 0); },
+       [] { return std::make_unique<Adaptateur<PackBits_Decoder>>(); }},
+  };
+  return codecs;
+}
+
+TEST(Codecs, AllerRetourSurToutesLesFormesDeBloc) {
+  // Width x rows x samples x bits: widths that are not multiples of 8, 1-bit rows, a last strip of
+  // two rows, and a block large enough for LZW to fill its table several times.
+  const std::vector<tiff::ContexteBloc> formes = {Bloc(13, 7),       Bloc(13, 2),        Bloc(13, 5, 1, 1),
+                                                  Bloc(5, 9, 3, 16), Bloc(7, 3, 4, 32),  Bloc(3, 11, 1, 64),
+                                                  Bloc(1, 1),        Bloc(301, 40, 3, 8)};
+  for (const SansPerte& c : CodecsSansPerte()) {
+    // One encoder and one decoder for every block, as a file uses them.
+    const auto encodeur = c.encodeur();
+    const auto decodeur = c.decodeur();
+    for (const tiff::ContexteBloc& b : formes) {
+      const size_t ligne = static_cast<size_t>(b.OctetsLigne()), total = static_cast<size_t>(b.Octets());
+      SCOPED_TRACE(std::string(c.nom) + " " + std::to_string(b.largeur) + " x " + std::to_string(b.hauteur) +
+                   " x " + std::to_string(b.echantillons) + " x " + std::to_string(b.bits));
+      const Octets donnees = test::Donnees(total, b.largeur);
+      Octets flux;
+      encodeur->Encoder(donnees.data(), b, flux);
+      for (size_t pas : {size_t{0}, ligne, size_t{7}, total + 5})
+        EXPECT_EQ(test::Decoder(*decodeur, flux, b, pas), donnees) << pas;
+    }
+  }
+}
+
+// A zstd frame from the streaming API, given its input in two calls so that its size is not known:
+// the frame then has the window of its parameters, not of its size.
+Octets ZstdEnFlux(const Octets& d, int fenetreLog, bool somme) {
+  ZSTD_CCtx* c = ZSTD_createCCtx();
+  ZSTD_CCtx_setParameter(c, ZSTD_c_compressionLevel, 19);
+  ZSTD_CCtx_setParameter(c, ZSTD_c_windowLog, fenetreLog);
+  ZSTD_CCtx_setParameter(c, ZSTD_c_checksumFlag, somme ? 1 : 0);
+  Octets o(ZSTD_compressBound(d.size()) + 64);
+  ZSTD_outBuffer out{o.data(), o.size(), 0};
+  ZSTD_inBuffer debut{d.data(), d.size() / 2, 0}, fin{d.data() + d.size() / 2, d.size() - d.size() / 2, 0};
+  ZSTD_compressStream2(c, &out, &debut, ZSTD_e_continue);
+  while (ZSTD_compressStream2(c, &out, &fin, ZSTD_e_end) != 0) {
+  }
+  ZSTD_freeCCtx(c);
+  o.resize(out.pos);
+  return o;
+}
+
+Octets Zstd(const Octets& d) {
+  Octets o(ZSTD_compressBound(d.size()));
+  o.resize(ZSTD_compress(o.data(), o.size(), d.data(), d.size(), 3));
+  return o;
+}
+
+Octets Deflate(const Octets& d, int niveau) {
+  libdeflate_compressor* c = libdeflate_alloc_compressor(niveau);
+  Octets o(libdeflate_zlib_compress_bound(c, d.size()));
+  o.resize(libdeflate_zlib_compress(c, d.data(), d.size(), o.data(), o.size()));
+  libdeflate_free_compressor(c);
+  return o;
+}
+
+TEST(Codecs, FluxDesBibliothequesDeReference) {
+  const tiff::ContexteBloc b = Bloc(200, 30, 3, 16);
+  const Octets d = test::Donnees(static_cast<size_t>(b.Octets()));
+  const size_t ligne = static_cast<size_t>(b.OctetsLigne());
+  Octets deuxTrames = Zstd(Octets(d.begin(), d.begin() + 5000));
+  const Octets suite = Zstd(Octets(d.begin() + 5000, d.end()));
+  deuxTrames.insert(deuxTrames.end(), suite.begin(), suite.end());
+  const std::vector<std::tuple<const char*, Octets, std::unique_ptr<tiff::Decodeur> (*)()>> flux = {
+      // Level 0: stored blocks, no compression.
+      {"libdeflate 0", Deflate(d, 0), tiff::CreerDecodeurDeflate},
+      {"libdeflate 1", Deflate(d, 1), tiff::CreerDecodeurDeflate},
+      {"libdeflate 12", Deflate(d, 12), tiff::CreerDecodeurDeflate},
+      {"zstd, taille connue", Zstd(d), tiff::CreerDecodeurZstd},
+      // A window larger than the block: decoded in one call even row by row.
+      {"zstd, fenetre 2^27", ZstdEnFlux(d, 27, false), tiff::CreerDecodeurZstd},
+      // A window smaller than the block: streamed when read row by row.
+      {"zstd, fenetre 2^10, somme de controle", ZstdEnFlux(d, 10, true), tiff::CreerDecodeurZstd},
+      {"zstd, deux trames", deuxTrames, tiff::CreerDecodeurZstd},
+  };
+  for (const auto& [nom, f, creer] : flux) {
+    const auto decodeur = creer();
+    for (size_t pas : {size_t{0}, ligne, size_t{7}})
+      EXPECT_EQ(test::Decoder(*decodeur, f, b, pas), d) << nom << " " << pas;
+  }
+}
+
+TEST(Codecs, FluxHostiles) {
+  const tiff::ContexteBloc b = Bloc(10, 10);  // 100 bytes, rows of 10
+  const Octets d = test::Donnees(100), zeros(1 << 16, 0), unDeTrop = test::Donnees(101);
+  struct Cas {
+    const char* nom;
+    std::unique_ptr<tiff::Decodeur> (*creer)();
+    Octets flux;
+    const char* attendu;  // fragment of the Erreur, or null when the stream just ends early
+  };
+  auto coupe = [](Octets f) {
+    f.resize(f.size() / 2);
+    return f;
+  };
+  auto inverse = [](Octets f) {
+    f[f.size() / 2] ^= 0x10;
+    return f;
+  };
+  const std::vector<Cas> cas = {
+      {"deflate vide", tiff::CreerDecodeurDeflate, {}, "Flux Deflate corrompu ou tronque (0 octets)"},
+      {"deflate coupe", tiff::CreerDecodeurDeflate, coupe(Deflate(d, 6)), "Flux Deflate corrompu ou tronque"},
+      {"deflate inverse", tiff::CreerDecodeurDeflate, inverse(Deflate(d, 6)),
+       "Flux Deflate corrompu ou tronque"},
+      {"deflate bombe", tiff::CreerDecodeurDeflate, Deflate(zeros, 12), "depasse les 100 octets du bloc"},
+      {"deflate un octet de trop", tiff::CreerDecodeurDeflate, Deflate(unDeTrop, 6),
+       "depasse les 100 octets"},
+      {"deflate court", tiff::CreerDecodeurDeflate, Deflate(Octets(d.begin(), d.end() - 10), 6), nullptr},
+      {"zstd vide", tiff::CreerDecodeurZstd, {}, "Flux ZSTD"},
+      {"zstd coupe", tiff::CreerDecodeurZstd, coupe(Zstd(d)), "Flux ZSTD"},
+      {"zstd inverse", tiff::CreerDecodeurZstd, inverse(ZstdEnFlux(d, 10, true)), "Flux ZSTD corrompu"},
+      {"zstd bombe, taille annoncee", tiff::CreerDecodeurZstd, Zstd(zeros), "depasse les 100 octets du bloc"},
+      // Streamed row by row: the frame goes on once the block is complete.
+      {"zstd bombe, fenetre 2^10", tiff::CreerDecodeurZstd, ZstdEnFlux(zeros, 10, false),
+       "depasse les 100 octets"},
+      {"zstd un octet de trop", tiff::CreerDecodeurZstd, ZstdEnFlux(unDeTrop, 10, false),
+       "depasse les 100 octets"},
+      {"zstd court", tiff::CreerDecodeurZstd, ZstdEnFlux(Octets(d.begin(), d.end() - 10), 10, false),
+       nullptr},
+  };
+  for (const Cas& c : cas) {
+    for (size_t pas : {size_t{0}, size_t{10}, size_t{3}}) {
+      SCOPED_TRACE(std::string(c.nom) + ", pas " + std::to_string(pas));
+      const auto decodeur = c.creer();
+      if (!c.attendu) {
+        EXPECT_EQ(test::Decoder(*decodeur, c.flux, b, pas), Octets(d.begin(), d.end() - 10));
+        continue;
+      }
+      const std::string classe =
+          c.creer == tiff::CreerDecodeurZstd ? "[DecodeurZstd] (Lire) " : "[DecodeurDeflate] (Lire) ";
+      test::Refuse([&] { test::Decoder(*decodeur, c.flux, b, pas); }, classe,
+                   {c.attendu, "du fichier bloc.tif"});
+      // The decoder is left usable for the next block.
+      EXPECT_EQ(
+          test::Decoder(*decodeur, c.creer == tiff::CreerDecodeurZstd ? Zstd(d) : Deflate(d, 6), b, pas), d);
+    }
+  }
+}
+
+TEST(Codecs, NiveauxHorsIntervalle) {
+  const std::vector<std::tuple<std::function<void()>, const char*>> cas = {
+      {[] { tiff::CreerEncodeurDeflate(13, 0); },
+       "[EncodeurDeflate] (Creer) Niveau Deflate 13 hors de l'intervalle 1 a 12."},
+      {[] { tiff::CreerEncodeurDeflate(-1, 0); }, "[EncodeurDeflate] (Creer) Niveau Deflate -1 hors"},
+      {[] { tiff::CreerEncodeurZstd(23, 0); },
+       "[EncodeurZstd] (Creer) Niveau ZSTD 23 hors de l'intervalle 1 a 22."},
+      {[] { tiff::CreerEncodeurJpeg(0, 101); },
+       "[EncodeurJpeg] (Creer) Qualite JPEG 101 hors de l'intervalle 1 a 100."},
+      {[] { tiff::TablesJpeg(Bloc(8, 8), -1); }, "[EncodeurJpeg] (TablesJpeg) Qualite JPEG -1 hors"},
+  };
+  for (const auto& [f, attendu] : cas) test::Refuse(f, attendu);
+}
+
+// Our encoders' streams in TIFF files that libtiff decodes: one strip per file, compression 'code'.
+Octets RelusParLibtiff(const test::DossierTemp& dir, int code, const Octets& donnees, size_t largeur,
+                       const std::vector<unsigned char>& flux) {
+  test::TiffSimple(static_cast<uint32_t>(largeur), static_cast<uint32_t>(donnees.size() / largeur), 1,
+                   std::string(flux.begin(), flux.end()))
+      .Court(259, {static_cast<uint32_t>(code)})
+      .Ecrire(dir / "c.tif");
+  EXPECT_EQ(test::Tiffcp(dir, "-c none", "c.tif", "n.tif"), "");
+  const TTImage<unsigned char> image((dir / "n.tif").c_str());
+  return Octets(image.GetLines(0), image.GetLines(0) + donnees.size());
+}
+
+TEST(Codecs, LzwEtPackBitsRelusParLibtiff) {
+  // LZW: a block whose every byte pair is new codes each byte alone, so that after 254, 766 and
+  // 1790 bytes the last code's string is 511, 1023 and 2047, where End is one bit wider; then blocks
+  // that fill the table and Clear it several times. PackBits: runs of 2, 3, 128, 129 and literal runs
+  // longer than 128.
+  Octets paires(5000);
+  for (size_t i = 0; i < paires.size(); ++i)
+    paires[i] = static_cast<unsigned char>((i % 256) * (2 * (i / 256) + 1));
+  Octets runs;
+  for (size_t n : {1, 2, 3, 128, 129, 1, 300}) runs.insert(runs.end(), n, static_cast<unsigned char>(n));
+  const Octets bruit = test::Donnees(40000, 3);
+  runs.insert(runs.end(), bruit.begin(), bruit.begin() + 300);
+  test::DossierTemp dir;
+  const auto lzw = tiff::CreerEncodeurLzw(0, 0), packbits = tiff::CreerEncodeurPackBits(0, 0);
+  for (size_t n : {1, 2, 253, 254, 255, 765, 766, 767, 1789, 1790, 1791, 3837, 5000}) {
+    const Octets d(paires.begin(), paires.begin() + n);
+    Octets flux;
+    lzw->Encoder(d.data(), Bloc(static_cast<int>(n), 1), flux);
+    EXPECT_EQ(RelusParLibtiff(dir, 5, d, n, flux), d) << n;
+  }
+  for (const Octets& d : {bruit, test::Donnees(40000, 4), Octets(40000, 9)}) {
+    Octets flux;
+    lzw->Encoder(d.data(), Bloc(400, 100), flux);
+    EXPECT_EQ(RelusParLibtiff(dir, 5, d, 400, flux), d);
+  }
+  // Two rows: PackBits codes each alone.
+  runs.insert(runs.end(), runs.begin(), runs.end());
+  Octets flux;
+  packbits->Encoder(runs.data(), Bloc(static_cast<int>(runs.size() / 2), 2), flux);
+  EXPECT_EQ(RelusParLibtiff(dir, 32773, runs, runs.size() / 2, flux), runs);
+}
+
+}  // namespace
