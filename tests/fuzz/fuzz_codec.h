@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "image/tiff/codec.h"
@@ -52,6 +53,20 @@ inline bool Decoder(tiff::Decodeur& d, const uint8_t* flux, size_t taille, const
   }
   sortie.resize(n);
   return true;
+}
+
+// The lossless targets: a block decoded whole is encoded again, by the encoder that 'creer' makes
+// at 'niveau', and must decode to the same bytes.
+inline int AllerRetour(tiff::Decodeur& d, std::unique_ptr<tiff::Encodeur> (*creer)(int, int), int niveau,
+                       const uint8_t* donnees, size_t taille) {
+  if (taille < kEntete) return 0;
+  const tiff::ContexteBloc b = Contexte(donnees);
+  std::vector<unsigned char> bloc, flux, relu;
+  if (!Decoder(d, donnees + kEntete, taille - kEntete, b, donnees[3], bloc) || bloc.size() != b.Octets())
+    return 0;
+  creer(niveau, 0)->Encoder(bloc.data(), b, flux);
+  if (!Decoder(d, flux.data(), flux.size(), b, donnees[0], relu) || relu != bloc) __builtin_trap();
+  return 0;
 }
 
 }  // namespace fuzz

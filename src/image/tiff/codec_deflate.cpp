@@ -6,6 +6,7 @@
 
 #include "image/tiff/bloc_entier.h"
 #include "image/tiff/codecs_externes.h"
+#include "image/tiff/possede.h"
 #include "zepra/erreur.h"
 
 namespace tiff {
@@ -13,17 +14,10 @@ namespace {
 
 class DecodeurDeflate : public DecodeurBlocEntier {
  public:
-  DecodeurDeflate() : m_d(libdeflate_alloc_decompressor()) {
-    if (!m_d) ZEPRA_ERREUR("[DecodeurDeflate] (Constructeur) Memoire insuffisante pour le decodeur Deflate.");
-  }
-  ~DecodeurDeflate() override { libdeflate_free_decompressor(m_d); }
-  DecodeurDeflate(const DecodeurDeflate&) = delete;
-  DecodeurDeflate& operator=(const DecodeurDeflate&) = delete;
-
  protected:
   size_t Decompresser(unsigned char* sortie, size_t capacite) override {
     size_t lus = 0;
-    switch (libdeflate_zlib_decompress(m_d, m_donnees, m_taille, sortie, capacite, &lus)) {
+    switch (libdeflate_zlib_decompress(m_d.get(), m_donnees, m_taille, sortie, capacite, &lus)) {
       case LIBDEFLATE_SUCCESS:
         return lus;
       case LIBDEFLATE_INSUFFICIENT_SPACE:
@@ -37,28 +31,25 @@ class DecodeurDeflate : public DecodeurBlocEntier {
   }
 
  private:
-  libdeflate_decompressor* m_d;
+  Possede<libdeflate_decompressor, libdeflate_free_decompressor> m_d =
+      Posseder<libdeflate_free_decompressor>(libdeflate_alloc_decompressor(), "DecodeurDeflate");
 };
 
 class EncodeurDeflate : public Encodeur {
  public:
-  explicit EncodeurDeflate(int niveau) : m_c(libdeflate_alloc_compressor(niveau)) {
-    if (!m_c) ZEPRA_ERREUR("[EncodeurDeflate] (Constructeur) Memoire insuffisante pour l'encodeur Deflate.");
-  }
-  ~EncodeurDeflate() override { libdeflate_free_compressor(m_c); }
-  EncodeurDeflate(const EncodeurDeflate&) = delete;
-  EncodeurDeflate& operator=(const EncodeurDeflate&) = delete;
+  explicit EncodeurDeflate(int niveau)
+      : m_c(Posseder<libdeflate_free_compressor>(libdeflate_alloc_compressor(niveau), "EncodeurDeflate")) {}
 
   void Encoder(const unsigned char* bloc, const ContexteBloc& contexte,
                std::vector<unsigned char>& sortie) override {
     const size_t n = static_cast<size_t>(contexte.Octets());
-    sortie.resize(libdeflate_zlib_compress_bound(m_c, n));
+    sortie.resize(libdeflate_zlib_compress_bound(m_c.get(), n));
     // The bound always suffices: 0 (no room) cannot happen.
-    sortie.resize(libdeflate_zlib_compress(m_c, bloc, n, sortie.data(), sortie.size()));
+    sortie.resize(libdeflate_zlib_compress(m_c.get(), bloc, n, sortie.data(), sortie.size()));
   }
 
  private:
-  libdeflate_compressor* m_c;
+  Possede<libdeflate_compressor, libdeflate_free_compressor> m_c;
 };
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include "image/tiff/bloc_entier.h"
 #include "image/tiff/codecs_externes.h"
+#include "image/tiff/possede.h"
 #include "zepra/erreur.h"
 
 namespace tiff {
@@ -21,13 +22,6 @@ namespace {
 
 class DecodeurZstd : public DecodeurBlocEntier {
  public:
-  DecodeurZstd() : m_d(ZSTD_createDCtx()) {
-    if (!m_d) ZEPRA_ERREUR("[DecodeurZstd] (Constructeur) Memoire insuffisante pour le decodeur ZSTD.");
-  }
-  ~DecodeurZstd() override { ZSTD_freeDCtx(m_d); }
-  DecodeurZstd(const DecodeurZstd&) = delete;
-  DecodeurZstd& operator=(const DecodeurZstd&) = delete;
-
   void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
     DecodeurBlocEntier::Commencer(donnees, taille, bloc);
     m_mode = kIndecis;
@@ -57,9 +51,10 @@ class DecodeurZstd : public DecodeurBlocEntier {
   size_t Decompresser(unsigned char* sortie, size_t capacite) override {
     // libzstd takes an empty input for a stream of no frames.
     if (m_taille == 0) Tronque();
-    ZSTD_DCtx_reset(m_d, ZSTD_reset_session_and_parameters);
-    ZSTD_DCtx_setParameter(m_d, ZSTD_d_windowLogMax, ZSTD_dParam_getBounds(ZSTD_d_windowLogMax).upperBound);
-    const size_t r = ZSTD_decompressDCtx(m_d, sortie, capacite, m_donnees, m_taille);
+    ZSTD_DCtx_reset(m_d.get(), ZSTD_reset_session_and_parameters);
+    ZSTD_DCtx_setParameter(m_d.get(), ZSTD_d_windowLogMax,
+                           ZSTD_dParam_getBounds(ZSTD_d_windowLogMax).upperBound);
+    const size_t r = ZSTD_decompressDCtx(m_d.get(), sortie, capacite, m_donnees, m_taille);
     if (ZSTD_isError(r) && ZSTD_getErrorCode(r) == ZSTD_error_dstSize_tooSmall) Bombe(capacite);
     if (ZSTD_isError(r)) Corrompu(r);
     return r;
@@ -73,10 +68,10 @@ class DecodeurZstd : public DecodeurBlocEntier {
   bool Diffusable() {
     int log = 10;
     while (log < 31 && (uint64_t{1} << log) < m_bloc.Octets()) ++log;
-    ZSTD_DCtx_reset(m_d, ZSTD_reset_session_and_parameters);
-    ZSTD_DCtx_setParameter(m_d, ZSTD_d_windowLogMax, log);
+    ZSTD_DCtx_reset(m_d.get(), ZSTD_reset_session_and_parameters);
+    ZSTD_DCtx_setParameter(m_d.get(), ZSTD_d_windowLogMax, log);
     ZSTD_outBuffer rien{nullptr, 0, 0};
-    const size_t r = ZSTD_decompressStream(m_d, &rien, &m_entree);
+    const size_t r = ZSTD_decompressStream(m_d.get(), &rien, &m_entree);
     if (ZSTD_isError(r) && ZSTD_getErrorCode(r) == ZSTD_error_frameParameter_windowTooLarge) {
       m_entree.pos = 0;
       return false;
@@ -88,7 +83,7 @@ class DecodeurZstd : public DecodeurBlocEntier {
   // One step of streaming into 'out'; true at the end of the stream (its last frame complete).
   bool Decoder(ZSTD_outBuffer& out) {
     const size_t avant = out.pos, lus = m_entree.pos;
-    const size_t r = ZSTD_decompressStream(m_d, &out, &m_entree);
+    const size_t r = ZSTD_decompressStream(m_d.get(), &out, &m_entree);
     if (ZSTD_isError(r)) Corrompu(r);
     if (r == 0 && m_entree.pos == m_entree.size) return true;
     if (out.pos == avant && m_entree.pos == lus) Tronque();
@@ -111,7 +106,7 @@ class DecodeurZstd : public DecodeurBlocEntier {
                                                               << m_bloc.nom << ".");
   }
 
-  ZSTD_DCtx* m_d;
+  Possede<ZSTD_DCtx, ZSTD_freeDCtx> m_d = Posseder<ZSTD_freeDCtx>(ZSTD_createDCtx(), "DecodeurZstd");
   Mode m_mode = kIndecis;
   ZSTD_inBuffer m_entree{nullptr, 0, 0};
   uint64_t m_produit = 0;
@@ -120,12 +115,7 @@ class DecodeurZstd : public DecodeurBlocEntier {
 
 class EncodeurZstd : public Encodeur {
  public:
-  explicit EncodeurZstd(int niveau) : m_c(ZSTD_createCCtx()), m_niveau(niveau) {
-    if (!m_c) ZEPRA_ERREUR("[EncodeurZstd] (Constructeur) Memoire insuffisante pour l'encodeur ZSTD.");
-  }
-  ~EncodeurZstd() override { ZSTD_freeCCtx(m_c); }
-  EncodeurZstd(const EncodeurZstd&) = delete;
-  EncodeurZstd& operator=(const EncodeurZstd&) = delete;
+  explicit EncodeurZstd(int niveau) : m_niveau(niveau) {}
 
   // One call with the block's size known: the frame records it, and its window is no larger than the
   // block, so that readers stream it.
@@ -133,7 +123,7 @@ class EncodeurZstd : public Encodeur {
                std::vector<unsigned char>& sortie) override {
     const size_t n = static_cast<size_t>(contexte.Octets());
     sortie.resize(ZSTD_compressBound(n));
-    const size_t r = ZSTD_compressCCtx(m_c, sortie.data(), sortie.size(), bloc, n, m_niveau);
+    const size_t r = ZSTD_compressCCtx(m_c.get(), sortie.data(), sortie.size(), bloc, n, m_niveau);
     if (ZSTD_isError(r))
       ZEPRA_ERREUR("[EncodeurZstd] (Encoder) Echec de la compression ZSTD d'un bloc du fichier "
                    << contexte.nom << " : " << ZSTD_getErrorName(r) << ".");
@@ -141,7 +131,7 @@ class EncodeurZstd : public Encodeur {
   }
 
  private:
-  ZSTD_CCtx* m_c;
+  Possede<ZSTD_CCtx, ZSTD_freeCCtx> m_c = Posseder<ZSTD_freeCCtx>(ZSTD_createCCtx(), "EncodeurZstd");
   int m_niveau;
 };
 
