@@ -193,6 +193,26 @@ TEST(Codecs, FluxHostiles) {
   }
 }
 
+TEST(Codecs, BornesDesTauxDeCompression) {
+  // The densest streams each scheme allows stay within its bound: zeros at the highest levels, and a
+  // zstd frame written by hand of four RLE blocks of 128 KiB, each coded in 4 bytes (3 of header:
+  // last block flag, type 1, size 131072; 1 of value).
+  const Octets zeros(1 << 22, 0);
+  Octets rle = {0x28, 0xB5, 0x2F, 0xFD, 0x00, 0x38};  // magic, no content size, window 2^17
+  for (int i = 0; i < 4; ++i) {
+    const uint32_t entete = (i == 3 ? 1u : 0u) | 1u << 1 | 131072u << 3;
+    for (int k : {0, 8, 16}) rle.push_back(static_cast<unsigned char>(entete >> k));
+    rle.push_back(0);
+  }
+  const tiff::ContexteBloc b = Bloc(1 << 10, 1 << 9);
+  const auto zstd = tiff::CreerDecodeurZstd();
+  EXPECT_EQ(test::Decoder(*zstd, rle, b, 1000), Octets(1 << 19, 0));
+  EXPECT_LE(uint64_t{1} << 19, tiff::BorneZstd(rle.size()));
+  EXPECT_LE(zeros.size(), tiff::BorneZstd(Zstd(zeros).size()));
+  EXPECT_LE(zeros.size(), tiff::BorneDeflate(Deflate(zeros, 12).size()));
+  EXPECT_EQ(tiff::BorneZstd(UINT64_MAX / 1000), UINT64_MAX);
+}
+
 TEST(Codecs, NiveauxHorsIntervalle) {
   const std::vector<std::tuple<std::function<void()>, const char*>> cas = {
       {[] { tiff::CreerEncodeurDeflate(13, 0); },

@@ -62,4 +62,6 @@ std::unique_ptr<Encodeur> CreerEncodeurDeflate(int niveau, int /*qualite*/) {
   return std::make_unique<EncodeurDeflate>(niveau == 0 ? 6 : niveau);
 }
 
+uint64_t BorneDeflate(uint64_t octets) { return octets > UINT64_MAX / 1032 ? UINT64_MAX : octets * 1032; }
+
 }  // namespace tiff

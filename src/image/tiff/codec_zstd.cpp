@@ -145,4 +145,6 @@ std::unique_ptr<Encodeur> CreerEncodeurZstd(int niveau, int /*qualite*/) {
   return std::make_unique<EncodeurZstd>(niveau == 0 ? 9 : niveau);
 }
 
+uint64_t BorneZstd(uint64_t octets) { return octets > UINT64_MAX / 32768 ? UINT64_MAX : octets * 32768; }
+
 }  // namespace tiff

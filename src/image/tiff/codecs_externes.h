@@ -6,6 +6,7 @@
 // allocate their library state once, reused block after block. Private to src/image.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -16,10 +17,17 @@ namespace tiff {
 // Deflate (8, and the old 32946), zlib-wrapped, through libdeflate. Levels 1 to 12, 0 means 6.
 std::unique_ptr<Decodeur> CreerDecodeurDeflate();
 std::unique_ptr<Encodeur> CreerEncodeurDeflate(int niveau, int qualite);
+// The most bytes 'octets' bytes of zlib-wrapped Deflate decode to: 1032 per byte, a length-258 match
+// coded in two bits.
+uint64_t BorneDeflate(uint64_t octets);
 
 // ZSTD (50000), through libzstd. Levels 1 to 22, 0 means 9.
 std::unique_ptr<Decodeur> CreerDecodeurZstd();
 std::unique_ptr<Encodeur> CreerEncodeurZstd(int niveau, int qualite);
+// The most bytes 'octets' bytes of ZSTD frames decode to: 32768 per byte, an RLE block of 128 KiB
+// coded in four bytes. JPEG has no useful bound (arithmetic coding spends almost nothing on a flat
+// block); its decoder still never gives more than its block.
+uint64_t BorneZstd(uint64_t octets);
 
 // JPEG (7), through libjpeg: 8-bit samples, 1 or 3 per pixel. The decoder delivers YCbCr blocks
 // (photometric 6) as RGB, upsampled by libjpeg. The encoder writes abbreviated streams (no tables):
