@@ -38,7 +38,7 @@ struct Jpeg {
 };
 
 // A stream made by libjpeg, as libtiff makes them: no JFIF or Adobe marker, tables apart unless
-// 'inline'. espace: JCS_GRAYSCALE, JCS_RGB or JCS_YCbCr.
+// 'inline'. espace: JCS_GRAYSCALE, JCS_RGB, JCS_YCbCr, or JCS_CMYK for 4 samples stored as they are.
 Jpeg Libjpeg(const Octets& image, int largeur, int hauteur, J_COLOR_SPACE espace, int sousH, int sousV,
              bool enLigne) {
   jpeg_compress_struct c;
@@ -47,8 +47,8 @@ Jpeg Libjpeg(const Octets& image, int largeur, int hauteur, J_COLOR_SPACE espace
   jpeg_create_compress(&c);
   c.image_width = static_cast<JDIMENSION>(largeur);
   c.image_height = static_cast<JDIMENSION>(hauteur);
-  c.input_components = espace == JCS_GRAYSCALE ? 1 : 3;
-  c.in_color_space = espace == JCS_GRAYSCALE ? JCS_GRAYSCALE : JCS_RGB;
+  c.input_components = espace == JCS_GRAYSCALE ? 1 : espace == JCS_CMYK ? 4 : 3;
+  c.in_color_space = espace == JCS_GRAYSCALE || espace == JCS_CMYK ? espace : JCS_RGB;
   jpeg_set_defaults(&c);
   jpeg_set_colorspace(&c, espace);
   c.comp_info[0].h_samp_factor = sousH;
@@ -117,16 +117,16 @@ TEST(CodecJpeg, FluxDeLibjpegDecodesCommeLibjpeg) {
     J_COLOR_SPACE espace;
     int sousH, sousV;
   };
-  const std::vector<Cas> cas = {{"gris", JCS_GRAYSCALE, 1, 1},    {"RGB", JCS_RGB, 1, 1},
-                                {"YCbCr 1 x 1", JCS_YCbCr, 1, 1}, {"YCbCr 2 x 1", JCS_YCbCr, 2, 1},
-                                {"YCbCr 2 x 2", JCS_YCbCr, 2, 2}, {"YCbCr 4 x 1", JCS_YCbCr, 4, 1},
-                                {"YCbCr 4 x 2", JCS_YCbCr, 4, 2}, {"YCbCr 1 x 2", JCS_YCbCr, 1, 2}};
+  const std::vector<Cas> cas = {
+      {"gris", JCS_GRAYSCALE, 1, 1},    {"RGB", JCS_RGB, 1, 1},           {"YCbCr 1 x 1", JCS_YCbCr, 1, 1},
+      {"YCbCr 2 x 1", JCS_YCbCr, 2, 1}, {"YCbCr 2 x 2", JCS_YCbCr, 2, 2}, {"YCbCr 4 x 1", JCS_YCbCr, 4, 1},
+      {"YCbCr 4 x 2", JCS_YCbCr, 4, 2}, {"YCbCr 1 x 2", JCS_YCbCr, 1, 2}, {"4 composantes", JCS_CMYK, 1, 1}};
   const auto decodeur = tiff::CreerDecodeurJpeg();
   // Sizes that are not multiples of the MCU, and a block of one row.
   for (const auto& [largeur, hauteur] : {std::pair{37, 21}, std::pair{64, 32}, std::pair{9, 1}})
     for (const Cas& c : cas)
       for (bool enLigne : {false, true}) {
-        const int n = c.espace == JCS_GRAYSCALE ? 1 : 3;
+        const int n = c.espace == JCS_GRAYSCALE ? 1 : c.espace == JCS_CMYK ? 4 : 3;
         const tiff::ContexteBloc b = Bloc(largeur, hauteur, n, 8, c.espace == JCS_YCbCr ? 6 : n == 3 ? 2 : 1);
         const Jpeg j =
             Libjpeg(Image(largeur, hauteur, n), largeur, hauteur, c.espace, c.sousH, c.sousV, enLigne);
@@ -257,7 +257,8 @@ TEST(CodecJpeg, FluxHostiles) {
        "de 1 composante(s) dans un bloc de 16 x 16 pixels de 3"},
       {"16 bits", bon, Bloc(16, 16, 3, 16, 6),
        "JPEG : blocs de 16 x 16 pixels de 3 echantillon(s) de 16 bits non geres"},
-      {"4 echantillons", bon, Bloc(16, 16, 4, 8, 2), "4 echantillon(s) de 8 bits non geres"},
+      {"5 echantillons", bon, Bloc(16, 16, 5, 8, 2),
+       "5 echantillon(s) de 8 bits non geres (8 bits, 1 a 4 echantillons)"},
       {"vide", vide, b, "Flux JPEG invalide dans un bloc du fichier bloc.tif : "},
       {"sans tables", sansTables, b, "Flux JPEG invalide dans un bloc du fichier bloc.tif : "},
       {"coupe", coupe, b,
@@ -274,7 +275,9 @@ TEST(CodecJpeg, FluxHostiles) {
   }
   Octets sortie;
   test::Refuse([&] { tiff::CreerEncodeurJpeg(0, 75)->Encoder(Octets(64).data(), Bloc(4, 4, 2), sortie); },
-               "[EncodeurJpeg] (Encoder) JPEG : blocs de 4 x 4 pixels de 2 echantillon(s)");
+               "[EncodeurJpeg] (Encoder) JPEG : blocs de 4 x 4 pixels de 2 echantillon(s) de 8 bits non "
+               "geres (8 bits, 1 ou 3 "
+               "echantillons)");
 }
 
 }  // namespace

@@ -8,9 +8,9 @@
 // a stream cut short that libjpeg would pad with an end marker) are errors too.
 //
 // Colour: YCbCr blocks (photometric 6, 3 samples) are converted to RGB and their chroma upsampled by
-// libjpeg, as libtiff's RGB colour mode does; the JPEG's own sampling factors decide the upsampling.
-// Any other block is passed through unconverted (JCS_UNKNOWN), so that an RGB block stays RGB
-// whatever markers it carries.
+// libjpeg, as libtiff's RGB colour mode does; the JPEG's own sampling factors decide the upsampling,
+// not the YCbCrSubsampling tag. Any other block is passed through unconverted (JCS_UNKNOWN), so that
+// an RGB block stays RGB whatever markers it carries (no JFIF or Adobe marker guessing).
 #include <algorithm>
 #include <csetjmp>
 #include <cstdio>
@@ -74,13 +74,17 @@ void InstallerErreurs(ErreurJpeg& e, jpeg_common_struct& info) {
   e.message[0] = '\0';
 }
 
-// The shapes libjpeg and TIFF agree on; 'classe' and 'methode' name the caller in the message.
-void VerifierBloc(const ContexteBloc& b, const char* classe, const char* methode) {
-  if (b.bits != 8 || (b.echantillons != 1 && b.echantillons != 3) || b.largeur < 1 || b.hauteur < 1 ||
-      b.largeur > JPEG_MAX_DIMENSION || b.hauteur > JPEG_MAX_DIMENSION)
+// The shapes libjpeg and TIFF agree on; 'classe' and 'methode' name the caller in the message. We
+// read 1 to 4 samples (4: RGB and near infrared, or RGBA, passed through) and write 1 or 3.
+void VerifierBloc(const ContexteBloc& b, const char* classe, const char* methode, bool lecture) {
+  const bool echantillons =
+      lecture ? b.echantillons >= 1 && b.echantillons <= 4 : b.echantillons == 1 || b.echantillons == 3;
+  if (b.bits != 8 || !echantillons || b.largeur < 1 || b.hauteur < 1 || b.largeur > JPEG_MAX_DIMENSION ||
+      b.hauteur > JPEG_MAX_DIMENSION)
     ZEPRA_ERREUR("[" << classe << "] (" << methode << ") JPEG : blocs de " << b.largeur << " x " << b.hauteur
                      << " pixels de " << b.echantillons << " echantillon(s) de " << b.bits
-                     << " bits non geres (8 bits, 1 ou 3 echantillons) dans le fichier " << b.nom << ".");
+                     << " bits non geres (8 bits, " << (lecture ? "1 a 4" : "1 ou 3")
+                     << " echantillons) dans le fichier " << b.nom << ".");
 }
 
 class DecodeurJpeg : public Decodeur {
@@ -100,7 +104,7 @@ class DecodeurJpeg : public Decodeur {
     // this one, so that a block decodes the same whatever was read before it.
     jpeg_destroy_decompress(&m_info);
     Creer();
-    VerifierBloc(bloc, "DecodeurJpeg", "Commencer");
+    VerifierBloc(bloc, "DecodeurJpeg", "Commencer", true);
     const std::vector<unsigned char>* tables = bloc.tablesJpeg;
     if (!Proteger(m_erreur, [&] {
           if (tables && !tables->empty()) {
@@ -241,7 +245,7 @@ class CompresseurJpeg {
 
   // The tables-only stream of blocks shaped like 'b'.
   void Tables(const ContexteBloc& b, std::vector<unsigned char>& sortie) {
-    VerifierBloc(b, "EncodeurJpeg", "TablesJpeg");
+    VerifierBloc(b, "EncodeurJpeg", "TablesJpeg", false);
     Terminer(Proteger(m_erreur,
                       [&] {
                         Parametrer(b);
@@ -252,7 +256,7 @@ class CompresseurJpeg {
 
   // One block as an abbreviated stream: the tables are those of Tables, left out.
   void Bloc(const unsigned char* bloc, const ContexteBloc& b, std::vector<unsigned char>& sortie) {
-    VerifierBloc(b, "EncodeurJpeg", "Encoder");
+    VerifierBloc(b, "EncodeurJpeg", "Encoder", false);
     const size_t ligne = static_cast<size_t>(b.OctetsLigne());
     Terminer(Proteger(m_erreur,
                       [&] {

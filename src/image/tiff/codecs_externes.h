@@ -29,11 +29,11 @@ std::unique_ptr<Encodeur> CreerEncodeurZstd(int niveau, int qualite);
 // block); its decoder still never gives more than its block.
 uint64_t BorneZstd(uint64_t octets);
 
-// JPEG (7), through libjpeg: 8-bit samples, 1 or 3 per pixel. The decoder delivers YCbCr blocks
-// (photometric 6) as RGB, upsampled by libjpeg. The encoder writes abbreviated streams (no tables):
-// the file carries the tables once, in its JPEGTables tag, as TablesJpeg gives them. With 3 samples
-// and photometric 6 it writes YCbCr subsampled by the context's sousEchH x sousEchV (2 x 2: 4:2:0),
-// with photometric 2 plain RGB. Quality 1 to 100, 0 means 75.
+// JPEG (7), through libjpeg: 8-bit samples. The decoder takes 1 to 4 samples per pixel and delivers
+// YCbCr blocks (photometric 6) as RGB, upsampled by libjpeg. The encoder writes 1 or 3 samples as
+// abbreviated streams (no tables): the file carries the tables once, in its JPEGTables tag, as
+// TablesJpeg gives them. With 3 samples and photometric 6 it writes YCbCr subsampled by the context's
+// sousEchH x sousEchV (2 x 2: 4:2:0), with photometric 2 plain RGB. Quality 1 to 100, 0 means 75.
 std::unique_ptr<Decodeur> CreerDecodeurJpeg();
 std::unique_ptr<Encodeur> CreerEncodeurJpeg(int niveau, int qualite);
 // The tables-only stream (SOI, quantization and Huffman tables, EOI) that the blocks of
