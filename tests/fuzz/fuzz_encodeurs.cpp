@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "fuzz_codec.h"
-#include "image/decodeurs.h"
+#include "image/tiff/decodeurs.h"
 #include "image/tiff/codecs_externes.h"
 
 template <class D>

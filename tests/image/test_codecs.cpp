@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "image/decodeurs.h"
+#include "image/tiff/decodeurs.h"
 #include "image/tiff/codecs_externes.h"
 #include "outils_codecs_test.h"
 #include "outils_image_test.h"

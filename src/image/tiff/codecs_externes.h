@@ -40,8 +40,8 @@ std::unique_ptr<Encodeur> CreerEncodeurJpeg(int niveau, int qualite);
 // CreerEncodeurJpeg(0, qualite) refer to, for tag 347. Depends on the quality and on the samples.
 std::vector<unsigned char> TablesJpeg(const ContexteBloc& contexte, int qualite);
 
-// LZW (5) and PackBits (32773) encoders; their decoders are in src/image (decodeurs.h). Neither has
-// a level: 'niveau' and 'qualite' are not used.
+// LZW (5) and PackBits (32773) encoders; their decoders are in codec_lzw.cpp and codec_packbits.cpp. Neither
+// has a level: 'niveau' and 'qualite' are not used.
 std::unique_ptr<Encodeur> CreerEncodeurLzw(int niveau, int qualite);
 std::unique_ptr<Encodeur> CreerEncodeurPackBits(int niveau, int qualite);
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <type_traits>
 
-#include "handlers.h"
-#include "tiff_annexes.h"
+#include "annexes.h"
+#include "image/handlers.h"
 #include "zepra/copierpixels.h"
 #include "zepra/erreur.h"
 #include "zepra/fichieratomique.h"

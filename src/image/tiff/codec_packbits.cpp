@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "codec.h"
 #include "decodeurs.h"
 #include "zepra/systeme.h"
 
@@ -61,3 +62,35 @@ void PackBits_Decoder::SignalerDepassements() const {
   if (m_manque > 0)
     Systeme::Warning("[PackBits_Decoder] (Decode) Depassement de in de " + std::to_string(m_manque));
 }
+
+namespace tiff {
+
+namespace {
+
+// Warns of the overruns once the block's last byte has been asked for.
+class DecodeurPackbits : public Decodeur {
+ public:
+  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+    m_packbits.SetData(donnees, taille);
+    m_reste = bloc.Octets();
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) override {
+    const size_t n = m_packbits.Decode(sortie, octets);
+    if (m_reste > 0 && n >= m_reste) m_packbits.SignalerDepassements();
+    m_reste -= std::min<uint64_t>(m_reste, n);
+    return n;
+  }
+
+ private:
+  PackBits_Decoder m_packbits;
+  uint64_t m_reste = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Decodeur> DecodeurPackBits() { return std::make_unique<DecodeurPackbits>(); }
+
+// Two bytes give at most a run of 128.
+uint64_t BornePackBits(uint64_t octets) { return (octets + 1) / 2 * 128; }
+
+}  // namespace tiff

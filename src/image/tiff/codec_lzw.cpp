@@ -30,7 +30,9 @@
 #include <climits>
 #include <cstring>
 
+#include "codec.h"
 #include "decodeurs.h"
+#include "zepra/erreur.h"
 
 void LZW_Decoder::SetData(const unsigned char* donnees, size_t taille) {
   m_in = donnees;
@@ -187,3 +189,39 @@ size_t LZW_Decoder::Decode(unsigned char* out, size_t size) {
   m_ancien = ancien;
   return n;
 }
+
+namespace tiff {
+
+namespace {
+
+class DecodeurLzw : public Decodeur {
+ public:
+  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+    m_lzw.SetData(donnees, taille);
+    m_nom = bloc.nom;
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) override {
+    const size_t n = m_lzw.Decode(sortie, octets);
+    if (m_lzw.Corrompu())
+      ZEPRA_ERREUR("[LZW_Decoder] (Decode) Code LZW " << m_lzw.CodeInvalide()
+                                                      << " impossible dans le fichier " << m_nom << ".");
+    return n;
+  }
+
+ private:
+  LZW_Decoder m_lzw;
+  std::string m_nom;
+};
+
+}  // namespace
+
+std::unique_ptr<Decodeur> DecodeurLZW() { return std::make_unique<DecodeurLzw>(); }
+
+// At most one code per 9 bits; the i-th code's string has at most i bytes (one more than the
+// longest string before it) and never more than the 4096 a full table can hold.
+uint64_t BorneLZW(uint64_t octets) {
+  const uint64_t codes = octets / 9 * 8 + (octets % 9) * 8 / 9 + 1;
+  return codes + 1 >= 2 * 4096 ? codes * 4096 : codes * (codes + 1) / 2;
+}
+
+}  // namespace tiff

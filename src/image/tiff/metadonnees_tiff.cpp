@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tiff_annexes.h"
+#include "annexes.h"
 #include "zepra/erreur.h"
 #include "zepra/metadonnees.h"
 
@@ -58,7 +58,7 @@ bool Interprete(uint16_t tag) {
 
 std::vector<double> Reels(const tiff::Directory& d) {
   std::vector<double> v(d.count);
-  for (uint32_t i = 0; i < d.count; ++i) v[i] = d.GetValue(static_cast<int>(i));
+  for (uint64_t i = 0; i < d.count; ++i) v[i] = d.GetValue(i);
   return v;
 }
 
@@ -114,8 +114,7 @@ std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
         m->transformation = Reels(d);
         break;
       case kGeoKeyDirectory:
-        for (uint32_t i = 0; i < d.count; ++i)
-          m->crs.cles.push_back(static_cast<uint16_t>(d.GetValue(static_cast<int>(i))));
+        for (uint64_t i = 0; i < d.count; ++i) m->crs.cles.push_back(static_cast<uint16_t>(d.GetValue(i)));
         break;
       case kGeoDoubleParams:
         m->crs.doubles = Reels(d);
@@ -136,8 +135,8 @@ std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
         break;
       }
       case tiff::kExtraSamples:
-        for (uint32_t i = 0; i < d.count; ++i) {
-          const double r = d.GetValue(static_cast<int>(i));
+        for (uint64_t i = 0; i < d.count; ++i) {
+          const double r = d.GetValue(i);
           m->extras.push_back(r == 1   ? RoleExtra::kAlphaAssocie
                               : r == 2 ? RoleExtra::kAlphaNonAssocie
                                        : RoleExtra::kNonPrecise);
