@@ -6,11 +6,12 @@
 #include <zstd.h>
 
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "image/tiff/decodeurs.h"
 #include "image/tiff/codecs_externes.h"
 #include "outils_codecs_test.h"
 #include "outils_image_test.h"
@@ -20,62 +21,39 @@ namespace {
 using test::Bloc;
 using test::Octets;
 
-// The LZW and PackBits decoders of the reader behind the codec interface.
-template <class D>
-class Adaptateur : public tiff::Decodeur {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const tiff::ContexteBloc&) override {
-    m_d.SetData(donnees, taille);
-  }
-  size_t Lire(unsigned char* sortie, size_t octets) override { return m_d.Decode(sortie, octets); }
-
- private:
-  D m_d;
-};
-
-struct SansPerte {
-  const char* nom;
-  std::function<std::unique_ptr<tiff::Encodeur>()> encodeur;
-  std::function<std::unique_ptr<tiff::Decodeur>()> decodeur;
-};
-
-const std::vector<SansPerte>& CodecsSansPerte() {
-  static const std::vector<SansPerte> codecs = {
-      {"deflate 1", [] { return tiff::CreerEncodeurDeflate(1, 0); }, tiff::CreerDecodeurDeflate},
-      {"deflate 0 (6)", [] { return tiff::CreerEncodeurDeflate(0, 0); }, tiff::CreerDecodeurDeflate},
-      {"deflate 12", [] { return tiff::CreerEncodeurDeflate(12, 0); }, tiff::CreerDecodeurDeflate},
-      {"zstd 1", [] { return tiff::CreerEncodeurZstd(1, 0); }, tiff::CreerDecodeurZstd},
-      {"zstd 0 (9)", [] { return tiff::CreerEncodeurZstd(0, 0); }, tiff::CreerDecodeurZstd},
-      {"zstd 22", [] { return tiff::CreerEncodeurZstd(22, 0); }, tiff::CreerDecodeurZstd},
-      {"lzw", [] { return tiff::CreerEncodeurLzw(0, 0); },
-       [] { return std::make_unique<Adaptateur<LZW_Decoder>>(); }},
-      {"packbits", [] { return tiff::CreerEncodeurPackBits(0, 0); },
-       [] { return std::make_unique<Adaptateur<PackBits_Decoder>>(); }},
-  };
-  return codecs;
-}
-
-TEST(Codecs, AllerRetourSurToutesLesFormesDeBloc) {
-  // Width x rows x samples x bits: widths that are not multiples of 8, 1-bit rows, a last strip of
-  // two rows, and a block large enough for LZW to fill its table several times.
+TEST(Codecs, AllerRetourDeChaqueLigneDeLaTableSurToutesLesFormesDeBloc) {
+  // Every lossless row of the codec table that writes, at its lowest, default and highest levels: a
+  // codec is tested the day its row is added. Blocks of width x rows x samples x bits: widths that
+  // are not multiples of 8, 1-bit rows, a last strip of two rows, and a block large enough for LZW
+  // to fill its table several times.
   const std::vector<tiff::ContexteBloc> formes = {Bloc(13, 7),       Bloc(13, 2),        Bloc(13, 5, 1, 1),
                                                   Bloc(5, 9, 3, 16), Bloc(7, 3, 4, 32),  Bloc(3, 11, 1, 64),
                                                   Bloc(1, 1),        Bloc(301, 40, 3, 8)};
-  for (const SansPerte& c : CodecsSansPerte()) {
-    // One encoder and one decoder for every block, as a file uses them.
-    const auto encodeur = c.encodeur();
-    const auto decodeur = c.decodeur();
-    for (const tiff::ContexteBloc& b : formes) {
-      const size_t ligne = static_cast<size_t>(b.OctetsLigne()), total = static_cast<size_t>(b.Octets());
-      SCOPED_TRACE(std::string(c.nom) + " " + std::to_string(b.largeur) + " x " + std::to_string(b.hauteur) +
-                   " x " + std::to_string(b.echantillons) + " x " + std::to_string(b.bits));
-      const Octets donnees = test::Donnees(total, b.largeur);
-      Octets flux;
-      encodeur->Encoder(donnees.data(), b, flux);
-      for (size_t pas : {size_t{0}, ligne, size_t{7}, total + 5})
-        EXPECT_EQ(test::Decoder(*decodeur, flux, b, pas), donnees) << pas;
+  const std::map<int, std::vector<int>> niveaux = {{8, {1, 0, 12}}, {50000, {1, 0, 22}}};
+  std::set<int> ecrits;
+  for (const tiff::Codec& c : tiff::TousLesCodecs()) {
+    if (!c.encodeur || c.code == 7) continue;  // JPEG is lossy: see its own tests
+    ecrits.insert(c.code);
+    for (int niveau : niveaux.count(c.code) ? niveaux.at(c.code) : std::vector<int>{0}) {
+      // One encoder and one decoder for every block, as a file uses them.
+      const auto encodeur = c.encodeur(niveau, 0);
+      const auto decodeur = c.decodeur();
+      for (const tiff::ContexteBloc& b : formes) {
+        const size_t ligne = static_cast<size_t>(b.OctetsLigne()), total = static_cast<size_t>(b.Octets());
+        SCOPED_TRACE(std::string(c.nom) + " " + std::to_string(niveau) + ", " + std::to_string(b.largeur) +
+                     " x " + std::to_string(b.hauteur) + " x " + std::to_string(b.echantillons) + " x " +
+                     std::to_string(b.bits));
+        const Octets donnees = test::Donnees(total, b.largeur);
+        Octets flux;
+        encodeur->Encoder(donnees.data(), b, flux);
+        for (size_t pas : {size_t{0}, ligne, size_t{7}, total + 5})
+          EXPECT_EQ(test::Decoder(*decodeur, flux, b, pas), donnees) << pas;
+      }
     }
   }
+  EXPECT_EQ(ecrits, std::set<int>({5, 8, 32773, 50000}));
+  EXPECT_EQ(tiff::TrouverCodecParNom("deflate")->code, 8);
+  EXPECT_EQ(tiff::TrouverCodec(32946)->decodeur, tiff::TrouverCodec(8)->decodeur);
 }
 
 // A zstd frame from the streaming API, given its input in two calls so that its size is not known:

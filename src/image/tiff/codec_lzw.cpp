@@ -1,4 +1,4 @@
-// LZW decoder of TIFF (compression 5).
+// LZW of TIFF (compression 5): the decoder, then the encoder.
 //
 // Codes. The stream is a sequence of codes packed most significant bit first. Codes 0 to 255 stand
 // for the single bytes, 256 is Clear (empty the table, back to 9-bit codes), 257 is End of
@@ -28,9 +28,13 @@
 // walking its prefixes back to its first eight bytes. No string is stored whole.
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #include "codec.h"
+#include "codecs_externes.h"
 #include "decodeurs.h"
 #include "zepra/erreur.h"
 
@@ -213,9 +217,97 @@ class DecodeurLzw : public Decodeur {
   std::string m_nom;
 };
 
+// The encoder. After each code but the last it adds the string just coded plus the next byte, and
+// widens as soon as it has assigned 511 (1023, 2047), as the decoder above expects. At the end the
+// decoder still adds a string for the last code (unless it followed a Clear), so when that string is
+// 511 (1023, 2047) it reads End with one bit more: End must be written that wide. Before the table
+// would reach 4094 strings the encoder sends Clear and starts again at 9 bits, as libtiff does.
+//
+// Strings are found by hashing (prefix code, next byte) into a table of 8192 slots, twice the codes;
+// each slot is stamped with the generation of the table, so that a Clear costs one increment instead
+// of emptying the slots.
+class EncodeurLzw : public Encodeur {
+ public:
+  void Encoder(const unsigned char* bloc, const ContexteBloc& contexte,
+               std::vector<unsigned char>& sortie) override {
+    const size_t n = static_cast<size_t>(contexte.Octets());
+    // At most 12 bits per input byte, plus Clear codes and End.
+    sortie.resize(n + n / 2 + n / 1000 * 2 + 16);
+    m_sortie = sortie.data();
+    m_octets = 0;
+    m_bits = 0;
+    m_nbBits = 0;
+    Vider();
+    int largeur = 9;
+    Ecrire(kClear, largeur);
+    if (n > 0) {
+      int libre = kPremier;
+      int chaine = bloc[0];
+      for (size_t i = 1; i < n; ++i) {
+        const uint32_t cle = static_cast<uint32_t>(chaine) << 8 | bloc[i];
+        uint32_t s = Case(cle);
+        while (m_cases[s].generation == m_generation && m_cases[s].cle != cle) s = (s + 1) & (kCases - 1);
+        if (m_cases[s].generation == m_generation) {
+          chaine = m_cases[s].code;
+          continue;
+        }
+        Ecrire(chaine, largeur);
+        m_cases[s] = {m_generation, cle, static_cast<uint16_t>(libre)};
+        if (++libre == kPlein) {
+          Ecrire(kClear, largeur);
+          Vider();
+          libre = kPremier;
+          largeur = 9;
+        } else if (libre == (1 << largeur)) {
+          ++largeur;
+        }
+        chaine = bloc[i];
+      }
+      Ecrire(chaine, largeur);
+      if (libre + 1 == (1 << largeur)) ++largeur;
+    }
+    Ecrire(kFin, largeur);
+    if (m_nbBits > 0) m_sortie[m_octets++] = static_cast<unsigned char>(m_bits << (8 - m_nbBits));
+    sortie.resize(m_octets);
+  }
+
+ private:
+  static constexpr int kClear = 256, kFin = 257, kPremier = 258, kPlein = 4094;
+  static constexpr uint32_t kCases = 8192;
+
+  struct Case_ {
+    uint32_t generation;
+    uint32_t cle;  // prefix code << 8 | byte
+    uint16_t code;
+  };
+
+  static uint32_t Case(uint32_t cle) { return (cle * 2654435761u) >> (32 - 13); }
+
+  void Vider() {
+    if (++m_generation == 0) {  // after 2^32 Clears the stamps would come round again
+      std::memset(m_cases.get(), 0, sizeof(Case_) * kCases);
+      m_generation = 1;
+    }
+  }
+
+  void Ecrire(int code, int largeur) {
+    m_bits = m_bits << largeur | static_cast<uint32_t>(code);
+    for (m_nbBits += largeur; m_nbBits >= 8; m_nbBits -= 8)
+      m_sortie[m_octets++] = static_cast<unsigned char>(m_bits >> (m_nbBits - 8));
+  }
+
+  std::unique_ptr<Case_[]> m_cases{new Case_[kCases]()};
+  uint32_t m_generation = 0;
+  unsigned char* m_sortie = nullptr;
+  size_t m_octets = 0;
+  uint64_t m_bits = 0;
+  int m_nbBits = 0;
+};
+
 }  // namespace
 
 std::unique_ptr<Decodeur> DecodeurLZW() { return std::make_unique<DecodeurLzw>(); }
+std::unique_ptr<Encodeur> CreerEncodeurLzw(int, int) { return std::make_unique<EncodeurLzw>(); }
 
 // At most one code per 9 bits; the i-th code's string has at most i bytes (one more than the
 // longest string before it) and never more than the 4096 a full table can hold.

@@ -1,10 +1,11 @@
 // PackBits (TIFF compression 32773): a signed control byte n, then n + 1 literal bytes (0 <= n <= 127)
-// or one byte to repeat 1 - n times (-127 <= n <= -1); n = -128 is a no-op.
+// or one byte to repeat 1 - n times (-127 <= n <= -1); n = -128 is a no-op. Decoder and encoder.
 #include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "codec.h"
+#include "codecs_externes.h"
 #include "decodeurs.h"
 #include "zepra/systeme.h"
 
@@ -86,9 +87,42 @@ class DecodeurPackbits : public Decodeur {
   uint64_t m_reste = 0;
 };
 
+// PackBits, row by row as TIFF asks: a run of three equal bytes or more is a repeat (control byte
+// 1 - length), anything else goes into literal runs (control byte length - 1) of at most 128 bytes.
+class EncodeurPackBits : public Encodeur {
+ public:
+  void Encoder(const unsigned char* bloc, const ContexteBloc& contexte,
+               std::vector<unsigned char>& sortie) override {
+    const size_t ligne = static_cast<size_t>(contexte.OctetsLigne());
+    const size_t lignes = static_cast<size_t>(contexte.hauteur);
+    sortie.resize(lignes * (ligne + (ligne + 127) / 128));
+    unsigned char* o = sortie.data();
+    for (size_t y = 0; y < lignes; ++y) {
+      const unsigned char* l = bloc + y * ligne;
+      for (size_t i = 0; i < ligne;) {
+        size_t j = i + 1;
+        while (j < ligne && j - i < 128 && l[j] == l[i]) ++j;
+        if (j - i >= 3) {
+          *o++ = static_cast<unsigned char>(1 - static_cast<int>(j - i));
+          *o++ = l[i];
+          i = j;
+          continue;
+        }
+        const size_t debut = i;
+        while (i < ligne && i - debut < 128 && !(i + 2 < ligne && l[i] == l[i + 1] && l[i] == l[i + 2])) ++i;
+        *o++ = static_cast<unsigned char>(i - debut - 1);
+        std::memcpy(o, l + debut, i - debut);
+        o += i - debut;
+      }
+    }
+    sortie.resize(static_cast<size_t>(o - sortie.data()));
+  }
+};
+
 }  // namespace
 
 std::unique_ptr<Decodeur> DecodeurPackBits() { return std::make_unique<DecodeurPackbits>(); }
+std::unique_ptr<Encodeur> CreerEncodeurPackBits(int, int) { return std::make_unique<EncodeurPackBits>(); }
 
 // Two bytes give at most a run of 128.
 uint64_t BornePackBits(uint64_t octets) { return (octets + 1) / 2 * 128; }

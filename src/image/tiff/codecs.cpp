@@ -1,11 +1,12 @@
 // The table of TIFF codecs. Adding a codec: write its Decodeur (and Encodeur, when we write it) in
-// codec_<name>.cpp with a factory, declare the factory here and add its row.
+// codec_<name>.cpp with a factory, declare the factory here or in codecs_externes.h, and add its row.
 #include <algorithm>
 #include <cstring>
 #include <limits>
 
 #include "annexes.h"
 #include "codec.h"
+#include "codecs_externes.h"
 #include "tags.h"
 
 namespace tiff {
@@ -46,8 +47,13 @@ uint64_t BorneSans(uint64_t octets) { return octets; }
 const std::vector<Codec>& TousLesCodecs() {
   static const std::vector<Codec> codecs = {
       {kSans, "none", DecodeurSansCompression, nullptr, BorneSans},
-      {kLZW, "lzw", DecodeurLZW, nullptr, BorneLZW},
-      {kPackBits, "packbits", DecodeurPackBits, nullptr, BornePackBits},
+      {kLZW, "lzw", DecodeurLZW, CreerEncodeurLzw, BorneLZW},
+      {kPackBits, "packbits", DecodeurPackBits, CreerEncodeurPackBits, BornePackBits},
+      {kDeflate, "deflate", CreerDecodeurDeflate, CreerEncodeurDeflate, BorneDeflate},
+      // Read only: we write code 8. A search by name finds the row above.
+      {kDeflateAncien, "deflate", CreerDecodeurDeflate, nullptr, BorneDeflate},
+      {kZstd, "zstd", CreerDecodeurZstd, CreerEncodeurZstd, BorneZstd},
+      {kJPEG, "jpeg", CreerDecodeurJpeg, CreerEncodeurJpeg, nullptr},
   };
   return codecs;
 }
@@ -68,11 +74,10 @@ std::string NomCompression(int code) {
   if (const Codec* c = TrouverCodec(code)) return c->nom;
   // Compressions met in files that we do not read, named for the messages.
   static const std::pair<int, const char*> connues[] = {
-      {2, "CCITT RLE"},     {3, "CCITT Group 3"}, {4, "CCITT Group 4"},  {6, "JPEG ancien style"},
-      {7, "JPEG"},          {8, "Deflate"},       {32771, "CCITT RLEW"}, {32809, "ThunderScan"},
-      {32946, "Deflate"},   {34661, "JBIG"},      {34676, "SGI LogLuv"}, {34677, "SGI LogLuv 24"},
-      {34712, "JPEG 2000"}, {34887, "LERC"},      {34925, "LZMA"},       {50000, "ZSTD"},
-      {50001, "WebP"},      {50002, "JPEG XL"},
+      {2, "CCITT RLE"},         {3, "CCITT Group 3"},   {4, "CCITT Group 4"}, {6, "JPEG ancien style"},
+      {32771, "CCITT RLEW"},    {32809, "ThunderScan"}, {34661, "JBIG"},      {34676, "SGI LogLuv"},
+      {34677, "SGI LogLuv 24"}, {34712, "JPEG 2000"},   {34887, "LERC"},      {34925, "LZMA"},
+      {50001, "WebP"},          {50002, "JPEG XL"},
   };
   for (const auto& [c, nom] : connues)
     if (c == code) return nom;

@@ -34,7 +34,15 @@ enum Tag : uint16_t {
   kDallageLignes = 40001,    // and along the lines
 };
 
-enum Compression { kSans = 1, kLZW = 5, kJPEG = 7, kPackBits = 32773 };
+enum Compression {
+  kSans = 1,
+  kLZW = 5,
+  kJPEG = 7,
+  kDeflate = 8,
+  kPackBits = 32773,
+  kDeflateAncien = 32946,  // Deflate before it had code 8
+  kZstd = 50000,
+};
 
 // PhotometricInterpretation values the reader treats apart.
 enum Photometrie { kBlancZero = 0, kNoirZero = 1, kRVB = 2, kPalette = 3, kMasque = 4, kYCbCr = 6 };
