@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "mosaique.h"
-#include "parallele.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/parallele.h"
 
 namespace {
 

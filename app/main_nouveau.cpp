@@ -5,13 +5,13 @@
 #include <iostream>
 
 #include "egalise.h"
-#include "integrales.h"
 #include "mosaique.h"
-#include "parallele.h"
-#include "prelissage.h"
-#include "walis.h"
 #include "zepra/erreur.h"
 #include "zepra/orientedimage.h"
+#include "zepra/pipeline/integrales.h"
+#include "zepra/pipeline/parallele.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 #include "zepra/stringpp.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "polynome.h"
 #include "zepra/orientation.h"
+#include "zepra/pipeline/polynome.h"
 #include "zepra/ttimage.h"
 
 // Fusion rules, held as these small integers.

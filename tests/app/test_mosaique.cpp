@@ -11,9 +11,9 @@
 #include <numeric>
 #include <sstream>
 
-#include "app/outils_radiometrie.h"
 #include "mosaique.h"
 #include "outils_test.h"
+#include "pipeline/outils_radiometrie.h"
 #include "zepra/erreur.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "parallele.h"
+#include "zepra/pipeline/parallele.h"
 
 #include <algorithm>
 #include <atomic>
