@@ -66,17 +66,6 @@ void PrelisseWalis(std::vector<TTOrientedImage<float>>& orthos, const std::vecto
              [&](size_t i) { PrelisseWalisMoy(orthos[i], masques[i], T2D<double>(moyenne, ecart)); });
 }
 
-// Runs a task per image on several threads, then prints each image's console lines in input order,
-// up to the first image that failed, whose error is then raised: the console reads as if the images
-// had been done one after the other.
-void PourChaqueImage(size_t n, const std::function<void(size_t)>& tache,
-                     const std::function<void(size_t, bool)>& lignes) {
-  std::exception_ptr erreur;
-  const size_t echec = PourChaque(n, tache, erreur);
-  for (size_t i = 0; i < n && i <= echec; ++i) lignes(i, i < echec);
-  if (erreur) std::rethrow_exception(erreur);
-}
-
 }  // namespace
 
 void Main_nouveau(int argc, char** argv) {
@@ -97,7 +86,7 @@ void Main_nouveau(int argc, char** argv) {
   }
   std::vector<TTOrientedImage<float>> orthos(n);
   std::vector<TTImage<bool>> masques(n);
-  PourChaqueImage(
+  PourChaqueOrdonne(
       n,
       [&](size_t i) {
         orthos[i].Lire(nomsOrtho[i].c_str());
@@ -123,7 +112,7 @@ void Main_nouveau(int argc, char** argv) {
   if (o.referenceWalis) {
     const std::vector<T2D<int>> disque = Disque(26);
     walis.resize(n);
-    PourChaqueImage(
+    PourChaqueOrdonne(
         n,
         [&](size_t i) {
           ImageReferenceWalis(orthos[i], walis[i], 25, T2D<double>(127.5, 50.0));
