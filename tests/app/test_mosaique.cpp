@@ -6,15 +6,19 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <numeric>
 #include <sstream>
 
+#include "egalise.h"
 #include "mosaique.h"
 #include "outils_test.h"
 #include "pipeline/outils_radiometrie.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/parallele.h"
 
 namespace {
 
@@ -125,6 +129,44 @@ TEST(MosaiqueJob, EgalisationAdditiveEtMultiplicativeReduitLesDesaccords) {
         test::LireFichier(d / "big_image.tif") + test::LireFichier(d / "Solution_t7.tif");
     ASSERT_EQ(test::Lancer(d.chemin(), "taskset -c 0 '" EGALISE_EXE "' " + arguments).statut, 0);
     EXPECT_EQ(test::LireFichier(d / "big_image.tif") + test::LireFichier(d / "Solution_t7.tif"), octets);
+  }
+}
+
+// The job run in this process with one thread, then with two: every file it writes and every console
+// line are the same.
+TEST(MosaiqueJob, MemesOctetsAvecUnOuDeuxFils) {
+  test::DossierTemp d;
+  std::vector<std::string> mots{"egalise"};
+  std::istringstream noms(EcrireGrille(d.chemin(), false));
+  for (std::string n; noms >> n;) mots.push_back(d / n);
+  const size_t nbEntrees = mots.size();
+  for (const char* options :
+       {"--pas 4 --ssechfinal 1", "--pas 3 --modele:multiplicatif --fusion:voronoi --reference:walis",
+        "--pas 5 --prelissewalis --fusion:min --ssechfinal 1.5", "--noegal --fusion:max --ssechfinal 0.7"}) {
+    mots.resize(nbEntrees);
+    std::istringstream o(options);
+    for (std::string m; o >> m;) mots.push_back(m);
+    mots.insert(mots.end(), {"--output", d / "m.tif"});
+    std::map<std::string, std::string> ecrits[2];
+    for (int fils : {1, 2}) {
+      FixerNbFils(fils);
+      std::vector<char*> argv;
+      for (std::string& m : mots) argv.push_back(m.data());
+      argv.push_back(nullptr);
+      test::CaptureSortie console;
+      Main_nouveau(static_cast<int>(mots.size()), argv.data());
+      FixerNbFils(0);
+      ecrits[fils - 1]["console"] = console.texte();
+      for (const auto& f : std::filesystem::directory_iterator(d.chemin())) {
+        const std::string nom = f.path().filename();
+        if (nom.rfind("Solution_", 0) != 0 && nom.rfind("m.", 0) != 0) continue;
+        ecrits[fils - 1][nom] = test::LireFichier(f.path());
+        std::filesystem::remove(f.path());
+      }
+    }
+    EXPECT_GE(ecrits[0].size(), std::string(options).find("noegal") == std::string::npos ? 31u : 4u)
+        << options;
+    EXPECT_TRUE(ecrits[0] == ecrits[1]) << options;
   }
 }
 

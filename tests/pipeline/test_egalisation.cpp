@@ -101,6 +101,69 @@ std::pair<Eigen::VectorXd, std::string> ResoudreDense(const Toy& t, const Empris
           std::to_string(n) + " points " + std::to_string(2 * V.size()) + " eqs\n"};
 }
 
+// The observations against the walk of the grid as described: x outer, y inner, images inner, each
+// point mapped by the orientation itself. Steps that are not whole numbers accumulate rounding along
+// the walk, and the finest one starts two inputs past the thousandth position along X.
+TEST(Observations, MemesObservationsQueLeParcoursDeLaGrille) {
+  const Toy t = FaireToy();
+  std::vector<std::unique_ptr<SourceMemoire>> sources;
+  std::vector<ImageObservee> observees;
+  for (int i = 0; i < 3; ++i) {
+    sources.push_back(std::make_unique<SourceMemoire>(t.images[i], &t.images[i], &t.masques[i]));
+    observees.push_back(ImageObservee{sources.back().get(), GeoCarto(t.oris[i])});
+  }
+  for (const auto& [pas, minY] : {std::pair(0.7, 4980.5), {2.3, 4969.0}, {0.013, 4985.1}}) {
+    Emprise e;
+    e.minX = 990.2, e.maxX = 1012 + 23.5, e.minY = minY, e.maxY = minY + (pas < 0.1 ? 2 : 30);
+    const Observations o = Observer(observees, e, pas);
+    size_t k = 0, p = 0;
+    long long g = 0;
+    for (double x = e.minX; x < e.maxX; x += pas)
+      for (double y = e.minY; y < e.maxY; y += pas, ++g) {
+        const size_t debut = k;
+        for (int i = 0; i < 3; ++i) {
+          const OrientationOld& ori = t.oris[i];
+          if (!(ori.GetMinXCarto() < x && x < ori.GetMaxXCarto() && ori.GetMinYCarto() < y &&
+                y < ori.GetMaxYCarto()))
+            continue;
+          double col, lin, z;
+          ori.MapToPhoto(x, y, 0.0, col, lin, z);
+          if (!(col > -1 && col < 24 && lin > -1 && lin < 20)) continue;
+          const int c = static_cast<int>(col), l = static_cast<int>(lin);
+          if (t.images[i](c, l) == 0.0f || t.masques[i](c, l)) continue;
+          ASSERT_LT(k, o.obs.size());
+          const Observation& ob = o.obs[k];
+          ASSERT_TRUE(ob.image == i && ob.col == col && ob.lin == lin && o.Valeur(k, 0) == t.images[i](c, l))
+              << "pas " << pas << " observation " << k << " : image " << ob.image << " (" << ob.col << ", "
+              << ob.lin << ") / " << i << " (" << col << ", " << lin << ")";
+          ++k;
+        }
+        if (k == debut) continue;
+        ASSERT_LT(p, o.points.size());
+        EXPECT_TRUE(o.points[p].debut == debut && o.points[p].fin == k && o.points[p].g == g) << p;
+        ++p;
+      }
+    EXPECT_EQ(k, o.obs.size()) << pas;
+    EXPECT_EQ(p, o.points.size()) << pas;
+    EXPECT_EQ(g, o.nbPointsGrille) << pas;
+    EXPECT_GT(k, 50u) << pas;
+  }
+  // The grid that no step can walk, and bands that differ, are refused.
+  Emprise loin;
+  loin.maxX = loin.maxY = 1e17;
+  test::Refuse([&] { Observer(observees, loin, 1e8); },
+               "[Main_nouveau] (Egaliser) Grille d'echantillonnage demesuree");
+  loin.minX = loin.minY = 1e17;
+  loin.maxX = loin.maxY = 1e17 + 64;
+  test::Refuse([&] { Observer(observees, loin, 1); },
+               "[Main_nouveau] (Egaliser) Le pas 1 ne fait pas avancer");
+  const TTImage<float> deux(24, 20, TagNbCanaux(2));
+  const SourceMemoire autre(deux);
+  observees[1].source = &autre;
+  test::Refuse([&] { Observer(observees, Emprise(), 1); },
+               "[Observations] (Observer) Les images n'ont pas toutes 1 bandes.");
+}
+
 // The observations of the toy, and the model's fit of them with its progress lines.
 struct Ajustement {
   Observations obs;
