@@ -12,6 +12,17 @@
 
 namespace {
 
+// Calls f(c, k) for every output column c of the contribution that maps into the input on a valid
+// pixel, k being that pixel's index in the input row.
+template <class F>
+inline void PourChaqueApport(const LigneContribution& l, F&& f) {
+  for (int c = l.c0; c < l.c1; ++c) {
+    if (!l.dedans[c]) continue;
+    const int k = l.colonne[c];
+    if (l.valide[k]) f(c, k);
+  }
+}
+
 // What every rule keeps: the band, and one unsigned per output pixel whose meaning is the rule's.
 class BaseFusion : public AccumulateurFusion {
  public:
@@ -26,6 +37,10 @@ class BaseFusion : public AccumulateurFusion {
     return m_lignes.data();
   }
   unsigned* Suivi(int y) { return m_suivi.data() + Decalage(y); }
+  // Coverage where the per-pixel unsigned is not 0.
+  void CouvertureDuSuivi() {
+    for (size_t k = 0; k < m_suivi.size(); ++k) m_b.couvert[k] = m_suivi[k] != 0;
+  }
 
   BandeSortie m_b;
   std::vector<unsigned> m_suivi;
@@ -40,23 +55,18 @@ class Moyenne : public BaseFusion {
   void Ajouter(const LigneContribution& l) override {
     float* const* r = Lignes(l.y);
     unsigned* n = Suivi(l.y);
-    for (int c = l.c0; c < l.c1; ++c) {
-      if (!l.dedans[c]) continue;
-      const int k = l.colonne[c];
-      if (!l.valide[k]) continue;
+    PourChaqueApport(l, [&](int c, int k) {
       for (int b = 0; b < m_b.bandes; ++b) r[b][c] += l.valeurs[b][k];
       ++n[c];
-    }
+    });
   }
   void Terminer() override {
+    CouvertureDuSuivi();
     for (int y = m_b.y0; y < m_b.y1; ++y) {
       float* const* r = Lignes(y);
       const unsigned* n = Suivi(y);
-      unsigned char* couvert = m_b.couvert + Decalage(y);
-      for (int c = 0; c < m_b.colonnes; ++c) {
-        couvert[c] = n[c] != 0;
+      for (int c = 0; c < m_b.colonnes; ++c)
         for (int b = 0; b < m_b.bandes; ++b) r[b][c] = n[c] != 0 ? r[b][c] / static_cast<float>(n[c]) : 0.0f;
-      }
     }
   }
 };
@@ -70,25 +80,16 @@ class Extremum : public BaseFusion {
   void Ajouter(const LigneContribution& l) override {
     float* const* r = Lignes(l.y);
     unsigned* n = Suivi(l.y);
-    for (int c = l.c0; c < l.c1; ++c) {
-      if (!l.dedans[c]) continue;
-      const int k = l.colonne[c];
-      if (!l.valide[k]) continue;
+    PourChaqueApport(l, [&](int c, int k) {
       const bool premier = n[c] == 0;
       for (int b = 0; b < m_b.bandes; ++b) {
         const float v = l.valeurs[b][k];
         r[b][c] = premier ? v : kMax ? std::max(r[b][c], v) : std::min(r[b][c], v);
       }
       n[c] = 1;
-    }
+    });
   }
-  void Terminer() override {
-    for (int y = m_b.y0; y < m_b.y1; ++y) {
-      const unsigned* n = Suivi(y);
-      unsigned char* couvert = m_b.couvert + Decalage(y);
-      for (int c = 0; c < m_b.colonnes; ++c) couvert[c] = n[c] != 0;
-    }
-  }
+  void Terminer() override { CouvertureDuSuivi(); }
 };
 
 // Voronoi: each pixel takes the value of the contributing input whose centre is nearest, by the
@@ -104,17 +105,14 @@ class Voronoi : public BaseFusion {
     unsigned* s = Suivi(l.y);
     unsigned char* couvert = m_b.couvert + Decalage(l.y);
     const double demiW = l.colonnesEntree / 2.0, dy = l.ligne - l.lignesEntree / 2.0;
-    for (int c = l.c0; c < l.c1; ++c) {
-      if (!l.dedans[c]) continue;
-      const int k = l.colonne[c];
-      if (!l.valide[k]) continue;
+    PourChaqueApport(l, [&](int c, int k) {
       const double dx = l.x0 + k - demiW;
       const unsigned d = static_cast<unsigned>(std::sqrt(dx * dx + dy * dy));
-      if (s[c] != 0 && d > s[c]) continue;
+      if (s[c] != 0 && d > s[c]) return;
       for (int b = 0; b < m_b.bandes; ++b) r[b][c] = l.valeurs[b][k];
       s[c] = d;
       couvert[c] = 1;
-    }
+    });
   }
   void Terminer() override {}
 };
@@ -145,10 +143,4 @@ const std::vector<LigneFusion>& TableFusions() {
       {"multibande", "fusion par pyramide laplacienne", nullptr},
   };
   return table;
-}
-
-const LigneFusion* ChercherFusion(const std::string& nom) {
-  const std::vector<LigneFusion>& t = TableFusions();
-  const auto it = std::find_if(t.begin(), t.end(), [&](const LigneFusion& l) { return nom == l.nom; });
-  return it == t.end() ? nullptr : &*it;
 }

@@ -22,12 +22,6 @@ const std::vector<LigneModele>& TableModeles() {
   return table;
 }
 
-const LigneModele* ChercherModele(const std::string& nom) {
-  const std::vector<LigneModele>& t = TableModeles();
-  const auto it = std::find_if(t.begin(), t.end(), [&](const LigneModele& l) { return nom == l.nom; });
-  return it == t.end() ? nullptr : &*it;
-}
-
 CorrectionPolynome::CorrectionPolynome(std::vector<Polynome2D> parBande, bool multiplicatif)
     : m_polynomes(std::move(parBande)), m_multiplicatif(multiplicatif) {
   for (const Polynome2D& p : m_polynomes)

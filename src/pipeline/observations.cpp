@@ -18,54 +18,56 @@ struct ObservationImage {
   size_t valeurs;  // index of its first value in the input's list
 };
 
+// A grid position k along one axis, its unrounded pixel position and the pixel index it falls on.
+struct PositionGrille {
+  long long k;
+  double pixel;
+  int indice;
+};
+
+// The positions of the axis strictly between bas and haut whose pixel position, by 'pixel', falls
+// inside [0, n) once truncated.
+template <class F>
+std::vector<PositionGrille> PositionsDedans(const AxeGrille& axe, double bas, double haut, int n, F&& pixel) {
+  std::vector<PositionGrille> p;
+  axe.Parcourir(bas, haut, [&](long long k, double position) {
+    int indice;
+    const double x = pixel(position);
+    if (IndiceDedans(x, n, indice)) p.push_back(PositionGrille{k, x, indice});
+  });
+  return p;
+}
+
 // The grid points that fall on valid pixels of one input, in grid order. The column of a point depends
 // on its X alone and its line on its Y alone, so each is computed once; rows are read in increasing
-// order, each once.
+// order, only those the grid crosses.
 void ObserverImage(const ImageObservee& im, const AxeGrille& axeX, const AxeGrille& axeY,
                    std::vector<ObservationImage>& obs, std::vector<double>& valeurs) {
   const GeoCarto& geo = im.geo;
   const SourceLignes& s = *im.source;
-  const int w = s.Colonnes(), h = s.Lignes(), bandes = s.Bandes();
-  struct Colonne {
-    long long k;
-    double col;
-    int c;
-  };
-  std::vector<Colonne> colonnes;
-  axeX.Parcourir(geo.minX, geo.maxX, [&](long long k, double x) {
-    int c;
-    const double col = geo.Colonne(x);
-    if (IndiceDedans(col, w, c)) colonnes.push_back(Colonne{k, col, c});
-  });
+  const int bandes = s.Bandes();
+  const std::vector<PositionGrille> colonnes =
+      PositionsDedans(axeX, geo.minX, geo.maxX, s.Colonnes(), [&](double x) { return geo.Colonne(x); });
   if (colonnes.empty()) return;
+  std::vector<PositionGrille> lignes =
+      PositionsDedans(axeY, geo.minY, geo.maxY, s.Lignes(), [&](double y) { return geo.Ligne(y); });
   // Columns grow with X, so the first and last bound the span read from each row.
-  const int c0 = std::min(colonnes.front().c, colonnes.back().c),
-            c1 = std::max(colonnes.front().c, colonnes.back().c) + 1;
-  struct LigneGrille {
-    long long k;
-    double lin;
-    int l;
-  };
-  std::vector<LigneGrille> lignes;
-  axeY.Parcourir(geo.minY, geo.maxY, [&](long long k, double y) {
-    int l;
-    const double lin = geo.Ligne(y);
-    if (IndiceDedans(lin, h, l)) lignes.push_back(LigneGrille{k, lin, l});
-  });
+  const int c0 = std::min(colonnes.front().indice, colonnes.back().indice),
+            c1 = std::max(colonnes.front().indice, colonnes.back().indice) + 1;
   std::sort(lignes.begin(), lignes.end(),
-            [](const LigneGrille& a, const LigneGrille& b) { return a.l < b.l; });
+            [](const PositionGrille& a, const PositionGrille& b) { return a.indice < b.indice; });
   std::vector<float> tampon(static_cast<size_t>(c1 - c0) * bandes);
   std::vector<const float*> ligne(bandes);
   std::vector<unsigned char> valide(c1 - c0);
   const long long ny = axeY.Taille();
-  for (const LigneGrille& lg : lignes) {
+  for (const PositionGrille& lg : lignes) {
     for (int b = 0; b < bandes; ++b)
-      ligne[b] = s.Ligne(b, lg.l, c0, c1 - c0, tampon.data() + static_cast<size_t>(b) * (c1 - c0));
-    s.Validite(lg.l, c0, c1 - c0, valide.data());
-    for (const Colonne& co : colonnes) {
-      if (!valide[co.c - c0]) continue;
-      obs.push_back(ObservationImage{co.k * ny + lg.k, co.col, lg.lin, valeurs.size()});
-      for (int b = 0; b < bandes; ++b) valeurs.push_back(static_cast<double>(ligne[b][co.c - c0]));
+      ligne[b] = s.Ligne(b, lg.indice, c0, c1 - c0, tampon.data() + static_cast<size_t>(b) * (c1 - c0));
+    s.Validite(lg.indice, c0, c1 - c0, valide.data());
+    for (const PositionGrille& co : colonnes) {
+      if (!valide[co.indice - c0]) continue;
+      obs.push_back(ObservationImage{co.k * ny + lg.k, co.pixel, lg.pixel, valeurs.size()});
+      for (int b = 0; b < bandes; ++b) valeurs.push_back(static_cast<double>(ligne[b][co.indice - c0]));
     }
   }
   std::sort(obs.begin(), obs.end(),

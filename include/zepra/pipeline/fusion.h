@@ -3,9 +3,10 @@
 // walks the pixels, so no call is made per pixel.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "zepra/pipeline/politiques.h"
 
 // What one input row brings to one output row. Output column c (c0 <= c < c1) maps into the input
 // when dedans[c] is 1, on the input column x0 + colonne[c]; the input row's samples and validity are
@@ -55,14 +56,9 @@ struct ParametresFusion {
   double plume = 0.0;  // plume: width of the transition in metres, 0 chosen
 };
 
-// A row of the fusion table.
-struct LigneFusion {
-  const char* nom;
-  const char* aide;
-  // Makes the rule; null while the rule is not available yet.
-  std::unique_ptr<RegleFusion> (*creer)(const ParametresFusion&);
-};
+using LigneFusion = LignePolitique<RegleFusion, ParametresFusion>;
 // The rules, in the order of the help text.
 const std::vector<LigneFusion>& TableFusions();
-// The row of that name, null when there is none.
-const LigneFusion* ChercherFusion(const std::string& nom);
+inline const LigneFusion* ChercherFusion(const std::string& nom) {
+  return ChercherLigne(TableFusions(), nom);
+}

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zepra/pipeline/observations.h"
+#include "zepra/pipeline/politiques.h"
 #include "zepra/pipeline/polynome.h"
 #include "zepra/pipeline/sources.h"
 
@@ -38,17 +39,12 @@ class ModeleCorrection {
                        std::vector<std::unique_ptr<CorrectionImage>>& corrections) const = 0;
 };
 
-// A row of the model table.
-struct LigneModele {
-  const char* nom;
-  const char* aide;
-  // Makes the model; null while the model is not available yet.
-  std::unique_ptr<ModeleCorrection> (*creer)(const ParametresModele&);
-};
+using LigneModele = LignePolitique<ModeleCorrection, ParametresModele>;
 // The models, in the order of the help text.
 const std::vector<LigneModele>& TableModeles();
-// The row of that name, null when there is none.
-const LigneModele* ChercherModele(const std::string& nom);
+inline const LigneModele* ChercherModele(const std::string& nom) {
+  return ChercherLigne(TableModeles(), nom);
+}
 
 // The correction of the polynomial models: one degree-2 polynomial of the pixel position per band,
 // the corrected value being v - P(x, y) (additive) or v / P(x, y) (multiplicative), computed in double
