@@ -5,10 +5,10 @@
 
 #include <functional>
 
-#include "integrales.h"
 #include "outils_radiometrie.h"
 #include "outils_test.h"
-#include "walis.h"
+#include "zepra/pipeline/integrales.h"
+#include "zepra/pipeline/walis.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // against their brute-force definitions.
 #include <gtest/gtest.h>
 
-#include "integrales.h"
 #include "outils_radiometrie.h"
 #include "outils_test.h"
+#include "zepra/pipeline/integrales.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "polynome.h"
+#include "zepra/pipeline/polynome.h"
 
 #include <Eigen/Dense>
 #include <algorithm>
@@ -7,9 +7,9 @@
 #include <iostream>
 #include <sstream>
 
-#include "walis.h"
 #include "zepra/erreur.h"
 #include "zepra/fichieratomique.h"
+#include "zepra/pipeline/walis.h"
 #include "zepra/systeme.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "integrales.h"
+#include "zepra/pipeline/integrales.h"
 
 #include <algorithm>
 #include <cmath>

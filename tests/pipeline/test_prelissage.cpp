@@ -4,9 +4,9 @@
 
 #include "outils_radiometrie.h"
 #include "outils_test.h"
-#include "polynome.h"
-#include "prelissage.h"
-#include "walis.h"
+#include "zepra/pipeline/polynome.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "prelissage.h"
+#include "zepra/pipeline/prelissage.h"
 
 #include <algorithm>
 #include <vector>
@@ -7,10 +7,10 @@
 #include <emmintrin.h>
 #endif
 
-#include "integrales.h"
-#include "polynome.h"
-#include "walis.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/integrales.h"
+#include "zepra/pipeline/polynome.h"
+#include "zepra/pipeline/walis.h"
 
 void InverseMasque(const TTImage<bool>& masque, TTImage<bool>& inverse) {
   if (&inverse != &masque) inverse = masque;

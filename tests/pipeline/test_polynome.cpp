@@ -4,7 +4,7 @@
 
 #include "outils_radiometrie.h"
 #include "outils_test.h"
-#include "polynome.h"
+#include "zepra/pipeline/polynome.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "walis.h"
+#include "zepra/pipeline/walis.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,8 +8,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "integrales.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/integrales.h"
 
 void VerifierUnCanal(const TTImage<float>& image, const char* tag, const char* role) {
   if (image.GetNbCanaux() != 1)
