@@ -9,8 +9,28 @@ namespace {
 
 constexpr bool kHoteGrosBoutiste = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 
+// With the samples per pixel known at compile time, the running sums stay in registers; otherwise
+// each sample waits for the store of the one it adds.
+template <class U, int kPas>
+void AccumulerFixe(unsigned char* p, size_t echantillons) {
+  U s[kPas];
+  std::memcpy(s, p, sizeof s);
+  for (size_t i = kPas; i + kPas <= echantillons; i += kPas)
+    for (int c = 0; c < kPas; ++c) {
+      U b;
+      std::memcpy(&b, p + (i + c) * sizeof(U), sizeof(U));
+      s[c] = static_cast<U>(s[c] + b);
+      std::memcpy(p + (i + c) * sizeof(U), &s[c], sizeof(U));
+    }
+}
+
 template <class U>
 void Accumuler(unsigned char* p, size_t echantillons, int pas) {
+  if (echantillons % pas == 0) {
+    if (pas == 1) return AccumulerFixe<U, 1>(p, echantillons);
+    if (pas == 3) return AccumulerFixe<U, 3>(p, echantillons);
+    if (pas == 4) return AccumulerFixe<U, 4>(p, echantillons);
+  }
   for (size_t i = static_cast<size_t>(pas); i < echantillons; ++i) {
     U a, b;
     std::memcpy(&a, p + (i - pas) * sizeof(U), sizeof(U));
