@@ -133,8 +133,8 @@ const std::vector<Option>& Table() {
           },
           [](const std::string& n) { return n == "proche"; },
           [](O& o, const Valeur& v) { o.reechantillonnage = v.texte; }),
-      Texte("corriges", 0, "DOSSIER", "aucune",
-            "dossier existant ou ecrire chaque entree corrigee, sous son nom",
+      Texte("corriges", 0, "DOSSIER", "aucune image corrigee",
+            "dossier existant dans lequel ecrire chaque entree corrigee, sous son nom",
             [](O& o, const Valeur& v) { o.corriges = v.texte; }),
       Choix(
           "type", "TYPE", "celui des entrees", "type des echantillons ecrits",
