@@ -16,7 +16,8 @@ class OrientationOld {
  public:
   OrientationOld() = default;
   // Reads an orientation: a name ending in .ori, .xml or .hdr (any case) that exists is read as that
-  // file; any other name is taken as an image name and its orientation file searched beside it.
+  // file; any other name is taken as an image name and its orientation searched beside it
+  // (ImageOrientation::CreateImageOrientation: orientation files, then GeoTIFF tags, world files).
   explicit OrientationOld(const char* fichier) { Lire(fichier); }
   explicit OrientationOld(const ImageOrientation& ori) { SetOrientation(ori); }
   // The parameters of the carto kind (the only kind built from numbers); type must be eORICarto.
