@@ -49,9 +49,12 @@ struct DescriptionTIFF {
   uint64_t OctetsLigneBloc() const {
     return (static_cast<uint64_t>(largeurBloc) * EchantillonsBloc() * bits + 7) / 8;
   }
-  int BlocsParLigne() const { return (colonnes + largeurBloc - 1) / largeurBloc; }
+  long long BlocsParLigne() const {
+    return (static_cast<long long>(colonnes) + largeurBloc - 1) / largeurBloc;
+  }
   uint64_t BlocsParPlan() const {
-    return static_cast<uint64_t>(BlocsParLigne()) * ((lignes + hauteurBloc - 1) / hauteurBloc);
+    return static_cast<uint64_t>(BlocsParLigne()) *
+           static_cast<uint64_t>((static_cast<long long>(lignes) + hauteurBloc - 1) / hauteurBloc);
   }
 };
 
@@ -96,6 +99,7 @@ class TIFF_Annexes {
   void VerifieChaine(uint64_t suivant);
   void LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t tagOctets, uint64_t nbBlocs);
   void LirePalette(DescriptionTIFF& d);
+  void LireJpeg(DescriptionTIFF& d);
   void LireDallage(DescriptionTIFF& d);
 
   std::unique_ptr<LecteurOctets> m_lecteur;
@@ -116,7 +120,7 @@ uint64_t MaxDecode(int compression, uint64_t octets);
 // "dir/nom_Tile_i_j.tif"; a name without extension gets none.
 std::string NomDalle(const std::string& nom, int i, int j);
 
-// True when the file starts with a TIFF header of either byte order.
+// True when the file starts with a classic or BigTIFF header of either byte order.
 bool CheckMagic_TIFF(const std::string& nom);
 
 }  // namespace tiff

@@ -22,6 +22,13 @@ EnteteTIFF LireEnteteTIFF(LecteurOctets& f, const std::string& nom) {
   EnteteTIFF e;
   if (version == kClassique.version) {
     e.format = &kClassique;
+  } else if (version == kBigTIFF.version) {
+    e.format = &kBigTIFF;
+    const uint16_t largeur = f.Lire16(), zero = f.Lire16();
+    if (largeur != kBigTIFF.octetsOffset || zero != 0)
+      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) En-tete BigTIFF invalide dans le fichier "
+                   << nom << " : offsets de " << largeur << " octets et champ reserve " << zero
+                   << " (8 et 0 attendus).");
   } else {
     ZEPRA_ERREUR("[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " << nom);
   }
