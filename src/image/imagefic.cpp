@@ -2,8 +2,19 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
+
 #include "handlers.h"
 #include "zepra/erreur.h"
+
+namespace {
+std::atomic<uint64_t> g_limiteOctetsDecodes{kLimiteOctetsDecodesDefaut};
+}
+
+uint64_t LimiteOctetsDecodes() { return g_limiteOctetsDecodes.load(std::memory_order_relaxed); }
+void SetLimiteOctetsDecodes(uint64_t octets) {
+  g_limiteOctetsDecodes.store(octets, std::memory_order_relaxed);
+}
 
 const OptionsImageOut& OptionsImageOut::defaut() {
   static const OptionsImageOut options;

@@ -16,6 +16,9 @@
 #include "zepra/geometrie.h"
 #include "zepra/infotype.h"
 
+class Erreur;
+struct MetadonneesImage;
+
 namespace tiff {
 
 // What GetImage decided: enough to build the reader without going back to the directory.
@@ -42,6 +45,9 @@ struct DescriptionTIFF {
   // JPEG: the shared tables (JPEGTables) and the chroma subsampling of YCbCr data.
   std::vector<unsigned char> tablesJpeg;
   int sousEchH = 2, sousEchV = 2;
+  // What the file says besides its pixels, or why it could not be read (the pixels may still be).
+  std::shared_ptr<const MetadonneesImage> metadonnees;
+  std::shared_ptr<const Erreur> erreurMetadonnees;
 
   bool Plans() const { return planaire == 2 && canaux > 1; }
   // Samples of one pixel in one block: all of them, or one per plane.
@@ -74,8 +80,9 @@ class TIFF_Annexes {
   // unknown field type is refused whatever the byte order of the file.
   static void Permut(Directory& d, bool permuter);
   // The decisions of the reader. 'dallageAutorise' is false for the tile files of a "Dallage MPD",
-  // which may not be one themselves.
-  DescriptionTIFF GetImage(bool dallageAutorise = true);
+  // which may not be one themselves; 'masque' true for a transparency mask (PhotometricInterpretation
+  // 4), read as its samples stand.
+  DescriptionTIFF GetImage(bool dallageAutorise = true, bool masque = false);
 
   void SetImage(const TPoint2D<int>& taille, int canaux, eEnumType type);
   // Start of the pixels: header, directory and the values longer than four bytes come first.

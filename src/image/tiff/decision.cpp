@@ -5,6 +5,7 @@
 #include "annexes.h"
 #include "codec.h"
 #include "zepra/erreur.h"
+#include "zepra/imagefic.h"
 #include "zepra/systeme.h"
 
 namespace tiff {
@@ -16,7 +17,7 @@ bool JpegYCbCr(const DescriptionTIFF& d) { return d.compression == kJPEG && d.ph
 
 }  // namespace
 
-DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
+DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise, bool masque) {
   DescriptionTIFF d;
   d.nom = m_nom;
   d.permuter = m_swap;
@@ -99,7 +100,7 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
   if (Present(kPredictor)) d.predicteur = static_cast<int>(std::clamp(Entier(kPredictor), -1ll, 65536ll));
 
   if (Present(kDallageColonnes) || Present(kDallageLignes)) {
-    if (!dallageAutorise)
+    if (!dallageAutorise || masque)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Dallage MPD : la dalle " << m_nom << " en est elle-meme un.");
     LireDallage(d);
     return d;
@@ -130,7 +131,7 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) nombre de TILEBYTECOUNTS != TilesPerImage.");
     if (photometrie == 0)
       Systeme::Warning("[TIFF_Annexes] (GetImage) White is zero pas gere : utilisation de black is zero !!!");
-    else if (photometrie != 1 && photometrie != 2 && !JpegYCbCr(d))
+    else if (photometrie != 1 && photometrie != 2 && !JpegYCbCr(d) && !(masque && photometrie == kMasque))
       Systeme::Warning(
           "[TIFF_Annexes] (GetImage) PHOTOMETRICINTERPRETATION de valeur non geree : utilisation de black is "
           "zero "
@@ -162,7 +163,8 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
                                                                    << m_nom << " : un seul attendu.");
     LirePalette(d);
     d.disposition = DescriptionTIFF::kPalette;
-  } else if (photometrie == 0 || photometrie == 1 || photometrie == 2 || JpegYCbCr(d)) {
+  } else if (photometrie == 0 || photometrie == 1 || photometrie == 2 || JpegYCbCr(d) ||
+             (masque && photometrie == kMasque)) {
     if (d.type > eFloat8) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) typePixel (" << d.type << ") non prevu.");
     d.disposition = DescriptionTIFF::kBandes;
   } else {
@@ -212,6 +214,14 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
                                                         << ") dans le fichier " << m_nom << ".");
   const uint64_t taille = m_lecteur->Taille();
   const uint64_t octetsLigne = d.OctetsLigneBloc();
+  // A codec that cannot stream holds one decoded block.
+  uint64_t octetsBloc = 0;
+  if (__builtin_mul_overflow(octetsLigne, static_cast<uint64_t>(d.hauteurBloc), &octetsBloc) ||
+      octetsBloc > LimiteOctetsDecodes())
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Blocs de "
+                 << d.largeurBloc << " x " << d.hauteurBloc << " pixels (" << octetsLigne
+                 << " octets par ligne) au-dela de la limite de " << LimiteOctetsDecodes()
+                 << " octets dans le fichier " << m_nom << ".");
   const bool bandes = tagOffsets == kStripOffsets;
   uint64_t total = 0;
   d.offsets.resize(static_cast<size_t>(nbBlocs));
