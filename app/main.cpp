@@ -2,10 +2,12 @@
 
 #include "egalise.h"
 #include "zepra/erreur.h"
+#include "zepra/imagefic.h"
 #include "zepra/systeme.h"
 
 int main(int argc, char** argv) {
   try {
+    Systeme::SetSourceExtensions(ExtensionsImages);
     Systeme::Demarrer("log.txt", false, true);
     Main_defaut_arg(argc, argv);
     Systeme::Arreter();

@@ -92,6 +92,10 @@ class ListeHandlerWrite {
   bool m_initialise = false;
 };
 
+// The extensions of the two registries, in their order: the source of the start banner's lists
+// (Systeme::SetSourceExtensions).
+void ExtensionsImages(std::vector<std::string>& lecture, std::vector<std::string>& ecriture);
+
 // Registers a reader or a writer from other code when constructed.
 struct HandlerReadAdder {
   HandlerReadAdder(const std::string& ext, FabriqueLecteur f) {

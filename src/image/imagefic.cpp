@@ -51,9 +51,13 @@ void FiltreExtensions(const Map& m, std::string& filtre) {
 
 }  // namespace
 
+// Built once, on first use, under the language's thread-safe initialisation of statics.
 ListeHandlerRead& ListeHandlerRead::GetListeHandlerRead() {
-  static ListeHandlerRead liste;
-  if (!liste.m_initialise) liste.InitAll();
+  static ListeHandlerRead liste = [] {
+    ListeHandlerRead l;
+    l.InitAll();
+    return l;
+  }();
   return liste;
 }
 
@@ -97,9 +101,17 @@ std::unique_ptr<SpecifImageIn> ListeHandlerRead::CreateReader(const std::string&
 }
 
 ListeHandlerWrite& ListeHandlerWrite::GetListeHandlerWrite() {
-  static ListeHandlerWrite liste;
-  if (!liste.m_initialise) liste.InitAll();
+  static ListeHandlerWrite liste = [] {
+    ListeHandlerWrite l;
+    l.InitAll();
+    return l;
+  }();
   return liste;
+}
+
+void ExtensionsImages(std::vector<std::string>& lecture, std::vector<std::string>& ecriture) {
+  ListeHandlerRead::GetListeHandlerRead().GetAllExt(lecture);
+  ListeHandlerWrite::GetListeHandlerWrite().GetAllExt(ecriture);
 }
 
 void ListeHandlerWrite::InitAll() {
