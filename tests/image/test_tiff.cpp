@@ -56,7 +56,7 @@ TEST(TiffLecture, PaletteDeuxImagesValeursEnPlaceEtMagic) {
   const size_t premier = 8 + pixels.size(), apres = premier + 2 + 12 * 10 + 4;
   const std::pair<std::string, std::string> chaines[] = {
       {test::Le(premier, 4), "les repertoires bouclent a l'offset 24"},
-      {test::Le(99999, 4), "repertoire a l'offset 99999 hors du fichier (156 octets)"},
+      {test::Le(99999, 4), "le repertoire a l'offset 99999 sort du fichier (156 octets)"},
       {test::Le(apres, 4), "les repertoires bouclent a l'offset 150"},  // to an empty one leading back
   };
   for (const auto& [suivant, defaut] : chaines) {

@@ -38,14 +38,15 @@ void TIFF_Annexes::LireEntete(bool avertir) {
 void TIFF_Annexes::LireRepertoire(uint64_t offset) {
   LecteurOctets& f = *m_lecteur;
   const FormatTIFF& format = *m_format;
-  f.Aller(offset);
-  const uint64_t n = f.LireN(format.octetsNombreEntrees);
-  // n is at most 2^64 - 1: the division keeps the size of the directory from wrapping.
-  if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
-      format.OctetsRepertoire(n) > f.Taille() - offset)
+  uint64_t n = 0;
+  if (!OuvrirRepertoire(f, format, offset, n)) {
+    // The reader's own message when the entry count itself cannot be read.
+    f.Aller(offset);
+    f.LireN(format.octetsNombreEntrees);
     ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Le repertoire de "
                  << n << " entrees a l'offset " << offset << " depasse la fin du fichier " << m_nom << " ("
                  << f.Taille() << " octets).");
+  }
   std::map<uint16_t, Directory> tags;
   // Values of different entries do not overlap in a sound file: all of them together cannot exceed
   // the file, however many entries point at the same bytes.
@@ -91,16 +92,9 @@ void TIFF_Annexes::VerifieChaine(uint64_t suivant) {
   const FormatTIFF& format = *m_format;
   std::ostringstream defaut;
   auto apres = [&](uint64_t offset) -> uint64_t {
-    if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees)) {
-      defaut << "repertoire a l'offset " << offset << " hors du fichier (" << f.Taille() << " octets)";
-      return 0;
-    }
-    f.Aller(offset);
-    const uint64_t n = f.LireN(format.octetsNombreEntrees);
-    if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
-        format.OctetsRepertoire(n) > f.Taille() - offset) {
-      defaut << "le repertoire de " << n << " entrees a l'offset " << offset << " depasse la fin du fichier ("
-             << f.Taille() << " octets)";
+    uint64_t n = 0;
+    if (!OuvrirRepertoire(f, format, offset, n)) {
+      defaut << "le repertoire a l'offset " << offset << " sort du fichier (" << f.Taille() << " octets)";
       return 0;
     }
     f.Aller(offset + format.OctetsRepertoire(n) - format.octetsOffset);

@@ -48,6 +48,16 @@ EntreeTIFF LireEntree(LecteurOctets& f, const FormatTIFF& format) {
   return e;
 }
 
+bool OuvrirRepertoire(LecteurOctets& f, const FormatTIFF& format, uint64_t offset, uint64_t& entrees) {
+  if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees))
+    return false;
+  f.Aller(offset);
+  entrees = f.LireN(format.octetsNombreEntrees);
+  // The division first: the size of a directory of 2^64 - 1 entries would wrap.
+  return entrees <= (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) &&
+         format.OctetsRepertoire(entrees) <= f.Taille() - offset;
+}
+
 void EcrireNombre(std::string& sortie, uint64_t v, int octets) {
   for (int i = 0; i < octets; ++i) sortie += static_cast<char>((v >> (8 * i)) & 0xFF);
 }

@@ -41,13 +41,8 @@ uint64_t OffsetMasqueInterne(TIFF_Annexes& annexes) {
   const FormatTIFF& format = annexes.Format();
   std::set<uint64_t> vus;
   for (uint64_t offset = annexes.Suivant(); offset != 0 && vus.insert(offset).second && vus.size() <= 4096;) {
-    if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees))
-      return 0;
-    f.Aller(offset);
-    const uint64_t n = f.LireN(format.octetsNombreEntrees);
-    if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
-        format.OctetsRepertoire(n) > f.Taille() - offset)
-      return 0;
+    uint64_t n = 0;
+    if (!OuvrirRepertoire(f, format, offset, n)) return 0;
     double type = 0, largeur = -1, hauteur = -1;
     for (uint64_t i = 0; i < n; ++i) {
       const EntreeTIFF e = LireEntree(f, format);

@@ -211,6 +211,16 @@ def principal():
     ecrire("planar-too-few-strips.tif", tiff(*simple(canaux=3, _284=vals(SHORT, 2))))
     ecrire("planar-too-few-tiles.tif", tiff(*simple(canaux=2, pixels=b"\5" * 512, **tuiles, _284=vals(SHORT, 2),
                                                     _324=vals(LONG, 8), _325=vals(LONG, 256))))
+    # Three LZW planes of 16 bytes: the third stops after 10.
+    plan = lzw([(256, 9)] + [(65, 9)] * 16 + [(257, 9)])
+    court = lzw([(256, 9)] + [(66, 9)] * 10)
+    plans = plan + plan + court
+    ecrire("planar-lzw-plane-truncated.tif", tiff(*simple(canaux=3, compression=5, pixels=plans, _284=vals(SHORT, 2),
+                                                           _273=vals(LONG, 8, 8 + len(plan), 8 + 2 * len(plan)),
+                                                           _279=vals(LONG, len(plan), len(plan), len(court)))))
+    # Predictor 3 on 32-bit floats whose LZW strip ends early.
+    ecrire("predictor-float-truncated.tif", tiff(*simple(bits=32, format_=3, compression=5, _317=vals(SHORT, 3),
+                                                          pixels=lzw([(256, 9)] + [(7, 9)] * 40))))
     ecrire("predictor-float-on-integers.tif", tiff(*simple(bits=32, _317=vals(SHORT, 3))))
     # JPEG YCbCr: three 8-bit channels and subsampling 1, 2 or 4 only.
     ecrire("jpeg-ycbcr-two-channels.tif", tiff(*simple(canaux=2, compression=7, _262=vals(SHORT, 6))))
