@@ -7,7 +7,7 @@
 #include <random>
 
 #include "image/outils_image_test.h"
-#include "outils_radiometrie.h"
+#include "pipeline/outils_radiometrie.h"
 #include "outils_test.h"
 
 namespace {
