@@ -4,9 +4,9 @@
 #   scripts/deps.sh          build, tests, demo
 #   scripts/deps.sh bench    the same plus what the benchmarks compare against
 set -e
-pkgs="g++ make cmake libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools clang libclang-rt-14-dev"
+pkgs="g++ make cmake libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang libclang-rt-14-dev"
 if [ "$1" = "bench" ]; then
-  pkgs="$pkgs gdal-bin time"
+  pkgs="$pkgs time"
 fi
 # The libraries of the TIFF codecs (Deflate, ZSTD, JPEG), found through pkg-config.
 pkgs="$pkgs pkg-config libdeflate-dev libzstd-dev libjpeg62-turbo-dev"
