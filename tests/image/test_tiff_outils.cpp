@@ -50,7 +50,7 @@ struct Variante {
 const std::vector<eEnumType> k8 = {eUInt1, eInt1}, kEntiers = {eUInt1, eInt2, eUInt4, eInt4},
                              kFlottants = {eFloat4, eFloat8},
                              kTous = {eBool, eUInt1, eInt1, eUInt2, eInt2, eUInt4, eInt4, eFloat4, eFloat8},
-                             kPredicteur2 = {eUInt1, eUInt2, eInt4, eFloat8};
+                             kPredicteur2 = {eUInt1, eUInt2, eInt4, eFloat8}, k8U = {eUInt1};
 
 const std::string kGdal = "gdal_translate -q ",
                   kTuiles = " -co TILED=YES -co BLOCKXSIZE=16 -co BLOCKYSIZE=32";
@@ -77,6 +77,27 @@ const std::vector<Variante> kVariantes = {
     {kGdal + "-co BIGTIFF=YES -co COMPRESS=LZW -co PREDICTOR=2 -co ENDIANNESS=BIG" + kTuiles, kPredicteur2,
      3},
     {kGdal + "-co BIGTIFF=YES -co COMPRESS=LZW -co PREDICTOR=3 -co INTERLEAVE=BAND" + kTuiles, kFlottants, 2},
+    // Deflate, ZSTD and JPEG by libtiff: JPEG of RGB data as YCbCr 4:2:0 by default, as RGB with ":r".
+    {"tiffcp -c zip -r 6", kTous, 3},
+    {"tiffcp -c zip:2 -t -w 16 -l 16", kPredicteur2, 3},
+    {"tiffcp -c zstd -p separate -r 5", k8, 3},
+    {"tiffcp -c zstd:3 -t -w 32 -l 16", kFlottants, 2},
+    {"tiffcp -c jpeg -r 16", k8U, 3},
+    {"tiffcp -c jpeg:r -t -w 16 -l 16", k8U, 3},
+    {"tiffcp -c jpeg -r 8", k8U, 1},
+    // And by GDAL: both predictors with Deflate and ZSTD in every layout; JPEG as YCbCr in strips and
+    // tiles, as RGB planes, gray, and 4 bands.
+    {kGdal + "-co COMPRESS=DEFLATE -co PREDICTOR=2" + kTuiles, kPredicteur2, 3},
+    {kGdal + "-co COMPRESS=DEFLATE -co PREDICTOR=3 -co INTERLEAVE=BAND", kFlottants, 3},
+    {kGdal + "-co COMPRESS=DEFLATE -co BIGTIFF=YES -co ENDIANNESS=BIG", kTous, 3},
+    {kGdal + "-co COMPRESS=ZSTD -co PREDICTOR=2 -co INTERLEAVE=BAND" + kTuiles, kEntiers, 2},
+    {kGdal + "-co COMPRESS=ZSTD -co PREDICTOR=3 -co ZSTD_LEVEL=22" + kTuiles, kFlottants, 1},
+    {kGdal + "-co COMPRESS=ZSTD", kTous, 4},
+    {kGdal + "-co COMPRESS=JPEG -co PHOTOMETRIC=YCBCR", k8U, 3},
+    {kGdal + "-co COMPRESS=JPEG -co PHOTOMETRIC=YCBCR -co JPEG_QUALITY=95" + kTuiles, k8U, 3},
+    {kGdal + "-co COMPRESS=JPEG -co INTERLEAVE=BAND" + kTuiles, k8U, 3},
+    {kGdal + "-co COMPRESS=JPEG", k8U, 1},
+    {kGdal + "-co COMPRESS=JPEG", k8U, 4},
 };
 
 TEST(TiffOutils, ChaqueDispositionLueCommeGdalLaDecode) {

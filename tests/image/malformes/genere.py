@@ -8,6 +8,7 @@ produced here.
 """
 import os
 import struct
+import zlib
 
 ICI = os.path.dirname(os.path.abspath(__file__))
 SHORT, LONG, RATIONAL, FLOAT, LONG8 = 3, 4, 5, 11, 16
@@ -96,6 +97,32 @@ def lzw(codes):
     if n:
         o.append((bits << (8 - n)) & 0xFF)
     return bytes(o)
+
+
+def jpeg(colonnes, lignes, entropie=None):
+    """A baseline JPEG of one 8-bit component, tables inline: every 8 x 8 block is flat (DC difference
+    of category 0, then end of block, each a 1-bit Huffman code '0')."""
+    def segment(marqueur, corps):
+        return bytes([0xFF, marqueur]) + struct.pack(">H", len(corps) + 2) + corps
+    if entropie is None:
+        blocs = ((colonnes + 7) // 8) * ((lignes + 7) // 8)
+        bits = "00" * blocs
+        bits += "1" * (-len(bits) % 8)
+        entropie = bytes(int(bits[i:i + 8], 2) for i in range(0, len(bits), 8))
+    return (b"\xff\xd8" + segment(0xDB, b"\0" + b"\1" * 64)
+            + segment(0xC0, struct.pack(">BHHB", 8, lignes, colonnes, 1) + b"\1\x11\0")
+            + segment(0xC4, b"\x00" + b"\1" + b"\0" * 15 + b"\0")
+            + segment(0xC4, b"\x10" + b"\1" + b"\0" * 15 + b"\0")
+            + segment(0xDA, b"\1\1\0\0\x3f\0") + entropie + b"\xff\xd9")
+
+
+def zstd_rle(octets):
+    """A zstd frame without content size (window 2^17) of RLE blocks of 128 KiB: 4 bytes each."""
+    f = b"\x28\xb5\x2f\xfd\x00\x38"
+    n = (octets + 131071) // 131072
+    for i in range(n):
+        f += struct.pack("<I", (1 if i == n - 1 else 0) | 1 << 1 | 131072 << 3)[:3] + b"\0"
+    return f
 
 
 def principal():
@@ -227,6 +254,22 @@ def principal():
     ecrire("jpeg-ycbcr-subsampling-3.tif", tiff(*simple(canaux=3, compression=7, _262=vals(SHORT, 6),
                                                        _530=vals(SHORT, 3, 3))))
     ecrire("ycbcr-uncompressed.tif", tiff(*simple(canaux=3, _262=vals(SHORT, 6))))
+
+    # Deflate, ZSTD and JPEG streams: bombs, cuts, flips, and JPEG images that are not their block.
+    ecrire("deflate-bomb.tif", tiff(*simple(compression=8, pixels=zlib.compress(b"\0" * 100000, 9))))
+    ecrire("deflate-truncated.tif", tiff(*simple(compression=8, pixels=zlib.compress(bytes(range(16)))[:8])))
+    adler = bytearray(zlib.compress(bytes(range(16))))
+    adler[-1] ^= 1
+    ecrire("deflate-checksum-flipped.tif", tiff(*simple(compression=32946, pixels=bytes(adler))))
+    ecrire("zstd-bomb.tif", tiff(*simple(compression=50000, pixels=zstd_rle(1 << 20))))
+    ecrire("zstd-truncated.tif", tiff(*simple(compression=50000, pixels=zstd_rle(1 << 20)[:9])))
+    ecrire("jpeg-smaller-than-strip.tif", tiff(*simple(colonnes=16, lignes=16, compression=7, pixels=jpeg(8, 8))))
+    ecrire("jpeg-larger-than-strip.tif", tiff(*simple(compression=7, pixels=jpeg(8, 8))))
+    ecrire("jpeg-three-components-expected.tif",
+           tiff(*simple(colonnes=8, lignes=8, canaux=3, compression=7, pixels=jpeg(8, 8))))
+    ecrire("jpeg-marker-in-data.tif", tiff(*simple(colonnes=8, lignes=8, compression=7,
+                                                   pixels=jpeg(8, 8, entropie=b"\xff\xd0"))))
+    ecrire("jpeg-truncated.tif", tiff(*simple(colonnes=8, lignes=8, compression=7, pixels=jpeg(8, 8)[:-4])))
 
     # Big-endian.
     eb, pb = simple()
