@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "fuzz_codec.h"
-#include "image/tiff/decodeurs.h"
 #include "image/tiff/codecs_externes.h"
+#include "image/tiff/decodeurs.h"
 
 template <class D>
 void Relire(const std::vector<unsigned char>& flux, const std::vector<unsigned char>& bloc) {
