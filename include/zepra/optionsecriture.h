@@ -10,6 +10,7 @@
 
 #include "zepra/geometrie.h"
 #include "zepra/infotype.h"
+#include "zepra/metadonnees.h"
 
 // TIFF Compression values.
 enum class CompressionTIFF { kAucune = 1, kLZW = 5, kJPEG = 7, kDeflate = 8, kZSTD = 50000 };
@@ -95,6 +96,15 @@ struct PlanEcriture {
 // cannot hold, an EPSG code PROJ does not know, a classic TIFF that would pass 4 GiB, a COG in strips.
 PlanEcriture PlanifierEcriture(const OptionsEcriture& options, const TPoint2D<int>& taille, int canaux,
                                eEnumType typeDonnees, const std::string& nom);
+
+// Where the written image lies: the map position of the upper-left corner of its first pixel and the
+// pixel steps (X = x0 + col * pasX, Y = y0 - lin * pasY), and its coordinate reference system, which
+// may be unknown (a grid from a CARTO .ori alone).
+struct GeoreferenceEcriture {
+  bool grille = false;
+  double x0 = 0, y0 = 0, pasX = 0, pasY = 0;
+  SystemeReference crs;
+};
 
 // The no-data value as the GDAL_NODATA tag holds it: "%.18g", or nan, inf, -inf.
 std::string TexteNodata(double valeur);
