@@ -13,23 +13,29 @@
 
 namespace {
 
-struct NomCompressionTIFF {
+// The names users write for each value of an option.
+template <class V>
+struct Nom {
   const char* nom;
-  CompressionTIFF valeur;
+  V valeur;
 };
-constexpr NomCompressionTIFF kCompressions[] = {{"none", CompressionTIFF::kAucune},
-                                                {"lzw", CompressionTIFF::kLZW},
-                                                {"deflate", CompressionTIFF::kDeflate},
-                                                {"zstd", CompressionTIFF::kZSTD},
-                                                {"jpeg", CompressionTIFF::kJPEG}};
-
-struct NomType {
-  const char* nom;
-  eEnumType type;
-};
-constexpr NomType kTypes[] = {{"uint8", eUInt1},    {"int8", eInt1},     {"uint16", eUInt2},
-                              {"int16", eInt2},     {"uint32", eUInt4},  {"int32", eInt4},
-                              {"float32", eFloat4}, {"float64", eFloat8}};
+constexpr Nom<CompressionTIFF> kCompressions[] = {{"none", CompressionTIFF::kAucune},
+                                                  {"lzw", CompressionTIFF::kLZW},
+                                                  {"deflate", CompressionTIFF::kDeflate},
+                                                  {"zstd", CompressionTIFF::kZSTD},
+                                                  {"jpeg", CompressionTIFF::kJPEG}};
+constexpr Nom<eEnumType> kTypes[] = {{"uint8", eUInt1},    {"int8", eInt1},     {"uint16", eUInt2},
+                                     {"int16", eInt2},     {"uint32", eUInt4},  {"int32", eInt4},
+                                     {"float32", eFloat4}, {"float64", eFloat8}};
+constexpr Nom<PredicteurTIFF> kPredicteurs[] = {
+    {"auto", PredicteurTIFF::kAuto},    {"none", PredicteurTIFF::kAucun},
+    {"1", PredicteurTIFF::kAucun},      {"horizontal", PredicteurTIFF::kHorizontal},
+    {"2", PredicteurTIFF::kHorizontal}, {"flottant", PredicteurTIFF::kFlottant},
+    {"3", PredicteurTIFF::kFlottant}};
+constexpr Nom<FormatTIFF> kFormats[] = {{"classique", FormatTIFF::kClassique},
+                                        {"bigtiff", FormatTIFF::kBigTIFF},
+                                        {"auto", FormatTIFF::kSiNecessaire}};
+constexpr Nom<bool> kEntrelacements[] = {{"pixel", false}, {"planaire", true}};
 
 constexpr const char* kTag = "[OptionsEcriture] (Lire)";
 
@@ -72,7 +78,13 @@ double Reel(const std::string& nom, const std::string& valeur) {
   return v;
 }
 
-[[noreturn]] void Inconnue(const std::string& nom, const std::string& valeur, const char* attendu) {
+template <class V, size_t N>
+V Choisir(const std::string& nom, const std::string& valeur, const Nom<V> (&table)[N]) {
+  std::string attendu;
+  for (size_t i = 0; i < N; ++i) {
+    if (valeur == table[i].nom) return table[i].valeur;
+    attendu += (i == 0 ? "" : i + 1 == N ? " ou " : ", ") + std::string(table[i].nom);
+  }
   ZEPRA_ERREUR(kTag << " Valeur \"" << valeur << "\" inconnue pour l'option " << nom << " (" << attendu
                     << ").");
 }
@@ -143,7 +155,7 @@ const char* NomCompression(CompressionTIFF c) {
 
 const char* NomTypeSortie(eEnumType type) {
   for (const auto& n : kTypes)
-    if (n.type == type) return n.nom;
+    if (n.valeur == type) return n.nom;
   return "?";
 }
 
@@ -152,30 +164,14 @@ OptionsEcriture LireOptionsEcriture(const std::vector<std::pair<std::string, std
   bool niveauDonne = false, tuileDonnee = false, bandesDonnees = false;
   for (const auto& [nom, valeur] : valeurs) {
     if (nom == "compression") {
-      bool trouve = false;
-      for (const auto& n : kCompressions)
-        if (valeur == n.nom) {
-          o.compression = n.valeur;
-          trouve = true;
-        }
-      if (!trouve) Inconnue(nom, valeur, "none, lzw, deflate, zstd ou jpeg");
+      o.compression = Choisir(nom, valeur, kCompressions);
     } else if (nom == "niveau") {
       o.niveau = EntierDans(nom, valeur, std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
       niveauDonne = true;
     } else if (nom == "qualite") {
       o.qualite = EntierDans(nom, valeur, 1, 100);
     } else if (nom == "predicteur") {
-      if (valeur == "auto") {
-        o.predicteur = PredicteurTIFF::kAuto;
-      } else if (valeur == "none" || valeur == "1") {
-        o.predicteur = PredicteurTIFF::kAucun;
-      } else if (valeur == "horizontal" || valeur == "2") {
-        o.predicteur = PredicteurTIFF::kHorizontal;
-      } else if (valeur == "flottant" || valeur == "3") {
-        o.predicteur = PredicteurTIFF::kFlottant;
-      } else {
-        Inconnue(nom, valeur, "auto, none, horizontal ou flottant");
-      }
+      o.predicteur = Choisir(nom, valeur, kPredicteurs);
     } else if (nom == "tuile") {
       o.tuile = EntierDans(nom, valeur, 16, 65536);
       if (o.tuile % 16 != 0)
@@ -187,35 +183,15 @@ OptionsEcriture LireOptionsEcriture(const std::vector<std::pair<std::string, std
       o.tuilee = false;
       bandesDonnees = true;
     } else if (nom == "format") {
-      if (valeur == "classique") {
-        o.format = FormatTIFF::kClassique;
-      } else if (valeur == "bigtiff") {
-        o.format = FormatTIFF::kBigTIFF;
-      } else if (valeur == "auto") {
-        o.format = FormatTIFF::kSiNecessaire;
-      } else {
-        Inconnue(nom, valeur, "classique, bigtiff ou auto");
-      }
+      o.format = Choisir(nom, valeur, kFormats);
     } else if (nom == "entrelacement") {
-      if (valeur == "pixel") {
-        o.planaire = false;
-      } else if (valeur == "planaire") {
-        o.planaire = true;
-      } else {
-        Inconnue(nom, valeur, "pixel ou planaire");
-      }
+      o.planaire = Choisir(nom, valeur, kEntrelacements);
     } else if (nom == "cog") {
       o.cog = Drapeau(nom, valeur);
     } else if (nom == "alpha") {
       o.alpha = Drapeau(nom, valeur);
     } else if (nom == "type") {
-      bool trouve = false;
-      for (const auto& n : kTypes)
-        if (valeur == n.nom) {
-          o.type = n.type;
-          trouve = true;
-        }
-      if (!trouve) Inconnue(nom, valeur, "uint8, int8, uint16, int16, uint32, int32, float32 ou float64");
+      o.type = Choisir(nom, valeur, kTypes);
     } else if (nom == "nodata") {
       o.nodata = Reel(nom, valeur);
       o.nodataPresent = true;
