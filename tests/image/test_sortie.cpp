@@ -24,9 +24,9 @@ D Un(S v, bool valide = true, bool avecNodata = false, D nodata = D{}) {
   p.nodataPresent = avecNodata;
   p.nodata = nodata;
   const unsigned char masque = valide;
-  D sortie{};
-  ConvertirLigne<S, D>(&v, 1, &masque, 1, &sortie, p, nullptr);
-  return sortie;
+  D sortie[2] = {};  // room for an alpha band
+  ConvertirLigne<S, D>(&v, 1, &masque, 1, sortie, p, nullptr);
+  return sortie[0];
 }
 
 TEST(ConversionSortie, ArrondiBornesEtNodata) {
