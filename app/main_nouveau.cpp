@@ -1,17 +1,20 @@
-// The mosaic job: read the ortho-images and their masks, prepare the radiometry, sample the footprint,
-// solve the equalization, write the corrected images, compose and write the mosaic.
-#include <cmath>
+// The mosaic job of the compatibility mode: its command line, its console lines and the conventions of
+// its files ("Ort_", "Incid_" and "Solution_" beside each input name, band 0 only, 0 as no data, masks
+// all or none, masks widened by a disc) around the stages of the pipeline library.
 #include <fstream>
 #include <iostream>
+#include <memory>
 
 #include "egalise.h"
-#include "integrales.h"
 #include "mosaique.h"
-#include "parallele.h"
-#include "prelissage.h"
-#include "walis.h"
-#include "zepra/erreur.h"
-#include "zepra/orientedimage.h"
+#include "zepra/pipeline/composition.h"
+#include "zepra/pipeline/entrees.h"
+#include "zepra/pipeline/integrales.h"
+#include "zepra/pipeline/modeles.h"
+#include "zepra/pipeline/observations.h"
+#include "zepra/pipeline/parallele.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 #include "zepra/stringpp.h"
 
 namespace {
@@ -29,52 +32,18 @@ std::string Voisin(const std::string& nom, const char* prefixe) {
   return stringpp::AdressefromDirFile(stringpp::Dir(nom), stringpp(prefixe) + stringpp::File(nom)).str();
 }
 
-// The job works on channel 0 of its inputs.
-void GarderCanal0(TTOrientedImage<float>& im) {
-  if (im.GetNbCanaux() == 1) return;
-  TTImage<float> c0(im.iGetNbColonnes(), im.iGetNbLignes(), TagNbCanaux(1));
-  c0.CopierCanal(im, 0, 0);
-  im = TTOrientedImage<float>(c0, im.GetOrientation());
-}
-
-void Dilater(std::vector<TTImage<bool>>& masques, size_t i, const std::vector<T2D<int>>& disque) {
-  const TTImage<bool> copie(masques[i]);
-  MorphoPerso::DilatationRapide(copie, masques[i], disque);
-}
-
-// Pooled mean and deviation of all images inside their masks, then every image brought onto them.
-void PrelisseWalis(std::vector<TTOrientedImage<float>>& orthos, const std::vector<TTImage<bool>>& masques) {
-  std::vector<T3D<double>> brutes(orthos.size());
-  PourChaque(orthos.size(), [&](size_t i) {
-    TTImage<bool> dedans;
-    InverseMasque(masques[i], dedans);
-    TTImage<double> S, S2, N;
-    images_integrales_mask(orthos[i], dedans, S, S2, N);
-    stats_images_integrales_brutes(S, S2, N, brutes[i]);
-  });
-  // Summed in input order, whatever order the images were done in.
-  double somme = 0, sommeCarres = 0, nombre = 0;
-  for (const T3D<double>& b : brutes) {
-    somme += b.x;
-    sommeCarres += b.y;
-    nombre += b.z;
+// Sources over the inputs and their masks. Values from 'valeurs' when given, else from the inputs'
+// own images; no data where the values are 0, or with 'zerosDesEntrees' where the inputs are 0.
+std::vector<std::unique_ptr<SourceMemoire>> Sources(const std::vector<ImageEntree>& entrees,
+                                                    const std::vector<TTImage<float>>* valeurs,
+                                                    bool zerosDesEntrees) {
+  std::vector<std::unique_ptr<SourceMemoire>> s;
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    const TTImage<float>& v = valeurs ? (*valeurs)[i] : entrees[i].image;
+    s.push_back(
+        std::make_unique<SourceMemoire>(v, zerosDesEntrees ? &entrees[i].image : &v, &entrees[i].masque));
   }
-  const double moyenne = somme / nombre;
-  const double ecart = std::sqrt(sommeCarres / nombre - moyenne * moyenne);
-  std::cout << moyenne << " " << ecart << std::endl;
-  PourChaque(orthos.size(),
-             [&](size_t i) { PrelisseWalisMoy(orthos[i], masques[i], T2D<double>(moyenne, ecart)); });
-}
-
-// Runs a task per image on several threads, then prints each image's console lines in input order,
-// up to the first image that failed, whose error is then raised: the console reads as if the images
-// had been done one after the other.
-void PourChaqueImage(size_t n, const std::function<void(size_t)>& tache,
-                     const std::function<void(size_t, bool)>& lignes) {
-  std::exception_ptr erreur;
-  const size_t echec = PourChaque(n, tache, erreur);
-  for (size_t i = 0; i < n && i <= echec; ++i) lignes(i, i < echec);
-  if (erreur) std::rethrow_exception(erreur);
+  return s;
 }
 
 }  // namespace
@@ -87,7 +56,8 @@ void Main_nouveau(int argc, char** argv) {
   const OptionsMosaique o = LireOptionsMosaique(argc, argv);
   const size_t n = o.entrees.size();
 
-  // Inputs, and their "Incid_" masks when every one of them exists.
+  // Inputs, band 0 only, and their "Incid_" masks when every one of them exists, else masks of their
+  // zeros.
   std::vector<std::string> nomsOrtho(n), nomsIncid(n);
   bool tousLesMasques = true;
   for (size_t i = 0; i < n; ++i) {
@@ -95,39 +65,34 @@ void Main_nouveau(int argc, char** argv) {
     nomsIncid[i] = Voisin(o.entrees[i], "Incid_");
     tousLesMasques = tousLesMasques && std::ifstream(nomsIncid[i]).is_open();
   }
-  std::vector<TTOrientedImage<float>> orthos(n);
-  std::vector<TTImage<bool>> masques(n);
-  PourChaqueImage(
+  std::vector<ImageEntree> entrees(n);
+  PourChaqueOrdonne(
       n,
       [&](size_t i) {
-        orthos[i].Lire(nomsOrtho[i].c_str());
-        GarderCanal0(orthos[i]);
-        if (!tousLesMasques) {
-          image2masque(orthos[i], masques[i]);
-          return;
-        }
-        const TTImage<float> flou(nomsIncid[i].c_str());
-        if (flou.GetTaille() != orthos[i].GetTaille())
-          ZEPRA_ERREUR("[Main_nouveau] (Masques) Le masque "
-                       << nomsIncid[i] << " (" << flou.iGetNbColonnes() << " x " << flou.iGetNbLignes()
-                       << ") n'a pas la taille de l'image " << nomsOrtho[i] << " ("
-                       << orthos[i].iGetNbColonnes() << " x " << orthos[i].iGetNbLignes() << ").");
-        masqueflou2masquenet(flou, masques[i]);
+        LireImageEntree(nomsOrtho[i], 0, entrees[i]);
+        if (tousLesMasques)
+          MasqueDepuisFichier(nomsIncid[i], nomsOrtho[i], entrees[i]);
+        else
+          image2masque(entrees[i].image, entrees[i].masque);
       },
       [&](size_t i, bool) { std::cout << "Lecture de " << nomsOrtho[i] << std::endl; });
   std::cout << (tousLesMasques ? "usemask : OK" : "usemask : non") << std::endl;
 
   // Radiometric preparation; the masks are widened around the excluded zones.
-  if (o.prelissewalis) PrelisseWalis(orthos, masques);
+  if (o.prelissewalis) {
+    const T2D<double> cible = StatistiquesCommunes(entrees);
+    std::cout << cible.x << " " << cible.y << std::endl;
+    PourChaque(n, [&](size_t i) { PrelisseWalisMoy(entrees[i].image, entrees[i].masque, cible); });
+  }
   std::vector<TTImage<float>> walis;
   if (o.referenceWalis) {
     const std::vector<T2D<int>> disque = Disque(26);
     walis.resize(n);
-    PourChaqueImage(
+    PourChaqueOrdonne(
         n,
         [&](size_t i) {
-          ImageReferenceWalis(orthos[i], walis[i], 25, T2D<double>(127.5, 50.0));
-          Dilater(masques, i, disque);
+          ImageReferenceWalis(entrees[i].image, walis[i], kDemiLargeurWalis, T2D<double>(127.5, 50.0));
+          DilaterMasque(entrees[i].masque, disque);
         },
         [&](size_t i, bool fait) {
           std::cout << "Walis " << i << std::endl;
@@ -135,64 +100,54 @@ void Main_nouveau(int argc, char** argv) {
         });
   } else {
     const std::vector<T2D<int>> disque = Disque(10);
-    PourChaque(n, [&](size_t i) { Dilater(masques, i, disque); });
+    PourChaque(n, [&](size_t i) { DilaterMasque(entrees[i].masque, disque); });
   }
 
-  // Footprint: the union of the map extents.
   std::cout << "Calcul de l'emprise : " << std::endl;
   std::vector<GeoCarto> geos;
-  Emprise emprise;
-  for (size_t i = 0; i < n; ++i) {
-    geos.emplace_back(orthos[i].GetOrientation());
-    const GeoCarto& g = geos.back();
-    if (i == 0 || g.minX < emprise.minX) emprise.minX = g.minX;
-    if (i == 0 || g.minY < emprise.minY) emprise.minY = g.minY;
-    if (i == 0 || g.maxX > emprise.maxX) emprise.maxX = g.maxX;
-    if (i == 0 || g.maxY > emprise.maxY) emprise.maxY = g.maxY;
-  }
+  for (const ImageEntree& e : entrees) geos.emplace_back(e.image.GetOrientation());
+  const Emprise emprise = UnionEmprises(geos);
   std::cout << emprise.minX << " " << emprise.minY << " --> " << emprise.maxX << " " << emprise.maxY
             << std::endl;
 
-  // Equalization; the corrected values replace the ortho-images, which are no longer needed as such.
+  // Equalization: observed values from the Wallis images when there are some, no data where the
+  // ortho-image is 0; the corrected values replace the ortho-images.
   if (!o.noegal) {
     std::cout << "Debut du calcul" << std::endl;
     std::vector<ImageObservee> observees(n);
-    for (size_t i = 0; i < n; ++i) {
-      observees[i].ortho = &orthos[i];
-      observees[i].valeurs = o.referenceWalis ? &walis[i] : &orthos[i];
-      observees[i].masque = &masques[i];
-      observees[i].geo = geos[i];
+    Observations obs;
+    {
+      const auto sources = Sources(entrees, o.referenceWalis ? &walis : nullptr, true);
+      for (size_t i = 0; i < n; ++i) observees[i] = ImageObservee{sources[i].get(), geos[i]};
+      obs = Observer(observees, emprise, o.pas);
     }
-    std::vector<Polynome2D> polynomes;
-    if (!Egaliser(observees, emprise, o.pas, o.multiplicatif, polynomes, std::cout)) return;
+    // Every observation gives two equations.
+    std::cout << obs.points.size() << " points " << 2 * obs.obs.size() << " eqs" << std::endl;
+    const LigneModele* modele = ChercherModele(o.multiplicatif ? "multiplicatif" : "additif");
+    std::vector<std::unique_ptr<CorrectionImage>> corrections;
+    if (!modele->creer(ParametresModele())->Ajuster(obs, &std::cout, corrections)) return;
     std::vector<TTImage<float>>().swap(walis);
     PourChaque(n, [&](size_t i) {
-      CorrigerImage(orthos[i], polynomes[i], o.multiplicatif);
-      orthos[i].Sauver(Voisin(o.entrees[i], "Solution_").c_str());
+      const SourceMemoire source(entrees[i].image);
+      PuitsMemoire puits(entrees[i].image);
+      Corriger(source, *corrections[i], puits);
+      entrees[i].image.Sauver(Voisin(o.entrees[i], "Solution_").c_str());
     });
     std::cout << "Fin du calcul" << std::endl;
   }
 
-  // Composition on a new map-projected grid covering the footprint.
+  // Composition on a new map-projected grid covering the footprint, pixels the mean of the first
+  // input's two steps times the subsampling factor; no data where the composed values are 0.
   std::cout << "Debut de la creation de l'image finale" << std::endl;
-  const double taille = (geos[0].pasX + geos[0].pasY) / 2 * o.ssechfinal;
-  const double largeur = (emprise.maxX - emprise.minX) / taille,
-               hauteur = (emprise.maxY - emprise.minY) / taille;
-  if (!(largeur >= 1 && hauteur >= 1) || largeur * hauteur > 4e9)
-    ZEPRA_ERREUR("[Main_nouveau] (Composition) Taille de mosaique impossible : "
-                 << largeur << " x " << hauteur << " pixels de " << taille << ".");
-  const OrientationOld oriMosaique(eORICarto, emprise.minX, emprise.maxY, geos[0].zone,
-                                   static_cast<long>(largeur), static_cast<long>(hauteur), taille, taille);
+  const GrilleSortie grille =
+      GrilleSurEmprise(emprise, (geos[0].pasX + geos[0].pasY) / 2 * o.ssechfinal, geos[0].zone);
+  const OrientationOld oriMosaique = OrientationGrille(grille);
+  const auto sources = Sources(entrees, o.noegal && o.referenceWalis ? &walis : nullptr, false);
   std::vector<ImageComposee> composees(n);
-  for (size_t i = 0; i < n; ++i) {
-    composees[i].valeurs = o.noegal && o.referenceWalis ? &walis[i] : &orthos[i];
-    composees[i].masque = &masques[i];
-    composees[i].geo = geos[i];
-  }
-  TTImage<float> mosaique(TagNbCanaux(1));
-  Composer(composees, GeoCarto(oriMosaique), o.fusion, mosaique);
-  stringpp nomOri(o.sortie);
-  stringpp::SetExtension(nomOri, "ori");
-  SauverAvecOrientation(oriMosaique, nomOri.c_str(),
-                        [&] { mosaique.Sauver(o.sortie.c_str(), 0, OptionsImageOut::defaut()); });
+  for (size_t i = 0; i < n; ++i) composees[i] = ImageComposee{sources[i].get(), geos[i]};
+  const std::unique_ptr<RegleFusion> regle = ChercherFusion(NomFusion(o.fusion))->creer(ParametresFusion());
+  TTImage<float> mosaique(static_cast<int>(grille.colonnes), static_cast<int>(grille.lignes), TagNbCanaux(1));
+  PuitsMemoire puits(mosaique);
+  Composer(composees, GeoCarto(oriMosaique), *regle, puits);
+  EcrireAvecOrientation(mosaique, oriMosaique, o.sortie);
 }

@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "egalise.h"
-#include "polynome.h"
-#include "prelissage.h"
-#include "walis.h"
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
+#include "zepra/pipeline/polynome.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 #include "zepra/ttimage.h"
 
 namespace {

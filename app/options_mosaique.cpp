@@ -62,3 +62,10 @@ OptionsMosaique LireOptionsMosaique(int argc, char** argv) {
   if (o.entrees.empty()) ZEPRA_ERREUR("[Main_nouveau] (Options) Aucune image en entree.");
   return o;
 }
+
+const char* NomFusion(int mode) {
+  static const char* const noms[] = {"voronoi", "moyenne", "min", "max"};
+  if (mode < eFusionVoronoi || mode > eFusionMax)
+    ZEPRA_ERREUR("[Main_nouveau] (Options) Mode de fusion inconnu : " << mode << ".");
+  return noms[mode];
+}

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "outils_bench.h"
-#include "polynome.h"
-#include "prelissage.h"
-#include "walis.h"
+#include "zepra/pipeline/polynome.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 
 namespace {
 

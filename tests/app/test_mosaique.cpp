@@ -1,20 +1,24 @@
-// The mosaic job: its command line, the equalization system against an independent dense solve, and
-// whole runs of the built tool on generated tiles whose distortions and overlaps are known.
+// The mosaic job: its command line, and whole runs of the built tool on generated tiles whose
+// distortions and overlaps are known.
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <numeric>
 #include <sstream>
 
-#include "app/outils_radiometrie.h"
+#include "egalise.h"
 #include "mosaique.h"
 #include "outils_test.h"
+#include "pipeline/outils_radiometrie.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/parallele.h"
 
 namespace {
 
@@ -37,129 +41,6 @@ TEST(OptionsMosaique, DefautsRegleDuDernierEtMotsEntiers) {
   EXPECT_EQ(o.entrees, (std::vector<std::string>{"a.tif", "--fusion:moyen", "b.tif"}));
   EXPECT_TRUE(o.fusion == eFusionMax && !o.referenceWalis && !o.multiplicatif && o.pas == 12.0 &&
               o.ssechfinal == 1.5 && o.sortie == "m.tif");
-}
-
-// ---------------------------------------------------------------------------------------------------
-// The equalization system on toy cases, against rows built here from the description and a dense
-// solve of the weighted normal equations.
-
-struct Toy {
-  std::vector<TTImage<float>> images;
-  std::vector<TTImage<bool>> masques;
-  std::vector<OrientationOld> oris;
-};
-
-// Three small images on one grid (pixel 1 m), overlapping, with smooth values and a few holes.
-Toy FaireToy() {
-  Toy t;
-  const double x0[3] = {1000, 1012, 1005}, y0[3] = {5000, 4998, 4988};
-  for (int i = 0; i < 3; ++i) {
-    TTImage<float>& im = t.images.emplace_back(24, 20, TagNbCanaux(1));
-    TTImage<bool>& m = t.masques.emplace_back(24, 20, false);
-    for (int y = 0; y < 20; ++y)
-      for (int x = 0; x < 24; ++x) {
-        const double X = x0[i] + x, Y = y0[i] - y;
-        im(x, y) = static_cast<float>(100 + 0.3 * (X - 1000) - 0.2 * (Y - 4980) + 5 * i + 0.01 * x * y);
-        if ((x + 2 * y) % 17 == 0) im(x, y) = 0.0f;  // no data
-        if ((3 * x + y) % 23 == 0) m(x, y) = true;   // excluded
-      }
-    t.oris.emplace_back(eORICarto, x0[i], y0[i], 0, 24, 20, 1.0, 1.0);
-  }
-  return t;
-}
-
-// Rows written from the description of the system, accumulated into dense weighted normal equations
-// and solved by a dense factorisation.
-std::pair<Eigen::VectorXd, std::string> ResoudreDense(const Toy& t, const Emprise& e, double pas,
-                                                      bool multiplicatif) {
-  struct Obs {
-    int image;
-    double col, lin, v;
-  };
-  std::vector<std::pair<long long, std::vector<Obs>>> points;  // grid index, observations
-  std::vector<double> V;
-  long long g = 0;
-  for (double x = e.minX; x < e.maxX; x += pas)
-    for (double y = e.minY; y < e.maxY; y += pas, ++g) {
-      std::vector<Obs> vus;
-      for (int i = 0; i < 3; ++i) {
-        const OrientationOld& o = t.oris[i];
-        if (!(o.GetMinXCarto() < x && x < o.GetMaxXCarto() && o.GetMinYCarto() < y && y < o.GetMaxYCarto()))
-          continue;
-        double col, lin, z;
-        o.MapToPhoto(x, y, 0.0, col, lin, z);
-        const int c = static_cast<int>(std::trunc(col)), l = static_cast<int>(std::trunc(lin));
-        if (c < 0 || l < 0 || c >= 24 || l >= 20 || t.images[i](c, l) == 0.0f || t.masques[i](c, l)) continue;
-        vus.push_back(Obs{i, col, lin, t.images[i](c, l)});
-        V.push_back(t.images[i](c, l));
-      }
-      if (!vus.empty()) points.emplace_back(g, vus);
-    }
-  const long long n = static_cast<long long>(points.size());
-  Eigen::MatrixXd N = Eigen::MatrixXd::Zero(18 + n, 18 + n);
-  Eigen::VectorXd S = Eigen::VectorXd::Zero(18 + n);
-  const auto Ligne = [&](const std::vector<std::pair<long long, double>>& a, double b, double w) {
-    for (const auto& [i, u] : a) {
-      S(i) += w * u * b;
-      for (const auto& [j, v] : a) N(i, j) += w * u * v;
-    }
-  };
-  for (long long p = 0; p < n; ++p) {
-    const auto& [g, vus] = points[p];
-    double ref = 0;
-    for (const Obs& o : vus) ref += o.v / static_cast<double>(vus.size());
-    if (g < static_cast<long long>(V.size())) ref = V[g];
-    for (const Obs& o : vus) {
-      const double m[6] = {1, o.col, o.lin, o.col * o.col, o.col * o.lin, o.lin * o.lin};
-      std::vector<std::pair<long long, double>> a;
-      for (int k = 0; k < 6; ++k) a.emplace_back(o.image * 6 + k, m[k]);
-      if (!multiplicatif) a.emplace_back(18 + p, 1.0);
-      Ligne(a, multiplicatif ? o.v / ref : o.v, 1.0);
-      Ligne({{18 + p, 1.0}}, o.v, 0.1);
-    }
-    Ligne({{18 + p, 1.0}}, ref, 0.1);
-  }
-  // Two equations per observation.
-  return {N.colPivHouseholderQr().solve(S),
-          std::to_string(n) + " points " + std::to_string(2 * V.size()) + " eqs\n"};
-}
-
-TEST(Egalisation, SystemeContreUneResolutionDenseIndependante) {
-  const Toy t = FaireToy();
-  std::vector<ImageObservee> obs(3);
-  for (int i = 0; i < 3; ++i) {
-    obs[i].ortho = obs[i].valeurs = &t.images[i];
-    obs[i].masque = &t.masques[i];
-    obs[i].geo = GeoCarto(t.oris[i]);
-  }
-  Emprise e;
-  e.minX = 1000, e.maxX = 1012 + 23, e.minY = 4988 - 19, e.maxY = 5000;
-  for (bool multiplicatif : {false, true})
-    for (double pas : {2.0, 3.0}) {
-      std::ostringstream console;
-      std::vector<Polynome2D> p;
-      ASSERT_TRUE(Egaliser(obs, e, pas, multiplicatif, p, console)) << console.str();
-      const auto [solution, comptes] = ResoudreDense(t, e, pas, multiplicatif);
-      EXPECT_TRUE(test::Commence(console.str(), comptes + "Calcul de tAA et tAB\nCompression\nResolution\n"
-                                                          "Decomposition LDLt OK\nSolution : "));
-      EXPECT_NE(console.str().find("\nResidus : "), std::string::npos);
-      ASSERT_EQ(p.size(), 3u);
-      for (int i = 0; i < 3; ++i) {
-        const double* X = solution.data() + 6 * i;
-        for (int k = 0; k < 6; ++k)
-          EXPECT_NEAR(p[i].Coefficients()[k], X[k], 1e-7 * (1 + std::abs(X[k])))
-              << "image " << i << " terme " << k << " pas " << pas << " multiplicatif " << multiplicatif;
-        // Corrected pixels are the polynomial's values to the last bit; no data stays no data.
-        TTImage<float> corrige = t.images[i];
-        CorrigerImage(corrige, p[i], multiplicatif);
-        for (int y = 0; y < 20; ++y)
-          for (int x = 0; x < 24; ++x) {
-            const double v = t.images[i](x, y), P = p[i](x, y);
-            ASSERT_EQ(corrige(x, y), v == 0 ? 0.0f : static_cast<float>(multiplicatif ? v / P : v - P))
-                << x << "," << y;
-          }
-      }
-    }
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -248,6 +129,44 @@ TEST(MosaiqueJob, EgalisationAdditiveEtMultiplicativeReduitLesDesaccords) {
         test::LireFichier(d / "big_image.tif") + test::LireFichier(d / "Solution_t7.tif");
     ASSERT_EQ(test::Lancer(d.chemin(), "taskset -c 0 '" EGALISE_EXE "' " + arguments).statut, 0);
     EXPECT_EQ(test::LireFichier(d / "big_image.tif") + test::LireFichier(d / "Solution_t7.tif"), octets);
+  }
+}
+
+// The job run in this process with one thread, then with two: every file it writes and every console
+// line are the same.
+TEST(MosaiqueJob, MemesOctetsAvecUnOuDeuxFils) {
+  test::DossierTemp d;
+  std::vector<std::string> mots{"egalise"};
+  std::istringstream noms(EcrireGrille(d.chemin(), false));
+  for (std::string n; noms >> n;) mots.push_back(d / n);
+  const size_t nbEntrees = mots.size();
+  for (const char* options :
+       {"--pas 4 --ssechfinal 1", "--pas 3 --modele:multiplicatif --fusion:voronoi --reference:walis",
+        "--pas 5 --prelissewalis --fusion:min --ssechfinal 1.5", "--noegal --fusion:max --ssechfinal 0.7"}) {
+    mots.resize(nbEntrees);
+    std::istringstream o(options);
+    for (std::string m; o >> m;) mots.push_back(m);
+    mots.insert(mots.end(), {"--output", d / "m.tif"});
+    std::map<std::string, std::string> ecrits[2];
+    for (int fils : {1, 2}) {
+      FixerNbFils(fils);
+      std::vector<char*> argv;
+      for (std::string& m : mots) argv.push_back(m.data());
+      argv.push_back(nullptr);
+      test::CaptureSortie console;
+      Main_nouveau(static_cast<int>(mots.size()), argv.data());
+      FixerNbFils(0);
+      ecrits[fils - 1]["console"] = console.texte();
+      for (const auto& f : std::filesystem::directory_iterator(d.chemin())) {
+        const std::string nom = f.path().filename();
+        if (nom.rfind("Solution_", 0) != 0 && nom.rfind("m.", 0) != 0) continue;
+        ecrits[fils - 1][nom] = test::LireFichier(f.path());
+        std::filesystem::remove(f.path());
+      }
+    }
+    EXPECT_GE(ecrits[0].size(), std::string(options).find("noegal") == std::string::npos ? 31u : 4u)
+        << options;
+    EXPECT_TRUE(ecrits[0] == ecrits[1]) << options;
   }
 }
 

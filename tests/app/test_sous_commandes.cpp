@@ -3,10 +3,10 @@
 // own) and the errors of use.
 #include <gtest/gtest.h>
 
-#include "outils_radiometrie.h"
 #include "outils_test.h"
-#include "prelissage.h"
-#include "walis.h"
+#include "pipeline/outils_radiometrie.h"
+#include "zepra/pipeline/prelissage.h"
+#include "zepra/pipeline/walis.h"
 
 namespace {
 

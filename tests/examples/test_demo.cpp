@@ -6,8 +6,8 @@
 #include <cmath>
 #include <sstream>
 
-#include "app/outils_radiometrie.h"
 #include "outils_test.h"
+#include "pipeline/outils_radiometrie.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "image/decodeurs.h"
+#include "image/tiff/decodeurs.h"
 #include "outils_image_test.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "image/handlers.h"
-#include "image/tiff_annexes.h"
+#include "image/tiff/annexes.h"
 #include "outils_image_test.h"
 #include "zepra/imagefic.h"
 
@@ -54,9 +54,8 @@ TEST(TiffLecture, PaletteDeuxImagesValeursEnPlaceEtMagic) {
   test::EcrireFichier(dir / "ii43.tif", std::string("II\x2b\0\x08\0\0\0", 8));
   EXPECT_EQ(CreateReader_TIFF(dir / "ii43.tif"), nullptr);
   tiff::TIFF_Annexes ii43(dir / "ii43.tif");
-  Refuse([&] { ii43.LireEntete(); },
-         "[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " + (dir / "ii43.tif") +
-             " (Fichier : ../src/image/tiff_annexes.cpp ; ligne ");
+  Refuse([&] { ii43.LireEntete(); }, "[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " +
+                                         (dir / "ii43.tif") + " (Fichier : ../src/image/tiff/");
 }
 
 TEST(TiffEcriture, RepertoireLuParTiffdumpEtRefus) {
@@ -91,7 +90,7 @@ TEST(TiffEcriture, RepertoireLuParTiffdumpEtRefus) {
     return [nom, infos] { CreateWriter_TIFF(nom, infos); };
   };
   Refuse(ecrivain(eChar, 2, 2),
-         "Handler_TIFF::CreateWriter Type non gere. (Fichier : ../src/image/tiff_ecriture.cpp ; ligne ");
+         "Handler_TIFF::CreateWriter Type non gere. (Fichier : ../src/image/tiff/ecriture.cpp ; ligne ");
   Refuse(ecrivain(eFloat4, 0, 5), "[TIFF_Annexes] (SetImage) Taille (0 x 5 x 1 canaux) impossible");
   Refuse(ecrivain(eFloat4, 40000, 40000), "[TIFF_Annexes] (SetImage) Image de 6400000000 octets trop grande");
   tiff::TIFF_Annexes annexes;
@@ -153,13 +152,13 @@ TEST(TiffLecture, DecisionsEtMessages) {
        [](auto& t) { t.Court(262, {3}).Court(320, std::vector<uint32_t>(767, 0)); }},
       {g + "PHOTOMETRICINTERPRETATION de valeur inconnue...", [](auto& t) { t.Court(262, {5}); }},
       {g + "Dallage MPD : il manque un des deux TAGs propriétaire !!!", [](auto& t) { t.Long(40000, {2}); }},
-      {"[TIFF_Annexes] (Permut) Type de directory (13) non gere !!!",
-       [](auto& t) { t.Brut(300, 13, 1, "abcd"); }},
+      {"[TIFF_Annexes] (Permut) Type de directory (19) non gere !!!",
+       [](auto& t) { t.Brut(300, 19, 1, "abcd"); }},
       // Warnings: reading goes on.
       {w + "TIFF_TAG_PLANARCONFIGURATION 2 : valeur pas encore gere.\n", [](auto& t) { t.Court(284, {2}); }},
       {w + "TIFF_TAG_PLANARCONFIGURATION 7 : valeur impossible.\n", [](auto& t) { t.Court(284, {7}); }},
       {w + "Samples per pixel non trouve. On suppose 1.\n", [](auto& t) { t.Retirer(277); }},
-      {w + "Compression (7) : non geree\n", [](auto& t) { t.Court(259, {7}); }},
+      {w + "Compression (50001) : non geree\n", [](auto& t) { t.Court(259, {50001}); }},
       {w + "White is zero pas gere !\n", [](auto& t) { t.Court(262, {0}); }},
       {w + "White is zero pas gere : utilisation de black is zero !!!\n",
        [&](auto& t) { tuile(t).Court(262, {0}); }},
@@ -178,13 +177,14 @@ TEST(TiffLecture, DecisionsEtMessages) {
     if (test::Commence(c.message, "WARNING"))
       EXPECT_EQ(avertissements + e, c.message + "(pas d'Erreur)");
     else
-      EXPECT_TRUE(test::Commence(e, c.message + " (Fichier : ../src/image/tiff_annexes.cpp ; ligne ")) << e;
+      EXPECT_TRUE(test::Commence(e, c.message + " (Fichier : ../src/image/tiff/")) << e;
   }
-  // What cannot be decoded opens (with its warning) but refuses to deliver pixels.
-  test::TiffSimple(4, 4, 1, std::string(16, '\x05')).Court(259, {7}).Ecrire(dir / "jpeg.tif");
+  // What cannot be decoded opens (with its warning) but refuses to deliver pixels, naming the
+  // compression.
+  test::TiffSimple(4, 4, 1, std::string(16, '\x05')).Court(259, {50001}).Ecrire(dir / "webp.tif");
   TTImage<unsigned char> im;
-  Refuse([&] { im.Lire((dir / "jpeg.tif").c_str()); },
-         "[ImageFicIn_Raster] (GetValeurs) Compression (7) non geree : pixels du fichier ");
+  Refuse([&] { im.Lire((dir / "webp.tif").c_str()); },
+         "[ImageFicIn_Raster] (GetValeurs) Compression (50001, WebP) non geree : pixels du fichier ");
 }
 
 TEST(TiffLecture, DallageMPD) {

@@ -34,6 +34,9 @@ struct ContexteBloc {
 // is asked and returns how many bytes it wrote: fewer only when the stream ends early. A stream that
 // is corrupt, or that would decode to more than the block (a Deflate or ZSTD bomb), is an Erreur
 // naming the file; no decoder allocates more than the block's decoded size from a count in the file.
+// A decoder that cannot stream decodes the whole block at the first Lire: straight into the caller's
+// bytes when that call asks for the whole block (the reader does so when the destination's rows are
+// contiguous), otherwise into one buffer of the block's size that the next calls read from.
 class Decodeur {
  public:
   virtual ~Decodeur() = default;
@@ -57,6 +60,10 @@ struct Codec {
   // Null when we do not write this compression. 'niveau' is the codec's level (0: its default);
   // 'qualite' is the JPEG quality.
   std::unique_ptr<Encodeur> (*encodeur)(int niveau, int qualite);
+  // The most bytes 'octets' compressed bytes can decode to, or null when the scheme has no useful
+  // bound. The reader refuses, before decoding, a block that could not give its rows and a file
+  // whose blocks together ask more than its size could give.
+  uint64_t (*borne)(uint64_t octets) = nullptr;
 };
 
 // The row of a compression code, or null when we do not know it.
@@ -65,5 +72,8 @@ const Codec* TrouverCodec(int code);
 const Codec* TrouverCodecParNom(const std::string& nom);
 // Every row, for messages and tests.
 const std::vector<Codec>& TousLesCodecs();
+// Name of a compression code for messages: its row's, or the usual name of a compression we do not
+// read ("" for a code nobody uses).
+std::string NomCompression(int code);
 
 }  // namespace tiff

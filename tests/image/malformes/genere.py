@@ -111,7 +111,7 @@ def principal():
     ent0 = repertoire + 2
     f[ent0 + 2:ent0 + 8] = struct.pack("<HI", 4, 0xFFFFFFFF)  # ImageWidth as 4 G LONGs
     ecrire("count-max.tif", bytes(f))
-    ecrire("unknown-field-type.tif", tiff({**e, 300: (13, 1, b"abcd")}, p))
+    ecrire("unknown-field-type.tif", tiff({**e, 300: (19, 1, b"abcd")}, p))
     # Many entries sharing one large value: each lies in the file, together they do not.
     shared = bytearray(tiff({**e, **{t: (SHORT, 1, b"\0\0") for t in range(1000, 1200)}, 270: (2, 3000, b"x" * 3000)}, p))
     # Point the 200 extra entries at the 3000-byte value: 600 kB of values in a 5 kB file.
@@ -192,7 +192,7 @@ def principal():
     ecrire("strips-shared-huge.tif", tiff(*e))
     ecrire("packbits-truncated.tif", tiff(*simple(compression=32773, pixels=bytes([0x05, 1, 2]))))
     ecrire("packbits-noop-only.tif", tiff(*simple(compression=32773, pixels=bytes([0x80] * 16))))
-    ecrire("compression-unsupported.tif", tiff(*simple(compression=7)))
+    ecrire("compression-unsupported.tif", tiff(*simple(compression=50001)))
     ecrire("predictor-float.tif", tiff(*simple(compression=5, _317=vals(SHORT, 3),
                                                pixels=lzw([(256, 9)] + [(5, 9)] * 16 + [(257, 9)]))))
     ecrire("predictor-1-bit.tif", tiff(*simple(bits=1, pixels=b"\0\0\0\0", _317=vals(SHORT, 2))))

@@ -1,0 +1,149 @@
+// Reading the header and a directory into the tag map.
+#include "annexes.h"
+
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+#include "zepra/erreur.h"
+#include "zepra/systeme.h"
+
+namespace tiff {
+
+TIFF_Annexes::TIFF_Annexes(const std::string& nom) : m_lecteur(new LecteurOctets(nom)), m_nom(nom) {}
+
+TIFF_Annexes::TIFF_Annexes() = default;
+
+void TIFF_Annexes::Permut(Directory& d, bool permuter) {
+  if (Directory::SizeOfValue(d.type) == 0)
+    ZEPRA_ERREUR("[TIFF_Annexes] (Permut) Type de directory (" << d.type << ") non gere !!!");
+  if (permuter) PermuterValeurs(d);
+}
+
+void TIFF_Annexes::LireEntete(bool avertir) {
+  const EnteteTIFF entete = LireEnteteTIFF(*m_lecteur, m_nom);
+  m_format = entete.format;
+  m_swap = m_lecteur->Permuter();
+  LireRepertoire(entete.premier);
+  if (m_suivant != 0 && avertir) {
+    Systeme::Warning(
+        "[TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. Traitement de la premiere "
+        "image seulement !");
+    VerifieChaine(m_suivant);
+  }
+}
+
+void TIFF_Annexes::LireRepertoire(uint64_t offset) {
+  LecteurOctets& f = *m_lecteur;
+  const FormatTIFF& format = *m_format;
+  f.Aller(offset);
+  const uint64_t n = f.LireN(format.octetsNombreEntrees);
+  // n is at most 2^64 - 1: the division keeps the size of the directory from wrapping.
+  if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
+      format.OctetsRepertoire(n) > f.Taille() - offset)
+    ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Le repertoire de "
+                 << n << " entrees a l'offset " << offset << " depasse la fin du fichier " << m_nom << " ("
+                 << f.Taille() << " octets).");
+  std::map<uint16_t, Directory> tags;
+  // Values of different entries do not overlap in a sound file: all of them together cannot exceed
+  // the file, however many entries point at the same bytes.
+  uint64_t totalValeurs = 0;
+  for (uint64_t e = 0; e < n; ++e) {
+    const EntreeTIFF entree = LireEntree(f, format);
+    Directory d;
+    d.type = entree.type;
+    d.count = entree.count;
+    const uint64_t octets = d.Octets();
+    if (octets > static_cast<uint64_t>(format.octetsOffset)) {
+      if (entree.offset > f.Taille() || octets > f.Taille() - entree.offset)
+        ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Tag "
+                     << entree.tag << " : " << d.count << " valeurs de type " << d.type << " (" << octets
+                     << " octets) a l'offset " << entree.offset << " depassent la fin du fichier " << m_nom
+                     << " (" << f.Taille() << " octets).");
+      totalValeurs += octets;
+      if (totalValeurs > f.Taille())
+        ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Les valeurs du repertoire ("
+                     << totalValeurs << " octets au tag " << entree.tag << ") depassent la taille du fichier "
+                     << m_nom << " (" << f.Taille() << " octets).");
+      const uint64_t retour = f.Position();
+      d.Alloc();
+      f.Aller(entree.offset);
+      f.Lire(d.values.data(), octets);
+      f.Aller(retour);
+    } else {
+      d.Alloc();
+      if (octets > 0) std::memcpy(d.values.data(), entree.champ, static_cast<size_t>(octets));
+    }
+    Permut(d, m_swap);
+    tags[entree.tag] = std::move(d);
+  }
+  m_suivant = f.LireN(format.octetsOffset);
+  m_tags = std::move(tags);
+}
+
+// The other directories are not read, but a chain that leaves the file or loops marks a corrupt
+// file. Brent's cycle detection needs no memory however long the chain is.
+void TIFF_Annexes::VerifieChaine(uint64_t suivant) {
+  LecteurOctets& f = *m_lecteur;
+  const FormatTIFF& format = *m_format;
+  auto apres = [&](uint64_t offset) -> uint64_t {
+    if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees))
+      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Repertoire suivant a l'offset "
+                   << offset << " hors du fichier " << m_nom << " (" << f.Taille() << " octets).");
+    f.Aller(offset);
+    const uint64_t n = f.LireN(format.octetsNombreEntrees);
+    if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
+        format.OctetsRepertoire(n) > f.Taille() - offset)
+      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Le repertoire de "
+                   << n << " entrees a l'offset " << offset << " depasse la fin du fichier " << m_nom << " ("
+                   << f.Taille() << " octets).");
+    f.Aller(offset + format.OctetsRepertoire(n) - format.octetsOffset);
+    return f.LireN(format.octetsOffset);
+  };
+  uint64_t lent = 0, rapide = suivant;  // the first directory is the only one reached from the header
+  uint64_t puissance = 1, longueur = 1;
+  while (rapide != 0) {
+    if (rapide == lent)
+      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Les repertoires du fichier "
+                   << m_nom << " bouclent a l'offset " << rapide << ".");
+    if (puissance == longueur) {
+      lent = rapide;
+      puissance *= 2;
+      longueur = 0;
+    }
+    rapide = apres(rapide);
+    ++longueur;
+  }
+}
+
+long long TIFF_Annexes::Entier(uint16_t tag, uint64_t i) const {
+  const auto it = m_tags.find(tag);
+  if (it == m_tags.end() || i >= it->second.count)
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Tag " << tag << " : valeur " << i << " absente dans le fichier "
+                                                  << m_nom << ".");
+  const double v = it->second.GetValue(i);
+  if (!(std::fabs(v) < 9007199254740992.0) || v != std::floor(v))
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Tag " << tag << " : valeur " << v
+                                                  << " non entiere dans le fichier " << m_nom << ".");
+  return static_cast<long long>(v);
+}
+
+std::string NomDalle(const std::string& nom, int i, int j) {
+  const size_t barre = nom.find_last_of('/');
+  const size_t point = nom.find_last_of('.');
+  const bool extension = point != std::string::npos && (barre == std::string::npos || point > barre);
+  const std::string base = extension ? nom.substr(0, point) : nom;
+  const std::string ext = extension ? nom.substr(point) : std::string();
+  return base + "_Tile_" + std::to_string(i) + "_" + std::to_string(j) + ext;
+}
+
+bool CheckMagic_TIFF(const std::string& nom) {
+  std::ifstream f(nom, std::ios::in | std::ios::binary);
+  unsigned char o[4] = {0, 0, 0, 0};
+  if (!f.read(reinterpret_cast<char*>(o), 4)) return false;
+  return (o[0] == 'I' && o[1] == 'I' && o[2] == 42 && o[3] == 0) ||
+         (o[0] == 'M' && o[1] == 'M' && o[2] == 0 && o[3] == 42);
+}
+
+}  // namespace tiff

@@ -1,0 +1,87 @@
+#include "blocs.h"
+
+#include "zepra/erreur.h"
+
+namespace tiff {
+
+Blocs::Blocs(const DescriptionTIFF& d)
+    : m_desc(d),
+      m_lecteur(d.nom),
+      m_brut(d.compression == kSans),
+      m_octetsLigne(d.OctetsLigneBloc()),
+      m_post(d.predicteur, d.bits, d.EchantillonsBloc(), d.largeurBloc, d.permuter),
+      m_ligne(static_cast<size_t>(m_octetsLigne)) {
+  const Codec* codec = TrouverCodec(d.compression);
+  if (codec && !m_brut) m_decodeur = codec->decodeur();
+}
+
+void Blocs::Verifier(int x0, int y0, int x1, int y1, int pas) const {
+  const DescriptionTIFF& d = m_desc;
+  if (pas < 1 || x0 < 0 || y0 < 0 || x1 > d.colonnes || y1 > d.lignes)
+    ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Rectangle ("
+                 << x0 << ", " << y0 << ") - (" << x1 << ", " << y1 << ") de pas " << pas
+                 << " hors de l'image " << d.colonnes << " x " << d.lignes << " du fichier " << d.nom << ".");
+  if (!m_brut && !m_decodeur) {
+    const std::string nom = NomCompression(d.compression);
+    ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Compression ("
+                 << d.compression << (nom.empty() ? "" : ", " + nom) << ") non geree : pixels du fichier "
+                 << d.nom << " illisibles.");
+  }
+  if (d.planaire == 2 && d.canaux > 1)
+    ZEPRA_ERREUR(
+        "[ImageFicIn_Raster] (GetValeurs) Canaux en plans separes (PlanarConfiguration 2) : pixels du "
+        "fichier "
+        << d.nom << " illisibles.");
+  if (!PredicteurPossible(d.predicteur, d.bits, d.type == eFloat4 || d.type == eFloat8) || d.predicteur == 3)
+    ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Predictor ("
+                 << d.predicteur << ") non gere pour " << d.bits << " bits : pixels du fichier " << d.nom
+                 << " illisibles.");
+}
+
+long long Blocs::Debut(size_t k, long long r0, long long yPremier) {
+  if (m_brut) return yPremier;
+  const bool reprise = k == m_bloc && r0 + m_prochaine <= yPremier;
+  // Forgotten until the block's rows are done: a failure half-way leaves nothing to resume.
+  m_bloc = kAucun;
+  if (reprise) return r0 + m_prochaine;
+  OuvrirBloc(k);
+  return r0;
+}
+
+void Blocs::OuvrirBloc(size_t k) {
+  const DescriptionTIFF& d = m_desc;
+  m_compresse.resize(static_cast<size_t>(d.octets[k]));
+  m_lecteur.Aller(d.offsets[k]);
+  m_lecteur.Lire(m_compresse.data(), m_compresse.size());
+  ContexteBloc bloc;
+  bloc.nom = d.nom;
+  bloc.largeur = d.largeurBloc;
+  const long long r0 = static_cast<long long>(k % d.BlocsParPlan()) / d.BlocsParLigne() * d.hauteurBloc;
+  bloc.hauteur = d.disposition == DescriptionTIFF::kTuiles
+                     ? d.hauteurBloc
+                     : static_cast<int>(std::min<long long>(d.hauteurBloc, d.lignes - r0));
+  bloc.echantillons = d.EchantillonsBloc();
+  bloc.bits = d.bits;
+  bloc.photometrique = d.photometrique;
+  bloc.sousEchH = d.sousEchH;
+  bloc.sousEchV = d.sousEchV;
+  bloc.tablesJpeg = d.tablesJpeg.empty() ? nullptr : &d.tablesJpeg;
+  m_decodeur->Commencer(m_compresse.data(), m_compresse.size(), bloc);
+}
+
+void Blocs::LireLignes(size_t k, long long ligne, unsigned char* p, long long n) {
+  const DescriptionTIFF& d = m_desc;
+  const uint64_t octets = static_cast<uint64_t>(n) * m_octetsLigne;
+  if (m_brut) {
+    m_lecteur.Aller(d.offsets[k] + static_cast<uint64_t>(ligne) * m_octetsLigne);
+    m_lecteur.Lire(p, octets);
+    return;
+  }
+  const size_t lus = m_decodeur->Lire(p, static_cast<size_t>(octets));
+  if (lus < octets)
+    ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Donnees compressees insuffisantes dans le bloc "
+                 << k << " du fichier " << d.nom << " : ligne " << ligne << " du bloc, " << lus
+                 << " octets sur " << octets << ".");
+}
+
+}  // namespace tiff

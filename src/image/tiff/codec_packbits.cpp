@@ -1,0 +1,96 @@
+// PackBits (TIFF compression 32773): a signed control byte n, then n + 1 literal bytes (0 <= n <= 127)
+// or one byte to repeat 1 - n times (-127 <= n <= -1); n = -128 is a no-op.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "codec.h"
+#include "decodeurs.h"
+#include "zepra/systeme.h"
+
+void PackBits_Decoder::SetData(const unsigned char* donnees, size_t taille) {
+  *this = PackBits_Decoder();
+  m_in = donnees;
+  m_taille = taille;
+}
+
+size_t PackBits_Decoder::Decode(unsigned char* out, size_t size) {
+  size_t n = 0;
+  while (n < size) {
+    if (m_literal > 0) {
+      const size_t k = std::min(m_literal, size - n);
+      std::memcpy(out + n, m_in + m_pos, k);
+      m_pos += k;
+      n += k;
+      m_literal -= k;
+      continue;
+    }
+    if (m_repetition > 0) {
+      const size_t k = std::min(m_repetition, size - n);
+      std::memset(out + n, m_valeur, k);
+      n += k;
+      m_repetition -= k;
+      continue;
+    }
+    if (m_pos >= m_taille) break;
+    const int c = static_cast<signed char>(m_in[m_pos++]);
+    if (c >= 0) {
+      // A literal run longer than what is left of the input copies only what is there.
+      const size_t voulu = static_cast<size_t>(c) + 1;
+      const size_t dispo = m_taille - m_pos;
+      if (dispo < voulu) m_manque += voulu - dispo;
+      m_literal = std::min(voulu, dispo);
+    } else if (c != -128) {
+      if (m_pos >= m_taille) {
+        ++m_manque;
+      } else {
+        m_valeur = m_in[m_pos++];
+        m_repetition = static_cast<size_t>(1 - c);
+      }
+    } else if (!m_averti) {
+      // Once per block: a hostile block of no-ops must not flood the log.
+      m_averti = true;
+      Systeme::Warning("[PackBits_Decoder] (Decode) Cas n==-128 : noop ???");
+    }
+  }
+  return n;
+}
+
+void PackBits_Decoder::SignalerDepassements() const {
+  if (DepassementOut() > 0)
+    Systeme::Warning("[PackBits_Decoder] (Decode) Depassement de out de " + std::to_string(DepassementOut()));
+  if (m_manque > 0)
+    Systeme::Warning("[PackBits_Decoder] (Decode) Depassement de in de " + std::to_string(m_manque));
+}
+
+namespace tiff {
+
+namespace {
+
+// Warns of the overruns once the block's last byte has been asked for.
+class DecodeurPackbits : public Decodeur {
+ public:
+  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+    m_packbits.SetData(donnees, taille);
+    m_reste = bloc.Octets();
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) override {
+    const size_t n = m_packbits.Decode(sortie, octets);
+    if (m_reste > 0 && n >= m_reste) m_packbits.SignalerDepassements();
+    m_reste -= std::min<uint64_t>(m_reste, n);
+    return n;
+  }
+
+ private:
+  PackBits_Decoder m_packbits;
+  uint64_t m_reste = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Decodeur> DecodeurPackBits() { return std::make_unique<DecodeurPackbits>(); }
+
+// Two bytes give at most a run of 128.
+uint64_t BornePackBits(uint64_t octets) { return (octets + 1) / 2 * 128; }
+
+}  // namespace tiff

@@ -1,0 +1,88 @@
+// The table of TIFF codecs. Adding a codec: write its Decodeur (and Encodeur, when we write it) in
+// codec_<name>.cpp with a factory, declare the factory here and add its row.
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "annexes.h"
+#include "codec.h"
+#include "tags.h"
+
+namespace tiff {
+
+std::unique_ptr<Decodeur> DecodeurLZW();
+std::unique_ptr<Decodeur> DecodeurPackBits();
+uint64_t BorneLZW(uint64_t octets);
+uint64_t BornePackBits(uint64_t octets);
+
+namespace {
+
+// Uncompressed blocks. The reader reads their rows from the file itself; this row serves whoever
+// goes through the table (the writer, tests).
+class DecodeurSans : public Decodeur {
+ public:
+  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc&) override {
+    m_donnees = donnees;
+    m_reste = taille;
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) override {
+    const size_t n = std::min(octets, m_reste);
+    if (n > 0) std::memcpy(sortie, m_donnees, n);
+    m_donnees += n;
+    m_reste -= n;
+    return n;
+  }
+
+ private:
+  const unsigned char* m_donnees = nullptr;
+  size_t m_reste = 0;
+};
+
+std::unique_ptr<Decodeur> DecodeurSansCompression() { return std::make_unique<DecodeurSans>(); }
+uint64_t BorneSans(uint64_t octets) { return octets; }
+
+}  // namespace
+
+const std::vector<Codec>& TousLesCodecs() {
+  static const std::vector<Codec> codecs = {
+      {kSans, "none", DecodeurSansCompression, nullptr, BorneSans},
+      {kLZW, "lzw", DecodeurLZW, nullptr, BorneLZW},
+      {kPackBits, "packbits", DecodeurPackBits, nullptr, BornePackBits},
+  };
+  return codecs;
+}
+
+const Codec* TrouverCodec(int code) {
+  for (const Codec& c : TousLesCodecs())
+    if (c.code == code) return &c;
+  return nullptr;
+}
+
+const Codec* TrouverCodecParNom(const std::string& nom) {
+  for (const Codec& c : TousLesCodecs())
+    if (nom == c.nom) return &c;
+  return nullptr;
+}
+
+std::string NomCompression(int code) {
+  if (const Codec* c = TrouverCodec(code)) return c->nom;
+  // Compressions met in files that we do not read, named for the messages.
+  static const std::pair<int, const char*> connues[] = {
+      {2, "CCITT RLE"},     {3, "CCITT Group 3"}, {4, "CCITT Group 4"},  {6, "JPEG ancien style"},
+      {7, "JPEG"},          {8, "Deflate"},       {32771, "CCITT RLEW"}, {32809, "ThunderScan"},
+      {32946, "Deflate"},   {34661, "JBIG"},      {34676, "SGI LogLuv"}, {34677, "SGI LogLuv 24"},
+      {34712, "JPEG 2000"}, {34887, "LERC"},      {34925, "LZMA"},       {50000, "ZSTD"},
+      {50001, "WebP"},      {50002, "JPEG XL"},
+  };
+  for (const auto& [c, nom] : connues)
+    if (c == code) return nom;
+  return "";
+}
+
+uint64_t MaxDecode(int compression, uint64_t octets) {
+  const Codec* c = TrouverCodec(compression);
+  if (!c) return BorneLZW(octets);
+  return c->borne ? c->borne(octets) : std::numeric_limits<uint64_t>::max();
+}
+
+}  // namespace tiff

@@ -1,0 +1,77 @@
+#include "predicteurs.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace tiff {
+
+namespace {
+
+constexpr bool kHoteGrosBoutiste = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+
+template <class U>
+void Accumuler(unsigned char* p, size_t echantillons, int pas) {
+  for (size_t i = static_cast<size_t>(pas); i < echantillons; ++i) {
+    U a, b;
+    std::memcpy(&a, p + (i - pas) * sizeof(U), sizeof(U));
+    std::memcpy(&b, p + i * sizeof(U), sizeof(U));
+    b = static_cast<U>(b + a);
+    std::memcpy(p + i * sizeof(U), &b, sizeof(U));
+  }
+}
+
+template <class U, class F>
+void Permuter(unsigned char* p, size_t echantillons, F inverser) {
+  for (size_t i = 0; i < echantillons; ++i) {
+    U v;
+    std::memcpy(&v, p + i * sizeof(U), sizeof(U));
+    v = inverser(v);
+    std::memcpy(p + i * sizeof(U), &v, sizeof(U));
+  }
+}
+
+}  // namespace
+
+bool PredicteurPossible(int predicteur, int bits, bool flottant) {
+  if (predicteur == 1) return true;
+  if (predicteur == 2) return bits == 8 || bits == 16 || bits == 32 || bits == 64;
+  return predicteur == 3 && flottant && (bits == 32 || bits == 64);
+}
+
+PostTraitement::PostTraitement(int predicteur, int bits, int echantillons, int largeur, bool permuter)
+    : m_predicteur(predicteur),
+      m_bits(bits),
+      m_echantillons(echantillons),
+      m_n(static_cast<size_t>(largeur) * echantillons),
+      m_permuter(permuter) {
+  if (predicteur == 3) m_tampon.resize(m_n * (bits / 8));
+}
+
+void PostTraitement::Appliquer(unsigned char* p) {
+  if (m_predicteur == 3) {
+    // The row holds the bytes of its samples as planes, the most significant bytes of all samples
+    // first, differenced byte by byte across the whole row: undo the differencing, then gather each
+    // sample's bytes. The layout fixes the significance of each byte, so the file's byte order plays
+    // no part.
+    const size_t k = static_cast<size_t>(m_bits / 8), octets = m_n * k;
+    for (size_t i = static_cast<size_t>(m_echantillons); i < octets; ++i)
+      p[i] = static_cast<unsigned char>(p[i] + p[i - m_echantillons]);
+    std::memcpy(m_tampon.data(), p, octets);
+    for (size_t s = 0; s < m_n; ++s)
+      for (size_t b = 0; b < k; ++b) p[s * k + (kHoteGrosBoutiste ? b : k - 1 - b)] = m_tampon[b * m_n + s];
+    return;
+  }
+  if (m_permuter) {
+    if (m_bits == 16) Permuter<uint16_t>(p, m_n, [](uint16_t v) { return __builtin_bswap16(v); });
+    if (m_bits == 32) Permuter<uint32_t>(p, m_n, [](uint32_t v) { return __builtin_bswap32(v); });
+    if (m_bits == 64) Permuter<uint64_t>(p, m_n, [](uint64_t v) { return __builtin_bswap64(v); });
+  }
+  if (m_predicteur == 2) {
+    if (m_bits == 8) Accumuler<uint8_t>(p, m_n, m_echantillons);
+    if (m_bits == 16) Accumuler<uint16_t>(p, m_n, m_echantillons);
+    if (m_bits == 32) Accumuler<uint32_t>(p, m_n, m_echantillons);
+    if (m_bits == 64) Accumuler<uint64_t>(p, m_n, m_echantillons);
+  }
+}
+
+}  // namespace tiff
