@@ -18,7 +18,7 @@ enum class CompressionTIFF { kAucune = 1, kLZW = 5, kJPEG = 7, kDeflate = 8, kZS
 // predictor for floats, and none when the compression takes none (none, JPEG).
 enum class PredicteurTIFF { kAuto = 0, kAucun = 1, kHorizontal = 2, kFlottant = 3 };
 // Classic TIFF (offsets on 32 bits), BigTIFF, or BigTIFF only when the file could pass 4 GiB.
-enum class FormatTIFF { kClassique, kBigTIFF, kSiNecessaire };
+enum class ConteneurTIFF { kClassique, kBigTIFF, kSiNecessaire };
 
 struct OptionsEcriture {
   CompressionTIFF compression = CompressionTIFF::kDeflate;
@@ -28,7 +28,7 @@ struct OptionsEcriture {
   bool tuilee = true;
   int tuile = 512;      // tiles of tuile x tuile pixels, a multiple of 16
   int lignesBande = 0;  // strips: rows per strip, 0 for about 256 KiB of samples per strip
-  FormatTIFF format = FormatTIFF::kSiNecessaire;
+  ConteneurTIFF format = ConteneurTIFF::kSiNecessaire;
   bool planaire = false;          // one plane per sample instead of interleaved samples
   bool cog = false;               // cloud-optimized: tiled, overviews, directories first
   eEnumType type = eIndetermine;  // sample type written; eIndetermine: the data's own

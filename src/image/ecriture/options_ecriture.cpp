@@ -32,9 +32,9 @@ constexpr Nom<PredicteurTIFF> kPredicteurs[] = {
     {"1", PredicteurTIFF::kAucun},      {"horizontal", PredicteurTIFF::kHorizontal},
     {"2", PredicteurTIFF::kHorizontal}, {"flottant", PredicteurTIFF::kFlottant},
     {"3", PredicteurTIFF::kFlottant}};
-constexpr Nom<FormatTIFF> kFormats[] = {{"classique", FormatTIFF::kClassique},
-                                        {"bigtiff", FormatTIFF::kBigTIFF},
-                                        {"auto", FormatTIFF::kSiNecessaire}};
+constexpr Nom<ConteneurTIFF> kFormats[] = {{"classique", ConteneurTIFF::kClassique},
+                                        {"bigtiff", ConteneurTIFF::kBigTIFF},
+                                        {"auto", ConteneurTIFF::kSiNecessaire}};
 constexpr Nom<bool> kEntrelacements[] = {{"pixel", false}, {"planaire", true}};
 
 constexpr const char* kTag = "[OptionsEcriture] (Lire)";
@@ -328,8 +328,8 @@ PlanEcriture PlanifierEcriture(const OptionsEcriture& o, const TPoint2D<int>& ta
       static_cast<uint64_t>(p.BlocsParLigne()) * p.BlocsParColonne() * (p.planaire ? p.canaux : 1);
   const uint64_t estimation = p.OctetsNonCompresses() + blocs * 16 * (p.apercus.size() + 1) * 2 + (1u << 20);
   const bool depasse = estimation > 0xFFFFFFFFull;
-  p.bigtiff = o.format == FormatTIFF::kBigTIFF || (o.format == FormatTIFF::kSiNecessaire && depasse);
-  if (o.format == FormatTIFF::kClassique && depasse)
+  p.bigtiff = o.format == ConteneurTIFF::kBigTIFF || (o.format == ConteneurTIFF::kSiNecessaire && depasse);
+  if (o.format == ConteneurTIFF::kClassique && depasse)
     ZEPRA_ERREUR(kTagP << " Le fichier " << nom << " peut depasser 4 Gio (" << estimation
                        << " octets non compresses) : format classique impossible, bigtiff ou auto attendu.");
   return p;
