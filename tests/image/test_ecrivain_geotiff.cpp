@@ -6,10 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <dirent.h>
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <sstream>
 
 #include "image/outils_image_test.h"
 #include "image/tiff/codec.h"
@@ -215,5 +215,203 @@ TEST_P(EcrivainGeoTIFFCodec, AllersRetours) {
 
 INSTANTIATE_TEST_SUITE_P(Codecs, EcrivainGeoTIFFCodec,
                          ::testing::Values("none", "lzw", "deflate", "zstd", "packbits"));
+
+// Writes an image of T samples given by f(x, y, band), valid where v(x, y).
+template <class T, class F, class V>
+void Ecrire(const std::string& nom, const Valeurs& options, TPoint2D<int> taille, int canaux, F f, V v,
+            const GeoreferenceEcriture& georef = GeoreferenceEcriture()) {
+  EcrivainGeoTIFF e(nom, LireOptionsEcriture(options), taille, canaux, CodeType<T>::value, georef);
+  std::vector<T> ligne(static_cast<size_t>(taille.x) * canaux);
+  std::vector<unsigned char> valide(static_cast<size_t>(taille.x));
+  for (int y = 0; y < taille.y; ++y) {
+    for (int x = 0; x < taille.x; ++x) {
+      valide[x] = v(x, y);
+      for (int b = 0; b < canaux; ++b) ligne[static_cast<size_t>(x) * canaux + b] = f(x, y, b);
+    }
+    e.EcrireLignes(ligne.data(), 0, 1, valide.data(), 0);
+  }
+  e.Terminer();
+}
+
+std::vector<double> Nombres(const std::string& texte) {
+  std::vector<double> v;
+  std::istringstream s(texte);
+  for (double x; s >> x;) v.push_back(x);
+  return v;
+}
+
+// The grid and system as GDAL reads them back: the geotransform of the grid, the EPSG code GDAL finds
+// equivalent, pixel-is-area; a grid alone has no system.
+TEST(EcrivainGeoTIFF, GeoreferenceVueParGdal) {
+  DossierTemp dir;
+  // A pixel-is-point file: GDAL gives the corner of its first pixel, which we write as such.
+  Gdal(dir,
+       "gdal_create -q -outsize 8 6 -mo AREA_OR_POINT=POINT -a_srs EPSG:27572 "
+       "-a_ullr 600000 2400010 600080 2399950 p.tif");
+  const auto point = LireMetadonnees(dir / "p.tif");
+  ASSERT_TRUE(point);
+  ASSERT_EQ(point->typeRaster, 2);
+  struct Cas {
+    const char* nom;
+    GeoreferenceEcriture g;
+    int epsg;
+    std::string code;  // "" when GDAL finds no system
+  };
+  GeoreferenceEcriture grille;
+  grille.grille = true;
+  grille.x0 = 650000.25;
+  grille.y0 = 6860000.75;
+  grille.pasX = 0.2;
+  grille.pasY = 0.25;
+  GeoreferenceEcriture lu = grille;
+  lu.crs = CrsDepuisEpsg(2154);
+  GeoreferenceEcriture pointLu;
+  pointLu.grille = true;
+  pointLu.x0 = 600000;
+  pointLu.y0 = 2400010;
+  pointLu.pasX = 10;
+  pointLu.pasY = 10;
+  pointLu.crs = point->crs;
+  const std::vector<Cas> cas = {{"grille seule", grille, 0, ""},
+                                {"code donne", grille, 2154, "EPSG:2154"},
+                                {"systeme lu", lu, 0, "EPSG:2154"},
+                                {"systeme lu et meme code", lu, 2154, "EPSG:2154"},
+                                {"pixel-is-point", pointLu, 0, "EPSG:27572"},
+                                {"geographique", grille, 4326, "EPSG:4326"}};
+  for (const Cas& c : cas) {
+    SCOPED_TRACE(c.nom);
+    Valeurs options = {{"compression", "none"}, {"tuile", "16"}};
+    if (c.epsg) options.push_back({"epsg", std::to_string(c.epsg)});
+    Ecrire<unsigned char>(
+        dir / "e.tif", options, {8, 6}, 1, [](int x, int y, int) { return x + y; },
+        [](int, int) { return true; }, c.g);
+    EXPECT_EQ(Nombres(Json(dir, "e.tif", "' '.join(repr(v) for v in d['geoTransform'])")),
+              (std::vector<double>{c.g.x0, c.g.pasX, 0, c.g.y0, 0, -c.g.pasY}));
+    EXPECT_EQ(Json(dir, "e.tif", "d.get('metadata', {}).get('', {}).get('AREA_OR_POINT')"),
+              c.code.empty() ? "None" : "Area");
+    // gdalsrsinfo fails on a file without a system.
+    const std::string srs = Lancer(dir.chemin(), "gdalsrsinfo -e -o epsg e.tif").sortie;
+    EXPECT_EQ(srs.find(c.code.empty() ? "EPSG" : c.code) != std::string::npos, !c.code.empty()) << srs;
+  }
+  // A code that is not the grid's system is refused before anything is written.
+  test::Refuse(
+      [&] {
+        Ecrire<unsigned char>(
+            dir / "r.tif", {{"epsg", "4326"}}, {8, 6}, 1, [](int, int, int) { return 1; },
+            [](int, int) { return true; }, lu);
+      },
+      "[TagsGeoTIFF] EPSG:4326 n'est pas le systeme EPSG:2154 de la grille du fichier");
+  EXPECT_EQ(Lancer(dir.chemin(), "ls r.tif*").statut, 2);
+}
+
+// Overviews read by GDAL against the means of the level above, holes left out.
+TEST(EcrivainGeoTIFF, ApercusLusParGdal) {
+  DossierTemp dir;
+  const int w = 70, h = 45;
+  auto valeur = [](int x, int y, int b) {
+    return static_cast<unsigned char>(1 + (x * 31 + y * 17 + b * 5) % 250);
+  };
+  auto valide = [](int x, int y) { return (x * 3 + y) % 7 != 0 && !(x >= 32 && y < 12); };
+  Ecrire<unsigned char>(dir / "e.tif",
+                        {{"compression", "none"}, {"cog", ""}, {"tuile", "16"}, {"nodata", "0"}}, {w, h}, 2,
+                        valeur, valide);
+  TTImage<unsigned char> niveau(w, h, TagNbCanaux(2));
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      for (int b = 0; b < 2; ++b) niveau(x, y, b) = valide(x, y) ? valeur(x, y, b) : 0;
+  for (int n = 0; n < 3; ++n) {
+    SCOPED_TRACE(n);
+    TTImage<unsigned char> moyennes(niveau.iGetNbColonnes() / 2, niveau.iGetNbLignes() / 2, TagNbCanaux(2));
+    for (int y = 0; y < moyennes.iGetNbLignes(); ++y)
+      for (int x = 0; x < moyennes.iGetNbColonnes(); ++x)
+        for (int b = 0; b < 2; ++b) {
+          int somme = 0, nombre = 0;
+          for (int j = 0; j < 2; ++j)
+            for (int i = 0; i < 2; ++i)
+              if (niveau(2 * x + i, 2 * y + j, 0) != 0) somme += niveau(2 * x + i, 2 * y + j, b), ++nombre;
+          // Half up, and a mean that would read as the no-data value is 1.
+          moyennes(x, y, b) =
+              static_cast<unsigned char>(nombre ? std::max(1, (2 * somme + nombre) / (2 * nombre)) : 0);
+        }
+    Gdal(dir, "gdal_translate -q -ovr " + std::to_string(n) + " e.tif o.tif");
+    EXPECT_TRUE(test::MemesEchantillons(moyennes, TTImage<unsigned char>((dir / "o.tif").c_str())));
+    niveau = moyennes;
+  }
+}
+
+// Floats into 8 bits: rounded to nearest, clamped, NaN and holes to the no-data value, and valid
+// values kept off it; without no-data the same samples as GDAL's own conversion.
+TEST(EcrivainGeoTIFF, ConversionVersHuitBits) {
+  DossierTemp dir;
+  const std::vector<float> source = {0.4999f, 254.6f, -0.6f, NAN, 255.5f, 1e6f, 3.5f, 2.5f, 7.0f, 0.5f};
+  const int w = static_cast<int>(source.size());
+  auto valeur = [&](int x, int, int) { return source[x]; };
+  auto valide = [](int x, int) { return x != 8; };
+  Ecrire<float>(dir / "n.tif", {{"compression", "none"}, {"type", "uint8"}, {"nodata", "0"}}, {w, 1}, 1,
+                valeur, valide);
+  Ecrire<float>(dir / "s.tif", {{"compression", "none"}, {"type", "uint8"}}, {w, 1}, 1, valeur, valide);
+  Ecrire<float>(dir / "f.tif", {{"compression", "none"}}, {w, 1}, 1, valeur, [](int, int) { return true; });
+  const TTImage<unsigned char> n((dir / "n.tif").c_str()), s((dir / "s.tif").c_str());
+  const std::vector<int> avecNodata = {1, 255, 1, 0, 255, 255, 4, 3, 0, 1},
+                         sans = {0, 255, 0, 0, 255, 255, 4, 3, 0, 1};
+  for (int x = 0; x < w; ++x) {
+    EXPECT_EQ(n(x, 0, 0), avecNodata[x]) << x;
+    EXPECT_EQ(s(x, 0, 0), sans[x]) << x;
+  }
+  EXPECT_EQ(Json(dir, "n.tif", "d['bands'][0]['noDataValue']"), "0.0");
+  // GDAL's conversion of the same floats (the hole aside).
+  Gdal(dir, "gdal_translate -q -ot Byte f.tif g.tif");
+  const TTImage<unsigned char> g((dir / "g.tif").c_str());
+  for (int x = 0; x < w; ++x)
+    if (x != 8) {
+      EXPECT_EQ(g(x, 0, 0), s(x, 0, 0)) << x;
+    }
+}
+
+// Whatever fails, no file under the final name and no temporary beside it.
+TEST(EcrivainGeoTIFF, EchecsSansFichier) {
+  DossierTemp dir;
+  const std::string nom = dir / "e.tif";
+  auto rien = [&] { return Lancer(dir.chemin(), "ls -A | wc -l").sortie == "0\n"; };
+  const OptionsEcriture options = LireOptionsEcriture({{"compression", "none"}, {"tuile", "16"}});
+  test::Refuse(
+      [&] {
+        EcrivainGeoTIFF(dir / "absent/e.tif", options, {8, 8}, 1, eUInt1);
+      },
+      "[EcrivainGeoTIFF] (Constructeur) Impossible de creer le fichier " + dir / "absent/e.tif");
+  {
+    EcrivainGeoTIFF e(nom, options, {8, 8}, 1, eUInt1);
+    const std::vector<unsigned char> ligne(8 * 9, 1);
+    e.EcrireLignes(ligne.data(), 8, 5);
+    test::Refuse([&] { e.Terminer(); },
+                 "[EcrivainGeoTIFF] (Terminer) Image incomplete : 3 lignes non ecrites");
+    test::Refuse([&] { e.EcrireLignes(ligne.data(), 8, 4); },
+                 "[EcrivainGeoTIFF] (EcrireLignes) 4 lignes de plus");
+  }
+  EXPECT_TRUE(rien());
+  for (const Valeurs& v :
+       {Valeurs{{"compression", "none"}}, Valeurs{{"compression", "none"}, {"cog", ""}, {"tuile", "16"}}}) {
+    // A full disk, as a file size limit in a child process: the write fails, nothing stays.
+    const pid_t pid = fork();
+    if (pid == 0) {
+      signal(SIGXFSZ, SIG_IGN);
+      const rlimit limite = {1 << 16, 1 << 16};
+      setrlimit(RLIMIT_FSIZE, &limite);
+      int statut = 0;
+      try {
+        Ecrire<unsigned char>(
+            nom, v, {300, 300}, 3, [](int x, int y, int b) { return x * y + b; },
+            [](int, int) { return true; });
+      } catch (const Erreur&) {
+        statut = 3;
+      }
+      _exit(statut);
+    }
+    int statut = 0;
+    waitpid(pid, &statut, 0);
+    EXPECT_TRUE(WIFEXITED(statut) && WEXITSTATUS(statut) == 3) << statut;
+    EXPECT_TRUE(rien());
+  }
+}
 
 }  // namespace
