@@ -42,6 +42,9 @@ class EcrivainGeoTIFF {
   // no-data value; see OptionsEcriture). An Erreur past the last line.
   void EcrireLignes(const void* donnees, size_t pas, int lignes, const unsigned char* valide = nullptr,
                     size_t pasValide = 0);
+  // The same with samples of another type than the one the writer was made for.
+  void EcrireLignes(eEnumType type, const void* donnees, size_t pas, int lignes,
+                    const unsigned char* valide = nullptr, size_t pasValide = 0);
 
   // For files assembled from parts: places the next row of full-resolution blocks, compressed
   // elsewhere by an EncodeurRangees made with the same arguments, without compressing them again. A

@@ -106,5 +106,13 @@ struct GeoreferenceEcriture {
   SystemeReference crs;
 };
 
+// Everything a GeoTIFF is written with besides its pixels: the options, the georeferencing and the
+// tags copied from an input (GDAL metadata, software, ...).
+struct ParametresGeoTIFF {
+  OptionsEcriture options;
+  GeoreferenceEcriture georef;
+  std::vector<TagTIFF> autresTags;
+};
+
 // The no-data value as the GDAL_NODATA tag holds it: "%.18g", or nan, inf, -inf.
 std::string TexteNodata(double valeur);

@@ -335,6 +335,25 @@ void TTImage<T>::Sauver(const char* fichier, int image) const {
   Sauver(fichier, image, OptionsImageOut::defaut());
 }
 
+template <class T>
+void TTImage<T>::Sauver(const char* fichier, const OptionsEcriture& options) const {
+  Sauver(fichier, options, GeoreferenceEcriture());
+}
+
+template <class T>
+void TTImage<T>::Sauver(const char* fichier, const OptionsEcriture& options,
+                        const GeoreferenceEcriture& georef) const {
+  ParametresGeoTIFF geotiff;
+  geotiff.options = options;
+  geotiff.georef = georef;
+  ImageFicOut sortie(fichier, geotiff);
+  sortie.SetTypePixel(TypePixel());
+  sortie.SetNbCanaux(TagNbCanaux(m_canaux));
+  sortie.SetTaille(m_colonnes, m_lignes);
+  sortie.SetValeurs(m_lignesTab.data(), 0, 0, m_colonnes, m_lignes, 0, 0, 1);
+  sortie.Fermer();
+}
+
 template class TTImage<bool>;
 template class TTImage<unsigned char>;
 template class TTImage<signed char>;

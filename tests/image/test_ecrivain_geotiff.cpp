@@ -415,3 +415,98 @@ TEST(EcrivainGeoTIFF, EchecsSansFichier) {
 }
 
 }  // namespace
+
+namespace {
+
+// The same writer through the registry: TTImage::Sauver and ImageFicOut with GeoTIFF options.
+TEST(EcrivainGeoTIFF, ParLeRegistre) {
+  DossierTemp dir;
+  const OptionsEcriture huitBits =
+      LireOptionsEcriture({{"compression", "none"}, {"type", "uint8"}, {"nodata", "0"}});
+  TTImage<float> image(20, 10, TagNbCanaux(3));
+  for (int y = 0; y < 10; ++y)
+    for (int x = 0; x < 20; ++x)
+      for (int c = 0; c < 3; ++c) image(x, y, c) = static_cast<float>(x * 10 + y + c) + 0.5f;
+  image(3, 4, 1) = NAN;
+  image.Sauver((dir / "r.tif").c_str(), huitBits);
+  const TTImage<unsigned char> lu((dir / "r.tif").c_str());
+  for (int y = 0; y < 10; ++y)
+    for (int x = 0; x < 20; ++x)
+      for (int c = 0; c < 3; ++c) {
+        const int attendu = x == 3 && y == 4 ? 0 : std::min(255, x * 10 + y + c + 1);
+        ASSERT_EQ(lu(x, y, c), attendu) << x << " " << y << " " << c;
+      }
+
+  // Bits, and lines pasted with a step.
+  const TTImage<bool> bits = test::ImageMotif<bool>(37, 5, 2);
+  bits.Sauver((dir / "b.tif").c_str(), LireOptionsEcriture({{"compression", "none"}, {"tuile", "16"}}));
+  EXPECT_TRUE(test::MemesEchantillons(bits, TTImage<bool>((dir / "b.tif").c_str())));
+  {
+    ParametresGeoTIFF p;
+    p.options = LireOptionsEcriture({{"compression", "none"}, {"bandes", "2"}});
+    ImageFicOut sortie((dir / "p.tif").c_str(), p);
+    sortie.SetTypePixel(eInt2);
+    sortie.SetNbCanaux(TagNbCanaux(1));
+    sortie.SetTaille(10, 5);
+    const TTImage<short> source = test::ImageMotif<short>(20, 10, 1);
+    source.Paste(sortie, 0, 0, 20, 10, 0, 0, 2);
+    sortie.Fermer();
+    TTImage<short> attendu;
+    attendu.Crop(source, 0, 0, 20, 10, 2);
+    EXPECT_TRUE(test::MemesEchantillons(attendu, TTImage<short>((dir / "p.tif").c_str())));
+  }
+
+  ParametresGeoTIFF p;
+  p.options = huitBits;
+  test::Refuse([&] { ImageFicOut((dir / "r.pgm").c_str(), p); },
+               "[ImageFicOut] (Constructeur) Options GeoTIFF pour le fichier " + dir / "r.pgm" +
+                   ", qui n'est pas un TIFF.");
+  ImageFicOut sortie((dir / "o.tif").c_str(), p);
+  sortie.SetTypePixel(eFloat4);
+  sortie.SetNbCanaux(TagNbCanaux(3));
+  sortie.SetTaille(20, 10);
+  test::Refuse([&] { image.Paste(sortie, 0, 0, 20, 5, 0, 5, 1); },
+               "[ImageFicOut_GeoTIFF] (SetValeurs) 20 x 5 pixels en (0, 5) : le fichier " + dir / "o.tif" +
+                   " attend des lignes entieres a partir de la ligne 0.");
+  test::Refuse([&] { sortie.SetNbCanaux(TagNbCanaux(1)); },
+               "[ImageFicOut] (SetNbCanaux) Valeur non identique pour l'image");
+}
+
+}  // namespace
+
+namespace {
+
+// A file assembled from rows of blocks compressed apart is the file written line by line, byte for
+// byte; a COG gets its overviews from the rows' lines.
+TEST(EcrivainGeoTIFF, RangeesEncodeesAilleurs) {
+  DossierTemp dir;
+  const TPoint2D<int> taille(45, 40);
+  const TTImage<unsigned short> image = test::ImageMotif<unsigned short>(taille.x, taille.y, 2);
+  const size_t pas = static_cast<size_t>(taille.x) * 2 * sizeof(unsigned short);
+  for (const Valeurs& v : {Valeurs{{"compression", "none"}, {"tuile", "16"}, {"nodata", "7"}},
+                           Valeurs{{"compression", "none"}, {"bandes", "6"}, {"entrelacement", "planaire"}},
+                           Valeurs{{"compression", "none"}, {"cog", ""}, {"tuile", "16"}}}) {
+    const OptionsEcriture o = LireOptionsEcriture(v);
+    {
+      EcrivainGeoTIFF e(dir / "direct.tif", o, taille, 2, eUInt2);
+      e.EcrireLignes(image.GetLines()[0], pas, taille.y);
+      e.Terminer();
+    }
+    EcrivainGeoTIFF e(dir / "parts.tif", o, taille, 2, eUInt2);
+    EncodeurRangees encodeur(dir / "parts.tif", o, taille, 2, eUInt2);
+    const int h = e.Plan().hauteurBloc;
+    for (int r = 0; r * h < taille.y; ++r) {
+      const auto blocs = encodeur.Encoder(r, image.GetLines()[r * h], pas);
+      e.EcrireRangeeEncodee(blocs, o.cog ? image.GetLines()[r * h] : nullptr, pas);
+    }
+    e.Terminer();
+    EXPECT_EQ(test::LireFichier(dir / "parts.tif"), test::LireFichier(dir / "direct.tif"));
+  }
+  EcrivainGeoTIFF e(dir / "x.tif",
+                    LireOptionsEcriture({{"compression", "none"}, {"cog", ""}, {"tuile", "16"}}), taille, 2,
+                    eUInt2);
+  test::Refuse([&] { e.EcrireRangeeEncodee({}); },
+               "[EcrivainGeoTIFF] (EcrireRangeeEncodee) Les lignes de la rangee manquent pour les apercus");
+}
+
+}  // namespace

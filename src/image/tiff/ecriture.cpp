@@ -147,7 +147,11 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
 
 }  // namespace tiff
 
+std::unique_ptr<EcrivainImage> CreateWriter_GeoTIFF(const std::string& nom, const ImageInfos& infos);
+
 std::unique_ptr<EcrivainImage> CreateWriter_TIFF(const std::string& nom, const ImageInfos& infos) {
+  // Written with OptionsEcriture: the GeoTIFF writer; otherwise the single uncompressed strip.
+  if (infos.geotiff) return CreateWriter_GeoTIFF(nom, infos);
   if (infos.type == eBit1) return std::make_unique<tiff::ImageFicOut_Raster<bool>>(nom, infos);
   std::unique_ptr<EcrivainImage> ecrivain;
   if (!AppliquerType(infos.type, [&](auto tag) {

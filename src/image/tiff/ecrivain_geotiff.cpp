@@ -84,20 +84,32 @@ std::vector<unsigned char> PixelVide(const PlanEcriture& p) {
 
 // Full-resolution lines converted into one row of blocks.
 struct RangeeConvertie {
-  RangeeConvertie(const PlanEcriture& p, eEnumType typeDonnees, int canauxDonnees, const std::string& nom)
-      : conversion(ChoisirConversion(typeDonnees, canauxDonnees, p, nom)),
+  RangeeConvertie(const PlanEcriture& p, eEnumType typeDonnees, int canauxDonnees, const std::string& n)
+      : plan(p),
+        canaux(canauxDonnees),
+        nom(n),
+        type(typeDonnees),
+        conversion(ChoisirConversion(typeDonnees, canauxDonnees, p, n)),
         octetsLigne(static_cast<size_t>(p.taille.x) * p.canaux * (p.bits == 1 ? 1 : p.bits / 8)),
         largeur(p.taille.x),
         donnees(octetsLigne * p.hauteurBloc),
         valide(static_cast<size_t>(p.taille.x) * p.hauteurBloc) {}
 
-  // Line i of the row from a line of the data type.
-  void Convertir(int i, const void* source, const unsigned char* valideSource) {
+  // Line i of the row from a line of samples of 'typeSource'.
+  void Convertir(int i, eEnumType typeSource, const void* source, const unsigned char* valideSource) {
+    if (typeSource != type) {
+      conversion = ChoisirConversion(typeSource, canaux, plan, nom);
+      type = typeSource;
+    }
     conversion(source, valideSource, static_cast<size_t>(largeur), Ligne(i), Valide(i));
   }
   unsigned char* Ligne(int i) { return donnees.data() + static_cast<size_t>(i) * octetsLigne; }
   unsigned char* Valide(int i) { return valide.data() + static_cast<size_t>(i) * largeur; }
 
+  PlanEcriture plan;
+  int canaux;
+  std::string nom;
+  eEnumType type;  // of the samples the conversion takes
   Conversion conversion;
   size_t octetsLigne;
   int largeur;
@@ -348,6 +360,11 @@ int EcrivainGeoTIFF::Lignes() const { return m->lignes; }
 
 void EcrivainGeoTIFF::EcrireLignes(const void* donnees, size_t pas, int lignes, const unsigned char* valide,
                                    size_t pasValide) {
+  EcrireLignes(m->typeDonnees, donnees, pas, lignes, valide, pasValide);
+}
+
+void EcrivainGeoTIFF::EcrireLignes(eEnumType type, const void* donnees, size_t pas, int lignes,
+                                   const unsigned char* valide, size_t pasValide) {
   Impl& e = *m;
   if (e.termine || lignes < 0 || lignes > e.plan.taille.y - e.lignes)
     ZEPRA_ERREUR(kClasse << " (EcrireLignes) " << lignes << " lignes de plus que les " << e.plan.taille.y
@@ -355,7 +372,7 @@ void EcrivainGeoTIFF::EcrireLignes(const void* donnees, size_t pas, int lignes, 
   const unsigned char* source = static_cast<const unsigned char*>(donnees);
   for (int i = 0; i < lignes; ++i) {
     const int j = e.lignesRangee;
-    e.rangee->Convertir(j, source + i * pas, valide ? valide + i * pasValide : nullptr);
+    e.rangee->Convertir(j, type, source + i * pas, valide ? valide + i * pasValide : nullptr);
     if (e.pyramide) e.pyramide->AjouterLigne(e.rangee->Ligne(j), e.rangee->Valide(j));
     ++e.lignes;
     if (++e.lignesRangee == e.plan.hauteurBloc || e.lignes == e.plan.taille.y) e.RangeeComplete();
@@ -377,7 +394,7 @@ void EcrivainGeoTIFF::EcrireRangeeEncodee(const std::vector<std::vector<unsigned
                   << e.nom << ".");
     const unsigned char* source = static_cast<const unsigned char*>(donnees);
     for (int i = 0; i < lignes; ++i) {
-      e.rangee->Convertir(0, source + i * pas, valide ? valide + i * pasValide : nullptr);
+      e.rangee->Convertir(0, e.typeDonnees, source + i * pas, valide ? valide + i * pasValide : nullptr);
       e.pyramide->AjouterLigne(e.rangee->Ligne(0), e.rangee->Valide(0));
     }
   }
@@ -458,7 +475,7 @@ std::vector<std::vector<unsigned char>> EncodeurRangees::Encoder(int r, const vo
     ZEPRA_ERREUR(kClasse << " (Encoder) Rangee de blocs " << r << " hors de l'image.");
   const unsigned char* source = static_cast<const unsigned char*>(donnees);
   for (int i = 0; i < lignes; ++i)
-    m->rangee->Convertir(i, source + i * pas, valide ? valide + i * pasValide : nullptr);
+    m->rangee->Convertir(i, m->rangee->type, source + i * pas, valide ? valide + i * pasValide : nullptr);
   m->compresseur->Rangee(r, m->rangee->donnees.data(), m->rangee->octetsLigne, m->rangee->valide.data(),
                          static_cast<size_t>(p.taille.x), blocs);
   return blocs;
