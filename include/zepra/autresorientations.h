@@ -57,6 +57,8 @@ class OrientationNonSupportee : public ImageOrientation {
   // model's own text, followed by the file name; otherwise the model is refused as not supported.
   // Never returns.
   OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier);
+  // The same on the bytes of that file, already read.
+  OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier, const std::string& contenu);
   // Copy of 'source', which must have the model's type code.
   OrientationNonSupportee(const ModeleNonSupporte& modele, const ImageOrientation& source);
   [[noreturn]] void NonSupporte(const char* operation) const;
@@ -72,6 +74,7 @@ template <eORIProjType Type>
 class OrientationModele : public OrientationNonSupportee {
  public:
   explicit OrientationModele(const char* fichier);
+  OrientationModele(const char* fichier, const std::string& contenu);
   OrientationModele(const ImageOrientation& source);
   OrientationModele(const OrientationModele& s)
       : OrientationModele(static_cast<const ImageOrientation&>(s)) {}

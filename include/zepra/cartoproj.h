@@ -9,14 +9,22 @@
 //
 // Files: text CARTO (.ori, millimetres), FileOriMnt XML, .hdr headers. Written only as text CARTO,
 // every real number with the digits it needs to read back bit for bit.
+//
+// An image without any of these files may still be placed by its own GeoTIFF tags or by a world file
+// beside it (LireGeoreference): zone 0, coordinates in the units of the file's coordinate reference
+// system, which the orientation then carries (GetSystemeReference). The CRS travels with every copy
+// and cut-out; it is never written to the files above (a CARTO .ori has no CRS: unknown).
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 #include <string>
 
 #include "zepra/imageorientation.h"
 
 class LecteurTexte;
+class XParserXML;
+struct SystemeReference;
 
 class CartoProjOrientation : public ImageOrientation {
  public:
@@ -24,6 +32,8 @@ class CartoProjOrientation : public ImageOrientation {
   // word of the file. Then the zone checks, then the sizes (1 to 2^31 - 1) and the real numbers
   // (finite, steps not zero) are checked.
   explicit CartoProjOrientation(const char* fichier);
+  // The same from the bytes of that file, already read ('fichier' names it in messages).
+  CartoProjOrientation(const char* fichier, const std::string& contenu);
   // The source must be a CartoProjOrientation.
   CartoProjOrientation(const ImageOrientation& source);
   CartoProjOrientation(const CartoProjOrientation& source)
@@ -106,13 +116,35 @@ class CartoProjOrientation : public ImageOrientation {
   // message followed by 'contexte'.
   static void VerifieZone(int zone, double& y0, const std::string& contexte = "");
 
+  // The coordinate reference system of the map coordinates, null when unknown (CARTO, XML and .hdr
+  // files carry none). Shared between copies, never modified: replace it to change it.
+  const SystemeReference* GetSystemeReference() const { return m_crs.get(); }
+  const std::shared_ptr<const SystemeReference>& PartageSystemeReference() const { return m_crs; }
+  void SetSystemeReference(std::shared_ptr<const SystemeReference> crs) { m_crs = std::move(crs); }
+
+  // The georeferencing of an image that has no orientation file of its own, null when it has none:
+  //  1. its GeoTIFF tags: ModelPixelScale with ModelTiepoint (several tiepoints must lie on the grid
+  //     of the first), or else a ModelTransformation without rotation or shear; pixel-is-point
+  //     (GTRasterTypeGeoKey 2) puts the tiepoint's raster (0, 0) at the centre of the first pixel;
+  //  2. else a world file beside it: the image name with its extension replaced by tfw, tifw, wld,
+  //     each tried in lower case, upper case and capitalised (.tfw .TFW .Tfw .tifw ... .Wld), the
+  //     first that opens; its CRS is the .prj beside the image (.prj .PRJ .Prj), else the GeoKeys
+  //     the file has without a grid.
+  // A north-up grid only: steps strictly positive along X and down the lines. The size is the image's
+  // (its header). Zone 0. A grid that cannot be used (rotated, sheared, north-down, control points,
+  // malformed tags or world file, empty .prj) is an Erreur naming the file.
+  static std::unique_ptr<CartoProjOrientation> LireGeoreference(const char* image);
+
  protected:
   CartoProjOrientation();
   friend class ImageOrientation;  // CreateCartoProjOrientation builds from the seven numbers
 
  private:
+  // The FileOriMnt document already parsed by the factory is not parsed again.
+  CartoProjOrientation(const char* fichier, const std::string& contenu, const XParserXML* xml);
+  void LireContenu(const std::string& contenu, const XParserXML* xml);
   void LireCarto(LecteurTexte& lecteur);
-  void LireXml(const char* fichier);
+  void LireXml(const XParserXML& parser);
   void LireHdr(LecteurTexte& lecteur);
   // Sizes and real numbers fit for use; 'origine' names the file or the caller in messages.
   void VerifieValeurs(const std::string& origine) const;
@@ -124,4 +156,5 @@ class CartoProjOrientation : public ImageOrientation {
   double m_pasY = 0;
   double m_x0 = 0;
   double m_y0 = 0;
+  std::shared_ptr<const SystemeReference> m_crs;
 };

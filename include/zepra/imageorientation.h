@@ -141,12 +141,21 @@ class ImageOrientation {
   void EmpriseImageTerrain(double zMin, double zMax, double xMin, double yMin, double xMax, double yMax,
                            double& col0, double& lin0, double& col1, double& lin1) const;
 
-  // Finds the orientation file of an image (the image's extension replaced by .ori, .ORI, .Ori, .xml,
-  // .XML, .Xml, .hdr, .HDR, .Hdr, first that opens) and reads it.
+  // Finds the orientation of an image: its orientation file (the image's extension replaced by .ori,
+  // .ORI, .Ori, .xml, .XML, .Xml, .hdr, .HDR, .Hdr, first that opens, read once); else, for a name that
+  // is not itself an orientation file name, the image's own georeferencing (GeoTIFF tags, then a
+  // world file beside it: CartoProjOrientation::LireGeoreference). Nothing found: an Erreur
+  // "ImageOrientation : fichier d'orientation introuvable pour " and the image name.
   static std::unique_ptr<ImageOrientation> CreateImageOrientation(const char* image);
+  // The same search; the error names 'nomCherche' (oriented images name the .ori they looked for).
+  static std::unique_ptr<ImageOrientation> ChercherOrientation(const char* image,
+                                                               const std::string& nomCherche);
   // Reads an orientation file whose kind is told by its extension (.ori, .xml, .hdr in any case) and,
   // for .ori and .xml, by its content.
   static std::unique_ptr<ImageOrientation> LireFichierOrientation(const char* fichier);
+  // The same when the file opens (read once); null when it does not, or when the name has none of
+  // those extensions.
+  static std::unique_ptr<ImageOrientation> LireSiPresent(const char* fichier);
   // Builds the class of the given type from the file.
   static std::unique_ptr<ImageOrientation> CreateImageOrientation(const char* fichier, eORIProjType type);
   // A new copy of the class given by the source's type code.

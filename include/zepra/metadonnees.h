@@ -52,6 +52,10 @@ struct MetadonneesImage {
   SystemeReference crs;
 
   // Facts about the file, for messages and reports.
+  // Image size from the header (0 when the header gives none): an orientation built from the tags
+  // needs it without decoding the pixels.
+  long long colonnes = 0;
+  long long lignes = 0;
   int compression = 1;
   int photometrique = 1;
   int planaire = 1;

@@ -10,12 +10,14 @@
 #include "zepra/imageorientation.h"
 
 class CartoProjOrientation;
+struct SystemeReference;
 
 class OrientationOld {
  public:
   OrientationOld() = default;
   // Reads an orientation: a name ending in .ori, .xml or .hdr (any case) that exists is read as that
-  // file; any other name is taken as an image name and its orientation file searched beside it.
+  // file; any other name is taken as an image name and its orientation searched beside it
+  // (ImageOrientation::CreateImageOrientation: orientation files, then GeoTIFF tags, world files).
   explicit OrientationOld(const char* fichier) { Lire(fichier); }
   explicit OrientationOld(const ImageOrientation& ori) { SetOrientation(ori); }
   // The parameters of the carto kind (the only kind built from numbers); type must be eORICarto.
@@ -31,6 +33,10 @@ class OrientationOld {
 
   // Reads (see the constructor). A failed read leaves this orientation unchanged.
   void Lire(const char* fichier);
+  // The orientation of an image (ImageOrientation::CreateImageOrientation: its orientation file, else
+  // its GeoTIFF tags or world file); when nothing is found the error names the image with the
+  // extension .ori, the file oriented images have always looked for.
+  void LirePourImage(const char* image);
   // Writes the orientation in its text format. A carto orientation is written as a CARTO file and a
   // world file beside it (same name, extension .tfw). A name ending in .xml or .hdr is refused: the
   // text written would not be read back from such a name. Each file is complete or absent.
@@ -46,6 +52,9 @@ class OrientationOld {
   void SetPixSize(double pas) { SetPixSize(pas, pas); }
   void SetPixSize(double pasX, double pasY);
   int GetZoneLambert() const;
+  // The coordinate reference system of a carto orientation read from GeoTIFF keys or a .prj; null
+  // when unknown (CARTO, XML and .hdr files) and for the other kinds.
+  const SystemeReference* GetSystemeReference() const;
   void SetZoneLambert(int zone);
   // The map extent (carto: from the first to the last pixel's corner; other kinds: the whole image).
   double GetMinXCarto() const;

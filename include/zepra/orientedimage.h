@@ -88,8 +88,9 @@ class TTOrientedImage : public TTImage<T>, public OrientedImageIn, public Orient
   }
 
   // The orientation from the image name with its extension replaced by .ori (an orientation found
-  // beside the image under another candidate extension is read too), then the image (converted to T),
-  // then the check. On failure this image is unchanged.
+  // beside the image under another candidate extension is read too; without any, the image's GeoTIFF
+  // tags or world file: OrientationOld::LirePourImage), then the image (converted to T), then the
+  // check. On failure this image is unchanged.
   void Lire(const char* image);
   void Lire(const char* image, const char* ori);
   void LireImage(const char* image);
@@ -128,6 +129,10 @@ class TTOrientedImage : public TTImage<T>, public OrientedImageIn, public Orient
   void EcrireCrop(const OrientedImageIn& source, const GeometrieCrop& g, int pas) override;
 
  private:
+  // Reads the image, checks it against o and takes both; 'ori' names the orientation file in messages
+  // when it was given.
+  void Prendre(const char* image, OrientationOld&& o, const char* ori);
+
   OrientationOld m_ori;
 };
 
@@ -142,8 +147,8 @@ extern template class TTOrientedImage<double>;
 
 class OrientedImageFicIn : public OrientedImageIn {
  public:
-  // The orientation from the image name with the extension .ori (see TTOrientedImage::Lire), then the
-  // image file opened, then the check.
+  // The orientation of the image as TTOrientedImage::Lire finds it, then the image file opened, then
+  // the check.
   explicit OrientedImageFicIn(const char* image);
   OrientedImageFicIn(const char* image, const char* ori);
   OrientedImageFicIn(const ImageFicIn& image, const OrientationOld& ori);

@@ -35,6 +35,20 @@ std::string Contexte(const std::string& image, const std::string& ori) {
   return " (image " + image + ", orientation " + ori + ")";
 }
 
+OrientationOld OrientationPourImage(const char* image) {
+  OrientationOld o;
+  o.LirePourImage(image);
+  return o;
+}
+
+// The orientation an image was read with, for messages: the .ori looked for, as always, when an
+// orientation file was found; the file itself when the image's georeferencing was used.
+std::string NomLu(const char* image, const OrientationOld& o) {
+  const std::string f = o.GetFileName();
+  const std::string ext = TChaine(f).Extension().ToLowCase().str();
+  return ext == "ori" || ext == "xml" || ext == "hdr" ? NomOrientation(image) : f;
+}
+
 // The check shared by the three classes; 'classe' opens the messages.
 void Coherence(const char* classe, long long lignes, long long colonnes, const OrientationOld& ori,
                const std::string& contexte) {
@@ -162,17 +176,21 @@ void TTOrientedImage<T>::VerifieCoherence(const std::string& contexte) const {
 
 template <class T>
 void TTOrientedImage<T>::Lire(const char* image) {
-  const std::string ori = NomOrientation(image);
-  Lire(image, ori.c_str());
+  Prendre(image, OrientationPourImage(image), nullptr);
 }
 
 template <class T>
 void TTOrientedImage<T>::Lire(const char* image, const char* ori) {
+  Prendre(image, OrientationOld(ori), ori);
+}
+
+template <class T>
+void TTOrientedImage<T>::Prendre(const char* image, OrientationOld&& o, const char* ori) {
   // Both read into new objects, checked, then taken: a failure leaves this image as it was.
-  OrientationOld o(ori);
   TTImage<T> im;
   im.Lire(image);
-  Coherence("TTOrientedImage", im.iGetNbLignes(), im.iGetNbColonnes(), o, Contexte(image, ori));
+  Coherence("TTOrientedImage", im.iGetNbLignes(), im.iGetNbColonnes(), o,
+            Contexte(image, ori ? ori : NomLu(image, o)));
   TTImage<T>::operator=(std::move(im));
   m_ori = std::move(o);
 }
@@ -258,7 +276,9 @@ template class TTOrientedImage<float>;
 template class TTOrientedImage<double>;
 
 OrientedImageFicIn::OrientedImageFicIn(const char* image)
-    : OrientedImageFicIn(image, NomOrientation(image).c_str()) {}
+    : m_ori(OrientationPourImage(image)), m_image(image) {
+  VerifieCoherence(Contexte(image, NomLu(image, m_ori)));
+}
 
 OrientedImageFicIn::OrientedImageFicIn(const char* image, const char* ori) : m_ori(ori), m_image(image) {
   VerifieCoherence(Contexte(image, ori));

@@ -56,10 +56,20 @@ bool Interprete(uint16_t tag) {
   }
 }
 
-std::vector<double> Reels(const tiff::Directory& d) {
+// A numeric field, whatever its type; a type without numbers (ASCII, unknown) is refused here, where
+// the file can be named.
+std::vector<double> Reels(const std::string& nom, uint16_t tag, const tiff::Directory& d) {
+  if (d.type == 2 || tiff::Directory::SizeOfValue(d.type) == 0)
+    ZEPRA_ERREUR("[LireMetadonnees] Tag " << tag << " de type " << d.type
+                                          << " : des nombres sont attendus, dans le fichier " << nom << ".");
   std::vector<double> v(d.count);
   for (uint64_t i = 0; i < d.count; ++i) v[i] = d.GetValue(i);
   return v;
+}
+
+// Width or length: SHORT or LONG; anything else counts as absent (0), which the users refuse.
+long long Taille(const tiff::Directory& d) {
+  return d.count > 0 && (d.type == 3 || d.type == 4 || d.type == 16) ? static_cast<long long>(d.GetValue(0)) : 0;
 }
 
 std::string Texte(const tiff::Directory& d) {
@@ -83,6 +93,13 @@ void LireCles(const std::string& nom, MetadonneesImage& m) {
                           : lieu == kGeoAsciiParams  ? m.crs.ascii.size()
                           : lieu == kGeoKeyDirectory ? k.size()
                                                      : 0;
+    // A value held in the directory itself is one short.
+    if (lieu == 0 && n != 1)
+      ZEPRA_ERREUR("[LireMetadonnees] Cle GeoTIFF "
+                   << id << " : " << n
+                   << " valeurs dans le repertoire de cles (1 attendue) dans "
+                      "le fichier "
+                   << nom << ".");
     if (lieu != 0 && static_cast<size_t>(valeur) + n > taille)
       ZEPRA_ERREUR("[LireMetadonnees] Cle GeoTIFF " << id << " : " << n << " valeurs a l'indice " << valeur
                                                     << " hors du tag " << lieu << " dans le fichier " << nom
@@ -105,19 +122,29 @@ std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
   for (const auto& [tag, d] : annexes.Tags()) {
     switch (tag) {
       case kModelPixelScale:
-        m->pixelScale = Reels(d);
+        m->pixelScale = Reels(nom, tag, d);
         break;
       case kModelTiepoint:
-        m->tiepoints = Reels(d);
+        m->tiepoints = Reels(nom, tag, d);
         break;
       case kModelTransformation:
-        m->transformation = Reels(d);
+        m->transformation = Reels(nom, tag, d);
         break;
       case kGeoKeyDirectory:
+        // SHORT only: any other type could hold values that are no key at all.
+        if (d.type != 3)
+          ZEPRA_ERREUR("[LireMetadonnees] GeoKeyDirectory de type "
+                       << d.type << " (SHORT attendu) dans le fichier " << nom << ".");
         for (uint64_t i = 0; i < d.count; ++i) m->crs.cles.push_back(static_cast<uint16_t>(d.GetValue(i)));
         break;
+      case tiff::kImageWidth:
+        m->colonnes = Taille(d);
+        break;
+      case tiff::kImageLength:
+        m->lignes = Taille(d);
+        break;
       case kGeoDoubleParams:
-        m->crs.doubles = Reels(d);
+        m->crs.doubles = Reels(nom, tag, d);
         break;
       case kGeoAsciiParams:
         m->crs.ascii = Texte(d);

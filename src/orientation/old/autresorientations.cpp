@@ -45,11 +45,17 @@ const ModeleNonSupporte& Decrire(eORIProjType type) {
 }  // namespace
 
 OrientationNonSupportee::OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier)
+    : OrientationNonSupportee(modele, fichier, [&] {
+        std::string contenu;
+        if (!LecteurTexte::Charger(fichier, contenu, modele.classe))
+          ZEPRA_ERREUR(modele.classe << " : probleme d'ouverture du fichier " << (fichier ? fichier : ""));
+        return contenu;
+      }()) {}
+
+OrientationNonSupportee::OrientationNonSupportee(const ModeleNonSupporte& modele, const char* fichier,
+                                                 const std::string& contenu)
     : ImageOrientation(modele.type), m_modele(&modele) {
   const std::string nom = fichier ? fichier : "";
-  std::string contenu;
-  if (!LecteurTexte::Charger(nom.c_str(), contenu, modele.classe))
-    ZEPRA_ERREUR(modele.classe << " : probleme d'ouverture du fichier " << nom);
   std::string mot;
   LecteurTexte(contenu).Mot(mot);
   if (mot != modele.mot && !(modele.autreMot && mot == modele.autreMot))
@@ -134,6 +140,9 @@ void OrientationNonSupportee::TransposeImage() { NonSupporte("TransposeImage"); 
 template <eORIProjType Type>
 OrientationModele<Type>::OrientationModele(const char* fichier)
     : OrientationNonSupportee(Decrire(Type), fichier) {}
+template <eORIProjType Type>
+OrientationModele<Type>::OrientationModele(const char* fichier, const std::string& contenu)
+    : OrientationNonSupportee(Decrire(Type), fichier, contenu) {}
 template <eORIProjType Type>
 OrientationModele<Type>::OrientationModele(const ImageOrientation& source)
     : OrientationNonSupportee(Decrire(Type), source) {}

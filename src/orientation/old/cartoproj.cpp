@@ -52,11 +52,25 @@ CartoProjOrientation::CartoProjOrientation(const ImageOrientation& source) : Ima
 }
 
 CartoProjOrientation::CartoProjOrientation(const char* fichier) : ImageOrientation(eORICarto) {
-  const std::string nom = fichier ? fichier : "";
-  m_fichier = nom;
+  m_fichier = fichier ? fichier : "";
   std::string contenu;
-  if (!LecteurTexte::Charger(nom.c_str(), contenu, "CartoProjOrientation :"))
-    ZEPRA_ERREUR("CartoProjOrientation : probleme d'ouverture du fichier " << nom);
+  if (!LecteurTexte::Charger(m_fichier.c_str(), contenu, "CartoProjOrientation :"))
+    ZEPRA_ERREUR("CartoProjOrientation : probleme d'ouverture du fichier " << m_fichier);
+  LireContenu(contenu, nullptr);
+}
+
+CartoProjOrientation::CartoProjOrientation(const char* fichier, const std::string& contenu)
+    : CartoProjOrientation(fichier, contenu, nullptr) {}
+
+CartoProjOrientation::CartoProjOrientation(const char* fichier, const std::string& contenu,
+                                           const XParserXML* xml)
+    : ImageOrientation(eORICarto) {
+  m_fichier = fichier ? fichier : "";
+  LireContenu(contenu, xml);
+}
+
+void CartoProjOrientation::LireContenu(const std::string& contenu, const XParserXML* xml) {
+  const std::string& nom = m_fichier;
   LecteurTexte lecteur(contenu);
   std::string mot;
   lecteur.Mot(mot);
@@ -68,14 +82,22 @@ CartoProjOrientation::CartoProjOrientation(const char* fichier) : ImageOrientati
     lecteur.Mot(mot);
   }
   bool reconnu = true;
-  if (mot == "CARTO")
+  if (mot == "CARTO") {
     LireCarto(lecteur);
-  else if (mot.compare(0, 12, "<FileOriMnt>") == 0)
-    LireXml(nom.c_str());
-  else if (mot == "MAPUNITS")
+  } else if (mot.compare(0, 12, "<FileOriMnt>") == 0) {
+    if (xml) {
+      LireXml(*xml);
+    } else {
+      XParserXML parser;
+      if (!ParserXml(contenu, nom, parser))
+        ZEPRA_ERREUR("CartoProjOrientation : fichier XML " << nom << " mal forme (balise non fermee ?)");
+      LireXml(parser);
+    }
+  } else if (mot == "MAPUNITS") {
     LireHdr(lecteur);
-  else
+  } else {
     reconnu = false;  // nothing read: the fields keep their initial zeros
+  }
   VerifieZone(m_zone, m_y0, " dans " + nom);
   if (!reconnu)
     ZEPRA_ERREUR("CartoProjOrientation : fichier " << nom << " de format inconnu (premier mot '" << mot
@@ -97,10 +119,8 @@ void CartoProjOrientation::LireCarto(LecteurTexte& l) {
   if (!l.Reel(m_pasX, -3) || !l.Reel(m_pasY, -3)) manque("le pas X Y (mm)");
 }
 
-void CartoProjOrientation::LireXml(const char* fichier) {
-  XParserXML parser;
-  if (!parser.Parse(fichier))
-    ZEPRA_ERREUR("CartoProjOrientation : fichier XML " << fichier << " mal forme (balise non fermee ?)");
+void CartoProjOrientation::LireXml(const XParserXML& parser) {
+  const char* fichier = m_fichier.c_str();
   const std::string geometrie = parser.ReadNode("/FileOriMnt/Geometrie");
   if (geometrie != "eGeomMNTCarto" && geometrie != "eGeomMNTEuclid")
     ZEPRA_ERREUR("Lecture en CARTO d'une orientation .XML qui n'en est pas eGeomMNTCarto ("

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <new>
 #include <sstream>
@@ -180,24 +179,95 @@ void ImageOrientation::EmpriseImageTerrain(double zMin, double zMax, double xMin
   Boite(zMin, zMax, xMin, yMin, xMax, yMax, f, col0, lin0, col1, lin1);
 }
 
+namespace {
+
+// The one place that maps a type code to its class, built from a file name (and its bytes when they
+// are already read) or from a copy source; null for a code without a class.
+template <class... Source>
+std::unique_ptr<ImageOrientation> Nouvelle(int32_t type, const Source&... source) {
+  switch (type) {
+    case eORICarto:
+      return std::make_unique<CartoProjOrientation>(source...);
+    case eORIConic:
+      return std::make_unique<ConicProjOrientation>(source...);
+    case eORIAxono:
+      return std::make_unique<AxonoProjOrientation>(source...);
+    case eORIScan:
+      return std::make_unique<ScanProjOrientation>(source...);
+    case eORISpheric:
+      return std::make_unique<SphericOrientation>(source...);
+    case eORIGrille:
+      return std::make_unique<GrilleProjOrientation>(source...);
+    default:
+      return nullptr;
+  }
+}
+
+// The orientation file extensions, lower-cased; a name with one of them is not an image.
+std::string ExtensionOrientation(const char* fichier) {
+  const std::string ext = TChaine(fichier).Extension().ToLowCase().str();
+  return ext == "ori" || ext == "xml" || ext == "hdr" ? ext : std::string();
+}
+
+// The tag of the size refusal, as each reader of these files has always worded it.
+const char* TagLecture(const std::string& ext) {
+  return ext == "ori" ? "[ImageOrientation] (CreateImageOrientation)" : "CartoProjOrientation :";
+}
+
+// A file that opened but could not be read, refused as its reader always refused it.
+[[noreturn]] void Illisible(const std::string& ext, const char* fichier) {
+  if (ext == "ori") ZEPRA_ERREUR("ImageOrientation : impossible de lire le fichier orientation " << fichier);
+  if (ext == "xml")
+    ZEPRA_ERREUR("ImageOrientation : impossible de parser le fichier orientation " << fichier);
+  ZEPRA_ERREUR("CartoProjOrientation : probleme d'ouverture du fichier " << fichier);
+}
+
+}  // namespace
+
 std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const char* image) {
+  return ChercherOrientation(image, image ? image : "");
+}
+
+std::unique_ptr<ImageOrientation> ImageOrientation::ChercherOrientation(const char* image,
+                                                                        const std::string& nomCherche) {
   static const char* const extensions[] = {".ori", ".ORI", ".Ori", ".xml", ".XML",
                                            ".Xml", ".hdr", ".HDR", ".Hdr"};
   const TChaine nomImage(image);
   for (const char* ext : extensions) {
     TChaine candidat(nomImage);
     candidat.SetExtension(ext);
-    if (std::ifstream(candidat.c_str()).is_open()) return LireFichierOrientation(candidat.c_str());
+    if (std::unique_ptr<ImageOrientation> o = LireSiPresent(candidat.c_str())) return o;
   }
-  ZEPRA_ERREUR("ImageOrientation : fichier d'orientation introuvable pour " << nomImage);
+  // An orientation file name that leads nowhere is not an image to look into.
+  if (ExtensionOrientation(nomImage).empty())
+    if (std::unique_ptr<ImageOrientation> o = CartoProjOrientation::LireGeoreference(nomImage)) return o;
+  ZEPRA_ERREUR("ImageOrientation : fichier d'orientation introuvable pour " << nomCherche);
 }
 
 std::unique_ptr<ImageOrientation> ImageOrientation::LireFichierOrientation(const char* fichier) {
-  const std::string ext = TChaine(fichier).Extension().ToLowCase().str();
+  const std::string ext = ExtensionOrientation(fichier);
+  if (ext.empty())
+    ZEPRA_ERREUR("ImageOrientation : extension de fichier orientation non reconnue ("
+                 << TChaine(fichier).Extension().ToLowCase() << ") pour " << fichier
+                 << " : .ori, .xml ou .hdr attendue");
+  if (std::unique_ptr<ImageOrientation> o = LireSiPresent(fichier)) return o;
+  Illisible(ext, fichier);
+}
+
+std::unique_ptr<ImageOrientation> ImageOrientation::LireSiPresent(const char* fichier) {
+  const std::string ext = ExtensionOrientation(fichier);
+  if (ext.empty()) return nullptr;
+  // Opened and read once; the readers below work on these bytes.
+  std::string contenu;
+  switch (LecteurTexte::ChargerSiPresent(fichier, contenu, TagLecture(ext))) {
+    case LecteurTexte::Etat::kAbsent:
+      return nullptr;
+    case LecteurTexte::Etat::kIllisible:
+      Illisible(ext, fichier);
+    case LecteurTexte::Etat::kLu:
+      break;
+  }
   if (ext == "ori") {
-    std::string contenu;
-    if (!LecteurTexte::Charger(fichier, contenu, "[ImageOrientation] (CreateImageOrientation)"))
-      ZEPRA_ERREUR("ImageOrientation : impossible de lire le fichier orientation " << fichier);
     std::string mot;
     LecteurTexte(contenu).Mot(mot);
     eORIProjType type = eORIConic;  // "TEXT" and any other word: the conic reader decides
@@ -211,48 +281,19 @@ std::unique_ptr<ImageOrientation> ImageOrientation::LireFichierOrientation(const
       type = eORISpheric;
     else if (mot == "VERSION" || mot == "<?xml")
       type = eORIGrille;
-    return CreateImageOrientation(fichier, type);
+    return Nouvelle(type, fichier, contenu);
   }
   if (ext == "xml") {
     XParserXML parser;
-    if (!parser.Parse(fichier))
-      ZEPRA_ERREUR("ImageOrientation : impossible de parser le fichier orientation " << fichier);
+    if (!ParserXml(contenu, fichier, parser)) Illisible(ext, fichier);
     const std::string geometrie = parser.ReadNode("/FileOriMnt/Geometrie");
     if (geometrie != "eGeomMNTCarto" && geometrie != "eGeomMNTEuclid")
       ZEPRA_ERREUR("la geometrie " << geometrie
                                    << " n'est pas implémentée. Fichier d'orientation : " << fichier);
-    return CreateImageOrientation(fichier, eORICarto);
+    return std::unique_ptr<ImageOrientation>(new CartoProjOrientation(fichier, contenu, &parser));
   }
-  if (ext == "hdr") return CreateImageOrientation(fichier, eORICarto);
-  ZEPRA_ERREUR("ImageOrientation : extension de fichier orientation non reconnue ("
-               << ext << ") pour " << fichier << " : .ori, .xml ou .hdr attendue");
+  return std::make_unique<CartoProjOrientation>(fichier, contenu);
 }
-
-namespace {
-
-// The one place that maps a type code to its class, built from a file name or from a copy source;
-// null for a code without a class.
-template <class Source>
-std::unique_ptr<ImageOrientation> Nouvelle(int32_t type, const Source& source) {
-  switch (type) {
-    case eORICarto:
-      return std::make_unique<CartoProjOrientation>(source);
-    case eORIConic:
-      return std::make_unique<ConicProjOrientation>(source);
-    case eORIAxono:
-      return std::make_unique<AxonoProjOrientation>(source);
-    case eORIScan:
-      return std::make_unique<ScanProjOrientation>(source);
-    case eORISpheric:
-      return std::make_unique<SphericOrientation>(source);
-    case eORIGrille:
-      return std::make_unique<GrilleProjOrientation>(source);
-    default:
-      return nullptr;
-  }
-}
-
-}  // namespace
 
 std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const char* fichier,
                                                                            eORIProjType type) {

@@ -9,30 +9,45 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 #include "zepra/erreur.h"
+#include "zepra/xml.h"
 
 namespace {
 bool Blanc(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 bool Chiffre(char c) { return c >= '0' && c <= '9'; }
 }  // namespace
 
+bool ParserXml(const std::string& contenu, const std::string& fichier, XParserXML& parser) {
+  std::istringstream flux(contenu);
+  XParserXML lu;
+  if (!lu.Parse(flux)) return false;
+  parser = XParserXML(lu.GetRacine(), fichier);
+  return true;
+}
+
 bool LecteurTexte::Charger(const char* fichier, std::string& contenu, const char* tag) {
-  struct stat etat;
-  if (!fichier || stat(fichier, &etat) != 0 || !S_ISREG(etat.st_mode)) return false;
+  return ChargerSiPresent(fichier, contenu, tag) == Etat::kLu;
+}
+
+LecteurTexte::Etat LecteurTexte::ChargerSiPresent(const char* fichier, std::string& contenu,
+                                                  const char* tag) {
+  if (!fichier) return Etat::kAbsent;
   std::ifstream f(fichier, std::ios::binary);
-  if (!f.is_open()) return false;
+  if (!f.is_open()) return Etat::kAbsent;
+  struct stat etat;
+  if (stat(fichier, &etat) != 0 || !S_ISREG(etat.st_mode)) return Etat::kIllisible;
   f.seekg(0, std::ios::end);
   const std::streamoff taille = f.tellg();
-  if (taille < 0) return false;  // not a regular file (a directory, for one)
+  if (taille < 0) return Etat::kIllisible;
   if (static_cast<unsigned long long>(taille) > TailleMax)
     ZEPRA_ERREUR(tag << " Fichier " << fichier << " de " << taille
                      << " octets : trop gros pour une orientation (plus de " << TailleMax << " octets)");
   f.seekg(0, std::ios::beg);
   contenu.assign(static_cast<size_t>(taille), '\0');
   f.read(&contenu[0], taille);
-  if (f.gcount() != taille) return false;
-  return true;
+  return f.gcount() == taille ? Etat::kLu : Etat::kIllisible;
 }
 
 void LecteurTexte::SauterBlancs() {

@@ -11,6 +11,12 @@
 #include <functional>
 #include <string>
 
+class XParserXML;
+
+// Parses an XML document held in memory; the parser keeps 'fichier' for its messages. False when it
+// is not well formed.
+bool ParserXml(const std::string& contenu, const std::string& fichier, XParserXML& parser);
+
 class LecteurTexte {
  public:
   explicit LecteurTexte(std::string contenu) : m_texte(std::move(contenu)) {}
@@ -18,6 +24,11 @@ class LecteurTexte {
   // Reads the whole file; false when it cannot be opened. Throws an Erreur tagged 'tag' for a file
   // larger than TailleMax.
   static bool Charger(const char* fichier, std::string& contenu, const char* tag);
+  // The same, opening the file once and telling a file that is not there (kAbsent) from one that
+  // opens but cannot be read whole (kIllisible: a directory, a read error): searches beside an image
+  // take the first candidate that opens, and read it with that same opening.
+  enum class Etat { kAbsent, kIllisible, kLu };
+  static Etat ChargerSiPresent(const char* fichier, std::string& contenu, const char* tag);
   static const size_t TailleMax = 1 << 20;
 
   // Next word of at most 'max' characters (the rest of a longer word is the next word); false at end.

@@ -2,7 +2,6 @@
 
 #include "zepra/cartoproj.h"
 #include "zepra/erreur.h"
-#include "zepra/systeme.h"
 #include "zepra/tchaine.h"
 
 OrientationOld::OrientationOld(eORIProjType type, double x0, double y0, int zone, long nbColonnes,
@@ -44,12 +43,19 @@ CartoProjOrientation& OrientationOld::Carto(const char* methode) {
 }
 
 void OrientationOld::Lire(const char* fichier) {
-  const TChaine nom(fichier);
-  const std::string ext = nom.Extension().ToLowCase().str();
-  const bool fichierOrientation =
-      (ext == "ori" || ext == "xml" || ext == "hdr") && Systeme::ExisteFichier(nom);
-  m_ori = fichierOrientation ? ImageOrientation::LireFichierOrientation(nom)
-                             : ImageOrientation::CreateImageOrientation(nom);
+  std::unique_ptr<ImageOrientation> o = ImageOrientation::LireSiPresent(fichier);
+  m_ori = o ? std::move(o) : ImageOrientation::CreateImageOrientation(fichier);
+}
+
+void OrientationOld::LirePourImage(const char* image) {
+  TChaine ori(image);
+  ori.SetExtension(".ori");
+  m_ori = ImageOrientation::ChercherOrientation(image, ori.str());
+}
+
+const SystemeReference* OrientationOld::GetSystemeReference() const {
+  const auto* c = dynamic_cast<const CartoProjOrientation*>(m_ori.get());
+  return c ? c->GetSystemeReference() : nullptr;
 }
 
 void OrientationOld::Sauver(const char* fichier) const {
@@ -121,7 +127,9 @@ void OrientationOld::SurEchantillonnage(int facteur) {
   const CartoProjOrientation& c = Carto("SurEchantillonnage");
   if (facteur < 1) ZEPRA_ERREUR("[OrientationOld] (SurEchantillonnage) Facteur " << facteur << " invalide");
   // Built from the numbers rather than Extract with 1 / facteur, whose rounding could add a pixel.
-  m_ori = ImageOrientation::CreateCartoProjOrientation(
+  std::unique_ptr<ImageOrientation> sur = ImageOrientation::CreateCartoProjOrientation(
       c.GetXOrigine(), c.GetYOrigine(), c.GetZoneLambert(), static_cast<long>(c.GetNs() * facteur),
       static_cast<long>(c.GetNl() * facteur), c.GetXStep() / facteur, c.GetYStep() / facteur);
+  static_cast<CartoProjOrientation&>(*sur).SetSystemeReference(c.PartageSystemeReference());
+  m_ori = std::move(sur);
 }

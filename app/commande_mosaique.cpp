@@ -1,0 +1,291 @@
+#include "commande_mosaique.h"
+
+#include <cmath>
+#include <iostream>
+#include <limits>
+
+#include "ligne_commande.h"
+#include "zepra/erreur.h"
+#include "zepra/pipeline/parallele.h"
+#include "zepra/pipeline/verification.h"
+
+namespace {
+
+using O = OptionsCommandeMosaique;
+using Option = OptionCommande<O>;
+
+constexpr double kInfini = std::numeric_limits<double>::infinity();
+
+template <class Ligne>
+std::vector<std::string> Noms(const std::vector<Ligne>& table) {
+  std::vector<std::string> n;
+  for (const Ligne& l : table) n.push_back(l.nom);
+  return n;
+}
+template <class Ligne>
+bool Construit(const std::vector<Ligne>& table, const std::string& nom) {
+  const Ligne* l = ChercherLigne(table, nom);
+  return l && l->creer;
+}
+
+// Row makers, one per kind of value.
+Option Drapeau(const char* nom, char court, const char* aide, void (*f)(O&, const Valeur&)) {
+  return Option{nom, court, GenreValeur::kAucune, "", nullptr, aide, f};
+}
+Option Texte(const char* nom, char court, const char* metavar, const char* defaut, const char* aide,
+             void (*f)(O&, const Valeur&)) {
+  return Option{nom, court, GenreValeur::kTexte, metavar, defaut, aide, f};
+}
+Option Entier(const char* nom, const char* metavar, const char* defaut, const char* aide, double min,
+              double max, void (*f)(O&, const Valeur&)) {
+  Option o{nom, 0, GenreValeur::kEntier, metavar, defaut, aide, f};
+  o.min = min;
+  o.max = max;
+  return o;
+}
+// Reals within [min, max], min excluded when minExclu; nb to nbMax of them separated by commas.
+Option Reels(const char* nom, const char* metavar, const char* defaut, const char* aide, double min,
+             bool minExclu, int nb, int nbMax, void (*f)(O&, const Valeur&)) {
+  Option o{nom,  0, nb == 1 && nbMax == 1 ? GenreValeur::kReel : GenreValeur::kReels, metavar, defaut,
+           aide, f};
+  o.min = min;
+  o.max = kInfini;
+  o.minExclu = minExclu;
+  o.nbMin = nb;
+  o.nbMax = nbMax;
+  return o;
+}
+Option Choix(const char* nom, const char* metavar, const char* defaut, const char* aide,
+             std::vector<std::string> (*choix)(), bool (*disponible)(const std::string&),
+             void (*f)(O&, const Valeur&)) {
+  Option o{nom, 0, GenreValeur::kChoix, metavar, defaut, aide, f};
+  o.choix = choix;
+  o.choixDisponible = disponible;
+  return o;
+}
+// The work of this option is not built yet.
+Option AVenir(Option o) {
+  o.disponible = false;
+  return o;
+}
+
+const std::vector<Option>& Table() {
+  static const std::vector<Option> table = {
+      Texte("output", 'o', "FICHIER", nullptr, "la mosaique a ecrire, GeoTIFF (.tif ou .tiff) ; obligatoire",
+            [](O& o, const Valeur& v) { o.sortie = v.texte; }),
+      Choix(
+          "modele", "MODELE", "additif", "modele de correction radiometrique",
+          [] { return Noms(TableModeles()); },
+          [](const std::string& n) { return Construit(TableModeles(), n); },
+          [](O& o, const Valeur& v) { o.modele = v.texte; }),
+      AVenir(
+          Entier("degre-gain", "D", "1", "gain-offset : degre du gain a(x, y)", 0, 2,
+                 [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); })),
+      AVenir(
+          Entier("degre-offset", "D", "2", "gain-offset : degre de l'offset b(x, y)", 0, 2,
+                 [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); })),
+      AVenir(Reels("rigidite", "W", "1", "gain-offset : poids du rappel des corrections vers l'identite", 0,
+                   false, 1, 1, [](O& o, const Valeur& v) { o.parametresModele.rigidite = v.reels[0]; })),
+      AVenir(Entier("bloc", "PIXELS", "choisi d'apres les images",
+                    "gain-offset : cote des blocs de statistiques", 1, 65536,
+                    [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); })),
+      Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),
+      Reels("pas", "METRES", "choisi pour que chaque recouvrement ait quelques centaines d'observations",
+            "pas de la grille des observations", 0, true, 1, 1,
+            [](O& o, const Valeur& v) { o.pas = v.reels[0]; }),
+      Choix(
+          "fusion", "REGLE", "moyenne", "regle de fusion des recouvrements",
+          [] { return Noms(TableFusions()); },
+          [](const std::string& n) { return Construit(TableFusions(), n); },
+          [](O& o, const Valeur& v) { o.fusion = v.texte; }),
+      AVenir(Reels("plume", "METRES", "choisie d'apres les recouvrements", "plume : largeur du fondu", 0,
+                   false, 1, 1, [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; })),
+      [] {
+        Option o = Reels("nodata", "V", "l'etiquette commune des entrees, sinon 0",
+                         "valeur sans donnee des entrees et de la mosaique", -kInfini, false, 1, 1,
+                         [](O& o, const Valeur& v) {
+                           o.nodataDonne = true;
+                           o.nodata = v.reels[0];
+                         });
+        o.nanPermis = true;
+        return o;
+      }(),
+      Texte("masque-suffixe", 0, "SUFFIXE", nullptr,
+            "masque d'exclusion a cote de chaque entree, de meme nom suivi de SUFFIXE (non nul : exclu)",
+            [](O& o, const Valeur& v) { o.masqueSuffixe = v.texte; }),
+      Reels("resolution", "X[,Y]", "le pixel des entrees", "taille du pixel de la mosaique, en metres", 0,
+            true, 1, 2,
+            [](O& o, const Valeur& v) {
+              o.resolutionX = v.reels[0];
+              o.resolutionY = v.reels.back();
+            }),
+      Reels("emprise", "XMIN,YMIN,XMAX,YMAX", "l'union des entrees",
+            "rectangle de la carte auquel la mosaique est limitee, cale sur la grille", -kInfini, false, 4, 4,
+            [](O& o, const Valeur& v) {
+              o.empriseDonnee = true;
+              for (int k = 0; k < 4; ++k) o.emprise[k] = v.reels[k];
+            }),
+      Choix(
+          "reechantillonnage", "METHODE", "proche au pixel des entrees, moyenne sur un pixel plus grand",
+          "reechantillonnage des entrees sur la grille de la mosaique",
+          [] {
+            return std::vector<std::string>{"proche", "bilineaire", "moyenne"};
+          },
+          [](const std::string& n) { return n == "proche"; },
+          [](O& o, const Valeur& v) { o.reechantillonnage = v.texte; }),
+      Texte("corriges", 0, "DOSSIER", "aucune image corrigee",
+            "dossier existant dans lequel ecrire chaque entree corrigee, sous son nom",
+            [](O& o, const Valeur& v) { o.corriges = v.texte; }),
+      Choix(
+          "type", "TYPE", "celui des entrees", "type des echantillons ecrits",
+          [] {
+            return std::vector<std::string>{"uint8",  "int8",  "uint16",  "int16",
+                                            "uint32", "int32", "float32", "float64"};
+          },
+          nullptr, [](O& o, const Valeur& v) { o.type = v.texte; }),
+      Choix(
+          "compression", "CODEC", "deflate", "compression des images ecrites",
+          [] {
+            return std::vector<std::string>{"none", "lzw", "deflate", "zstd", "jpeg"};
+          },
+          nullptr, [](O& o, const Valeur& v) { o.compression = v.texte; }),
+      Entier("niveau", "N", "celui du codec",
+             "niveau de compression : deflate 1-12, zstd 1-22, qualite jpeg 1-100", 1, 100,
+             [](O& o, const Valeur& v) { o.niveau = static_cast<int>(v.entier); }),
+      Entier("tuile", "N", "512", "tuiles de N x N pixels, N multiple de 16", 16, 65536,
+             [](O& o, const Valeur& v) { o.tuile = static_cast<int>(v.entier); }),
+      Drapeau("cog", 0, "ecrire un GeoTIFF optimise pour le nuage (COG), avec ses apercus",
+              [](O& o, const Valeur&) { o.cog = true; }),
+      Entier("epsg", "CODE", "le systeme des entrees", "systeme de reference de la mosaique (code EPSG)", 1,
+             999999, [](O& o, const Valeur& v) { o.epsg = static_cast<int>(v.entier); }),
+      Texte("rapport", 0, "FICHIER.json", nullptr, "rapport JSON du calcul",
+            [](O& o, const Valeur& v) { o.rapport = v.texte; }),
+      Entier("threads", "N", "les coeurs dont dispose le processus", "nombre de fils de calcul", 1, 4096,
+             [](O& o, const Valeur& v) { o.threads = static_cast<int>(v.entier); }),
+      AVenir(Entier("memoire", "MIO", "1024", "plafond de la memoire de travail", 16, 1 << 30,
+                    [](O& o, const Valeur& v) { o.memoire = static_cast<int>(v.entier); })),
+      AVenir(Texte("travail", 0, "DOSSIER", nullptr, "dossier de travail partage par les etapes",
+                   [](O& o, const Valeur& v) { o.travail = v.texte; })),
+      AVenir(Choix(
+          "etape", "ETAPE", nullptr, "une seule etape du calcul, avec --travail",
+          [] {
+            return std::vector<std::string>{"observer", "resoudre", "composer", "assembler"};
+          },
+          nullptr, [](O& o, const Valeur& v) { o.etape = v.texte; })),
+      AVenir(Entier("index", "I", nullptr, "--etape observer : l'entree a observer, a partir de 1", 1, 1e9,
+                    [](O& o, const Valeur& v) { o.index = static_cast<int>(v.entier); })),
+      AVenir([] {
+        Option o{"partie",
+                 0,
+                 GenreValeur::kFraction,
+                 "K/N",
+                 nullptr,
+                 "--etape composer : la K-ieme de N bandes de tuiles, K a partir de 1",
+                 [](O& o, const Valeur& v) {
+                   o.partieK = static_cast<int>(v.k);
+                   o.partieN = static_cast<int>(v.n);
+                 }};
+        o.min = 1;
+        o.max = 1e6;
+        return o;
+      }()),
+      Drapeau("quiet", 0, "n'afficher que les erreurs", [](O& o, const Valeur&) { o.quiet = true; }),
+      Texte("log", 0, "FICHIER", nullptr, "copie des erreurs et avertissements",
+            [](O& o, const Valeur& v) { o.log = v.texte; }),
+      Drapeau("help", 'h', "afficher cette aide et terminer", [](O& o, const Valeur&) { o.aide = true; }),
+      Drapeau("version", 0, "afficher la version et terminer", [](O& o, const Valeur&) { o.version = true; }),
+  };
+  return table;
+}
+
+// Checks that involve several options; the reason of the first that fails.
+std::string VerifierEnsemble(const O& o) {
+  if (o.entrees.empty()) return "aucune image en entree";
+  if (o.sortie.empty()) return "l'option -o/--output est obligatoire";
+  if (o.tuile % 16 != 0) return "--tuile " + std::to_string(o.tuile) + " : un multiple de 16 est attendu";
+  if (o.niveau != 0) {
+    const int max = o.compression == "deflate" ? 12
+                    : o.compression == "zstd"  ? 22
+                    : o.compression == "jpeg"  ? 100
+                                               : 0;
+    if (max == 0) return "--niveau ne s'applique pas a la compression " + o.compression;
+    if (o.niveau > max)
+      return "--niveau " + std::to_string(o.niveau) + " : 1 a " + std::to_string(max) + " pour " +
+             o.compression;
+  }
+  if (o.empriseDonnee && !(o.emprise[0] < o.emprise[2] && o.emprise[1] < o.emprise[3]))
+    return "--emprise : XMIN < XMAX et YMIN < YMAX sont attendus";
+  if (!o.etape.empty() && o.travail.empty()) return "--etape demande --travail";
+  if ((o.etape == "observer") != (o.index != 0))
+    return "--index va avec --etape observer, et seulement avec elle";
+  if ((o.etape == "composer") != (o.partieN != 0))
+    return "--partie va avec --etape composer, et seulement avec elle";
+  return "";
+}
+
+constexpr const char* kIndication = "Essayez 'egalise mosaique --help' pour plus d'informations.";
+
+}  // namespace
+
+LectureMosaique LireCommandeMosaique(int argc, char** argv) {
+  LectureMosaique l;
+  O& o = l.options;
+  const ResultatLecture r = LireCommande(Table(), argc, argv, 2, o);
+  l.statut = r.statut;
+  l.message = r.message;
+  o.entrees.insert(o.entrees.end(), r.entrees.begin(), r.entrees.end());
+  o.donnees = r.donnees;
+  if (l.statut != 0 || o.aide || o.version) return l;
+  l.message = VerifierEnsemble(o);
+  if (!l.message.empty()) l.statut = 2;
+  o.indisponibles = OptionsIndisponibles(Table(), o.donnees);
+  return l;
+}
+
+std::string AideMosaique() {
+  return "Usage : egalise mosaique IMAGE... -o MOSAIQUE.tif [OPTION]...\n"
+         "Egalise la radiometrie d'images georeferencees qui se recouvrent, sur toutes leurs bandes, et les\n"
+         "assemble en une mosaique GeoTIFF.\n"
+         "IMAGE est un chemin ; @LISTE lit les chemins d'un fichier, un par ligne ; apres --, tout mot est\n"
+         "une image. Les options longues s'ecrivent --nom VALEUR ou --nom=VALEUR.\n\n" +
+         AideTable(Table()) +
+         "\n[a venir] : accepte et verifie, refuse a l'execution tant que le calcul n'existe pas.\n"
+         "Statut de sortie : 0 reussite, 1 echec du calcul, 2 ligne de commande incorrecte.\n"
+         "Sans 'mosaique' en premier mot, egalise garde sa ligne de commande historique (mode compatible).\n";
+}
+
+int Main_mosaique(int argc, char** argv) {
+  const LectureMosaique l = LireCommandeMosaique(argc, argv);
+  const O& o = l.options;
+  if (l.statut != 0) {
+    std::cerr << "egalise mosaique : " << l.message << std::endl;
+    if (l.statut == 2) std::cerr << kIndication << std::endl;
+    return l.statut;
+  }
+  if (o.aide) {
+    std::cout << AideMosaique();
+    return 0;
+  }
+  if (o.version) {
+    std::cout << "egalise " << EGALISE_VERSION << std::endl;
+    return 0;
+  }
+  try {
+    if (!o.indisponibles.empty()) {
+      std::string liste;
+      for (const std::string& n : o.indisponibles) liste += (liste.empty() ? "" : ", ") + n;
+      ZEPRA_ERREUR("[Main_mosaique] (Options) Pas encore disponible : " << liste << ".");
+    }
+    VerifierChemins(o.entrees, o.sortie, o.corriges);
+    FixerNbFils(o.threads);
+    ZEPRA_ERREUR(
+        "[Main_mosaique] (Calcul) Le calcul de la mosaique n'est pas encore disponible : il attend la "
+        "lecture des entrees GeoTIFF et l'ecriture de la mosaique GeoTIFF.");
+  } catch (const Erreur& e) {
+    std::cerr << "egalise mosaique : " << e.Texte() << std::endl;
+    return 1;
+  } catch (const std::exception& e) {
+    std::cerr << "egalise mosaique : " << e.what() << std::endl;
+    return 1;
+  }
+}

@@ -1,0 +1,17 @@
+// Stage "open and validate inputs", the part that needs only the file system: what can be refused
+// before any image is opened, so that a run that cannot finish writes nothing.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Refuses, naming the file and the reason: an input that does not exist or is not a regular file (a
+// directory), an input given twice (the same file under any name), an output that is an input or an
+// existing non-file, an output whose extension is not .tif or .tiff (any case), an output folder where no
+// file can be created, and, when 'corriges' is not empty, a corrected-images folder that does not exist or
+// cannot be written, or where a corrected image would replace an input or another corrected image.
+void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
+                     const std::string& corriges);
+
+// Whether a file can be created in the folder: one is made under a temporary name and removed.
+bool DossierInscriptible(const std::string& dossier);

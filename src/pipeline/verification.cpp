@@ -1,0 +1,86 @@
+#include "zepra/pipeline/verification.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include "zepra/erreur.h"
+
+namespace {
+
+using Identite = std::pair<dev_t, ino_t>;
+
+// The folder of a path ("." when it names none).
+std::string Dossier(const std::string& chemin) {
+  const std::string d = std::filesystem::path(chemin).parent_path().string();
+  return d.empty() ? "." : d;
+}
+
+bool Identifier(const std::string& chemin, Identite& id) {
+  struct stat s;
+  if (stat(chemin.c_str(), &s) != 0) return false;
+  id = Identite(s.st_dev, s.st_ino);
+  return true;
+}
+
+}  // namespace
+
+bool DossierInscriptible(const std::string& dossier) {
+  std::string modele = dossier + "/.egalise_essai_XXXXXX";
+  const int f = mkstemp(modele.data());
+  if (f < 0) return false;
+  close(f);
+  unlink(modele.c_str());
+  return true;
+}
+
+void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
+                     const std::string& corriges) {
+  const char* tag = "[Verification] (VerifierChemins)";
+  std::map<Identite, std::string> vues;
+  for (const std::string& e : entrees) {
+    struct stat s;
+    if (stat(e.c_str(), &s) != 0)
+      ZEPRA_ERREUR(tag << " L'image " << e << " n'existe pas ou n'est pas lisible.");
+    if (!S_ISREG(s.st_mode))
+      ZEPRA_ERREUR(tag << " L'entree " << e << " n'est pas un fichier (un dossier ?).");
+    const auto [it, nouvelle] = vues.emplace(Identite(s.st_dev, s.st_ino), e);
+    if (!nouvelle)
+      ZEPRA_ERREUR(tag << " L'image " << e << " est donnee deux fois (deja comme " << it->second << ").");
+  }
+  Identite id;
+  if (Identifier(sortie, id) && vues.count(id))
+    ZEPRA_ERREUR(tag << " La sortie " << sortie << " est l'image d'entree " << vues[id] << ".");
+  if (std::filesystem::exists(sortie) && !std::filesystem::is_regular_file(sortie))
+    ZEPRA_ERREUR(tag << " La sortie " << sortie << " existe et n'est pas un fichier.");
+  std::string extension = std::filesystem::path(sortie).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  if (extension != ".tif" && extension != ".tiff")
+    ZEPRA_ERREUR(tag << " La sortie " << sortie << " doit avoir l'extension .tif ou .tiff (GeoTIFF).");
+  if (!DossierInscriptible(Dossier(sortie)))
+    ZEPRA_ERREUR(tag << " Impossible d'ecrire dans le dossier " << Dossier(sortie) << " de la sortie "
+                     << sortie << ".");
+  if (corriges.empty()) return;
+  if (!std::filesystem::is_directory(corriges))
+    ZEPRA_ERREUR(tag << " Le dossier des images corrigees " << corriges << " n'existe pas.");
+  if (!DossierInscriptible(corriges))
+    ZEPRA_ERREUR(tag << " Impossible d'ecrire dans le dossier des images corrigees " << corriges << ".");
+  std::map<std::string, std::string> noms;
+  for (const std::string& e : entrees) {
+    const std::string nom = std::filesystem::path(e).filename().string();
+    const std::string cible = corriges + "/" + nom;
+    if (Identifier(cible, id) && vues.count(id))
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait l'entree " << vues[id] << ".");
+    const auto [it, nouveau] = noms.emplace(nom, e);
+    if (!nouveau)
+      ZEPRA_ERREUR(tag << " Les images " << it->second << " et " << e << " auraient la meme image corrigee "
+                       << cible << ".");
+  }
+}

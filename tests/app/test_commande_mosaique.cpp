@@ -1,0 +1,173 @@
+// The conventional front end's command line: a table of command lines run through the built tool,
+// each with its exit status and the first words of what it prints; and the settings read from a valid
+// one.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "commande_mosaique.h"
+#include "outils_test.h"
+
+namespace {
+
+struct Cas {
+  const char* arguments;
+  int statut;
+  const char* erreur;  // start of stderr ("" : nothing)
+  const char* sortie;  // start of stdout ("" : nothing)
+};
+
+TEST(CommandeMosaique, TableDesLignesDeCommande) {
+  test::DossierTemp d;
+  for (const char* f : {"a.tif", "b.tif", "-a.tif", "sous/a.tif"}) {
+    std::filesystem::create_directories(std::filesystem::path(d / f).parent_path());
+    std::ofstream(d / f) << "image";
+  }
+  std::filesystem::create_directories(d / "dossier");
+  std::filesystem::create_directories(d / "corriges");
+  std::ofstream(d / "liste.txt") << "  b.tif\r\n\n";
+  std::ofstream(d / "vide.txt") << "\n   \n";
+  const std::string usage = "Essayez 'egalise mosaique --help' pour plus d'informations.\n";
+  const std::string verif = "egalise mosaique : [Verification] (VerifierChemins) ";
+  const std::string pasEncore = "egalise mosaique : [Main_mosaique] (Options) Pas encore disponible : ";
+  const std::string calcul =
+      "egalise mosaique : [Main_mosaique] (Calcul) Le calcul de la mosaique n'est pas encore disponible";
+  const Cas cas[] = {
+      {"", 2, "egalise mosaique : aucune image en entree\n", ""},
+      {"--help", 0, "", "Usage : egalise mosaique IMAGE... -o MOSAIQUE.tif [OPTION]...\n"},
+      {"-h a.tif --inconnue", 0, "", "Usage : egalise mosaique"},
+      {"--version", 0, "", "egalise " EGALISE_VERSION "\n"},
+      {"a.tif", 2, "egalise mosaique : l'option -o/--output est obligatoire\n", ""},
+      {"a.tif -o", 2, "egalise mosaique : l'option -o attend une valeur (FICHIER)\n", ""},
+      {"a.tif --output", 2, "egalise mosaique : l'option --output attend une valeur (FICHIER)\n", ""},
+      {"a.tif -o m.tif --inconnue", 2, "egalise mosaique : option inconnue : --inconnue\n", ""},
+      {"a.tif -o m.tif --fusion:moyenne", 2, "egalise mosaique : option inconnue : --fusion:moyenne\n", ""},
+      {"a.tif -o m.tif -5", 2, "egalise mosaique : option inconnue : -5\n", ""},
+      {"a.tif - -o m.tif", 2, "egalise mosaique : '-' n'est ni une option ni une image\n", ""},
+      {"a.tif -o m.tif --help=oui", 2, "egalise mosaique : l'option --help ne prend pas de valeur\n", ""},
+      {"a.tif -o m.tif --pas 2,5", 2, "egalise mosaique : valeur '2,5' de --pas : un nombre est attendu", ""},
+      {"a.tif -o m.tif --pas -1", 2, "egalise mosaique : valeur '-1' de --pas : doit etre > 0\n", ""},
+      {"a.tif -o m.tif --pas nan", 2,
+       "egalise mosaique : valeur 'nan' de --pas : un nombre est attendu, pas NaN", ""},
+      {"a.tif -o m.tif --pas=inf", 2, "egalise mosaique : valeur 'inf' de --pas : un nombre fini est attendu",
+       ""},
+      {"a.tif -o m.tif --pas 1e999", 2, "egalise mosaique : valeur '1e999' de --pas : nombre hors", ""},
+      {"a.tif -o m.tif --threads 0", 2, "egalise mosaique : valeur '0' de --threads : doit etre entre 1 et",
+       ""},
+      {"a.tif -o m.tif --threads 2.5", 2,
+       "egalise mosaique : valeur '2.5' de --threads : un entier est attendu", ""},
+      {"a.tif -o m.tif --resolution abc", 2, "egalise mosaique : valeur 'abc' de --resolution : un nombre",
+       ""},
+      {"a.tif -o m.tif --resolution 0.5,0", 2,
+       "egalise mosaique : valeur '0.5,0' de --resolution : doit etre > 0", ""},
+      {"a.tif -o m.tif --resolution 1,", 2, "egalise mosaique : valeur '1,' de --resolution : un nombre est",
+       ""},
+      {"a.tif -o m.tif --emprise 1,2,3", 2, "egalise mosaique : valeur '1,2,3' de --emprise : 4 nombres", ""},
+      {"a.tif -o m.tif --emprise 10,0,5,5", 2, "egalise mosaique : --emprise : XMIN < XMAX et YMIN < YMAX",
+       ""},
+      {"a.tif -o m.tif --fusion moyen", 2,
+       "egalise mosaique : valeur 'moyen' de --fusion : attendu : moyenne, voronoi, min, max, plume, "
+       "multibande\n",
+       ""},
+      {"a.tif -o m.tif --modele gain", 2, "egalise mosaique : valeur 'gain' de --modele : attendu : additif,",
+       ""},
+      {"a.tif -o m.tif --type uint7", 2, "egalise mosaique : valeur 'uint7' de --type : attendu : uint8,",
+       ""},
+      {"a.tif -o m.tif --compression lzw --niveau 5", 2,
+       "egalise mosaique : --niveau ne s'applique pas a la compression lzw\n", ""},
+      {"a.tif -o m.tif --niveau 13", 2, "egalise mosaique : --niveau 13 : 1 a 12 pour deflate\n", ""},
+      {"a.tif -o m.tif --niveau 0", 2,
+       "egalise mosaique : valeur '0' de --niveau : doit etre entre 1 et 100\n", ""},
+      {"a.tif -o m.tif --tuile 100", 2, "egalise mosaique : --tuile 100 : un multiple de 16 est attendu\n",
+       ""},
+      {"a.tif -o m.tif --epsg 2154x", 2,
+       "egalise mosaique : valeur '2154x' de --epsg : un entier est attendu\n", ""},
+      {"a.tif -o m.tif --etape composer --travail w --partie 5/4", 2,
+       "egalise mosaique : valeur '5/4' de --partie : k doit etre entre 1 et n\n", ""},
+      {"a.tif -o m.tif --etape composer", 2, "egalise mosaique : --etape demande --travail\n", ""},
+      {"a.tif -o m.tif --etape observer --travail w", 2,
+       "egalise mosaique : --index va avec --etape observer", ""},
+      {"a.tif -o m.tif --index 2", 2, "egalise mosaique : --index va avec --etape observer", ""},
+      {"@absent.txt -o m.tif", 1, "egalise mosaique : liste d'images absent.txt illisible\n", ""},
+      {"a.tif @vide.txt -o m.tif", 1, "egalise mosaique : la liste d'images vide.txt ne nomme aucune image\n",
+       ""},
+      {"a.tif -o m.tif --fusion plume --plume 3", 1, "+--fusion plume, --plume.", ""},
+      {"a.tif -o m.tif --rigidite 2 --memoire 512 --modele gain-offset", 1,
+       "+--rigidite, --memoire, --modele gain-offset.", ""},
+      {"a.tif -o m.tif --reechantillonnage bilineaire", 1, "+--reechantillonnage bilineaire.", ""},
+      {"absent.tif -o m.tif", 1, "=L'image absent.tif n'existe pas ou n'est pas lisible.", ""},
+      {"dossier -o m.tif", 1, "=L'entree dossier n'est pas un fichier (un dossier ?).", ""},
+      {"a.tif @liste.txt ./a.tif -o m.tif", 1, "=L'image ./a.tif est donnee deux fois (deja comme a.tif).",
+       ""},
+      {"a.tif b.tif -o ./b.tif", 1, "=La sortie ./b.tif est l'image d'entree b.tif.", ""},
+      {"a.tif -o dossier", 1, "=La sortie dossier existe et n'est pas un fichier.", ""},
+      {"a.tif -o m.png", 1, "=La sortie m.png doit avoir l'extension .tif ou .tiff (GeoTIFF).", ""},
+      {"a.tif -o absent/m.tif", 1, "=Impossible d'ecrire dans le dossier absent de la sortie absent/m.tif.",
+       ""},
+      {"a.tif -o m.tif --corriges absent", 1, "=Le dossier des images corrigees absent n'existe pas.", ""},
+      {"a.tif -o m.tif --corriges .", 1, "=L'image corrigee ./a.tif remplacerait l'entree a.tif.", ""},
+      {"a.tif sous/a.tif -o m.tif --corriges corriges", 1,
+       "=Les images a.tif et sous/a.tif auraient la meme image corrigee corriges/a.tif.", ""},
+      // Valid lines: everything is checked, then the job itself is not there yet.
+      {"a.tif @liste.txt -o m.TIFF --nodata -9999 --pas=2.5 --threads 1 --fusion voronoi --compression zstd "
+       "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",
+       1, "*", ""},
+      {"-om.tif --output=m.tif -- -a.tif", 1, "*", ""},
+  };
+  for (const Cas& c : cas) {
+    const test::Resultat r = test::Lancer(
+        d.chemin(), "('" EGALISE_EXE "' mosaique " + std::string(c.arguments) + " > sortie 2> erreur)");
+    EXPECT_EQ(r.statut, c.statut) << c.arguments;
+    std::string attendu = c.erreur;
+    if (attendu[0] == '+') attendu = pasEncore + attendu.substr(1);
+    if (attendu[0] == '=') attendu = verif + attendu.substr(1);
+    if (attendu == "*") attendu = calcul;
+    const std::string erreur = test::LireFichier(d / "erreur"), sortie = test::LireFichier(d / "sortie");
+    EXPECT_TRUE(test::Commence(erreur, attendu)) << c.arguments << "\n" << erreur;
+    // The hint comes with usage errors only.
+    EXPECT_EQ(erreur.find("\n" + usage) != std::string::npos, c.statut == 2) << c.arguments;
+    EXPECT_TRUE(test::Commence(sortie, c.sortie)) << c.arguments << "\n" << sortie;
+    EXPECT_TRUE(*c.sortie || sortie.empty()) << c.arguments << "\n" << sortie;
+    // Dispatched before the log is opened; nothing written.
+    for (const char* f : {"log.txt", "m.tif", "m.TIFF", "m.ori", "absent"})
+      EXPECT_FALSE(std::filesystem::exists(d / f)) << c.arguments << " : " << f;
+  }
+}
+
+OptionsCommandeMosaique Lire(std::vector<std::string> mots, int statut = 0) {
+  mots.insert(mots.begin(), {"egalise", "mosaique"});
+  std::vector<char*> argv;
+  for (std::string& m : mots) argv.push_back(m.data());
+  argv.push_back(nullptr);
+  const LectureMosaique l = LireCommandeMosaique(static_cast<int>(mots.size()), argv.data());
+  EXPECT_EQ(l.statut, statut) << l.message;
+  return l.options;
+}
+
+TEST(CommandeMosaique, ReglagesLus) {
+  const OptionsCommandeMosaique d = Lire({"a.tif", "-o", "m.tif"});
+  EXPECT_TRUE(d.modele == "additif" && d.fusion == "moyenne" && d.compression == "deflate" &&
+              d.tuile == 512 && d.pas == 0 && d.threads == 0 && !d.nodataDonne && d.indisponibles.empty());
+  // Reals stay real, the last value of an option wins, a resolution of one number is square, a list
+  // is read in place, the options are kept as given.
+  test::DossierTemp t;
+  std::ofstream(t / "l.txt") << "x.tif\ny.tif\n";
+  const OptionsCommandeMosaique o =
+      Lire({"a.tif", "--pas", "2.5", "@" + t / "l.txt", "--output=m.tif", "--resolution", "0.25", "--nodata",
+            "nan", "--fusion", "min", "--fusion=voronoi", "--emprise=-1,-2,3.5,4", "--", "--b.tif"});
+  EXPECT_EQ(o.entrees, (std::vector<std::string>{"a.tif", "x.tif", "y.tif", "--b.tif"}));
+  EXPECT_EQ(o.pas, 2.5);
+  EXPECT_TRUE(o.resolutionX == 0.25 && o.resolutionY == 0.25 && o.sortie == "m.tif" && o.fusion == "voronoi");
+  EXPECT_TRUE(o.nodataDonne && std::isnan(o.nodata));
+  EXPECT_TRUE(o.empriseDonnee && o.emprise[0] == -1 && o.emprise[1] == -2 && o.emprise[2] == 3.5 &&
+              o.emprise[3] == 4);
+  EXPECT_EQ(o.donnees.size(), 7u);
+  EXPECT_EQ(o.donnees[0], (std::pair<std::string, std::string>("--pas", "2.5")));
+  const OptionsCommandeMosaique r = Lire({"a.tif", "-o", "m.tif", "--resolution", "0.5,2", "--plume", "0"});
+  EXPECT_TRUE(r.resolutionX == 0.5 && r.resolutionY == 2);
+  EXPECT_EQ(r.indisponibles, std::vector<std::string>{"--plume"});
+}
+
+}  // namespace
