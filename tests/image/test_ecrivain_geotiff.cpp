@@ -13,6 +13,7 @@
 
 #include "image/outils_image_test.h"
 #include "image/tiff/codec.h"
+#include "zepra/cartoproj.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
 
@@ -507,6 +508,37 @@ TEST(EcrivainGeoTIFF, RangeesEncodeesAilleurs) {
                     eUInt2);
   test::Refuse([&] { e.EcrireRangeeEncodee({}); },
                "[EcrivainGeoTIFF] (EcrireRangeeEncodee) Les lignes de la rangee manquent pour les apercus");
+}
+
+}  // namespace
+
+namespace {
+
+// An orientation written as GeoTIFF tags reads back the same, and GDAL places the file as it places
+// the same grid given by the world file we write.
+TEST(EcrivainGeoTIFF, OrientationEtWorldFile) {
+  DossierTemp dir;
+  std::unique_ptr<ImageOrientation> o =
+      ImageOrientation::CreateCartoProjOrientation(650000.125, 6860000.875, 0, 8, 6, 0.2, 0.3);
+  CartoProjOrientation& carto = static_cast<CartoProjOrientation&>(*o);
+  carto.SetSystemeReference(std::make_shared<const SystemeReference>(CrsDepuisEpsg(2154)));
+  const TTImage<unsigned char> image = test::ImageMotif<unsigned char>(8, 6, 1);
+  image.Sauver((dir / "g.tif").c_str(), LireOptionsEcriture({{"compression", "none"}}),
+               carto.GeoreferencePourEcriture());
+  const std::unique_ptr<CartoProjOrientation> lu =
+      CartoProjOrientation::LireGeoreference((dir / "g.tif").c_str());
+  ASSERT_TRUE(lu);
+  EXPECT_EQ(lu->GetXOrigine(), carto.GetXOrigine());
+  EXPECT_EQ(lu->GetYOrigine(), carto.GetYOrigine());
+  EXPECT_EQ(lu->GetXStep(), carto.GetXStep());
+  EXPECT_EQ(lu->GetYStep(), carto.GetYStep());
+  ASSERT_TRUE(lu->GetSystemeReference());
+  EXPECT_EQ(ComparerCrs(*lu->GetSystemeReference(), CrsDepuisEpsg(2154)), EgaliteCrs::kMeme);
+  // The same image without tags, placed by the world file.
+  image.Sauver((dir / "w.tif").c_str());
+  carto.EcrireWorldFile((dir / "w.tfw").c_str());
+  const std::string transformation = "' '.join(repr(v) for v in d['geoTransform'])";
+  EXPECT_EQ(Json(dir, "g.tif", transformation), Json(dir, "w.tif", transformation));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 // nearest other value of the type, so that real data never turns into holes. Private to src/image.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -96,6 +97,14 @@ inline D AcoteNodata(D nodata, S source) {
 template <class S, class D>
 void ConvertirLigne(const S* src, int canaux, const unsigned char* valide, size_t pixels, D* dst,
                     const ParametresSortie<D>& p, unsigned char* valideSortie) {
+  if constexpr (std::is_same_v<S, D> && std::is_integral_v<D>) {
+    // The samples as they are when nothing can change them: no mask, no no-data, no alpha.
+    if (!valide && !p.nodataPresent && !p.alpha) {
+      std::copy(src, src + pixels * canaux, dst);
+      if (valideSortie) std::fill(valideSortie, valideSortie + pixels, 1);
+      return;
+    }
+  }
   const int sortie = canaux + (p.alpha ? 1 : 0);
   const D remplissage = p.Remplissage();
   for (size_t i = 0; i < pixels; ++i, src += canaux, dst += sortie) {
