@@ -542,3 +542,32 @@ TEST(EcrivainGeoTIFF, OrientationEtWorldFile) {
 }
 
 }  // namespace
+
+namespace {
+
+// Tags read from an input are copied, those of its layout and georeferencing are not.
+TEST(EcrivainGeoTIFF, TagsCopies) {
+  DossierTemp dir;
+  Gdal(dir,
+       "gdal_create -q -outsize 4 4 -a_srs EPSG:4326 -a_ullr 0 4 4 0 -mo TIFFTAG_SOFTWARE=essai "
+       "-mo TIFFTAG_DATETIME='2024:01:02 03:04:05' -co TILED=YES -co BLOCKXSIZE=16 -co BLOCKYSIZE=16 s.tif");
+  const auto m = LireMetadonnees(dir / "s.tif");
+  ASSERT_TRUE(m);
+  std::vector<TagTIFF> tags = m->autresTags;
+  tags.push_back(TagTIFF{33550, 12, 3, std::vector<unsigned char>(24, 0)});
+  tags.push_back(TagTIFF{322, 3, 1, {64, 0}});
+  {
+    EcrivainGeoTIFF e(dir / "e.tif", LireOptionsEcriture({{"compression", "none"}, {"bandes", "0"}}), {4, 4},
+                      1, eUInt1, GeoreferenceEcriture(), tags);
+    const std::vector<unsigned char> l(16, 9);
+    e.EcrireLignes(l.data(), 4, 4);
+    e.Terminer();
+  }
+  const std::string info = test::Lancer(dir.chemin(), "tiffinfo e.tif").sortie;
+  EXPECT_NE(info.find("Software: essai"), std::string::npos) << info;
+  EXPECT_NE(info.find("DateTime: 2024:01:02 03:04:05"), std::string::npos) << info;
+  EXPECT_EQ(info.find("Tile"), std::string::npos) << info;
+  EXPECT_EQ(info.find("33550"), std::string::npos) << info;
+}
+
+}  // namespace

@@ -195,7 +195,8 @@ void EcrivainGeoTIFF::Impl::Preparer(const OptionsEcriture& options, const Geore
   if (plan.cog && plan.bits == 1)
     ZEPRA_ERREUR(kClasse << " Pas d'apercus pour des echantillons de 1 bit (fichier " << nom << ").");
   std::vector<TagTIFF> supplementaires = tiff::TagsGeoTIFF(georef, options.epsg, nom);
-  supplementaires.insert(supplementaires.end(), autresTags.begin(), autresTags.end());
+  for (const TagTIFF& t : autresTags)
+    if (!tiff::TagStructurel(t.code)) supplementaires.push_back(t);
 
   // Levels, and the images in directory order: data then mask of the full resolution, then the
   // overviews, then their masks, as GDAL orders them.

@@ -20,6 +20,19 @@ Directory Valeurs(uint16_t type, const std::vector<uint64_t>& v) {
 // A size as GDAL writes it: SHORT when it fits.
 Directory Taille(int v) { return Valeurs(v < 65536 ? kShort : kLong, {static_cast<uint64_t>(v)}); }
 
+}  // namespace
+
+bool TagStructurel(uint16_t tag) {
+  static const uint16_t structurels[] = {254, 255, 256, 257, 258,   259,   262,   266,   273,   277,   278,
+                                         279, 284, 317, 320, 322,   323,   324,   325,   338,   339,   347,
+                                         529, 530, 531, 532, 33550, 33922, 34264, 34735, 34736, 34737, 42113};
+  for (uint16_t t : structurels)
+    if (t == tag) return true;
+  return false;
+}
+
+namespace {
+
 int FormatEchantillon(eEnumType type) {
   switch (type) {
     case eInt1:

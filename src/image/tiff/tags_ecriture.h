@@ -34,6 +34,10 @@ std::map<uint16_t, Directory> TagsImage(const PlanEcriture& p, const ImageEcrite
                                         const std::vector<unsigned char>& tablesJpeg,
                                         const std::vector<TagTIFF>& supplementaires);
 
+// Tags that describe the layout, georeferencing or no-data of a file: copied from another file they
+// would contradict this one's.
+bool TagStructurel(uint16_t tag);
+
 void FixerBlocs(std::map<uint16_t, Directory>& tags, const std::vector<uint64_t>& offsets,
                 const std::vector<uint64_t>& octets);
 
