@@ -1,5 +1,6 @@
-// The named radiometric sub-commands: each reads its inputs by position, works on one-channel float
-// images and boolean masks, and writes its results under fixed names in the current directory.
+// The named radiometric sub-commands: each reads its inputs by position (channel 0 of each file),
+// works on one-channel float images and boolean masks, and writes its results under fixed names in the
+// current directory.
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -33,21 +34,18 @@ void VerifierArguments(int argc, const char* commande, int attendus, const char*
                                     << donnes << " donnes.");
 }
 
-TTImage<float> LireImage(const char* nom, const char* commande) {
-  TTImage<float> image(nom, 0);
-  if (image.GetNbCanaux() != 1)
-    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") L'image " << nom << " a " << image.GetNbCanaux()
-                                      << " canaux ; une image a un canal est attendue.");
+// Images and masks are channel 0 of their files, whatever their channel count.
+TTImage<float> LireImage(const char* nom) {
+  TTImage<float> image;
+  image.LireCanal(nom, 0);
   return image;
 }
 
 // Reads a mask (non-zero samples are true) and checks that it fits its image.
 TTImage<bool> LireMasque(const char* nom, const TTImage<float>& image, const char* nomImage,
                          const char* commande) {
-  TTImage<bool> masque(nom, 0);
-  if (masque.GetNbCanaux() != 1)
-    ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le masque " << nom << " a " << masque.GetNbCanaux()
-                                      << " canaux ; un masque a un canal est attendu.");
+  TTImage<bool> masque;
+  masque.LireCanal(nom, 0);
   if (masque.GetTaille() != image.GetTaille())
     ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le masque " << nom << " (" << masque.iGetNbColonnes()
                                       << " x " << masque.iGetNbLignes() << ") n'a pas la taille de l'image "
@@ -62,7 +60,7 @@ struct Paire {
   TTImage<bool> masque;
 };
 Paire LirePaire(char** argv, int i) {
-  Paire p{LireImage(argv[i], argv[1]), TTImage<bool>()};
+  Paire p{LireImage(argv[i]), TTImage<bool>()};
   p.masque = LireMasque(argv[i + 1], p.image, argv[i], argv[1]);
   return p;
 }
@@ -122,9 +120,9 @@ void WalisImageReference(int argc, char** argv) {
 void AppliqueGainOffsetCommande(int argc, char** argv) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 3, "image gain offset");
-  TTImage<float> image = LireImage(argv[2], commande);
-  const TTImage<float> gain = LireImage(argv[3], commande);
-  const TTImage<float> offset = LireImage(argv[4], commande);
+  TTImage<float> image = LireImage(argv[2]);
+  const TTImage<float> gain = LireImage(argv[3]);
+  const TTImage<float> offset = LireImage(argv[4]);
   if (gain.GetTaille() != image.GetTaille() || offset.GetTaille() != image.GetTaille())
     ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Le gain " << argv[3] << " (" << gain.iGetNbColonnes()
                                       << " x " << gain.iGetNbLignes() << ") et l'offset " << argv[4] << " ("

@@ -4,8 +4,8 @@
 #   scripts/deps.sh          build, tests, demo
 #   scripts/deps.sh bench    the same plus what the benchmarks compare against
 set -e
-pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools clang libclang-rt-14-dev
-  libproj-dev proj-data gdal-bin python3-gdal"
+pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang
+  libclang-rt-14-dev libproj-dev proj-data python3-gdal"
 if [ "$1" = "bench" ]; then
   pkgs="$pkgs time"
 fi

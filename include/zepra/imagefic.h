@@ -2,6 +2,7 @@
 // facades ImageFicIn (read) and ImageFicOut (write).
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,6 +11,14 @@
 #include "zepra/optionsecriture.h"
 #include "zepra/specifimage.h"
 #include "zepra/tchaine.h"
+
+// The most bytes of samples read from a file that the library allocates at once: a whole image read
+// into memory (TTImage::Lire) or one decoded strip or tile. A small compressed file may honestly
+// declare gigapixels; such a file is refused, with its size and this limit named, before anything
+// is allocated. Process-wide; 16 GiB unless set (tests and fuzzers lower it).
+constexpr uint64_t kLimiteOctetsDecodesDefaut = uint64_t(16) << 30;
+uint64_t LimiteOctetsDecodes();
+void SetLimiteOctetsDecodes(uint64_t octets);
 
 // Write options handed to the writers. The seven values travel unchanged to the writer factory; the
 // TIFF, RLE and PNM writers use none of them.
@@ -87,6 +96,10 @@ class ListeHandlerWrite {
   bool m_initialise = false;
 };
 
+// The extensions of the two registries, in their order: the source of the start banner's lists
+// (Systeme::SetSourceExtensions).
+void ExtensionsImages(std::vector<std::string>& lecture, std::vector<std::string>& ecriture);
+
 // Registers a reader or a writer from other code when constructed.
 struct HandlerReadAdder {
   HandlerReadAdder(const std::string& ext, FabriqueLecteur f) {
@@ -124,6 +137,32 @@ class ImageFicIn : public ImplGetValeurs<ImageFicIn> {
  private:
   std::unique_ptr<SpecifImageIn> m_lecteur;
   TChaine m_nom;
+};
+
+// One channel of another source, as a one-channel source of its size and type. Rows are read from the
+// source in bands of about a million samples, so that no more than a band of the other channels is
+// held.
+class CanalDe : public ImplGetValeurs<CanalDe> {
+ public:
+  CanalDe(std::unique_ptr<SpecifImageIn> source, int canal);
+  CanalDe(const CanalDe& autre)
+      : ImplGetValeurs<CanalDe>(), m_source(autre.m_source->dup()), m_canal(autre.m_canal) {}
+  SpecifImageIn* dup() const override { return new CanalDe(*this); }
+
+  TPoint2D<int> GetTaille() const override { return m_source->GetTaille(); }
+  int GetNbCanaux() const override { return 1; }
+  eEnumType TypePixel() const override { return m_source->TypePixel(); }
+  const MetadonneesImage* Metadonnees() const override { return m_source->Metadonnees(); }
+  bool RawReadPossible() const override { return false; }
+  void RawRead(char* tampon, unsigned int octets) const override;
+
+  // Defined for the nine element types in canal.cpp.
+  template <class D>
+  void GetValeursT(LigneDe<D> const* l, int x0, int y0, int x1, int y1, int xDest, int yDest, int pas) const;
+
+ private:
+  std::unique_ptr<SpecifImageIn> m_source;
+  int m_canal;
 };
 
 // An image file opened for writing by the writer registered for its extension. The writer is created

@@ -60,8 +60,10 @@ struct MetadonneesImage {
   int photometrique = 1;
   int planaire = 1;
   bool bigtiff = false;
-  // A validity mask travels with the image (an internal transparency-mask directory, or a .msk file).
+  // A validity mask travels with the image: an internal transparency-mask directory of the image's
+  // size, or a .msk file beside it (see OuvrirMasqueValidite in zepra/masque.h).
   bool masqueInterne = false;
+  bool masqueExterne = false;
 
   // Tags the reader did not interpret, each bounded in size.
   std::vector<TagTIFF> autresTags;

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "zepra/tchaine.h"
 
@@ -18,7 +19,15 @@ class Systeme {
   static bool m_consoleStandardExiste;
   static std::string m_logname;
 
-  // Starts a run: handler registries, log file, banner. The third argument is ignored.
+  // Where the start banner takes the extensions of the image files that can be read and written.
+  // The base services know nothing of images: the program sets this once, before Demarrer, to the
+  // function the image layer provides (ExtensionsImages in zepra/imagefic.h). Unset, the banner
+  // lists no extension.
+  using SourceExtensions = void (*)(std::vector<std::string>& lecture, std::vector<std::string>& ecriture);
+  static void SetSourceExtensions(SourceExtensions source);
+
+  // Starts a run: the extension lists (which builds the image layer's registries), log file,
+  // banner. The third argument is ignored.
   static void Demarrer(const char* logname, bool hascout, bool);
   // Ends a run: the three closing lines. The log stays open until the process ends.
   static void Arreter();

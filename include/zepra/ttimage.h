@@ -164,6 +164,9 @@ class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage
   // Reads image number 'image' (only 0 exists in our formats) of a file of any registered format,
   // reshaped to the file's size and channels; samples of another type are converted by the plain cast.
   void Lire(const char* fichier, int image = 0);
+  // Reads channel 'canal' of a file of any registered format into a one-channel image of its size,
+  // holding no more than a band of the other channels.
+  void LireCanal(const char* fichier, int canal);
   // Writes the image; the format is chosen by the extension. 'image' as for Lire.
   void Sauver(const char* fichier, int image, const OptionsImageOut& options) const;
   void Sauver(const char* fichier, int image = 0) const;
@@ -186,6 +189,7 @@ class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage
   void ReconstruireLignes();
   // Construire, leaving the new samples uninitialised when 'zero' is false.
   void Dimensionner(int colonnes, int lignes, int canaux, bool zero);
+  void LireSource(const SpecifImageIn& entree, const char* fichier);
 
   Conteneur m_donnees;
   std::vector<Ligne> m_lignesTab;

@@ -2,8 +2,19 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
+
 #include "handlers.h"
 #include "zepra/erreur.h"
+
+namespace {
+std::atomic<uint64_t> g_limiteOctetsDecodes{kLimiteOctetsDecodesDefaut};
+}
+
+uint64_t LimiteOctetsDecodes() { return g_limiteOctetsDecodes.load(std::memory_order_relaxed); }
+void SetLimiteOctetsDecodes(uint64_t octets) {
+  g_limiteOctetsDecodes.store(octets, std::memory_order_relaxed);
+}
 
 const OptionsImageOut& OptionsImageOut::defaut() {
   static const OptionsImageOut options;
@@ -40,9 +51,13 @@ void FiltreExtensions(const Map& m, std::string& filtre) {
 
 }  // namespace
 
+// Built once, on first use, under the language's thread-safe initialisation of statics.
 ListeHandlerRead& ListeHandlerRead::GetListeHandlerRead() {
-  static ListeHandlerRead liste;
-  if (!liste.m_initialise) liste.InitAll();
+  static ListeHandlerRead liste = [] {
+    ListeHandlerRead l;
+    l.InitAll();
+    return l;
+  }();
   return liste;
 }
 
@@ -86,9 +101,17 @@ std::unique_ptr<SpecifImageIn> ListeHandlerRead::CreateReader(const std::string&
 }
 
 ListeHandlerWrite& ListeHandlerWrite::GetListeHandlerWrite() {
-  static ListeHandlerWrite liste;
-  if (!liste.m_initialise) liste.InitAll();
+  static ListeHandlerWrite liste = [] {
+    ListeHandlerWrite l;
+    l.InitAll();
+    return l;
+  }();
   return liste;
+}
+
+void ExtensionsImages(std::vector<std::string>& lecture, std::vector<std::string>& ecriture) {
+  ListeHandlerRead::GetListeHandlerRead().GetAllExt(lecture);
+  ListeHandlerWrite::GetListeHandlerWrite().GetAllExt(ecriture);
 }
 
 void ListeHandlerWrite::InitAll() {

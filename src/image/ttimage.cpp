@@ -1,6 +1,8 @@
 #include "zepra/ttimage.h"
 
 #include <cstring>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "zepra/erreur.h"
@@ -305,12 +307,33 @@ void TTImage<T>::Lire(const char* fichier, int image) {
   if (image != 0)
     ZEPRA_ERREUR("[TTIMAGE] (Lire) Image " << image << " demandee dans " << fichier
                                            << " : nos formats n'ont que l'image 0.");
-  ImageFicIn entree(fichier);
+  LireSource(ImageFicIn(fichier), fichier);
+}
+
+template <class T>
+void TTImage<T>::LireCanal(const char* fichier, int canal) {
+  auto entree = std::make_unique<ImageFicIn>(fichier);
+  if (canal < 0 || canal >= entree->GetNbCanaux())
+    ZEPRA_ERREUR("[TTIMAGE] (LireCanal) Canal " << canal << " absent du fichier " << fichier << " ("
+                                                << entree->GetNbCanaux() << " canaux).");
+  if (entree->GetNbCanaux() == 1) return LireSource(*entree, fichier);
+  LireSource(CanalDe(std::move(entree), canal), fichier);
+}
+
+// Reads into a new image first: a failed read leaves this one unchanged. The reader writes every
+// sample, so the new image is not zeroed first; its size is checked against the limit before.
+template <class T>
+void TTImage<T>::LireSource(const SpecifImageIn& entree, const char* fichier) {
   const TPoint2D<int> t = entree.GetTaille();
-  // Read into a new image first: a failed read leaves this one unchanged. The reader writes every
-  // sample, so the new image is not zeroed first.
+  const int canaux = entree.GetNbCanaux();
+  const uint64_t echantillons = static_cast<uint64_t>(t.x) * static_cast<uint64_t>(t.y) * canaux;
+  const uint64_t octets = std::is_same_v<T, bool> ? (echantillons + 7) / 8 : echantillons * sizeof(T);
+  if (octets > LimiteOctetsDecodes())
+    ZEPRA_ERREUR("[TTIMAGE] (Lire) Image "
+                 << fichier << " de " << t.x << " x " << t.y << " x " << canaux << " echantillons (" << octets
+                 << " octets) au-dela de la limite de " << LimiteOctetsDecodes() << " octets.");
   TTImage lu(TagNbCanaux(1));
-  lu.Dimensionner(t.x, t.y, entree.GetNbCanaux(), false);
+  lu.Dimensionner(t.x, t.y, canaux, false);
   entree.GetValeurs(lu.m_lignesTab.data(), 0, 0, t.x, t.y, 0, 0, 1);
   *this = std::move(lu);
 }

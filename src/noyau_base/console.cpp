@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -10,7 +11,6 @@
 #include <stdexcept>
 
 #include "zepra/erreur.h"
-#include "zepra/imagefic.h"
 #include "zepra/systeme.h"
 
 bool Systeme::m_hascout = true;
@@ -41,6 +41,8 @@ FluxLog& LeFluxLog() {
   static FluxLog flux;
   return flux;
 }
+
+std::atomic<Systeme::SourceExtensions> g_sourceExtensions{nullptr};
 
 void AlerteConsole(const char* texte) {
   std::cout << texte << '\n';
@@ -136,6 +138,8 @@ void Systeme::Warning(const std::string& message) {
   if (m_doWarnings) EcrireLigne("WARNING : " + message);
 }
 
+void Systeme::SetSourceExtensions(SourceExtensions source) { g_sourceExtensions.store(source); }
+
 void Systeme::Demarrer(const char* logname, bool hascout, bool) {
   m_hascout = hascout;
   const long long t = static_cast<long long>(std::clock());
@@ -143,8 +147,8 @@ void Systeme::Demarrer(const char* logname, bool hascout, bool) {
   chrono.debut = t;
   chrono.dernier = t;
 
-  ListeHandlerRead::GetListeHandlerRead().InitAll();
-  ListeHandlerWrite::GetListeHandlerWrite().InitAll();
+  std::vector<std::string> lecture, ecriture;
+  if (const SourceExtensions source = g_sourceExtensions.load()) source(lecture, ecriture);
 
   m_logname = logname ? logname : "";
   GererOflog(OflogOuvrir, nullptr);
@@ -156,12 +160,8 @@ void Systeme::Demarrer(const char* logname, bool hascout, bool) {
   EcrireLigne("[LibZEPRA] QUV / Laboratoire ZEPRA");
   EcrireLigne(std::string("[LibZEPRA] Machine ") + (m_Pointeurs64bits ? "64 bits " : "32 bits ") +
               "de type Intel / AMD.");
-  std::vector<std::string> exts;
-  ListeHandlerRead::GetListeHandlerRead().GetAllExt(exts);
-  LigneExtensions("[LibZEPRA] Extensions images reconnues en lecture : ", exts);
-  exts.clear();
-  ListeHandlerWrite::GetListeHandlerWrite().GetAllExt(exts);
-  LigneExtensions("[LibZEPRA] Extensions images reconnues en ecriture : ", exts);
+  LigneExtensions("[LibZEPRA] Extensions images reconnues en lecture : ", lecture);
+  LigneExtensions("[LibZEPRA] Extensions images reconnues en ecriture : ", ecriture);
   EcrireLigne("[LibZEPRA] Heure lancement : " + Date().str());
   EcrireLigne(std::string("[LibZEPRA] Programme compile en mode RELEASE") +
               (m_doWarnings ? " ; warnings ACTIVES." : " ; warnings DESACTIVES."));

@@ -114,13 +114,27 @@ inline std::string Tiffinfo(const DossierTemp& dir, const std::string& nom) {
   return Lancer(dir.chemin(), "(tiffinfo " + nom + " >/dev/null)").sortie;
 }
 
-// The TIFF file 'nom' of 'image' rewritten by libtiff in every layout we read, each read sample by
-// sample: whole, through a stepped crop that starts inside a block, and band after band as the band
-// copies read, then back to the top. Layouts: strips (single compressed ones: the decoder resumes
-// there band after band), both byte orders, tiles with partial tiles, the horizontal predictor.
+// The file 'chemin' read by our reader against 'image', sample by sample: whole, through a stepped
+// crop that starts inside a block, and band after band as the band copies read, then back to the top.
+template <class T>
+void RelectureComplete(const std::string& chemin, const TTImage<T>& image) {
+  const int h = image.iGetNbLignes();
+  EXPECT_TRUE(MemesEchantillons(image, TTImage<T>(chemin.c_str())));
+  const ImageFicIn fichier(chemin.c_str());
+  EXPECT_TRUE(MemeCrop<double>(fichier, image, 3, 5, 31, 22, 3));
+  TTImage<T> bandes(image.iGetNbColonnes(), h, TagNbCanaux(image.GetNbCanaux()));
+  for (int y = 0; y < h + 4; y += 4) {  // 4 lines at a time, then lines 0-3 again
+    const int y0 = y < h ? y : 0;
+    fichier.GetValeurs(bandes.GetLines(), 0, y0, image.iGetNbColonnes(), std::min(h, y0 + 4), 0, y0, 1);
+  }
+  EXPECT_TRUE(MemesEchantillons(image, bandes));
+}
+
+// The TIFF file 'nom' of 'image' rewritten by libtiff in every layout we read, each read by
+// RelectureComplete. Layouts: strips (single compressed ones: the decoder resumes there band after
+// band), both byte orders, tiles with partial tiles, the horizontal predictor.
 template <class T>
 void VariantesTiffcp(const DossierTemp& dir, const TTImage<T>& image, const std::string& nom) {
-  const int h = image.iGetNbLignes();
   for (const std::string v :
        {"-c lzw", "-c packbits", "-c lzw -r 4", "-c packbits -r 3", "-r 1", "-B", "-B -c lzw -r 5",
         "-L -c lzw -r 7", "-t -w 16 -l 16", "-t -w 32 -l 16 -c lzw", "-c lzw:2 -r 6",
@@ -128,15 +142,7 @@ void VariantesTiffcp(const DossierTemp& dir, const TTImage<T>& image, const std:
     if (std::is_same_v<T, bool> && v == "-c lzw:2 -r 6") continue;  // no predictor for 1-bit samples
     SCOPED_TRACE(v);
     ASSERT_EQ(Tiffcp(dir, v, nom, "v.tif"), "");
-    EXPECT_TRUE(MemesEchantillons(image, TTImage<T>((dir / "v.tif").c_str())));
-    const ImageFicIn fichier((dir / "v.tif").c_str());
-    EXPECT_TRUE(MemeCrop<double>(fichier, image, 3, 5, 31, 22, 3));
-    TTImage<T> bandes(image.iGetNbColonnes(), h, TagNbCanaux(image.GetNbCanaux()));
-    for (int y = 0; y < h + 4; y += 4) {  // 4 lines at a time, then lines 0-3 again
-      const int y0 = y < h ? y : 0;
-      fichier.GetValeurs(bandes.GetLines(), 0, y0, image.iGetNbColonnes(), std::min(h, y0 + 4), 0, y0, 1);
-    }
-    EXPECT_TRUE(MemesEchantillons(image, bandes));
+    RelectureComplete(dir / "v.tif", image);
   }
 }
 
@@ -162,7 +168,8 @@ struct TiffTest {
     entrees.erase(tag);
     return *this;
   }
-  void Ecrire(const std::string& chemin) const {
+  void Ecrire(const std::string& chemin) const { EcrireFichier(chemin, Octets()); }
+  std::string Octets() const {
     const size_t pad = pixels.size() & 1, repertoire = 8 + pixels.size() + pad;
     const size_t valeurs = repertoire + 6 + 12 * entrees.size();
     std::string f =
@@ -174,7 +181,7 @@ struct TiffTest {
       f += o.size() <= 4 ? o + std::string(4 - o.size(), '\0') : Le(valeurs + horsLigne.size(), 4);
       if (o.size() > 4) horsLigne += o + std::string(o.size() & 1, '\0');
     }
-    EcrireFichier(chemin, f + Le(0, 4) + horsLigne);
+    return f + Le(0, 4) + horsLigne;
   }
 };
 

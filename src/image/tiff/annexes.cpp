@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <utility>
 
 #include "zepra/erreur.h"
@@ -37,14 +38,15 @@ void TIFF_Annexes::LireEntete(bool avertir) {
 void TIFF_Annexes::LireRepertoire(uint64_t offset) {
   LecteurOctets& f = *m_lecteur;
   const FormatTIFF& format = *m_format;
-  f.Aller(offset);
-  const uint64_t n = f.LireN(format.octetsNombreEntrees);
-  // n is at most 2^64 - 1: the division keeps the size of the directory from wrapping.
-  if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
-      format.OctetsRepertoire(n) > f.Taille() - offset)
+  uint64_t n = 0;
+  if (!OuvrirRepertoire(f, format, offset, n)) {
+    // The reader's own message when the entry count itself cannot be read.
+    f.Aller(offset);
+    f.LireN(format.octetsNombreEntrees);
     ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Le repertoire de "
                  << n << " entrees a l'offset " << offset << " depasse la fin du fichier " << m_nom << " ("
                  << f.Taille() << " octets).");
+  }
   std::map<uint16_t, Directory> tags;
   // Values of different entries do not overlap in a sound file: all of them together cannot exceed
   // the file, however many entries point at the same bytes.
@@ -82,31 +84,29 @@ void TIFF_Annexes::LireRepertoire(uint64_t offset) {
   m_tags = std::move(tags);
 }
 
-// The other directories are not read, but a chain that leaves the file or loops marks a corrupt
-// file. Brent's cycle detection needs no memory however long the chain is.
+// The other directories are not read, but a chain that leaves the file or loops marks a damaged
+// file: the first image is still read, with a warning. Brent's cycle detection needs no memory
+// however long the chain is; a chain longer than any real file's is not walked to its end.
 void TIFF_Annexes::VerifieChaine(uint64_t suivant) {
   LecteurOctets& f = *m_lecteur;
   const FormatTIFF& format = *m_format;
+  std::ostringstream defaut;
   auto apres = [&](uint64_t offset) -> uint64_t {
-    if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees))
-      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Repertoire suivant a l'offset "
-                   << offset << " hors du fichier " << m_nom << " (" << f.Taille() << " octets).");
-    f.Aller(offset);
-    const uint64_t n = f.LireN(format.octetsNombreEntrees);
-    if (n > (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) ||
-        format.OctetsRepertoire(n) > f.Taille() - offset)
-      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Le repertoire de "
-                   << n << " entrees a l'offset " << offset << " depasse la fin du fichier " << m_nom << " ("
-                   << f.Taille() << " octets).");
+    uint64_t n = 0;
+    if (!OuvrirRepertoire(f, format, offset, n)) {
+      defaut << "le repertoire a l'offset " << offset << " sort du fichier (" << f.Taille() << " octets)";
+      return 0;
+    }
     f.Aller(offset + format.OctetsRepertoire(n) - format.octetsOffset);
     return f.LireN(format.octetsOffset);
   };
   uint64_t lent = 0, rapide = suivant;  // the first directory is the only one reached from the header
   uint64_t puissance = 1, longueur = 1;
-  while (rapide != 0) {
-    if (rapide == lent)
-      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) Les repertoires du fichier "
-                   << m_nom << " bouclent a l'offset " << rapide << ".");
+  for (int pas = 0; rapide != 0 && pas < (1 << 16); ++pas) {
+    if (rapide == lent) {
+      defaut << "les repertoires bouclent a l'offset " << rapide;
+      break;
+    }
     if (puissance == longueur) {
       lent = rapide;
       puissance *= 2;
@@ -115,6 +115,9 @@ void TIFF_Annexes::VerifieChaine(uint64_t suivant) {
     rapide = apres(rapide);
     ++longueur;
   }
+  if (!defaut.str().empty())
+    Systeme::Warning("[TIFF_Annexes] (LireEntete) Chaine des repertoires du fichier " + m_nom + " : " +
+                     defaut.str() + ". Elle n'est pas suivie.");
 }
 
 long long TIFF_Annexes::Entier(uint16_t tag, uint64_t i) const {
@@ -123,9 +126,13 @@ long long TIFF_Annexes::Entier(uint16_t tag, uint64_t i) const {
     ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Tag " << tag << " : valeur " << i << " absente dans le fichier "
                                                   << m_nom << ".");
   const double v = it->second.GetValue(i);
-  if (!(std::fabs(v) < 9007199254740992.0) || v != std::floor(v))
+  // Beyond 2^53 a double no longer holds every integer; no size or offset of a file comes near.
+  if (v != std::floor(v))
     ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Tag " << tag << " : valeur " << v
                                                   << " non entiere dans le fichier " << m_nom << ".");
+  if (!(std::fabs(v) < 9007199254740992.0))
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Tag " << tag << " : valeur " << v
+                                                  << " hors limites dans le fichier " << m_nom << ".");
   return static_cast<long long>(v);
 }
 
@@ -142,8 +149,9 @@ bool CheckMagic_TIFF(const std::string& nom) {
   std::ifstream f(nom, std::ios::in | std::ios::binary);
   unsigned char o[4] = {0, 0, 0, 0};
   if (!f.read(reinterpret_cast<char*>(o), 4)) return false;
-  return (o[0] == 'I' && o[1] == 'I' && o[2] == 42 && o[3] == 0) ||
-         (o[0] == 'M' && o[1] == 'M' && o[2] == 0 && o[3] == 42);
+  const bool ii = o[0] == 'I' && o[1] == 'I', mm = o[0] == 'M' && o[1] == 'M';
+  const int version = ii ? o[2] | o[3] << 8 : mm ? o[2] << 8 | o[3] : 0;
+  return version == kClassique.version || version == kBigTIFF.version;
 }
 
 }  // namespace tiff

@@ -16,6 +16,9 @@
 #include "zepra/geometrie.h"
 #include "zepra/infotype.h"
 
+class Erreur;
+struct MetadonneesImage;
+
 namespace tiff {
 
 // What GetImage decided: enough to build the reader without going back to the directory.
@@ -42,6 +45,9 @@ struct DescriptionTIFF {
   // JPEG: the shared tables (JPEGTables) and the chroma subsampling of YCbCr data.
   std::vector<unsigned char> tablesJpeg;
   int sousEchH = 2, sousEchV = 2;
+  // What the file says besides its pixels, or why it could not be read (the pixels may still be).
+  std::shared_ptr<const MetadonneesImage> metadonnees;
+  std::shared_ptr<const Erreur> erreurMetadonnees;
 
   bool Plans() const { return planaire == 2 && canaux > 1; }
   // Samples of one pixel in one block: all of them, or one per plane.
@@ -49,9 +55,12 @@ struct DescriptionTIFF {
   uint64_t OctetsLigneBloc() const {
     return (static_cast<uint64_t>(largeurBloc) * EchantillonsBloc() * bits + 7) / 8;
   }
-  int BlocsParLigne() const { return (colonnes + largeurBloc - 1) / largeurBloc; }
+  long long BlocsParLigne() const {
+    return (static_cast<long long>(colonnes) + largeurBloc - 1) / largeurBloc;
+  }
   uint64_t BlocsParPlan() const {
-    return static_cast<uint64_t>(BlocsParLigne()) * ((lignes + hauteurBloc - 1) / hauteurBloc);
+    return static_cast<uint64_t>(BlocsParLigne()) *
+           static_cast<uint64_t>((static_cast<long long>(lignes) + hauteurBloc - 1) / hauteurBloc);
   }
 };
 
@@ -71,8 +80,9 @@ class TIFF_Annexes {
   // unknown field type is refused whatever the byte order of the file.
   static void Permut(Directory& d, bool permuter);
   // The decisions of the reader. 'dallageAutorise' is false for the tile files of a "Dallage MPD",
-  // which may not be one themselves.
-  DescriptionTIFF GetImage(bool dallageAutorise = true);
+  // which may not be one themselves; 'masque' true for a transparency mask (PhotometricInterpretation
+  // 4), read as its samples stand.
+  DescriptionTIFF GetImage(bool dallageAutorise = true, bool masque = false);
 
   void SetImage(const TPoint2D<int>& taille, int canaux, eEnumType type);
   // Start of the pixels: header, directory and the values longer than four bytes come first.
@@ -96,6 +106,7 @@ class TIFF_Annexes {
   void VerifieChaine(uint64_t suivant);
   void LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t tagOctets, uint64_t nbBlocs);
   void LirePalette(DescriptionTIFF& d);
+  void LireJpeg(DescriptionTIFF& d);
   void LireDallage(DescriptionTIFF& d);
 
   std::unique_ptr<LecteurOctets> m_lecteur;
@@ -116,7 +127,7 @@ uint64_t MaxDecode(int compression, uint64_t octets);
 // "dir/nom_Tile_i_j.tif"; a name without extension gets none.
 std::string NomDalle(const std::string& nom, int i, int j);
 
-// True when the file starts with a TIFF header of either byte order.
+// True when the file starts with a classic or BigTIFF header of either byte order.
 bool CheckMagic_TIFF(const std::string& nom);
 
 }  // namespace tiff

@@ -27,12 +27,7 @@ void Blocs::Verifier(int x0, int y0, int x1, int y1, int pas) const {
                  << d.compression << (nom.empty() ? "" : ", " + nom) << ") non geree : pixels du fichier "
                  << d.nom << " illisibles.");
   }
-  if (d.planaire == 2 && d.canaux > 1)
-    ZEPRA_ERREUR(
-        "[ImageFicIn_Raster] (GetValeurs) Canaux en plans separes (PlanarConfiguration 2) : pixels du "
-        "fichier "
-        << d.nom << " illisibles.");
-  if (!PredicteurPossible(d.predicteur, d.bits, d.type == eFloat4 || d.type == eFloat8) || d.predicteur == 3)
+  if (!PredicteurPossible(d.predicteur, d.bits, d.type == eFloat4 || d.type == eFloat8))
     ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Predictor ("
                  << d.predicteur << ") non gere pour " << d.bits << " bits : pixels du fichier " << d.nom
                  << " illisibles.");

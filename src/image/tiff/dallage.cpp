@@ -49,6 +49,7 @@ class RasterArray : public ImplGetValeurs<RasterArray> {
   TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m_principal.colonnes, m_principal.lignes); }
   int GetNbCanaux() const override { return m_principal.canaux; }
   eEnumType TypePixel() const override { return m_principal.type; }
+  const MetadonneesImage* Metadonnees() const override { return tiff::Metadonnees(m_principal); }
   bool RawReadPossible() const override { return false; }
   void RawRead(char*, unsigned int) const override {
     ZEPRA_ERREUR("[RasterArray] (RawRead) Lecture brute impossible dans le fichier " << m_principal.nom);

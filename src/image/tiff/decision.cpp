@@ -3,12 +3,21 @@
 #include <climits>
 
 #include "annexes.h"
+#include "codec.h"
 #include "zepra/erreur.h"
+#include "zepra/imagefic.h"
 #include "zepra/systeme.h"
 
 namespace tiff {
 
-DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
+namespace {
+
+// JPEG-compressed YCbCr: the JPEG codec gives it as RGB. Uncompressed YCbCr stays refused.
+bool JpegYCbCr(const DescriptionTIFF& d) { return d.compression == kJPEG && d.photometrique == kYCbCr; }
+
+}  // namespace
+
+DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise, bool masque) {
   DescriptionTIFF d;
   d.nom = m_nom;
   d.permuter = m_swap;
@@ -38,9 +47,7 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
 
   if (Present(kPlanarConfiguration)) {
     d.planaire = static_cast<int>(std::clamp(Entier(kPlanarConfiguration), -1ll, 65536ll));
-    if (d.planaire == 2)
-      Systeme::Warning("[TIFF_Annexes] (GetImage) TIFF_TAG_PLANARCONFIGURATION 2 : valeur pas encore gere.");
-    else if (d.planaire != 1)
+    if (d.planaire != 1 && d.planaire != 2)
       Systeme::Warning("[TIFF_Annexes] (GetImage) TIFF_TAG_PLANARCONFIGURATION " +
                        std::to_string(Entier(kPlanarConfiguration)) + " : valeur impossible.");
   }
@@ -57,7 +64,7 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
 
   if (!Present(kCompression)) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) TIFF_TAG_COMPRESSION non trouve !");
   const long long compression = Entier(kCompression);
-  if (compression != kSans && compression != kLZW && compression != kPackBits)
+  if (!TrouverCodec(static_cast<int>(std::clamp(compression, -1ll, 65536ll))))
     Systeme::Warning("[TIFF_Annexes] (GetImage) Compression (" + std::to_string(compression) +
                      ") : non geree");
   d.compression = static_cast<int>(std::clamp(compression, -1ll, 65536ll));
@@ -93,7 +100,7 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
   if (Present(kPredictor)) d.predicteur = static_cast<int>(std::clamp(Entier(kPredictor), -1ll, 65536ll));
 
   if (Present(kDallageColonnes) || Present(kDallageLignes)) {
-    if (!dallageAutorise)
+    if (!dallageAutorise || masque)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Dallage MPD : la dalle " << m_nom << " en est elle-meme un.");
     LireDallage(d);
     return d;
@@ -102,6 +109,9 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
   if (!tuile && !bande) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Image ni en Strip, ni en Tile !!!");
   if (tuile && bande) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Image a la fois en Strip, et en Tile !!!");
   const long long photometrie = Entier(kPhotometric);
+  d.photometrique = static_cast<int>(std::clamp(photometrie, -1ll, 65536ll));
+  if (d.compression == kJPEG) LireJpeg(d);
+  const uint64_t plans = d.Plans() ? static_cast<uint64_t>(d.canaux) : 1;
 
   if (tuile) {
     if (!Present(kTileLength)) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) TIFF_TAG_TILELENGTH non trouve !");
@@ -112,15 +122,16 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
     if (largeur < 1 || hauteur < 1 || largeur > INT_MAX || hauteur > INT_MAX)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Taille de tuile ("
                    << largeur << " x " << hauteur << ") invalide dans le fichier " << m_nom << ".");
+    // Planar files have the tiles of each plane, one plane after the other.
     const uint64_t tuiles = static_cast<uint64_t>((colonnes + largeur - 1) / largeur) *
-                            static_cast<uint64_t>((lignes + hauteur - 1) / hauteur);
+                            static_cast<uint64_t>((lignes + hauteur - 1) / hauteur) * plans;
     if (m_tags.at(kTileOffsets).count != tuiles)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) nombre de TILEOFFSETS != TilesPerImage.");
     if (m_tags.at(kTileByteCounts).count != tuiles)
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) nombre de TILEBYTECOUNTS != TilesPerImage.");
     if (photometrie == 0)
       Systeme::Warning("[TIFF_Annexes] (GetImage) White is zero pas gere : utilisation de black is zero !!!");
-    else if (photometrie != 1 && photometrie != 2)
+    else if (photometrie != 1 && photometrie != 2 && !JpegYCbCr(d) && !(masque && photometrie == kMasque))
       Systeme::Warning(
           "[TIFF_Annexes] (GetImage) PHOTOMETRICINTERPRETATION de valeur non geree : utilisation de black is "
           "zero "
@@ -152,7 +163,8 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
                                                                    << m_nom << " : un seul attendu.");
     LirePalette(d);
     d.disposition = DescriptionTIFF::kPalette;
-  } else if (photometrie == 0 || photometrie == 1 || photometrie == 2) {
+  } else if (photometrie == 0 || photometrie == 1 || photometrie == 2 || JpegYCbCr(d) ||
+             (masque && photometrie == kMasque)) {
     if (d.type > eFloat8) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) typePixel (" << d.type << ") non prevu.");
     d.disposition = DescriptionTIFF::kBandes;
   } else {
@@ -161,8 +173,29 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise) {
   d.largeurBloc = d.colonnes;
   d.hauteurBloc = static_cast<int>(std::min<long long>(parBande, lignes));
   LireBlocs(d, kStripOffsets, kStripByteCounts,
-            static_cast<uint64_t>((lignes + d.hauteurBloc - 1) / d.hauteurBloc));
+            static_cast<uint64_t>((lignes + d.hauteurBloc - 1) / d.hauteurBloc) * plans);
   return d;
+}
+
+// JPEG: the tables shared by the blocks, and for YCbCr data, which the codec turns into RGB, the
+// chroma subsampling (2 x 2 unless said otherwise).
+void TIFF_Annexes::LireJpeg(DescriptionTIFF& d) {
+  if (Present(kJPEGTables)) d.tablesJpeg = m_tags.at(kJPEGTables).values;
+  if (!JpegYCbCr(d)) return;
+  if (d.canaux != 3 || d.bits != 8 || d.Plans())
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) JPEG YCbCr de "
+                 << d.canaux << " canaux de " << d.bits << " bits (PlanarConfiguration " << d.planaire
+                 << ") non prevu dans le fichier " << m_nom << " : 3 canaux de 8 bits entrelaces attendus.");
+  if (Present(kYCbCrSubsampling)) {
+    const Directory& s = m_tags.at(kYCbCrSubsampling);
+    const long long h = Entier(kYCbCrSubsampling, 0), v = s.count > 1 ? Entier(kYCbCrSubsampling, 1) : h;
+    auto valide = [](long long f) { return f == 1 || f == 2 || f == 4; };
+    if (!valide(h) || !valide(v))
+      ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) YCbCrSubsampling ("
+                   << h << ", " << v << ") impossible dans le fichier " << m_nom << ".");
+    d.sousEchH = static_cast<int>(h);
+    d.sousEchV = static_cast<int>(v);
+  }
 }
 
 // Offsets and byte counts of the blocks, each checked against the file before anything is read:
@@ -181,6 +214,14 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
                                                         << ") dans le fichier " << m_nom << ".");
   const uint64_t taille = m_lecteur->Taille();
   const uint64_t octetsLigne = d.OctetsLigneBloc();
+  // A codec that cannot stream holds one decoded block.
+  uint64_t octetsBloc = 0;
+  if (__builtin_mul_overflow(octetsLigne, static_cast<uint64_t>(d.hauteurBloc), &octetsBloc) ||
+      octetsBloc > LimiteOctetsDecodes())
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Blocs de "
+                 << d.largeurBloc << " x " << d.hauteurBloc << " pixels (" << octetsLigne
+                 << " octets par ligne) au-dela de la limite de " << LimiteOctetsDecodes()
+                 << " octets dans le fichier " << m_nom << ".");
   const bool bandes = tagOffsets == kStripOffsets;
   uint64_t total = 0;
   d.offsets.resize(static_cast<size_t>(nbBlocs));
@@ -188,8 +229,9 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
   for (uint64_t b = 0; b < nbBlocs; ++b) {
     const long long offset = Entier(tagOffsets, b);
     const long long octets = Entier(tagOctets, b);
-    const uint64_t lignes = bandes ? std::min<uint64_t>(d.hauteurBloc, d.lignes - b * d.hauteurBloc)
-                                   : static_cast<uint64_t>(d.hauteurBloc);
+    const uint64_t r0 = b % d.BlocsParPlan() / static_cast<uint64_t>(d.BlocsParLigne()) * d.hauteurBloc;
+    const uint64_t lignes =
+        bandes ? std::min<uint64_t>(d.hauteurBloc, d.lignes - r0) : static_cast<uint64_t>(d.hauteurBloc);
     uint64_t besoin = 0;
     if (offset < 0 || octets < 0 || __builtin_mul_overflow(octetsLigne, lignes, &besoin) ||
         __builtin_add_overflow(total, besoin, &total))

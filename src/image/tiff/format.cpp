@@ -22,6 +22,13 @@ EnteteTIFF LireEnteteTIFF(LecteurOctets& f, const std::string& nom) {
   EnteteTIFF e;
   if (version == kClassique.version) {
     e.format = &kClassique;
+  } else if (version == kBigTIFF.version) {
+    e.format = &kBigTIFF;
+    const uint16_t largeur = f.Lire16(), zero = f.Lire16();
+    if (largeur != kBigTIFF.octetsOffset || zero != 0)
+      ZEPRA_ERREUR("[TIFF_Annexes] (LireEntete) En-tete BigTIFF invalide dans le fichier "
+                   << nom << " : offsets de " << largeur << " octets et champ reserve " << zero
+                   << " (8 et 0 attendus).");
   } else {
     ZEPRA_ERREUR("[ImageFicIn] (LireEntete) Magic Number non reconnu (ficher : " << nom);
   }
@@ -39,6 +46,16 @@ EntreeTIFF LireEntree(LecteurOctets& f, const FormatTIFF& format) {
   for (int i = 0; i < format.octetsOffset; ++i)
     e.offset |= uint64_t(e.champ[grosBoutiste ? format.octetsOffset - 1 - i : i]) << (8 * i);
   return e;
+}
+
+bool OuvrirRepertoire(LecteurOctets& f, const FormatTIFF& format, uint64_t offset, uint64_t& entrees) {
+  if (offset > f.Taille() || f.Taille() - offset < static_cast<uint64_t>(format.octetsNombreEntrees))
+    return false;
+  f.Aller(offset);
+  entrees = f.LireN(format.octetsNombreEntrees);
+  // The division first: the size of a directory of 2^64 - 1 entries would wrap.
+  return entrees <= (f.Taille() - offset) / static_cast<uint64_t>(format.octetsEntree) &&
+         format.OctetsRepertoire(entrees) <= f.Taille() - offset;
 }
 
 void EcrireNombre(std::string& sortie, uint64_t v, int octets) {

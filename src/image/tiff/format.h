@@ -49,6 +49,10 @@ struct EntreeTIFF {
 };
 EntreeTIFF LireEntree(LecteurOctets& f, const FormatTIFF& format);
 
+// Places the reader on the first entry of the directory at 'offset' and gives its entry count;
+// false, with the reader anywhere, when the directory does not lie whole in the file.
+bool OuvrirRepertoire(LecteurOctets& f, const FormatTIFF& format, uint64_t offset, uint64_t& entrees);
+
 // Writing, little-endian.
 void EcrireNombre(std::string& sortie, uint64_t v, int octets);
 void EcrireEnteteTIFF(std::string& sortie, const FormatTIFF& format, uint64_t premier);

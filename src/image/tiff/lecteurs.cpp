@@ -40,6 +40,7 @@ class ImageFicIn_Raster : public ImplGetValeurs<ImageFicIn_Raster<T>> {
   TPoint2D<int> GetTaille() const override { return TPoint2D<int>(Desc().colonnes, Desc().lignes); }
   int GetNbCanaux() const override { return Desc().canaux; }
   eEnumType TypePixel() const override { return Desc().type; }
+  const MetadonneesImage* Metadonnees() const override { return tiff::Metadonnees(Desc()); }
   bool RawReadPossible() const override { return false; }
   void RawRead(char*, unsigned int) const override {
     ZEPRA_ERREUR("[ImageFicIn_Raster] (RawRead) Lecture brute impossible dans le fichier " << Desc().nom);
@@ -107,6 +108,7 @@ class ImageFicInColorMap : public ImplGetValeurs<ImageFicInColorMap> {
   TPoint2D<int> GetTaille() const override { return TPoint2D<int>(Desc().colonnes, Desc().lignes); }
   int GetNbCanaux() const override { return 3; }
   eEnumType TypePixel() const override { return eUInt1; }
+  const MetadonneesImage* Metadonnees() const override { return tiff::Metadonnees(Desc()); }
   bool RawReadPossible() const override { return false; }
   void RawRead(char*, unsigned int) const override {
     ZEPRA_ERREUR("[ImageFicInColorMap] (RawRead) Lecture brute impossible dans le fichier " << Desc().nom);
@@ -142,6 +144,11 @@ class ImageFicInColorMap : public ImplGetValeurs<ImageFicInColorMap> {
   mutable std::vector<unsigned char> m_rvb;
 };
 
+const MetadonneesImage* Metadonnees(const DescriptionTIFF& d) {
+  if (d.erreurMetadonnees) throw *d.erreurMetadonnees;
+  return d.metadonnees.get();
+}
+
 std::unique_ptr<SpecifImageIn> CreerLecteur(const DescriptionTIFF& d) {
   if (d.disposition == DescriptionTIFF::kPalette) return std::make_unique<ImageFicInColorMap>(d);
   if (d.disposition == DescriptionTIFF::kDallage) return CreerLecteurDallage(d);
@@ -161,5 +168,7 @@ std::unique_ptr<SpecifImageIn> CreateReader_TIFF(const std::string& nom) {
   if (!tiff::CheckMagic_TIFF(nom)) return nullptr;
   tiff::TIFF_Annexes annexes(nom);
   annexes.LireEntete();
-  return tiff::CreerLecteur(annexes.GetImage());
+  tiff::DescriptionTIFF d = annexes.GetImage();
+  tiff::JoindreMetadonnees(annexes, d);
+  return tiff::CreerLecteur(d);
 }

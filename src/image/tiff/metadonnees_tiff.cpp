@@ -5,16 +5,19 @@
 #include <cstring>
 
 #include "annexes.h"
+#include "masque.h"
 #include "zepra/erreur.h"
 #include "zepra/metadonnees.h"
+#include "zepra/systeme.h"
 
 namespace {
 
 constexpr uint16_t kModelPixelScale = 33550, kModelTiepoint = 33922, kModelTransformation = 34264;
 constexpr uint16_t kGeoKeyDirectory = 34735, kGeoDoubleParams = 34736, kGeoAsciiParams = 34737;
 constexpr uint16_t kGdalNodata = 42113;
-// Tags kept for copying are small in sound files; a larger one is dropped, not kept.
-constexpr uint64_t kMaxOctetsTagGarde = 1 << 20;
+// Tags kept for copying are small in sound files; a larger one is dropped, not kept, and so are
+// those past a total that no sound file reaches.
+constexpr uint64_t kMaxOctetsTagGarde = 1 << 20, kMaxOctetsTagsGardes = 4 << 20;
 
 // Tags the pixel reader or this file interprets, and the block offsets that mean nothing in another
 // file: none of them is kept for copying.
@@ -54,6 +57,12 @@ bool Interprete(uint16_t tag) {
     default:
       return false;
   }
+}
+
+// Value 0 of a code-like tag (compression, photometric...), clamped into int.
+int Code(const tiff::Directory& d) {
+  const double v = d.count > 0 ? d.GetValue(0) : -1.0;
+  return v >= -1.0 && v <= 65536.0 ? static_cast<int>(v) : -1;
 }
 
 // A numeric field, whatever its type; a type without numbers (ASCII, unknown) is refused here, where
@@ -114,11 +123,12 @@ void LireCles(const std::string& nom, MetadonneesImage& m) {
 
 }  // namespace
 
-std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
-  if (!tiff::CheckMagic_TIFF(nom)) return nullptr;
-  tiff::TIFF_Annexes annexes(nom);
-  annexes.LireEntete(false);
+namespace tiff {
+
+std::unique_ptr<MetadonneesImage> MetadonneesDe(TIFF_Annexes& annexes) {
+  const std::string& nom = annexes.Nom();
   auto m = std::make_unique<MetadonneesImage>();
+  uint64_t gardes = 0;
   for (const auto& [tag, d] : annexes.Tags()) {
     switch (tag) {
       case kModelPixelScale:
@@ -161,7 +171,7 @@ std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
         m->nodata = v;
         break;
       }
-      case tiff::kExtraSamples:
+      case kExtraSamples:
         for (uint64_t i = 0; i < d.count; ++i) {
           const double r = d.GetValue(i);
           m->extras.push_back(r == 1   ? RoleExtra::kAlphaAssocie
@@ -169,29 +179,53 @@ std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
                                        : RoleExtra::kNonPrecise);
         }
         break;
-      case tiff::kCompression:
-        m->compression = static_cast<int>(d.GetValue(0));
+      case kCompression:
+        m->compression = Code(d);
         break;
-      case tiff::kPhotometric:
-        m->photometrique = static_cast<int>(d.GetValue(0));
+      case kPhotometric:
+        m->photometrique = Code(d);
         break;
-      case tiff::kPlanarConfiguration:
-        m->planaire = static_cast<int>(d.GetValue(0));
+      case kPlanarConfiguration:
+        m->planaire = Code(d);
         break;
       default:
-        if (!Interprete(tag) && d.Octets() <= kMaxOctetsTagGarde)
+        if (!Interprete(tag) && d.Octets() <= kMaxOctetsTagGarde &&
+            gardes + d.Octets() <= kMaxOctetsTagsGardes) {
+          gardes += d.Octets();
           m->autresTags.push_back(TagTIFF{tag, d.type, d.count, d.values});
+        }
     }
   }
   if (!m->crs.cles.empty()) LireCles(nom, *m);
   // The alpha is the first extra sample declared as one; the extras follow the colour channels.
   const auto& tags = annexes.Tags();
-  const auto spp = tags.find(tiff::kSamplesPerPixel);
-  const int canaux = spp == tags.end() ? 1 : static_cast<int>(spp->second.GetValue(0));
+  const auto spp = tags.find(kSamplesPerPixel);
+  const long long canaux = spp == tags.end() ? 1 : Code(spp->second);
   for (size_t i = 0; i < m->extras.size(); ++i)
     if (m->extras[i] != RoleExtra::kNonPrecise) {
-      m->canalAlpha = canaux - static_cast<int>(m->extras.size()) + static_cast<int>(i);
+      const long long c = canaux - static_cast<long long>(m->extras.size()) + static_cast<long long>(i);
+      if (c >= 0 && c < canaux) m->canalAlpha = static_cast<int>(c);
       break;
     }
+  m->bigtiff = annexes.Format().Big();
+  m->masqueInterne = OffsetMasqueInterne(annexes) != 0;
+  m->masqueExterne = Systeme::ExisteFichier((nom + ".msk").c_str());
   return m;
+}
+
+void JoindreMetadonnees(TIFF_Annexes& annexes, DescriptionTIFF& d) {
+  try {
+    d.metadonnees = MetadonneesDe(annexes);
+  } catch (const Erreur& e) {
+    d.erreurMetadonnees = std::make_shared<Erreur>(e);
+  }
+}
+
+}  // namespace tiff
+
+std::unique_ptr<MetadonneesImage> LireMetadonnees(const std::string& nom) {
+  if (!tiff::CheckMagic_TIFF(nom)) return nullptr;
+  tiff::TIFF_Annexes annexes(nom);
+  annexes.LireEntete(false);
+  return tiff::MetadonneesDe(annexes);
 }

@@ -10,7 +10,7 @@ import os
 import struct
 
 ICI = os.path.dirname(os.path.abspath(__file__))
-SHORT, LONG, RATIONAL, FLOAT = 3, 4, 5, 11
+SHORT, LONG, RATIONAL, FLOAT, LONG8 = 3, 4, 5, 11, 16
 
 
 def tiff(entrees, pixels=b"", suivant=0, gros=False, premier=None):
@@ -35,9 +35,30 @@ def tiff(entrees, pixels=b"", suivant=0, gros=False, premier=None):
     return f + hors
 
 
+def big(entrees, pixels=b"", suivant=0, premier=None, largeur=8, zero=0):
+    """The same in BigTIFF: 16-byte header, 8-byte counts and offsets, 20-byte entries."""
+    repertoire = 16 + len(pixels) + (len(pixels) & 1)
+    f = b"II" + struct.pack("<HHHQ", 43, largeur, zero, repertoire if premier is None else premier)
+    f += pixels + (b"\0" if len(pixels) & 1 else b"")
+    valeurs = repertoire + 8 + 20 * len(entrees) + 8
+    hors = b""
+    f += struct.pack("<Q", len(entrees))
+    for tag in sorted(entrees):
+        t, n, v = entrees[tag]
+        f += struct.pack("<HHQ", tag, t, n)
+        if len(v) <= 8:
+            f += v + b"\0" * (8 - len(v))
+        else:
+            f += struct.pack("<Q", valeurs + len(hors))
+            hors += v + (b"\0" if len(v) & 1 else b"")
+    f += struct.pack("<Q", suivant)
+    return f + hors
+
+
 def vals(t, *v, gros=False):
     o = ">" if gros else "<"
-    return (t, len(v), b"".join(struct.pack(o + ("H" if t == SHORT else "I"), x) for x in v))
+    code = {SHORT: "H", LONG: "I", LONG8: "Q"}[t]
+    return (t, len(v), b"".join(struct.pack(o + code, x) for x in v))
 
 
 def simple(colonnes=4, lignes=4, canaux=1, bits=8, format_=1, pixels=None, compression=1, **autres):
@@ -85,18 +106,8 @@ def principal():
     # Header and directory chain.
     ecrire("truncated-header.tif", base[:5])
     ecrire("truncated-directory.tif", base[:repertoire + 2 + 12 * 3])
-    ecrire("version-43.tif", b"II" + struct.pack("<HI", 43, 8) + base[8:])
     ecrire("ifd-offset-past-eof.tif", tiff(e, p, premier=100000))
     ecrire("entry-count-huge.tif", b"II" + struct.pack("<HIH", 42, 8, 65535) + b"\0" * 40)
-    ecrire("directory-loop.tif", tiff(e, p, suivant=repertoire))
-    # Two directories pointing at each other: the second directory is the first one's copy.
-    boucle = bytearray(tiff(e, p, suivant=0))
-    second = len(boucle)
-    boucle += struct.pack("<H", 0) + struct.pack("<I", repertoire)
-    fin = repertoire + 2 + 12 * len(e)
-    boucle[fin:fin + 4] = struct.pack("<I", second)
-    ecrire("directory-loop-two.tif", bytes(boucle))
-    ecrire("next-ifd-past-eof.tif", tiff(e, p, suivant=99999))
 
     # Entry values.
     f = bytearray(tiff(e, p))
@@ -196,7 +207,26 @@ def principal():
     ecrire("predictor-float.tif", tiff(*simple(compression=5, _317=vals(SHORT, 3),
                                                pixels=lzw([(256, 9)] + [(5, 9)] * 16 + [(257, 9)]))))
     ecrire("predictor-1-bit.tif", tiff(*simple(bits=1, pixels=b"\0\0\0\0", _317=vals(SHORT, 2))))
-    ecrire("planar-separate.tif", tiff(*simple(canaux=3, _284=vals(SHORT, 2))))
+    # Planar files have one strip or tile per plane.
+    ecrire("planar-too-few-strips.tif", tiff(*simple(canaux=3, _284=vals(SHORT, 2))))
+    ecrire("planar-too-few-tiles.tif", tiff(*simple(canaux=2, pixels=b"\5" * 512, **tuiles, _284=vals(SHORT, 2),
+                                                    _324=vals(LONG, 8), _325=vals(LONG, 256))))
+    # Three LZW planes of 16 bytes: the third stops after 10.
+    plan = lzw([(256, 9)] + [(65, 9)] * 16 + [(257, 9)])
+    court = lzw([(256, 9)] + [(66, 9)] * 10)
+    plans = plan + plan + court
+    ecrire("planar-lzw-plane-truncated.tif", tiff(*simple(canaux=3, compression=5, pixels=plans, _284=vals(SHORT, 2),
+                                                           _273=vals(LONG, 8, 8 + len(plan), 8 + 2 * len(plan)),
+                                                           _279=vals(LONG, len(plan), len(plan), len(court)))))
+    # Predictor 3 on 32-bit floats whose LZW strip ends early.
+    ecrire("predictor-float-truncated.tif", tiff(*simple(bits=32, format_=3, compression=5, _317=vals(SHORT, 3),
+                                                          pixels=lzw([(256, 9)] + [(7, 9)] * 40))))
+    ecrire("predictor-float-on-integers.tif", tiff(*simple(bits=32, _317=vals(SHORT, 3))))
+    # JPEG YCbCr: three 8-bit channels and subsampling 1, 2 or 4 only.
+    ecrire("jpeg-ycbcr-two-channels.tif", tiff(*simple(canaux=2, compression=7, _262=vals(SHORT, 6))))
+    ecrire("jpeg-ycbcr-subsampling-3.tif", tiff(*simple(canaux=3, compression=7, _262=vals(SHORT, 6),
+                                                       _530=vals(SHORT, 3, 3))))
+    ecrire("ycbcr-uncompressed.tif", tiff(*simple(canaux=3, _262=vals(SHORT, 6))))
 
     # Big-endian.
     eb, pb = simple()
@@ -204,6 +234,30 @@ def principal():
           for t, v in eb.items()}
     grosb = tiff(eb, pb, gros=True)
     ecrire("bigendian-truncated.tif", grosb[:len(grosb) - 7])
+
+    # BigTIFF.
+    eg, pg = simple()
+    eg = {t: (v[0] if v[0] != LONG else LONG8, v[1],
+              v[2] if v[0] != LONG else b"".join(struct.pack("<Q", x) for x in struct.unpack("<" + "I" * v[1], v[2])))
+          for t, v in eg.items()}
+    sain = big(eg, pg)
+    rep = 16 + len(pg)
+    ecrire("bigtiff-truncated-header.tif", sain[:12])
+    ecrire("bigtiff-offset-width-4.tif", big(eg, pg, largeur=4))
+    ecrire("bigtiff-header-not-zero.tif", big(eg, pg, zero=1))
+    ecrire("bigtiff-ifd-past-eof.tif", big(eg, pg, premier=1 << 40))
+    ecrire("bigtiff-ifd-offset-wraps.tif", big(eg, pg, premier=(1 << 64) - 8))
+    ecrire("bigtiff-entry-count-huge.tif", sain[:rep] + struct.pack("<Q", 1 << 60) + sain[rep + 8:])
+    ecrire("bigtiff-truncated-directory.tif", sain[:rep + 8 + 20 * 3])
+    ecrire("bigtiff-strip-offset-past-eof.tif", big({**eg, 273: vals(LONG8, 1 << 35)}, pg))
+    ecrire("bigtiff-strip-offset-wraps.tif", big({**eg, 273: vals(LONG8, (1 << 64) - 16)}, pg))
+    ecrire("bigtiff-strip-bytecount-huge.tif", big({**eg, 279: vals(LONG8, 1 << 62)}, pg))
+    ecrire("bigtiff-count-overflow.tif", big({**eg, 258: (SHORT, 1 << 63, struct.pack("<Q", 40))}, pg))
+    ecrire("bigtiff-value-offset-past-eof.tif", big({**eg, 258: (SHORT, 5, struct.pack("<Q", 1 << 33))}, pg))
+    ecrire("bigtiff-width-long8-huge.tif", big({**eg, 256: vals(LONG8, 1 << 40)}, pg))
+    ecrire("bigtiff-tile-offsets-too-few.tif", big(simple(colonnes=20, pixels=b"\5" * 512, **tuiles,
+                                                           _324=vals(LONG8, 16), _325=vals(LONG8, 256, 256))[0],
+                                                    b"\5" * 512))
 
     # "Dallage MPD".
     ecrire("dallage-one-tag.tif", tiff(*simple(_40000=vals(LONG, 2))))

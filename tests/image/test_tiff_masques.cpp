@@ -1,0 +1,164 @@
+// What a TIFF file says besides its first image: the validity masks GDAL writes (an internal
+// transparency-mask directory, a .msk file), the metadata the reader hands out, and the limit on
+// what is allocated from a file's declared sizes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "image/tiff/codec.h"
+#include "outils_image_test.h"
+#include "zepra/imagefic.h"
+#include "zepra/masque.h"
+#include "zepra/metadonnees.h"
+
+namespace {
+
+using test::Refuse;
+
+// RGBA 8-bit image whose alpha is 0 on a diagonal band and at the borders, 255 elsewhere.
+TTImage<unsigned char> Rvba(int w, int h) {
+  TTImage<unsigned char> im = test::ImageMotif<unsigned char>(w, h, 4);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      const bool valide = x > 0 && y > 0 && x + 1 < w && std::abs(x - 2 * y) > 3;
+      im(x, y, 3) = valide ? 255 : 0;
+    }
+  return im;
+}
+
+// The mask read from 'image' against the alpha channel of 'rvba', valid where alpha is not 0.
+void MemeValidite(const std::string& image, const TTImage<unsigned char>& rvba) {
+  const std::unique_ptr<SpecifImageIn> masque = OuvrirMasqueValidite(image);
+  ASSERT_TRUE(masque) << image;
+  ASSERT_EQ(masque->GetNbCanaux(), 1);
+  ASSERT_EQ(masque->GetTaille(), rvba.GetTaille());
+  TTImage<bool> lu, attendu(rvba.iGetNbColonnes(), rvba.iGetNbLignes(), TagNbCanaux(1));
+  lu.Crop(*masque, 0, 0, rvba.iGetNbColonnes(), rvba.iGetNbLignes());
+  for (int y = 0; y < rvba.iGetNbLignes(); ++y)
+    for (int x = 0; x < rvba.iGetNbColonnes(); ++x) attendu(x, y) = rvba(x, y, 3) != 0;
+  EXPECT_TRUE(test::MemesEchantillons(attendu, lu)) << image;
+}
+
+TEST(TiffMasques, InterneEtFichierMskCommeGdalLesEcrit) {
+  test::DossierTemp dir;
+  const TTImage<unsigned char> rvba = Rvba(70, 45);
+  rvba.Sauver((dir / "rvba.tif").c_str());
+  const std::string gdal =
+      "gdal_translate -q -b 1 -b 2 -b 3 -mask 4 -co TILED=YES -co BLOCKXSIZE=32 "
+      "-co BLOCKYSIZE=16 --config GDAL_TIFF_INTERNAL_MASK ";
+  for (const std::string& c : {gdal + "YES rvba.tif interne.tif", gdal + "NO rvba.tif externe.tif"}) {
+    const test::Resultat r = test::Lancer(dir.chemin(), c);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+  }
+  // GDAL compresses masks with Deflate; until that codec is in the table the masks are rewritten as
+  // LZW by tiffcp (which keeps the directories and their NewSubfileType).
+  ASSERT_EQ(test::Lancer(dir.chemin(),
+                         "tiffcp -c lzw interne.tif interne_lzw.tif && cp externe.tif externe_lzw.tif"
+                         " && tiffcp -c lzw externe.tif.msk externe_lzw.tif.msk")
+                .statut,
+            0);
+  MemeValidite(dir / "interne_lzw.tif", rvba);
+  MemeValidite(dir / "externe_lzw.tif", rvba);
+  if (tiff::TrouverCodec(8)) {
+    MemeValidite(dir / "interne.tif", rvba);
+    MemeValidite(dir / "externe.tif", rvba);
+  } else {
+    Refuse([&] { MemeValidite(dir / "interne.tif", rvba); }, "", {"Compression (8, Deflate) non geree"});
+  }
+  // The image itself is still the first directory only, read with the usual warning; the metadata
+  // say which mask there is.
+  TTImage<unsigned char> image;
+  EXPECT_EQ(test::Avertissements([&] { image.Lire((dir / "interne_lzw.tif").c_str()); }),
+            "WARNING : [TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. Traitement de la "
+            "premiere image seulement !\n");
+  EXPECT_EQ(image.GetNbCanaux(), 3);
+  const ImageFicIn interne((dir / "interne_lzw.tif").c_str()), externe((dir / "externe_lzw.tif").c_str());
+  EXPECT_TRUE(interne.Metadonnees()->masqueInterne && !interne.Metadonnees()->masqueExterne);
+  EXPECT_TRUE(!externe.Metadonnees()->masqueInterne && externe.Metadonnees()->masqueExterne);
+
+  // No mask at all; a .msk of another size; a .msk of several channels gives its channel 0.
+  EXPECT_EQ(OuvrirMasqueValidite(dir / "rvba.tif"), nullptr);
+  const std::string msk = dir / "rvba.tif.msk";
+  test::ImageMotif<unsigned char>(7, 5, 1).Sauver((dir / "m.tif").c_str());
+  std::rename((dir / "m.tif").c_str(), msk.c_str());
+  Refuse([&] { OuvrirMasqueValidite(dir / "rvba.tif"); },
+         "[OuvrirMasqueValidite] Le masque " + msk + " (7 x 5) n'a pas la taille de l'image ");
+  TTImage<unsigned char> quatre = rvba;
+  for (int y = 0; y < 45; ++y)
+    for (int x = 0; x < 70; ++x) quatre(x, y, 0) = rvba(x, y, 3);
+  quatre.Sauver((dir / "m.tif").c_str());
+  std::rename((dir / "m.tif").c_str(), msk.c_str());
+  MemeValidite(dir / "rvba.tif", rvba);
+}
+
+TEST(TiffMetadonnees, DonneesParLeLecteurEtBornees) {
+  test::DossierTemp dir;
+  Rvba(20, 10).Sauver((dir / "rvba.tif").c_str());
+  const test::Resultat r = test::Lancer(dir.chemin(),
+                                        "gdal_translate -q -a_nodata 7 -co ALPHA=YES -co BIGTIFF=YES "
+                                        "-co INTERLEAVE=BAND -co COMPRESS=PACKBITS rvba.tif g.tif");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const ImageFicIn fichier((dir / "g.tif").c_str());
+  const MetadonneesImage* m = fichier.Metadonnees();
+  ASSERT_TRUE(m);
+  EXPECT_TRUE(m->bigtiff);
+  EXPECT_TRUE(m->nodataPresent);
+  EXPECT_EQ(m->nodata, 7.0);
+  EXPECT_EQ(m->canalAlpha, 3);
+  EXPECT_EQ(m->planaire, 2);
+  EXPECT_EQ(m->compression, 32773);
+  // The same as the metadata read on their own.
+  const std::unique_ptr<MetadonneesImage> seules = LireMetadonnees(dir / "g.tif");
+  EXPECT_TRUE(seules->bigtiff && seules->nodata == 7.0 && seules->canalAlpha == 3);
+
+  // Tags we do not interpret are kept, up to 1 MB each; a GeoKey directory that contradicts itself
+  // makes the metadata an Erreur, not the pixels.
+  test::TiffSimple(4, 4, 1, std::string(16, '\x05'))
+      .Brut(50000, 1, 3, "abc")
+      .Brut(50001, 7, (1 << 20) + 1, std::string((1 << 20) + 1, 'x'))
+      .Court(34735, {1, 1, 0, 9})
+      .Ecrire(dir / "t.tif");
+  EXPECT_EQ(TTImage<unsigned char>((dir / "t.tif").c_str())(3, 3), 5);
+  const ImageFicIn t((dir / "t.tif").c_str());
+  Refuse([&] { t.Metadonnees(); },
+         "[LireMetadonnees] GeoKeyDirectory de 4 valeurs incoherent dans le fichier ");
+  test::TiffSimple(4, 4, 1, std::string(16, '\x05'))
+      .Brut(50000, 1, 3, "abc")
+      .Brut(50001, 7, (1 << 20) + 1, std::string((1 << 20) + 1, 'x'))
+      .Ecrire(dir / "t.tif");
+  const std::unique_ptr<MetadonneesImage> gardes = LireMetadonnees(dir / "t.tif");
+  ASSERT_EQ(gardes->autresTags.size(), 1u);
+  EXPECT_EQ(gardes->autresTags[0].code, 50000);
+  EXPECT_EQ(std::string(gardes->autresTags[0].valeurs.begin(), gardes->autresTags[0].valeurs.end()), "abc");
+}
+
+// A whole image, or one block, larger than the limit is refused before it is allocated.
+TEST(TiffLimite, ImageOuBlocAuDelaDeLaLimite) {
+  test::DossierTemp dir;
+  test::ImageMotif<unsigned char>(40, 30, 2).Sauver((dir / "i.tif").c_str());
+  ASSERT_EQ(test::Tiffcp(dir, "-t -w 32 -l 32", "i.tif", "t.tif"), "");
+  ASSERT_EQ(test::Tiffcp(dir, "-r 4", "i.tif", "s.tif"), "");
+  struct Limite {  // the default back whatever happens
+    explicit Limite(uint64_t octets) { SetLimiteOctetsDecodes(octets); }
+    ~Limite() { SetLimiteOctetsDecodes(kLimiteOctetsDecodesDefaut); }
+  };
+  TTImage<unsigned char> im;
+  {
+    const Limite limite(2399);
+    Refuse([&] { im.Lire((dir / "s.tif").c_str()); },
+           "[TTIMAGE] (Lire) Image " + (dir / "s.tif") +
+               " de 40 x 30 x 2 echantillons (2400 octets) au-dela "
+               "de la limite de 2399 octets.");
+    im.LireCanal((dir / "s.tif").c_str(), 1);  // 1200 bytes
+    EXPECT_EQ(im.size(), 1200u);
+  }
+  {
+    const Limite limite(2047);
+    Refuse([&] { ImageFicIn((dir / "t.tif").c_str()); },
+           "[TIFF_Annexes] (GetImage) Blocs de 32 x 32 pixels (64 octets par ligne) au-dela de la limite de "
+           "2047");
+  }
+  EXPECT_EQ(TTImage<unsigned char>((dir / "t.tif").c_str()).size(), 2400u);
+}
+
+}  // namespace
