@@ -16,6 +16,7 @@
 #include "zepra/cartoproj.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
+#include "zepra/masque.h"
 
 namespace {
 
@@ -568,6 +569,78 @@ TEST(EcrivainGeoTIFF, TagsCopies) {
   EXPECT_NE(info.find("DateTime: 2024:01:02 03:04:05"), std::string::npos) << info;
   EXPECT_EQ(info.find("Tile"), std::string::npos) << info;
   EXPECT_EQ(info.find("33550"), std::string::npos) << info;
+}
+
+}  // namespace
+
+namespace {
+
+// JPEG: the loss of GDAL's JPEG at the same quality, away from the holes, and the internal mask that
+// GDAL and our reader find exactly.
+TEST(EcrivainGeoTIFF, JpegEtSonMasque) {
+  if (!Encodable("jpeg")) GTEST_SKIP() << "pas d'encodeur JPEG";
+  DossierTemp dir;
+  const int w = 75, h = 53;
+  auto valeur = [](int x, int y, int b) {
+    return static_cast<unsigned char>(60 + x + y * 2 + b * 30 + ((x * 7 + y * 13) % 5) * 3);
+  };
+  // Holes in whole 16-pixel cells, and single pixels at the bottom.
+  auto valide = [](int x, int y) { return !(x < 32 && y < 16) && !(y >= 40 && (x * 3 + y * 5) % 29 == 0); };
+  auto loin = [&](int x, int y) {
+    for (int j = std::max(0, y - 16); j < std::min(h, y + 17); ++j)
+      for (int i = std::max(0, x - 16); i < std::min(w, x + 17); ++i)
+        if (!valide(i, j)) return false;
+    return true;
+  };
+  for (int canaux : {1, 3})
+    for (const Valeurs& v :
+         {Valeurs{{"tuile", "16"}}, Valeurs{{"bandes", "0"}}, Valeurs{{"cog", ""}, {"tuile", "16"}}}) {
+      SCOPED_TRACE(::testing::Message() << canaux << " canaux, " << v[0].first);
+      Valeurs options = v;
+      options.insert(options.end(), {{"compression", "jpeg"}, {"qualite", "75"}});
+      Ecrire<unsigned char>(dir / "e.tif", options, {w, h}, canaux, valeur, valide);
+      Ecrire<unsigned char>(dir / "s.tif", {{"compression", "none"}}, {w, h}, canaux, valeur,
+                            [](int, int) { return true; });
+      Gdal(dir, std::string("gdal_translate -q -co COMPRESS=JPEG -co JPEG_QUALITY=75 -co TILED=YES ") +
+                    "-co BLOCKXSIZE=16 -co BLOCKYSIZE=16 " + (canaux == 3 ? "-co PHOTOMETRIC=YCBCR " : "") +
+                    "s.tif gdal.tif");
+      Gdal(dir, "gdal_translate -q -co COMPRESS=NONE e.tif ed.tif");
+      Gdal(dir, "gdal_translate -q -co COMPRESS=NONE gdal.tif gd.tif");
+      const TTImage<unsigned char> nous((dir / "ed.tif").c_str()), gdal((dir / "gd.tif").c_str());
+      double ecartNous = 0, ecartGdal = 0;
+      int maxNous = 0, maxGdal = 0, n = 0;
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+          for (int b = 0; b < canaux; ++b)
+            if (loin(x, y)) {
+              const int a = std::abs(nous(x, y, b) - valeur(x, y, b)),
+                        g = std::abs(gdal(x, y, b) - valeur(x, y, b));
+              ecartNous += a, ecartGdal += g, ++n;
+              maxNous = std::max(maxNous, a), maxGdal = std::max(maxGdal, g);
+            }
+      ASSERT_GT(n, 0);
+      EXPECT_LE(ecartNous / n, ecartGdal / n * 1.1 + 0.1);
+      EXPECT_LE(maxNous, maxGdal + 2);
+      // The mask as GDAL reads it, and as our reader does.
+      Gdal(dir, "gdal_translate -q -b mask e.tif m.tif");
+      const TTImage<unsigned char> masque((dir / "m.tif").c_str());
+      const std::unique_ptr<SpecifImageIn> notreMasque = OuvrirMasqueValidite(dir / "e.tif");
+      ASSERT_TRUE(notreMasque);
+      TTImage<unsigned char> lu;
+      lu.Crop(*notreMasque, 0, 0, w, h, 1);
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          ASSERT_EQ(masque(x, y, 0), valide(x, y) ? 255 : 0) << x << " " << y;
+          ASSERT_EQ(lu(x, y, 0) != 0, valide(x, y)) << x << " " << y;
+        }
+      EXPECT_EQ(SansTagsInconnus(test::Tiffinfo(dir, "e.tif")), "");
+      if (v[0].first == "cog") {
+        const test::Resultat r = Lancer(dir.chemin(),
+                                        "/usr/bin/python3 /usr/lib/python3/dist-packages/osgeo_utils/samples/"
+                                        "validate_cloud_optimized_geotiff.py --full-check=yes e.tif");
+        EXPECT_EQ(r.statut, 0) << r.sortie;
+      }
+    }
 }
 
 }  // namespace
