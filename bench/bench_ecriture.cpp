@@ -1,8 +1,9 @@
 // GeoTIFF writing: our writer beside gdal_translate on the same 8000 x 8000 8-bit image, in the same
 // run: a tiled Deflate file with the horizontal predictor, and a COG with averaged overviews. The
 // source is made on first use in /tmp/egalise_bench_ecriture (uncompressed, as GDAL's input). Our
-// side reads that file and writes, as gdal_translate does. The writer's own peak memory is measured
-// apart, in a child process that makes its lines as it writes them.
+// side reads that file and writes, as gdal_translate does. Processor time is given beside the wall
+// clock, the machine being shared. The writer's own peak memory is measured apart, in a child process
+// that makes its lines as it writes them.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -11,6 +12,8 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -65,22 +68,38 @@ OptionsEcriture Options(bool cog) {
 
 void BM_Notre(benchmark::State& etat, bool cog) {
   const std::string source = Source(), sortie = kDossier + "/notre.tif";
+  double processeur = 0;
   for (auto _ : etat) {
+    const std::clock_t debut = std::clock();
     TTImage<unsigned char> im;
     im.Lire(source.c_str());
     EcrivainGeoTIFF e(sortie, Options(cog), {kCote, kCote}, 1, eUInt1);
     e.EcrireLignes(im.GetLines(0), kCote, kCote);
     e.Terminer();
+    processeur += static_cast<double>(std::clock() - debut) / CLOCKS_PER_SEC;
   }
+  etat.counters["s_processeur"] = processeur / static_cast<double>(etat.iterations());
   etat.counters["Mo_fichier"] = Octets(sortie) / 1e6;
 }
 
+// gdal_translate under /usr/bin/time, for its processor time and peak memory.
 void BM_Gdal(benchmark::State& etat, bool cog) {
-  const std::string source = Source(), sortie = kDossier + "/gdal.tif";
+  const std::string source = Source(), sortie = kDossier + "/gdal.tif", mesure = kDossier + "/time.txt";
   const std::string options =
       cog ? "-of COG -co COMPRESS=DEFLATE -co PREDICTOR=2 -co OVERVIEW_RESAMPLING=AVERAGE"
           : "-co COMPRESS=DEFLATE -co PREDICTOR=2 -co TILED=YES";
-  for (auto _ : etat) Commande("gdal_translate -q " + options + " " + source + " " + sortie);
+  double processeur = 0, pic = 0;
+  for (auto _ : etat) {
+    Commande("/usr/bin/time -f '%U %S %M' -o " + mesure + " gdal_translate -q " + options + " " + source +
+             " " + sortie);
+    std::ifstream f(mesure);
+    double u = 0, s = 0, k = 0;
+    f >> u >> s >> k;
+    processeur += u + s;
+    pic = k / 1024;
+  }
+  etat.counters["s_processeur"] = processeur / static_cast<double>(etat.iterations());
+  etat.counters["Mo_pic"] = pic;
   etat.counters["Mo_fichier"] = Octets(sortie) / 1e6;
 }
 
