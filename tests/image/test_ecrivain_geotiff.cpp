@@ -259,27 +259,22 @@ TEST(EcrivainGeoTIFF, GeoreferenceVueParGdal) {
     int epsg;
     std::string code;  // "" when GDAL finds no system
   };
-  GeoreferenceEcriture grille;
-  grille.grille = true;
-  grille.x0 = 650000.25;
-  grille.y0 = 6860000.75;
-  grille.pasX = 0.2;
-  grille.pasY = 0.25;
-  GeoreferenceEcriture lu = grille;
-  lu.crs = CrsDepuisEpsg(2154);
-  GeoreferenceEcriture pointLu;
-  pointLu.grille = true;
-  pointLu.x0 = 600000;
-  pointLu.y0 = 2400010;
-  pointLu.pasX = 10;
-  pointLu.pasY = 10;
-  pointLu.crs = point->crs;
-  const std::vector<Cas> cas = {{"grille seule", grille, 0, ""},
-                                {"code donne", grille, 2154, "EPSG:2154"},
+  auto grille = [](double x0, double y0, double pasX, double pasY, const SystemeReference& crs) {
+    GeoreferenceEcriture g;
+    g.grille = true;
+    g.x0 = x0, g.y0 = y0, g.pasX = pasX, g.pasY = pasY;
+    g.crs = crs;
+    return g;
+  };
+  const GeoreferenceEcriture seule = grille(650000.25, 6860000.75, 0.2, 0.25, SystemeReference());
+  const GeoreferenceEcriture lu = grille(650000.25, 6860000.75, 0.2, 0.25, CrsDepuisEpsg(2154));
+  const GeoreferenceEcriture pointLu = grille(600000, 2400010, 10, 10, point->crs);
+  const std::vector<Cas> cas = {{"grille seule", seule, 0, ""},
+                                {"code donne", seule, 2154, "EPSG:2154"},
                                 {"systeme lu", lu, 0, "EPSG:2154"},
                                 {"systeme lu et meme code", lu, 2154, "EPSG:2154"},
                                 {"pixel-is-point", pointLu, 0, "EPSG:27572"},
-                                {"geographique", grille, 4326, "EPSG:4326"}};
+                                {"geographique", seule, 4326, "EPSG:4326"}};
   for (const Cas& c : cas) {
     SCOPED_TRACE(c.nom);
     Valeurs options = {{"compression", "none"}, {"tuile", "16"}};
