@@ -4,12 +4,13 @@
 #   scripts/deps.sh          build, tests, demo
 #   scripts/deps.sh bench    the same plus what the benchmarks compare against
 set -e
-pkgs="g++ make cmake libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang libclang-rt-14-dev"
+pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang
+  libclang-rt-14-dev libproj-dev proj-data python3-gdal"
+# The libraries of the TIFF codecs (Deflate, ZSTD, JPEG), found through pkg-config.
+pkgs="$pkgs libdeflate-dev libzstd-dev libjpeg62-turbo-dev"
 if [ "$1" = "bench" ]; then
   pkgs="$pkgs time"
 fi
-# The libraries of the TIFF codecs (Deflate, ZSTD, JPEG), found through pkg-config.
-pkgs="$pkgs pkg-config libdeflate-dev libzstd-dev libjpeg62-turbo-dev"
 missing=""
 for p in $pkgs; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

@@ -25,6 +25,7 @@
 class LecteurTexte;
 class XParserXML;
 struct SystemeReference;
+struct GeoreferenceEcriture;
 
 class CartoProjOrientation : public ImageOrientation {
  public:
@@ -134,6 +135,11 @@ class CartoProjOrientation : public ImageOrientation {
   // (its header). Zone 0. A grid that cannot be used (rotated, sheared, north-down, control points,
   // malformed tags or world file, empty .prj) is an Erreur naming the file.
   static std::unique_ptr<CartoProjOrientation> LireGeoreference(const char* image);
+
+  // What a GeoTIFF written on this orientation carries (EcrivainGeoTIFF): the corner of pixel (0, 0),
+  // the steps, and the coordinate reference system when known. Its tags read back through
+  // LireGeoreference give this orientation again.
+  GeoreferenceEcriture GeoreferencePourEcriture() const;
 
  protected:
   CartoProjOrientation();

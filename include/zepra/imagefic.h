@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "zepra/optionsecriture.h"
 #include "zepra/specifimage.h"
 #include "zepra/tchaine.h"
 
@@ -38,6 +39,9 @@ struct ImageInfos {
   int canaux = 1;
   eEnumType type = eUInt1;
   OptionsImageOut options;
+  // Set for a GeoTIFF written with OptionsEcriture (tif and tiff only); then 'type' is the type of the
+  // samples given, the file's is the options' one.
+  std::shared_ptr<const ParametresGeoTIFF> geotiff;
 };
 
 // A format writer. Until Terminer() the data go to a temporary file, which becomes the named file
@@ -167,6 +171,9 @@ class CanalDe : public ImplGetValeurs<CanalDe> {
 class ImageFicOut : public ImplSetValeurs<ImageFicOut, EcrivainImage> {
  public:
   ImageFicOut(const char* nom, const OptionsImageOut& options);
+  // A GeoTIFF written with these options (EcrivainGeoTIFF): lines must come in order, whole. A name
+  // that is not .tif or .tiff is an Erreur.
+  ImageFicOut(const char* nom, const ParametresGeoTIFF& geotiff);
   ImageFicOut(const ImageFicOut&) = delete;
   ImageFicOut& operator=(const ImageFicOut&) = delete;
 
@@ -203,4 +210,5 @@ class ImageFicOut : public ImplSetValeurs<ImageFicOut, EcrivainImage> {
   bool m_canauxOk = true;
   bool m_typeOk = true;
   OptionsImageOut m_options;
+  std::shared_ptr<const ParametresGeoTIFF> m_geotiff;
 };

@@ -16,6 +16,8 @@
 #include "zepra/specifimage.h"
 
 struct OptionsImageOut;
+struct OptionsEcriture;
+struct GeoreferenceEcriture;
 
 template <class T>
 class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage<T>> {
@@ -168,6 +170,10 @@ class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage
   // Writes the image; the format is chosen by the extension. 'image' as for Lire.
   void Sauver(const char* fichier, int image, const OptionsImageOut& options) const;
   void Sauver(const char* fichier, int image = 0) const;
+  // Writes a GeoTIFF (.tif, .tiff) with these options (rounded conversion to their output type, NaN
+  // as no-data), placed on the map by 'georef' when given.
+  void Sauver(const char* fichier, const OptionsEcriture& options) const;
+  void Sauver(const char* fichier, const OptionsEcriture& options, const GeoreferenceEcriture& georef) const;
 
   template <class D>
   void GetValeursT(LigneDe<D> const* dst, int x0, int y0, int x1, int y1, int xDest, int yDest,

@@ -1,4 +1,4 @@
-// What the RLE and PNM readers and writers share.
+// What the file readers and writers share.
 #include "fichier_lignes.h"
 
 #include "zepra/erreur.h"
@@ -14,6 +14,30 @@ bool RectangleALire(const char* classe, const std::string& nom, const TPoint2D<i
 
 void RawReadImpossible(const char* classe) {
   ZEPRA_ERREUR("[" << classe << "] (RawRead) Appel a une methode impossible.");
+}
+
+void EcrivainForme::SetTaille(int colonnes, int lignes) {
+  if (colonnes != m_taille.x || lignes != m_taille.y)
+    ZEPRA_ERREUR("[" << m_classe << "] (SetTaille) Taille " << colonnes << " x " << lignes
+                     << " demandee, le fichier " << m_nom << " fait " << m_taille.x << " x " << m_taille.y
+                     << ".");
+}
+
+void EcrivainForme::SetNbCanaux(TagNbCanaux n) {
+  if (n.nb != m_canaux)
+    ZEPRA_ERREUR("[" << m_classe << "] (SetNbCanaux) " << n.nb << " canaux demandes, le fichier " << m_nom
+                     << " en a " << m_canaux << ".");
+}
+
+void EcrivainForme::SetTypePixel(eEnumType type) {
+  if (type != m_type)
+    ZEPRA_ERREUR("[" << m_classe << "] (SetTypePixel) Type " << InfoType::NomType(type)
+                     << " demande, le fichier " << m_nom << " est de type " << InfoType::NomType(m_type)
+                     << ".");
+}
+
+void EcrivainForme::RawWrite(const char*, unsigned int) {
+  ZEPRA_ERREUR("[" << m_classe << "] (RawWrite) Appel a une methode impossible.");
 }
 
 void EcrivainParLignes::Ouvrir() {

@@ -1,4 +1,5 @@
-// What the RLE and PNM readers and writers share: the readers' checks, and for the writers, which
+// What the file readers and writers share: the readers' checks; for every writer the shape it was
+// made with and the refusal of another one (EcrivainForme); for the RLE and PNM writers, which
 // columns of each line have come, the file written under a temporary name and the checks of
 // SetValeurs and Terminer. 'classe' names the reader or writer in messages, as "ImageFicOut_PNM".
 #pragma once
@@ -67,18 +68,42 @@ class SuiviLignes {
   std::map<int, std::vector<std::pair<int, int>>> m_partielles;
 };
 
-// The base of the RLE and PNM writers.
-class EcrivainParLignes : public EcrivainImage {
+// A writer whose size, channel count and pixel type are fixed when it is made: asking for others
+// is an Erreur "[classe] (Methode) ...", the same ones asked again are accepted. No raw writes.
+class EcrivainForme : public EcrivainImage {
  public:
-  using EcrivainImage::SetTaille;
+  void SetTaille(int colonnes, int lignes) override;
   void SetTaille(const TPoint2D<int>& taille) override { SetTaille(taille.x, taille.y); }
+  TPoint2D<int> GetTaille() const override { return m_taille; }
+  void SetNbCanaux(TagNbCanaux n) override;
+  int GetNbCanaux() const override { return m_canaux; }
+  void SetTypePixel(eEnumType type) override;
+  eEnumType GetTypePixel() const override { return m_type; }
   bool RawWritePossible() const override { return false; }
+  void RawWrite(const char*, unsigned int) override;
+
+ protected:
+  EcrivainForme(const std::string& nom, const char* classe, const TPoint2D<int>& taille, int canaux,
+                eEnumType type)
+      : m_nom(nom), m_taille(taille), m_canaux(canaux), m_type(type), m_classe(classe) {}
+
+  std::string m_nom;
+  TPoint2D<int> m_taille;
+  int m_canaux;
+  eEnumType m_type;
+  std::string m_classe;
+};
+
+// The base of the RLE and PNM writers.
+class EcrivainParLignes : public EcrivainForme {
+ public:
   // Gives the file its name, after Finir; an image with lines never written is an Erreur.
   void Terminer() override;
 
  protected:
-  EcrivainParLignes(const std::string& nom, const char* classe, int colonnes, int lignes)
-      : m_nom(nom), m_suivi(colonnes, lignes), m_classe(classe) {}
+  EcrivainParLignes(const std::string& nom, const char* classe, const TPoint2D<int>& taille, int canaux,
+                    eEnumType type)
+      : EcrivainForme(nom, classe, taille, canaux, type), m_suivi(taille.x, taille.y) {}
   // Opens the temporary file: an Erreur "[classe::Open(nom)] : Probleme a l'ouverture du fichier".
   void Ouvrir();
   // Checks a SetValeurs call: an Erreur once the file is complete or for a rectangle that leaves
@@ -88,11 +113,9 @@ class EcrivainParLignes : public EcrivainImage {
   // The format's last writes, once every line has come.
   virtual void Finir() {}
 
-  std::string m_nom;
   SuiviLignes m_suivi;
   std::unique_ptr<FichierAtomique> m_fichier;
 
  private:
-  std::string m_classe;
   bool m_termine = false;
 };

@@ -176,6 +176,15 @@ ImageFicOut::ImageFicOut(const char* nom, const OptionsImageOut& options) : m_no
     ZEPRA_ERREUR("[ImageFicOut] (Contructeur) Extension non reconnue pour le fichier " << m_nom);
 }
 
+ImageFicOut::ImageFicOut(const char* nom, const ParametresGeoTIFF& geotiff)
+    : ImageFicOut(nom, OptionsImageOut::defaut()) {
+  const std::string ext = CleExtension(m_nom.str());
+  if (ext != "tif" && ext != "tiff")
+    ZEPRA_ERREUR("[ImageFicOut] (Constructeur) Options GeoTIFF pour le fichier "
+                 << m_nom << ", qui n'est pas un TIFF.");
+  m_geotiff = std::make_shared<const ParametresGeoTIFF>(geotiff);
+}
+
 void ImageFicOut::SetTaille(int colonnes, int lignes) {
   if (m_tailleOk && m_canauxOk && m_typeOk) {
     if (colonnes != m_colonnes || lignes != m_lignes)
@@ -217,6 +226,7 @@ void ImageFicOut::AlloueBaseSiPossible() {
   infos.canaux = m_canaux;
   infos.type = m_type;
   infos.options = m_options;
+  infos.geotiff = m_geotiff;
   m_ecrivain = ListeHandlerWrite::GetListeHandlerWrite().CreateWriter(m_nom.str(), infos);
   if (!m_ecrivain) ZEPRA_ERREUR("ImageFicOut::AlloueBaseSiPossible Cas non prevu.");
 }

@@ -164,11 +164,7 @@ void ImageFicIn_PNM::GetValeursT(LigneDe<D> const* lignes, int x0, int y0, int x
 }
 
 ImageFicOut_PNM::ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos)
-    : ImplSetValeurs(nom, "ImageFicOut_PNM", infos.taille.x, infos.taille.y),
-      m_type(infos.type),
-      m_colonnes(infos.taille.x),
-      m_lignes(infos.taille.y),
-      m_canaux(infos.canaux) {
+    : ImplSetValeurs(nom, "ImageFicOut_PNM", infos.taille, infos.canaux, infos.type) {
   if (m_type != eUInt1 && m_type != eUInt2)
     ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) Type de pixel "
                  << NomDuType(m_type) << " non gere pour " << nom
@@ -177,41 +173,18 @@ ImageFicOut_PNM::ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos
   if (m_canaux != 1 && m_canaux != 3)
     ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) " << m_canaux << " canaux non geres pour " << nom
                                                      << " : le PNM s'ecrit en 1 canal (P5) ou 3 (P6)");
-  if (m_colonnes < 1 || m_lignes < 1)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) Image vide (" << m_colonnes << " x " << m_lignes
+  if (m_taille.x < 1 || m_taille.y < 1)
+    ZEPRA_ERREUR("[ImageFicOut_PNM] (Constructeur) Image vide (" << m_taille.x << " x " << m_taille.y
                                                                  << ") pour " << nom);
   Ouvrir();
   std::ostringstream entete;
   entete << (m_canaux == 1 ? "P5" : "P6") << "\n"
-         << m_colonnes << " " << m_lignes << "\n"
+         << m_taille.x << " " << m_taille.y << "\n"
          << (m_type == eUInt1 ? 255 : 65535) << "\n";
   const std::string e = entete.str();
   m_fichier->flux().write(e.data(), static_cast<std::streamsize>(e.size()));
   m_debut = m_position = static_cast<long long>(e.size());
-  m_octetsLigne = static_cast<long long>(m_colonnes) * m_canaux * (m_type == eUInt1 ? 1 : 2);
-}
-
-void ImageFicOut_PNM::SetNbCanaux(TagNbCanaux n) {
-  if (n.nb != m_canaux)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (SetNbCanaux) " << n.nb << " canaux demandes, " << m_canaux
-                                                    << " fixes pour " << m_nom);
-}
-
-void ImageFicOut_PNM::SetTypePixel(eEnumType type) {
-  if (type != m_type)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (SetTypePixel) Type " << NomDuType(type) << " demande, "
-                                                          << NomDuType(m_type) << " fixe pour " << m_nom);
-}
-
-void ImageFicOut_PNM::SetTaille(int colonnes, int lignes) {
-  if (colonnes != m_colonnes || lignes != m_lignes)
-    ZEPRA_ERREUR("[ImageFicOut_PNM] (SetTaille) Taille " << colonnes << " x " << lignes << " demandee, "
-                                                         << m_colonnes << " x " << m_lignes << " fixee pour "
-                                                         << m_nom);
-}
-
-void ImageFicOut_PNM::RawWrite(const char*, unsigned int) {
-  ZEPRA_ERREUR("[ImageFicOut_PNM] (RawWrite) Appel a une methode impossible.");
+  m_octetsLigne = static_cast<long long>(m_taille.x) * m_canaux * (m_type == eUInt1 ? 1 : 2);
 }
 
 template <class S, class N>

@@ -61,15 +61,6 @@ class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainParLignes
  public:
   ImageFicOut_PNM(const std::string& nom, const ImageInfos& infos);
 
-  void SetNbCanaux(TagNbCanaux n) override;
-  int GetNbCanaux() const override { return m_canaux; }
-  eEnumType GetTypePixel() const override { return m_type; }
-  void SetTypePixel(eEnumType type) override;
-  using EcrivainParLignes::SetTaille;
-  void SetTaille(int colonnes, int lignes) override;
-  TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m_colonnes, m_lignes); }
-  void RawWrite(const char*, unsigned int) override;
-
   template <class S>
   void SetValeursT(LigneDe<S> const* lignes, int x0, int y0, int x1, int y1, int xDest, int yDest, int pas);
 
@@ -78,10 +69,6 @@ class ImageFicOut_PNM : public ImplSetValeurs<ImageFicOut_PNM, EcrivainParLignes
   void Recevoir(LigneDe<S> const* lignes, int x0, int y0, int x1, int xDest, int yDest, int pas,
                 long long ny);
 
-  eEnumType m_type;
-  int m_colonnes;
-  int m_lignes;
-  int m_canaux;
   long long m_debut = 0;  // file offset of the raster
   long long m_octetsLigne = 0;
   long long m_position = 0;  // where the stream stands

@@ -403,8 +403,7 @@ struct ImageFicOut_RLE::LignesT : ImageFicOut_RLE::Lignes {
 };
 
 ImageFicOut_RLE::ImageFicOut_RLE(const std::string& nom, const ImageInfos& infos)
-    : ImplSetValeurs(nom, "ImageFicOut_RLE", infos.taille.x, infos.taille.y),
-      m_type(infos.type),
+    : ImplSetValeurs(nom, "ImageFicOut_RLE", infos.taille, 1, infos.type),
       m_typeStocke(infos.type == eBool ? eUInt1 : infos.type) {
   SetNbCanaux(TagNbCanaux(infos.canaux));
   const bool typeGere = m_typeStocke >= eInt1 && AppliquerType(m_typeStocke, [this](auto tag) {

@@ -188,13 +188,11 @@ class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainParLignes
   ImageFicOut_RLE(const std::string& nom, const ImageInfos& infos);
   ~ImageFicOut_RLE() override;
 
+  // The format's own messages, not those of EcrivainForme.
   void SetNbCanaux(TagNbCanaux n) override;
-  int GetNbCanaux() const override { return 1; }
-  eEnumType GetTypePixel() const override { return m_type; }
   void SetTypePixel(eEnumType type) override;
   using EcrivainParLignes::SetTaille;
   void SetTaille(int colonnes, int lignes) override;
-  TPoint2D<int> GetTaille() const override { return TPoint2D<int>(m_entete.colonnes, m_entete.lignes); }
   void RawWrite(const char*, unsigned int) override;
   void Terminer() override;
 
@@ -214,7 +212,6 @@ class ImageFicOut_RLE : public ImplSetValeurs<ImageFicOut_RLE, EcrivainParLignes
   // Writes the header, whose line table is now known.
   void Finir() override;
 
-  eEnumType m_type;        // the image's type
   eEnumType m_typeStocke;  // the type of the value fields
   EnteteRLE m_entete;
   std::unique_ptr<Lignes> m_lignes;  // lines received in pieces, by stored type

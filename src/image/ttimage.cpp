@@ -338,6 +338,17 @@ void TTImage<T>::LireSource(const SpecifImageIn& entree, const char* fichier) {
   *this = std::move(lu);
 }
 
+namespace {
+template <class T>
+void EcrireImage(const TTImage<T>& image, ImageFicOut& sortie) {
+  sortie.SetTypePixel(image.TypePixel());
+  sortie.SetNbCanaux(TagNbCanaux(image.GetNbCanaux()));
+  sortie.SetTaille(image.iGetNbColonnes(), image.iGetNbLignes());
+  sortie.SetValeurs(image.GetLines(), 0, 0, image.iGetNbColonnes(), image.iGetNbLignes(), 0, 0, 1);
+  sortie.Fermer();
+}
+}  // namespace
+
 template <class T>
 void TTImage<T>::Sauver(const char* fichier, int image, const OptionsImageOut& options) const {
   if (TChaine(fichier).Extension().longueur() == 0)
@@ -346,16 +357,27 @@ void TTImage<T>::Sauver(const char* fichier, int image, const OptionsImageOut& o
     ZEPRA_ERREUR("[TTIMAGE] (Sauver) Image " << image << " demandee pour " << fichier
                                              << " : nos formats n'ont que l'image 0.");
   ImageFicOut sortie(fichier, options);
-  sortie.SetTypePixel(TypePixel());
-  sortie.SetNbCanaux(TagNbCanaux(m_canaux));
-  sortie.SetTaille(m_colonnes, m_lignes);
-  sortie.SetValeurs(m_lignesTab.data(), 0, 0, m_colonnes, m_lignes, 0, 0, 1);
-  sortie.Fermer();
+  EcrireImage(*this, sortie);
 }
 
 template <class T>
 void TTImage<T>::Sauver(const char* fichier, int image) const {
   Sauver(fichier, image, OptionsImageOut::defaut());
+}
+
+template <class T>
+void TTImage<T>::Sauver(const char* fichier, const OptionsEcriture& options) const {
+  Sauver(fichier, options, GeoreferenceEcriture());
+}
+
+template <class T>
+void TTImage<T>::Sauver(const char* fichier, const OptionsEcriture& options,
+                        const GeoreferenceEcriture& georef) const {
+  ParametresGeoTIFF geotiff;
+  geotiff.options = options;
+  geotiff.georef = georef;
+  ImageFicOut sortie(fichier, geotiff);
+  EcrireImage(*this, sortie);
 }
 
 template class TTImage<bool>;

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "annexes.h"
+#include "image/fichier_lignes.h"
 #include "image/handlers.h"
 #include "zepra/copierpixels.h"
 #include "zepra/erreur.h"
@@ -23,10 +24,11 @@ constexpr bool kHoteGrosBoutiste = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 // zero). Bits cannot be merged into a file being written, so a bool image is kept packed in memory
 // until Terminer().
 template <class T>
-class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, EcrivainImage> {
+class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, EcrivainForme> {
  public:
   ImageFicOut_Raster(const std::string& nom, const ImageInfos& infos)
-      : m_nom(nom), m_taille(infos.taille), m_canaux(infos.canaux), m_type(infos.type) {
+      : ImplSetValeurs<ImageFicOut_Raster<T>, EcrivainForme>(nom, "ImageFicOut_Raster", infos.taille,
+                                                             infos.canaux, infos.type) {
     TIFF_Annexes annexes;
     annexes.SetImage(m_taille, m_canaux, m_type);
     m_debut = annexes.PrecalculeOffset();
@@ -36,31 +38,6 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
     annexes.EcrireEntete(m_fichier->flux(), nom);
     m_position = m_debut;
     if constexpr (std::is_same_v<T, bool>) m_bits.assign(static_cast<size_t>(m_octets), 0);
-  }
-
-  void SetNbCanaux(TagNbCanaux n) override {
-    if (n.nb != m_canaux)
-      ZEPRA_ERREUR("[ImageFicOut_Raster] (SetNbCanaux) " << n.nb << " canaux demandes, le fichier " << m_nom
-                                                         << " en a " << m_canaux << ".");
-  }
-  int GetNbCanaux() const override { return m_canaux; }
-  eEnumType GetTypePixel() const override { return m_type; }
-  void SetTypePixel(eEnumType type) override {
-    if (type != m_type)
-      ZEPRA_ERREUR("[ImageFicOut_Raster] (SetTypePixel) Type " << type << " demande, le fichier " << m_nom
-                                                               << " est de type " << m_type << ".");
-  }
-  void SetTaille(int colonnes, int lignes) override {
-    if (colonnes != m_taille.x || lignes != m_taille.y)
-      ZEPRA_ERREUR("[ImageFicOut_Raster] (SetTaille) Taille " << colonnes << " x " << lignes
-                                                              << " demandee, le fichier " << m_nom << " fait "
-                                                              << m_taille.x << " x " << m_taille.y << ".");
-  }
-  void SetTaille(const TPoint2D<int>& t) override { SetTaille(t.x, t.y); }
-  TPoint2D<int> GetTaille() const override { return m_taille; }
-  bool RawWritePossible() const override { return false; }
-  void RawWrite(const char*, unsigned int) override {
-    ZEPRA_ERREUR("[ImageFicOut_Raster] (RawWrite) Ecriture brute impossible dans le fichier " << m_nom);
   }
 
   void Terminer() override {
@@ -156,10 +133,10 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
   }
 
  private:
-  std::string m_nom;
-  TPoint2D<int> m_taille;
-  int m_canaux;
-  eEnumType m_type;
+  using EcrivainForme::m_canaux;
+  using EcrivainForme::m_nom;
+  using EcrivainForme::m_taille;
+  using EcrivainForme::m_type;
   uint64_t m_debut = 0, m_octets = 0, m_octetsLigne = 0;
   uint64_t m_ecrit = 0;     // end of the furthest pixel bytes written
   uint64_t m_position = 0;  // where the stream stands
@@ -170,7 +147,11 @@ class ImageFicOut_Raster : public ImplSetValeurs<ImageFicOut_Raster<T>, Ecrivain
 
 }  // namespace tiff
 
+std::unique_ptr<EcrivainImage> CreateWriter_GeoTIFF(const std::string& nom, const ImageInfos& infos);
+
 std::unique_ptr<EcrivainImage> CreateWriter_TIFF(const std::string& nom, const ImageInfos& infos) {
+  // Written with OptionsEcriture: the GeoTIFF writer; otherwise the single uncompressed strip.
+  if (infos.geotiff) return CreateWriter_GeoTIFF(nom, infos);
   if (infos.type == eBit1) return std::make_unique<tiff::ImageFicOut_Raster<bool>>(nom, infos);
   std::unique_ptr<EcrivainImage> ecrivain;
   if (!AppliquerType(infos.type, [&](auto tag) {

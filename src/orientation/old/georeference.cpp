@@ -9,6 +9,7 @@
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
 #include "zepra/metadonnees.h"
+#include "zepra/optionsecriture.h"
 #include "zepra/tchaine.h"
 
 #define ZEPRA_GEOREF(flux) ZEPRA_ERREUR("[CartoProjOrientation] (LireGeoreference) " << flux)
@@ -181,4 +182,15 @@ std::unique_ptr<CartoProjOrientation> CartoProjOrientation::LireGeoreference(con
   VerifieZone(0, c->m_y0, " dans " + source);
   c->VerifieValeurs("fichier " + source);
   return c;
+}
+
+GeoreferenceEcriture CartoProjOrientation::GeoreferencePourEcriture() const {
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = m_x0;
+  g.y0 = m_y0;
+  g.pasX = m_pasX;
+  g.pasY = m_pasY;
+  if (m_crs) g.crs = *m_crs;
+  return g;
 }

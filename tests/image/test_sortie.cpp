@@ -1,0 +1,200 @@
+// The writer's conversion to the output type (rounding, clamping, no-data kept apart from real data)
+// and its overviews (no-data-aware 2 x 2 means, one row of tiles at a time).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <map>
+
+#include "image/ecriture/apercus.h"
+#include "image/ecriture/conversion_sortie.h"
+#include "zepra/erreur.h"
+
+namespace {
+
+using ecriture::ConvertirLigne;
+using ecriture::ParametresSortie;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// One sample through the conversion, with its validity and the no-data value when given.
+template <class D, class S>
+D Un(S v, bool valide = true, bool avecNodata = false, D nodata = D{}) {
+  ParametresSortie<D> p;
+  p.nodataPresent = avecNodata;
+  p.nodata = nodata;
+  const unsigned char masque = valide;
+  D sortie[2] = {};  // room for an alpha band
+  ConvertirLigne<S, D>(&v, 1, &masque, 1, sortie, p, nullptr);
+  return sortie[0];
+}
+
+TEST(ConversionSortie, ArrondiBornesEtNodata) {
+  struct Cas {
+    double source;
+    bool valide;
+    int nodata;  // -1: none
+    int attendu;
+  };
+  // uint8: rounding to nearest (halves away from zero), clamping, holes and the no-data value kept
+  // apart from valid data.
+  const std::vector<Cas> cas = {
+      {0.4999, true, -1, 0},   {0.5, true, -1, 1},      {254.6, true, -1, 255}, {-0.6, true, -1, 0},
+      {1e10, true, -1, 255},   {kNaN, true, -1, 0},     {7.2, false, -1, 0},    {0.4999, true, 0, 1},
+      {-0.6, true, 0, 1},      {254.6, true, 0, 255},   {kNaN, true, 0, 0},     {254.6, true, 255, 254},
+      {255.0, true, 255, 254}, {kNaN, true, 255, 255},  {3.0, false, 255, 255}, {100.2, true, 100, 101},
+      {99.8, true, 100, 99},   {100.0, true, 100, 101}, {-1e300, true, 0, 1},
+  };
+  for (const Cas& c : cas) {
+    SCOPED_TRACE(::testing::Message() << c.source << " valide " << c.valide << " nodata " << c.nodata);
+    const unsigned char nodata = static_cast<unsigned char>(c.nodata < 0 ? 0 : c.nodata);
+    EXPECT_EQ(+Un<unsigned char>(c.source, c.valide, c.nodata >= 0, nodata), c.attendu);
+    EXPECT_EQ(+Un<unsigned char>(static_cast<float>(c.source), c.valide, c.nodata >= 0, nodata), c.attendu);
+  }
+}
+
+TEST(ConversionSortie, AutresTypes) {
+  EXPECT_EQ(Un<signed char>(-200.4), -128);
+  EXPECT_EQ(Un<signed char>(-2.5), -3);
+  EXPECT_EQ(Un<unsigned short>(70000), 65535);
+  EXPECT_EQ(Un<unsigned short>(-3), 0);
+  EXPECT_EQ(Un<short>(40000u), 32767);
+  EXPECT_EQ(Un<unsigned int>(4294967295.4), 4294967295u);
+  EXPECT_EQ(Un<int>(-3e9), std::numeric_limits<int>::min());
+  EXPECT_EQ(Un<int>(-7, true, true, -7), -6);
+  EXPECT_EQ(Un<short>(-32768, true, true, static_cast<short>(-32768)), -32767);
+  EXPECT_EQ(Un<float>(1e39), std::numeric_limits<float>::max());
+  EXPECT_EQ(Un<float>(-1e39), -std::numeric_limits<float>::max());
+  EXPECT_EQ(Un<float>(std::numeric_limits<double>::infinity()), std::numeric_limits<float>::infinity());
+  // Floats: a hole is NaN without no-data; a valid value equal to the no-data value moves by one ulp.
+  EXPECT_TRUE(std::isnan(Un<float>(2.0, false)));
+  EXPECT_EQ(Un<float>(-9999.0, true, true, -9999.0f), std::nextafter(-9999.0f, 0.0f));
+  EXPECT_EQ(Un<double>(-9999.5, true, true, -9999.0), -9999.5);
+  EXPECT_EQ(Un<float>(5.0, false, true, -9999.0f), -9999.0f);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_TRUE(std::isnan(Un<float>(kNaN, true, true, nan)));
+  EXPECT_EQ(Un<float>(0.0, true, true, nan), 0.0f);
+}
+
+// A NaN in one band invalidates the whole pixel; the alpha band follows the validity.
+TEST(ConversionSortie, PixelsEtAlpha) {
+  const float source[] = {1.4f, 2.6f, 3.0f, NAN, 250.0f, 0.2f, 7, 8, 9};
+  const unsigned char masque[] = {1, 1, 0};
+  ParametresSortie<unsigned char> p;
+  p.nodataPresent = true;
+  p.nodata = 0;
+  p.alpha = true;
+  unsigned char sortie[12], valide[3];
+  ConvertirLigne(source, 3, masque, 3, sortie, p, valide);
+  const unsigned char attendu[] = {1, 3, 3, 255, 0, 0, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(std::vector<unsigned char>(sortie, sortie + 12),
+            std::vector<unsigned char>(attendu, attendu + 12));
+  EXPECT_EQ(std::vector<unsigned char>(valide, valide + 3), (std::vector<unsigned char>{1, 0, 0}));
+  unsigned short a16 = 0;
+  const double un = 1;
+  ParametresSortie<unsigned short> p16;
+  p16.alpha = true;
+  unsigned short deux[2];
+  ConvertirLigne(&un, 1, nullptr, 1, deux, p16, nullptr);
+  a16 = deux[1];
+  EXPECT_EQ(a16, 65535);
+}
+
+// The overview levels of a w x h image against means computed level by level from the whole
+// image, for sizes odd and even, rows of tiles cut anywhere, holes and an alpha band.
+TEST(Apercus, MoyennesParRangees) {
+  EXPECT_EQ(ecriture::TaillesApercus({2051, 10}, 2),
+            (std::vector<TPoint2D<int>>{TPoint2D<int>(1025, 5), TPoint2D<int>(512, 2)}));
+  for (const auto& [w, h, rangee, niveaux] : std::vector<std::tuple<int, int, int, int>>{
+           {37, 23, 4, 4}, {64, 64, 16, 3}, {5, 40, 2, 5}, {40, 1, 16, 3}, {3, 3, 16, 2}}) {
+    SCOPED_TRACE(::testing::Message() << w << " x " << h << " rangees de " << rangee);
+    const int canaux = 3;  // two bands and an alpha
+    std::vector<std::vector<unsigned char>> donnees(1), valides(1);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const bool v = (x * 7 + y * 3) % 11 != 0 && !(x < 4 && y < 4);
+        valides[0].push_back(v);
+        donnees[0].push_back(v ? static_cast<unsigned char>(1 + (x * 13 + y * 29) % 254) : 0);
+        donnees[0].push_back(v ? static_cast<unsigned char>(255 - (x + y) % 3) : 0);
+        donnees[0].push_back(v ? 255 : 0);
+      }
+    ecriture::FormePyramide f;
+    f.taille = TPoint2D<int>(w, h);
+    f.canaux = canaux;
+    f.canalAlpha = 2;
+    f.niveaux = ecriture::TaillesApercus(f.taille, niveaux);
+    f.hauteurRangee = rangee;
+    f.nodataPresent = true;
+    f.nodata = 0;
+    // Expected levels, each from the previous one.
+    std::vector<TPoint2D<int>> tailles = {f.taille};
+    for (const auto& t : f.niveaux) {
+      const TPoint2D<int> s = tailles.back();
+      const auto& d = donnees.back();
+      const auto& v = valides.back();
+      std::vector<unsigned char> nd, nv;
+      for (int y = 0; y < t.y; ++y)
+        for (int x = 0; x < t.x; ++x) {
+          double somme[2] = {0, 0};
+          int n = 0;
+          for (int yy = 2 * y; yy <= std::min(2 * y + 1, s.y - 1); ++yy)
+            for (int xx = 2 * x; xx <= std::min(2 * x + 1, s.x - 1); ++xx)
+              if (v[yy * s.x + xx]) {
+                ++n;
+                for (int c = 0; c < 2; ++c) somme[c] += d[(yy * s.x + xx) * canaux + c];
+              }
+          nv.push_back(n > 0);
+          for (int c = 0; c < 2; ++c) {
+            int m = n ? static_cast<int>(std::floor(somme[c] / n + 0.5)) : 0;
+            if (n && m == 0) m = 1;
+            nd.push_back(static_cast<unsigned char>(m));
+          }
+          nd.push_back(n ? 255 : 0);
+        }
+      tailles.push_back(t);
+      donnees.push_back(nd);
+      valides.push_back(nv);
+    }
+    std::map<int, std::vector<unsigned char>> recu, recuValide;
+    std::map<int, int> prochaine;
+    auto pyramide = ecriture::PyramideApercus::Creer(
+        f, [&](int n, int y0, int lignes, const unsigned char* d, const unsigned char* v) {
+          EXPECT_EQ(y0, prochaine[n]);
+          EXPECT_TRUE(lignes == rangee || y0 + lignes == tailles[n].y) << lignes;
+          prochaine[n] = y0 + lignes;
+          const size_t pixels = static_cast<size_t>(lignes) * tailles[n].x;
+          recu[n].insert(recu[n].end(), d, d + pixels * canaux);
+          recuValide[n].insert(recuValide[n].end(), v, v + pixels);
+        });
+    for (int y = 0; y < h; ++y)
+      pyramide->AjouterLigne(donnees[0].data() + static_cast<size_t>(y) * w * canaux,
+                             valides[0].data() + y * w);
+    for (int n = 1; n <= niveaux; ++n) {
+      SCOPED_TRACE(n);
+      EXPECT_EQ(recu[n], donnees[n]);
+      EXPECT_EQ(recuValide[n], valides[n]);
+    }
+    EXPECT_THROW(pyramide->AjouterLigne(donnees[0].data(), nullptr), Erreur);
+  }
+}
+
+TEST(Apercus, FlottantsSansMasque) {
+  ecriture::FormePyramide f;
+  f.taille = TPoint2D<int>(4, 2);
+  f.type = eFloat4;
+  f.niveaux = ecriture::TaillesApercus(f.taille, 2);
+  f.hauteurRangee = 2;
+  const float lignes[2][4] = {{1.0f, 2.0f, 0.5f, 0.25f}, {3.0f, 4.0f, 0.125f, 0.0f}};
+  std::vector<float> n1, n2;
+  auto p = ecriture::PyramideApercus::Creer(
+      f, [&](int n, int, int l, const unsigned char* d, const unsigned char*) {
+        const float* v = reinterpret_cast<const float*>(d);
+        (n == 1 ? n1 : n2).assign(v, v + l * (n == 1 ? 2 : 1));
+      });
+  p->AjouterLigne(lignes[0], nullptr);
+  p->AjouterLigne(lignes[1], nullptr);
+  EXPECT_EQ(n1, (std::vector<float>{2.5f, 0.21875f}));
+  EXPECT_EQ(n2, (std::vector<float>{1.359375f}));
+}
+
+}  // namespace
