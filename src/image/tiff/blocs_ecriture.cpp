@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "codecs_externes.h"
 #include "predicteur_ecriture.h"
 #include "tags.h"
 #include "tags_ecriture.h"
@@ -58,6 +59,8 @@ Compresseur::Compresseur(const PlanEcriture& p, const TPoint2D<int>& taille,
   m_contexte.photometrique = PhotometrieEcrite(p, false);
   m_contexte.tablesJpeg = &m_tables;
   m_encodeur = EncodeurEcriture(static_cast<int>(p.compression), p.niveau, p.qualite, nom);
+  // Blocks are abbreviated streams: the file carries their tables once.
+  if (p.compression == CompressionTIFF::kJPEG) m_tables = tiff::TablesJpeg(m_contexte, p.qualite);
   if (p.masqueInterne) {
     m_contexteMasque = m_contexte;
     m_contexteMasque.echantillons = 1;
