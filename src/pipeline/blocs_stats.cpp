@@ -114,23 +114,24 @@ ResumeImage Resumer(const StatsBlocs& s) {
   const double aire = p.sx * p.sy;
   // The input's footprint on the common grid.
   const double fx0 = p.x0, fx1 = p.x0 + p.sx * s.Largeur(), fy0 = p.y0, fy1 = p.y0 + p.sy * s.Hauteur();
-  double t[base_polynome::kTermesMax], T[base_polynome::kTermesMax];
+  r.placement = p;
+  double t[base_polynome::kTermesMax];
   for (long long by = s.By0(); by < s.By0() + s.NbBy(); ++by) {
     const double y0 = std::max(fy0, static_cast<double>(by * g.bloc));
     const double y1 = std::min(fy1, static_cast<double>(std::min((by + 1) * g.bloc, g.lignes)));
     const double yc = base_polynome::Normaliser(p.Ligne((y0 + y1) / 2), s.Hauteur());
-    const double Yc = base_polynome::Normaliser((y0 + y1) / 2, static_cast<double>(g.lignes));
     for (long long bx = s.Bx0(); bx < s.Bx0() + s.NbBx(); ++bx) {
       const double* b = s.Bloc(bx, by);
       const double n = b[0];
       if (n == 0) continue;
       const double x0 = std::max(fx0, static_cast<double>(bx * g.bloc));
       const double x1 = std::min(fx1, static_cast<double>(std::min((bx + 1) * g.bloc, g.colonnes)));
-      base_polynome::Termes(base_polynome::Normaliser(p.Colonne((x0 + x1) / 2), s.Largeur()), yc, t);
-      base_polynome::Termes(base_polynome::Normaliser((x0 + x1) / 2, static_cast<double>(g.colonnes)), Yc, T);
+      const double xc = base_polynome::Normaliser(p.Colonne((x0 + x1) / 2), s.Largeur());
+      base_polynome::Termes(xc, yc, t);
+      const double u[base_polynome::kTermesMax] = {1, xc, yc, xc * xc, xc * yc, yc * yc};
       for (int m = 0; m < base_polynome::kTermesMax; ++m)
-        for (int k = 0; k < base_polynome::kTermesMax; ++k)
-          r.momentsCarte[m * base_polynome::kTermesMax + k] += n * t[m] * T[k];
+        for (int q = 0; q < base_polynome::kTermesMax; ++q)
+          r.momentsMonomes[m * base_polynome::kTermesMax + q] += n * t[m] * u[q];
       r.compte += n;
       for (int k = 0; k < s.NbBandes(); ++k) {
         ResumeImage::Bande& rb = r.bandes[k];

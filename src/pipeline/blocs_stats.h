@@ -24,7 +24,10 @@
 // The common grid and its blocks; the last column and line of blocks may be narrower.
 struct GrilleBlocs {
   long long colonnes = 0, lignes = 0;
-  int bloc = 32;
+  // 16: a block mean still averages 256 pixels (noise, half-pixel misregistration), and an overlap
+  // narrowed by ragged edges to a few tens of pixels still holds several blocks across, which the
+  // curvature of degree-2 fields needs (bench/README.md).
+  int bloc = 16;
 
   // Refuses a grid or a block size that cannot be used.
   void Verifier() const;
@@ -101,12 +104,13 @@ class StatsBlocs {
 // (base_polynome) over its blocks, each block at the centre of its part of the input's footprint.
 struct ResumeImage {
   int largeur = 0, hauteur = 0;
-  double compte = 0;   // valid pixels
-  double surface = 0;  // their area in common-grid pixels
-  // Sum over the blocks of count x t_m(centre in the image) x T_k(centre on the grid), at
-  // m kTermesMax + k, T_k the terms of the position normalised over the whole grid: how a field of the
-  // image projects on the fields of map position.
-  double momentsCarte[base_polynome::kTermesMax * base_polynome::kTermesMax] = {};
+  double compte = 0;    // valid pixels
+  double surface = 0;   // their area in common-grid pixels
+  Placement placement;  // where the image lies on the grid
+  // Sum over the blocks of count x t_m x u_q at the block's centre in the image, at m kTermesMax + q,
+  // u the monomials 1, x, y, x2, xy, y2 of the normalised position: how a field of the image projects
+  // on polynomials of map position, whatever their frame.
+  double momentsMonomes[base_polynome::kTermesMax * base_polynome::kTermesMax] = {};
   struct Bande {
     double somme = 0, sommeCarres = 0;
     // Sum over the blocks of count x deviation inside the block: the local contrast, which smooth

@@ -18,6 +18,11 @@ using base_polynome::NbTermes;
 constexpr double kHuber = 1.5;
 constexpr double kTukey = 4.685;
 constexpr int kEtapesHuber = 2;
+// The first solves (all but the last when there are few) hold the corrections this stiffly at least: a
+// flexible fit would bend the weakly observed terms to absorb changed content, which then no longer
+// stands out in the residuals; the re-weighting starts from the stiff fit.
+constexpr int kSolvesRaides = 3;
+constexpr double kRigiditeDepart = 1e-3;
 // Robust scales below this fraction of the group's deviation are taken as this: residuals of exact data
 // are rounding noise, which must not be re-weighted.
 constexpr double kEchelleMin = 1e-3;
@@ -132,7 +137,8 @@ class SystemeGroupe {
     for (int it = 0; it < m_p.iterations; ++it) {
       Eigen::SparseMatrix<double> H(N, N);
       Eigen::VectorXd g;
-      Assembler(H, g, it == 0);
+      const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
+      Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite);
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
@@ -200,15 +206,45 @@ class SystemeGroupe {
 
  private:
   // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
-  // the gain's degree, is 0. One row per term of that field, over the gain unknowns of every image.
+  // the gain's degree, is 0. One row per monomial of the map position normalised over the group's
+  // extent (so that a group is solved the same whatever else is on the grid), over the gain unknowns
+  // of every image: the monomial, written in the image's own normalised position, against the image's
+  // moments.
   Eigen::MatrixXd Contraintes() const {
+    double X0 = 0, X1 = 0, Y0 = 0, Y1 = 0;
+    for (size_t l = 0; l < m_images.size(); ++l) {
+      const ResumeImage& r = m_resumes[m_images[l]];
+      const Placement& p = r.placement;
+      const double x1 = p.x0 + p.sx * r.largeur, y1 = p.y0 + p.sy * r.hauteur;
+      X0 = l == 0 ? p.x0 : std::min(X0, p.x0);
+      X1 = l == 0 ? x1 : std::max(X1, x1);
+      Y0 = l == 0 ? p.y0 : std::min(Y0, p.y0);
+      Y1 = l == 0 ? y1 : std::max(Y1, y1);
+    }
     Eigen::MatrixXd C = Eigen::MatrixXd::Zero(m_nG, static_cast<long>(m_images.size()) * m_nU);
     for (size_t l = 0; l < m_images.size(); ++l) {
       const ResumeImage& r = m_resumes[m_images[l]];
       if (r.compte <= 0) continue;
+      const Placement& p = r.placement;
+      // X = a x + b and Y = c y + d, from the image's normalised position to the group's.
+      const double a = p.sx * r.largeur / (X1 - X0),
+                   b = 2 * (p.x0 + p.sx * r.largeur / 2 - X0) / (X1 - X0) - 1;
+      const double c = p.sy * r.hauteur / (Y1 - Y0),
+                   d = 2 * (p.y0 + p.sy * r.hauteur / 2 - Y0) / (Y1 - Y0) - 1;
+      // The monomials 1, X, Y, X2, XY, Y2 in the image's monomials 1, x, y, x2, xy, y2.
+      const double monomes[kTermesMax][kTermesMax] = {{1, 0, 0, 0, 0, 0},
+                                                      {b, a, 0, 0, 0, 0},
+                                                      {d, 0, c, 0, 0, 0},
+                                                      {b * b, 2 * a * b, 0, a * a, 0, 0},
+                                                      {b * d, a * d, b * c, 0, a * c, 0},
+                                                      {d * d, 0, 2 * c * d, 0, 0, c * c}};
       const double f = r.surface / r.compte / m_G;
       for (int k = 0; k < m_nG; ++k)
-        for (int t = 0; t < m_nG; ++t) C(k, l * m_nU + t) = f * r.momentsCarte[t * kTermesMax + k];
+        for (int t = 0; t < m_nG; ++t) {
+          double s = 0;
+          for (int q = 0; q < kTermesMax; ++q) s += monomes[k][q] * r.momentsMonomes[t * kTermesMax + q];
+          C(k, l * m_nU + t) = f * s;
+        }
     }
     return C;
   }
@@ -231,7 +267,7 @@ class SystemeGroupe {
     return vj - vi;
   }
 
-  void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer) {
+  void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer, double rigidite) {
     const int nU = m_nU, n2 = 2 * nU;
     const size_t bloc = static_cast<size_t>(nU) * nU;
     std::vector<double> diag(m_images.size() * bloc, 0.0);
@@ -278,7 +314,7 @@ class SystemeGroupe {
     }
     if (diagnostiquer) Diagnostiquer(diag);
     for (size_t l = 0; l < m_images.size(); ++l) {
-      AjouterPrior(m_resumes[m_images[l]], &diag[l * bloc]);
+      AjouterPrior(m_resumes[m_images[l]], rigidite, &diag[l * bloc]);
       for (int a = 0; a < nU; ++a)
         for (int b = 0; b < nU; ++b) {
           triplets.emplace_back(l * nU + a, l * nU + b, diag[l * bloc + a * nU + b]);
@@ -290,13 +326,14 @@ class SystemeGroupe {
   // The prior of one image on its diagonal block: rigidite x area x mean square of (a - 1) v + b over the
   // image's values (mean m, deviation s) and extent, with the orthonormal terms:
   //   sum over terms of (m alpha_t + beta_t)^2 + s^2 alpha_t^2.
-  void AjouterPrior(const ResumeImage& r, double* d) const {
+  void AjouterPrior(const ResumeImage& r, double rigidite, double* d) const {
     const ResumeImage::Bande& b = r.bandes[m_bande];
-    const double lambda = m_p.rigidite * r.surface;
+    const double lambda = rigidite * r.surface;
     if (!(lambda > 0)) return;
     const double m = b.somme / r.compte;
-    // A flat image still needs its gain held, at a tenth of the group's deviation.
-    const double s = std::max(std::sqrt(std::max(0.0, b.sommeCarres / r.compte - m * m)), 0.1 * m_ecartRef);
+    // A flat image still needs its gain told from its offset, at a tenth of the group's level: the prior
+    // then holds what its observations cannot see well above the solver's rounding.
+    const double s = std::max(std::sqrt(std::max(0.0, b.sommeCarres / r.compte - m * m)), 0.1 * m_G);
     const double mg = m / m_G, sg = s / m_G;
     for (int t = 0; t < std::max(m_nG, m_nO); ++t) {
       const bool gain = t < m_nG, offset = t < m_nO;

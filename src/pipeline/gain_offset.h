@@ -21,24 +21,30 @@
 //    all of them, offsets included, are scaled down, and would trade the set's contrast for smaller
 //    offsets;
 //  - the rest by a weak prior pulling every image's correction toward identity: for image i,
-//    rigidite x its valid area times the mean square, over its value distribution (mean m_i,
-//    deviation s_i) and over its extent, of the change (a - 1) v + b. Inside the blind spot this picks
-//    the smallest offsets (the minimum-norm choice: the common offset surface is minus the mean of
-//    the images' offsets, no trend of its own); elsewhere it biases the fit by about
-//    rigidite / (overlap fraction), negligible for the default;
+//    rigidite x its valid area times the mean square, over its value distribution (mean m_i, and
+//    deviation s_i but at least a tenth of the group's level, so that the gain of a flat image is held
+//    too) and over its extent, of the change (a - 1) v + b. Inside the blind spot this picks the
+//    smallest offsets (the minimum-norm choice: the common offset surface is minus the mean of the
+//    images' offsets, no trend of its own), and it holds the terms no observation sees;
 //  - then one constant gain and offset, common to the group (itself in the blind spot, so no residual
 //    changes), bring the group's mean over all valid pixels back to its value before correction, and
 //    its local contrast (the mean over blocks of the deviation inside each block) too. The local
 //    contrast is kept rather than the deviation of all pixels, because the latter includes the very
 //    offset fields being removed and would re-inflate the contrast by them.
 // rigidite is dimensionless: the prior's pull per unit of image area against one overlap pixel's
-// equation; as both scale with pixel counts, one value suits small and large blocks and images.
+// equation; as both scale with pixel counts, one value suits small and large blocks and images. Keep it
+// tiny: overlaps see the curvature of a degree-2 field only across their width, so its effect in an
+// image's far side is weakly observed, and a prior of 1e-5 already pulls those terms toward identity by
+// several grey levels (bench/README.md). The default 1e-9 still fixes the blind spot and the unseen terms
+// (its pull stays many orders above the solver's rounding), and leaves the rest to the data.
 //
 // Robustness: the first solve is plain, the next ones re-weight each equation from its residual
 // normalised by a robust scale (1.4826 x the median absolute normalised residual of the group and
 // equation kind): two Huber steps (k = 1.5), then Tukey's biweight (c = 4.685), which drops changed
-// content (a cloud, a car, a shadow present in one image only). Deterministic: a fixed number of
-// solves, sums in a fixed order.
+// content (a cloud, a car, a shadow present in one image only). The first three solves (all but the
+// last when there are fewer than four) use a rigidity of at least 1e-3: a flexible fit would bend the
+// weakly observed terms to absorb changed content, which would then no longer stand out. Deterministic:
+// a fixed number of solves, sums in a fixed order.
 //
 // Groups: each connected group of the overlap graph is solved alone; an image that overlaps nothing
 // keeps identity and is reported. An image whose observations do not span its polynomial's terms (all
@@ -55,9 +61,11 @@
 #include "pipeline/blocs_stats.h"
 
 struct ParametresGainOffset {
-  int degreGain = 1;    // 0 to 2
+  // Degree 2 for both: a vignetting, shared or not, is a degree-2 gain, and lower degrees miss it badly
+  // (bench/README.md).
+  int degreGain = 2;    // 0 to 2
   int degreOffset = 2;  // 0 to 2
-  double rigidite = 1e-5;
+  double rigidite = 1e-9;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
 

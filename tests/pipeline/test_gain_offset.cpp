@@ -92,11 +92,12 @@ std::vector<double> SolutionDense(const Donnees& d, const ParametresGainOffset& 
     S += r.bandes[0].somme;
     Q += r.bandes[0].sommeCarres;
   }
-  const double ecartGroupe = std::sqrt(Q / N - (S / N) * (S / N));
+  // The group's level: the floor of the images' deviations in the prior.
+  const double niveau = std::sqrt(Q / N);
   for (int i = 0; i < n; ++i) {
     const ResumeImage& r = d.resumes[i];
     const double m = r.bandes[0].somme / r.compte;
-    const double s = std::max(std::sqrt(r.bandes[0].sommeCarres / r.compte - m * m), 0.1 * ecartGroupe);
+    const double s = std::max(std::sqrt(r.bandes[0].sommeCarres / r.compte - m * m), 0.1 * niveau);
     for (int t = 0; t < std::max(nG, nO); ++t) {
       std::vector<double> l1(n * nU, 0.0), l2(n * nU, 0.0);
       if (t < nG) {
@@ -122,12 +123,36 @@ std::vector<double> SolutionDense(const Donnees& d, const ParametresGainOffset& 
   Eigen::VectorXd droite = Eigen::VectorXd::Zero(n * nU + nG);
   K.topLeftCorner(n * nU, n * nU) = A.transpose() * A;
   droite.head(n * nU) = A.transpose() * b;
-  for (int i = 0; i < n; ++i)
-    for (int k = 0; k < nG; ++k)
-      for (int t = 0; t < nG; ++t) {
-        K(n * nU + k, i * nU + t) = d.resumes[i].momentsCarte[t * 6 + k];
-        K(i * nU + t, n * nU + k) = d.resumes[i].momentsCarte[t * 6 + k];
+  // The constraint rows from the blocks themselves: each block at the centre of its part of the
+  // tile, its map position normalised over the tiles' union.
+  double X1 = 0, Y1 = 0;
+  for (const ResumeImage& r : d.resumes) {
+    X1 = std::max(X1, r.placement.x0 + r.largeur);
+    Y1 = std::max(Y1, r.placement.y0 + r.hauteur);
+  }
+  for (int i = 0; i < n; ++i) {
+    const StatsBlocs& st = d.stats[i];
+    const int bloc = st.Grille().bloc;
+    for (long long by = st.By0(); by < st.By0() + st.NbBy(); ++by)
+      for (long long bx = st.Bx0(); bx < st.Bx0() + st.NbBx(); ++bx) {
+        const double nb = st.Bloc(bx, by)[0];
+        if (nb == 0) continue;
+        const double x0 = std::max<double>(bx * bloc, st.Place().x0),
+                     y0 = std::max<double>(by * bloc, st.Place().y0);
+        const double x1 = std::min<double>((bx + 1) * bloc, st.Place().x0 + st.Largeur());
+        const double y1 = std::min<double>((by + 1) * bloc, st.Place().y0 + st.Hauteur());
+        const double X = (x0 + x1) / 2, Y = (y0 + y1) / 2;
+        double t[6];
+        termes(i, X - st.Place().x0, Y - st.Place().y0, t);
+        const double Xn = 2 * X / X1 - 1, Yn = 2 * Y / Y1 - 1;
+        const double P[6] = {1, Xn, Yn, Xn * Xn, Xn * Yn, Yn * Yn};
+        for (int k = 0; k < nG; ++k)
+          for (int m = 0; m < nG; ++m) {
+            K(n * nU + k, i * nU + m) += nb * t[m] * P[k];
+            K(i * nU + m, n * nU + k) += nb * t[m] * P[k];
+          }
       }
+  }
   const Eigen::VectorXd x = K.fullPivLu().solve(droite).head(n * nU);
   // The constant gain and offset: local contrast and mean brought back.
   double e0 = 0, e1 = 0, s0 = 0, s1 = 0;
@@ -298,9 +323,8 @@ TEST(GainOffset, GroupesDeconnectesResolusSeparement) {
   EXPECT_EQ(R.groupes[1], (std::vector<int>{4, 5, 6, 7}));
   for (int i = 0; i < 8; ++i) {
     const CorrectionGainOffset& seul = i < 4 ? G.corrections[i] : D.corrections[i - 4];
-    // Equal but for rounding: the map coordinates of the constraints are normalised over another grid.
-    for (int t = 0; t < 3; ++t) EXPECT_NEAR(R.corrections[i].Gain(0)[t], seul.Gain(0)[t], 1e-10) << i;
-    for (int t = 0; t < 6; ++t) EXPECT_NEAR(R.corrections[i].Offset(0)[t], seul.Offset(0)[t], 1e-8) << i;
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(R.corrections[i].Gain(0)[t], seul.Gain(0)[t]) << i;
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(R.corrections[i].Offset(0)[t], seul.Offset(0)[t]) << i;
     EXPECT_EQ(R.images[i].groupe, i < 4 ? 0 : 1);
   }
 }
@@ -375,7 +399,7 @@ TEST(GainOffset, ParametresRefuses) {
   const Cas cas[] = {
       {[](ParametresGainOffset& p) { p.degreGain = 3; }, "[GainOffset] (Verifier) Degres du gain 3"},
       {[](ParametresGainOffset& p) { p.degreOffset = -1; },
-       "[GainOffset] (Verifier) Degres du gain 1 et de l'offset -1"},
+       "[GainOffset] (Verifier) Degres du gain 2 et de l'offset -1"},
       {[](ParametresGainOffset& p) { p.rigidite = 0; }, "[GainOffset] (Verifier) Rigidite 0"},
       {[](ParametresGainOffset& p) { p.rigidite = -2; }, "[GainOffset] (Verifier) Rigidite -2"},
       {[](ParametresGainOffset& p) { p.poidsEcart = -1; },
