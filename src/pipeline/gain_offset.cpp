@@ -467,22 +467,21 @@ bool CorrectionGainOffset::EstIdentite() const {
   return std::all_of(m_gain.begin(), m_gain.end(), nul) && std::all_of(m_offset.begin(), m_offset.end(), nul);
 }
 
-double CorrectionGainOffset::A(int bande, double colonne, double ligne) const {
+double CorrectionGainOffset::Champ(const double* c, int n, double colonne, double ligne) const {
   double t[kTermesMax];
   base_polynome::Termes(base_polynome::Normaliser(colonne, m_largeur),
                         base_polynome::Normaliser(ligne, m_hauteur), t);
-  double a = 1.0;
-  for (int k = 0; k < m_nbGain; ++k) a += Gain(bande)[k] * t[k];
-  return a;
+  double s = 0.0;
+  for (int k = 0; k < n; ++k) s += c[k] * t[k];
+  return s;
+}
+
+double CorrectionGainOffset::A(int bande, double colonne, double ligne) const {
+  return 1.0 + Champ(Gain(bande), m_nbGain, colonne, ligne);
 }
 
 double CorrectionGainOffset::B(int bande, double colonne, double ligne) const {
-  double t[kTermesMax];
-  base_polynome::Termes(base_polynome::Normaliser(colonne, m_largeur),
-                        base_polynome::Normaliser(ligne, m_hauteur), t);
-  double b = 0.0;
-  for (int k = 0; k < m_nbOffset; ++k) b += Offset(bande)[k] * t[k];
-  return b;
+  return Champ(Offset(bande), m_nbOffset, colonne, ligne);
 }
 
 template <class T>

@@ -106,6 +106,7 @@ class CorrectionGainOffset {
                      const unsigned char* valide = nullptr) const;
 
  private:
+  double Champ(const double* c, int n, double colonne, double ligne) const;
   template <class T>
   void Corriger(int bande, int ligne, int colonne0, int n, const T* entree, T* sortie,
                 const unsigned char* valide) const;

@@ -19,30 +19,20 @@ struct Plan {
   const double* Ligne(int y) const { return &v[static_cast<size_t>(y) * w]; }
 };
 
-// out(x, y) = sum of k_s k_t in(2x + s, 2y + t), samples beyond the plane left out (they count as no
-// data, which the normalisations then divide away).
-Plan Reduire(const Plan& in) {
-  const int w2 = (in.w + 1) / 2, h2 = (in.h + 1) / 2;
-  Plan horizontal(w2, in.h), out(w2, h2);
-  for (int y = 0; y < in.h; ++y) {
-    const double* l = in.Ligne(y);
-    double* o = horizontal.Ligne(y);
-    for (int x = 0; x < w2; ++x) {
-      double s = 0;
-      for (int t = -2; t <= 2; ++t) {
-        const int c = 2 * x + t;
-        if (c >= 0 && c < in.w) s += kNoyau[t + 2] * l[c];
-      }
-      o[x] = s;
-    }
-  }
-  for (int y = 0; y < h2; ++y) {
+// One pass of a separable filter along x (horizontal) or y onto a plane of w x h: out(i) = sum over
+// the taps t of k[t] in(source(i, t)), sources outside the input left out (they count as no data, which
+// the normalisations then divide away).
+template <bool kHorizontal, class Source>
+Plan Passe(const Plan& in, int w, int h, Source source) {
+  Plan out(w, h);
+  const int n = kHorizontal ? in.w : in.h;
+  for (int y = 0; y < h; ++y) {
     double* o = out.Ligne(y);
-    for (int x = 0; x < w2; ++x) {
+    for (int x = 0; x < w; ++x) {
       double s = 0;
       for (int t = -2; t <= 2; ++t) {
-        const int l = 2 * y + t;
-        if (l >= 0 && l < in.h) s += kNoyau[t + 2] * horizontal.Ligne(l)[x];
+        const int j = source(kHorizontal ? x : y, t);
+        if (j >= 0 && j < n) s += kNoyau[t + 2] * (kHorizontal ? in.Ligne(y)[j] : in.Ligne(j)[x]);
       }
       o[x] = s;
     }
@@ -50,34 +40,18 @@ Plan Reduire(const Plan& in) {
   return out;
 }
 
+// out(x, y) = sum of k_s k_t in(2x + s, 2y + t).
+Plan Reduire(const Plan& in) {
+  const auto source = [](int i, int t) { return 2 * i + t; };
+  const int w2 = (in.w + 1) / 2, h2 = (in.h + 1) / 2;
+  return Passe<false>(Passe<true>(in, w2, in.h, source), w2, h2, source);
+}
+
 // The transpose of Reduire onto a plane of w x h: out(x, y) = sum over the (s, t) with x - s and y - t
 // even of k_s k_t in((x - s) / 2, (y - t) / 2). Only ever used in ratios, so its scale does not matter.
 Plan Etendre(const Plan& in, int w, int h) {
-  Plan horizontal(w, in.h), out(w, h);
-  for (int y = 0; y < in.h; ++y) {
-    const double* l = in.Ligne(y);
-    double* o = horizontal.Ligne(y);
-    for (int x = 0; x < w; ++x) {
-      double s = 0;
-      for (int t = (x & 1) ? -1 : -2; t <= 2; t += 2) {
-        const int c = (x - t) / 2;
-        if (c >= 0 && c < in.w) s += kNoyau[t + 2] * l[c];
-      }
-      o[x] = s;
-    }
-  }
-  for (int y = 0; y < h; ++y) {
-    double* o = out.Ligne(y);
-    for (int x = 0; x < w; ++x) {
-      double s = 0;
-      for (int t = (y & 1) ? -1 : -2; t <= 2; t += 2) {
-        const int l = (y - t) / 2;
-        if (l >= 0 && l < in.h) s += kNoyau[t + 2] * horizontal.Ligne(l)[x];
-      }
-      o[x] = s;
-    }
-  }
-  return out;
+  const auto source = [](int i, int t) { return ((i - t) & 1) ? -1 : (i - t) / 2; };
+  return Passe<false>(Passe<true>(in, w, in.h, source), w, h, source);
 }
 
 Plan Produit(const Plan& a, const Plan& b) {

@@ -51,41 +51,63 @@ void Enveloppe(const double* f, int n, double* d, int* v, double* z) {
 
 }  // namespace
 
-void DistanceCarree(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
-                    float* d2, std::ptrdiff_t pasD2) {
+namespace {
+
+// DistanceCarree with a cap: squared distances at or beyond plafond^2 may be reported as plafond^2
+// (exact below). Column distances beyond the cap cannot bring any pixel under it, so their parabolas
+// are left out, and a line with none left is filled at once: far from every source, the work is a
+// scan of the bytes.
+void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
+                             float* d2, std::ptrdiff_t pasD2, double plafond) {
   if (largeur < 0 || hauteur < 0)
     ZEPRA_ERREUR("[Plume] (DistanceCarree) Taille " << largeur << " x " << hauteur << " invalide.");
   if (largeur == 0 || hauteur == 0) return;
   const size_t W = static_cast<size_t>(largeur);
-  // Along each column: the squared distance to the nearest source pixel of that column.
-  std::vector<double> g(W * hauteur);
-  std::vector<double> derniere(W, kInfini);
+  const double plafond2 = plafond * plafond;
+  // Downwards: each pixel's distance to the nearest source above it in its column (or on it), kept as
+  // an integer; kLoin when there is none.
+  constexpr int kLoin = std::numeric_limits<int>::max();
+  std::vector<int> haut(W * hauteur);
+  std::vector<int> derniere(W, -1);
   for (int y = 0; y < hauteur; ++y) {
     const unsigned char* s = source + y * pasSource;
-    double* gl = &g[y * W];
+    int* h = &haut[y * W];
     for (size_t x = 0; x < W; ++x) {
       if (s[x]) derniere[x] = y;
-      gl[x] = derniere[x] == kInfini ? kInfini : y - derniere[x];
+      h[x] = derniere[x] < 0 ? kLoin : y - derniere[x];
     }
   }
-  std::fill(derniere.begin(), derniere.end(), kInfini);
+  // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
+  std::fill(derniere.begin(), derniere.end(), -1);
+  std::vector<double> f(W), d(W), z(W + 1);
+  std::vector<int> v(W);
   for (int y = hauteur - 1; y >= 0; --y) {
     const unsigned char* s = source + y * pasSource;
-    double* gl = &g[y * W];
+    const int* h = &haut[y * W];
+    bool proche = false;
     for (size_t x = 0; x < W; ++x) {
       if (s[x]) derniere[x] = y;
-      const double e = std::min(gl[x], derniere[x] - y);
-      gl[x] = e == kInfini ? kInfini : e * e;
+      const int e = std::min(h[x], derniere[x] < 0 ? kLoin : derniere[x] - y);
+      const double e2 = static_cast<double>(e) * e;
+      f[x] = e == kLoin || e2 >= plafond2 ? kInfini : e2;
+      proche = proche || f[x] != kInfini;
     }
-  }
-  // Along each line: the envelope over the columns.
-  std::vector<double> d(W), z(W + 1);
-  std::vector<int> v(W);
-  for (int y = 0; y < hauteur; ++y) {
-    Enveloppe(&g[y * W], largeur, d.data(), v.data(), z.data());
     float* o = d2 + y * pasD2;
-    for (size_t x = 0; x < W; ++x) o[x] = static_cast<float>(d[x]);
+    const float loin = static_cast<float>(plafond2);
+    if (!proche) {
+      std::fill(o, o + W, loin);
+      continue;
+    }
+    Enveloppe(f.data(), largeur, d.data(), v.data(), z.data());
+    for (size_t x = 0; x < W; ++x) o[x] = d[x] >= plafond2 ? loin : static_cast<float>(d[x]);
   }
+}
+
+}  // namespace
+
+void DistanceCarree(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
+                    float* d2, std::ptrdiff_t pasD2) {
+  DistanceCarreePlafonnee(source, largeur, hauteur, pasSource, d2, pasD2, kInfini);
 }
 
 int MargePlume(double largeurPixels) {
@@ -132,7 +154,7 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
     for (int x = 0; x < a.nbColonnes; ++x) s[x] = !v[x];
   }
   std::vector<float> d2(source.size());
-  DistanceCarree(source.data(), gw, gh, gw, d2.data(), gw);
+  DistanceCarreePlafonnee(source.data(), gw, gh, gw, d2.data(), gw, L);
   for (int y = 0; y < f.nbLignes; ++y) {
     const float* d = &d2[static_cast<size_t>(y + m) * gw + m];
     const unsigned char* s = &source[static_cast<size_t>(y + m) * gw + m];
@@ -142,7 +164,11 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
         w[x] = 0.0f;
         continue;
       }
-      const double t = std::min(std::sqrt(static_cast<double>(d[x])), L) / L;
+      if (d[x] >= L * L) {
+        w[x] = 1.0f;
+        continue;
+      }
+      const double t = std::sqrt(static_cast<double>(d[x])) / L;
       w[x] = static_cast<float>(t * t * (3 - 2 * t));
     }
   }
