@@ -6,7 +6,7 @@
 set -e
 pkgs="g++ make cmake libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools clang libclang-rt-14-dev"
 if [ "$1" = "bench" ]; then
-  pkgs="$pkgs gdal-bin time"
+  pkgs="$pkgs gdal-bin time libpng-dev"
 fi
 missing=""
 for p in $pkgs; do
