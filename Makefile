@@ -4,7 +4,7 @@ ASAN ?= build-asan
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build build-asan test demo bench fuzz clean
+.PHONY: all deps build build-asan test demo bench qualite fuzz clean
 FUZZ ?= build-fuzz
 FUZZ_SECONDS ?= 600
 
@@ -48,6 +48,17 @@ bench:
 	cmake --build $(BUILD) -j $(JOBS)
 	cd $(BUILD)/bench && for b in ./bench_*; do $$b; done
 	./bench/job/bench_job.sh $(BUILD)
+
+# The equalization quality benchmark (not timed): known-truth presets through the compatibility models
+# and the new one, the table of bench/README.md and its quick-looks. QUALITE_ARGS passes options
+# (--preset NAME, --balayage, --essai "...").
+QUALITE_DIR ?= /tmp/egalise_qualite
+QUALITE_ARGS ?= --apercu bench/qualite
+qualite:
+	./scripts/deps.sh bench
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DZEPRA_BENCH=ON $(CMAKE_FLAGS)
+	cmake --build $(BUILD) -j $(JOBS) --target egalise qualite_egalisation
+	$(BUILD)/bench/qualite/qualite_egalisation $(BUILD)/egalise $(QUALITE_DIR) $(QUALITE_ARGS)
 
 # A longer libFuzzer campaign on every target, FUZZ_SECONDS each, starting from the committed corpus.
 # New inputs stay in fuzz-runs/; crashes are written there as crash-* files.

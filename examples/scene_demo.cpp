@@ -105,6 +105,32 @@ std::vector<double> LargeursBord(int taille, uint32_t graine, int tuile, int cot
   return l;
 }
 
+// The ragged no-data band along the four sides of a tile.
+class BordsIrreguliers {
+ public:
+  BordsIrreguliers(int largeur, int hauteur, uint32_t graine, int numero)
+      : m_largeur(largeur),
+        m_hauteur(hauteur),
+        m_gauche(LargeursBord(hauteur, graine, numero, 0)),
+        m_droite(LargeursBord(hauteur, graine, numero, 1)),
+        m_haut(LargeursBord(largeur, graine, numero, 2)),
+        m_bas(LargeursBord(largeur, graine, numero, 3)) {}
+  bool Dehors(int c, int l) const {
+    return c < m_gauche[l] || m_largeur - 1 - c < m_droite[l] || l < m_haut[c] ||
+           m_hauteur - 1 - l < m_bas[c];
+  }
+
+ private:
+  int m_largeur, m_hauteur;
+  std::vector<double> m_gauche, m_droite, m_haut, m_bas;
+};
+
+// Normal deviate from two hashed uniforms (Box and Muller).
+double Gaussien(long long a, long long b, uint32_t graine) {
+  const double u1 = 1.0 - Alea(a, b, graine ^ 0x60u), u2 = Alea(a, b, graine ^ 0x61u);
+  return std::sqrt(-2.0 * std::log(u1)) * std::cos(2 * kPi * u2);
+}
+
 }  // namespace
 
 int ParametresDemo::Decalage() const { return static_cast<int>(std::lround(taille * (1.0 - recouvrement))); }
@@ -196,16 +222,12 @@ TTOrientedImage<unsigned char> GenererTuile(const ParametresDemo& p, int lt, int
                            p.y0 - static_cast<double>(lt) * dec * p.pixel, p.zone, n, n, p.pixel, p.pixel);
   TTOrientedImage<unsigned char> tuile(n, n, TagNbCanaux(1), ori);
   const Distorsion d = DistorsionTuile(lt, ct, p.graine);
-  const int numero = static_cast<int>(lt * p.grille + ct);
-  const std::vector<double> gauche = LargeursBord(n, p.graine, numero, 0),
-                            droite = LargeursBord(n, p.graine, numero, 1),
-                            haut = LargeursBord(n, p.graine, numero, 2),
-                            bas = LargeursBord(n, p.graine, numero, 3);
+  const BordsIrreguliers bords(n, n, p.graine, static_cast<int>(lt * p.grille + ct));
   for (int l = 0; l < n; ++l) {
     unsigned char* ligne = tuile.GetLines(l);
     const long long gl = static_cast<long long>(lt) * dec + l;
     for (int c = 0; c < n; ++c) {
-      if (c < gauche[l] || n - 1 - c < droite[l] || l < haut[c] || n - 1 - l < bas[c]) {
+      if (bords.Dehors(c, l)) {
         ligne[c] = 0;
         continue;
       }
@@ -243,4 +265,67 @@ std::vector<std::string> GenererDemo(const ParametresDemo& p, const std::string&
   }
   texte.Valider();
   return noms;
+}
+
+double ChampDegre2::Valeur(double colonne, double ligne, int largeur, int hauteur) const {
+  const double u = (colonne + 0.5 - largeur / 2.0) / (largeur / 2.0);
+  const double v = (ligne + 0.5 - hauteur / 2.0) / (hauteur / 2.0);
+  return c[0] + c[1] * u + c[2] * v + c[3] * u * u + c[4] * u * v + c[5] * v * v;
+}
+
+bool Disque::Contient(double c, double l) const {
+  const double dc = c + 0.5 - colonne, dl = l + 0.5 - ligne;
+  return dc * dc + dl * dl < rayon * rayon;
+}
+
+double TuileQualite::Distordre(double s, int c, int l) const {
+  return s * (1 + gain.Valeur(c, l, largeur, hauteur)) + offset.Valeur(c, l, largeur, hauteur);
+}
+
+double TuileQualite::Redresser(double v, int c, int l) const {
+  return (v - offset.Valeur(c, l, largeur, hauteur)) / (1 + gain.Valeur(c, l, largeur, hauteur));
+}
+
+bool TuileQualite::Exclu(int c, int l) const {
+  for (const Disque& d : exclusions)
+    if (d.Contient(c, l)) return true;
+  return false;
+}
+
+TTOrientedImage<unsigned char> GenererTuileQualite(const ParametresDemo& p, const TuileQualite& t) {
+  if (t.largeur < 32 || t.hauteur < 32 || t.largeur > 20000 || t.hauteur > 20000)
+    ZEPRA_ERREUR("[GenererTuileQualite] (Taille) Tuile de " << t.largeur << " x " << t.hauteur
+                                                            << " pixels : 32 a 20000 attendu.");
+  const OrientationOld ori(eORICarto, p.x0 + static_cast<double>(t.colonne0) * p.pixel,
+                           p.y0 - static_cast<double>(t.ligne0) * p.pixel, p.zone, t.largeur, t.hauteur,
+                           p.pixel, p.pixel);
+  TTOrientedImage<unsigned char> tuile(t.hauteur, t.largeur, TagNbCanaux(1), ori);
+  const BordsIrreguliers bords(t.largeur, t.hauteur, p.graine, t.numero);
+  for (int l = 0; l < t.hauteur; ++l) {
+    unsigned char* ligne = tuile.GetLines(l);
+    for (int c = 0; c < t.largeur; ++c) {
+      if (t.bordsIrreguliers && bords.Dehors(c, l)) {
+        ligne[c] = 0;
+        continue;
+      }
+      double s = ValeurScene(t.colonne0 + c + t.decalageX, t.ligne0 + l + t.decalageY, p.graine);
+      if (t.intensiteNuage > 0) {
+        const double dc = (c + 0.5 - t.nuage.colonne) / t.nuage.rayon,
+                     dl = (l + 0.5 - t.nuage.ligne) / t.nuage.rayon;
+        const double r2 = dc * dc + dl * dl;
+        if (r2 < 1) s += t.intensiteNuage * (1 - r2) * (1 - r2);
+      }
+      double v = t.Distordre(s, c, l) + t.bruit * Gaussien(c, l, p.graine ^ (0x9000u + t.numero));
+      if (t.Exclu(c, l)) v = 250;
+      ligne[c] = static_cast<unsigned char>(std::lround(Borne(v, 1, 255)));
+    }
+  }
+  return tuile;
+}
+
+TTImage<unsigned char> MasqueExclusion(const TuileQualite& t) {
+  TTImage<unsigned char> m(t.largeur, t.hauteur, static_cast<unsigned char>(0));
+  for (int l = 0; l < t.hauteur; ++l)
+    for (int c = 0; c < t.largeur; ++c) m.GetLines(l)[c] = t.Exclu(c, l) ? 1 : 0;
+  return m;
 }

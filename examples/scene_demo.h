@@ -51,3 +51,43 @@ TTOrientedImage<unsigned char> GenererTuile(const ParametresDemo& p, int ligneTu
 // Writes every tile as "Ort_" + NomTuile with its .ori and .tfw into the folder (which must exist),
 // and "distorsions.txt" describing the grid and each tile's distortion. Returns the input names.
 std::vector<std::string> GenererDemo(const ParametresDemo& p, const std::string& dossier);
+
+// ---------------------------------------------------------------------------------------------------
+// Tiles with a known truth for the quality benchmark: any place on the scene's pixel grid, any
+// degree-2 gain and offset field, noise, exclusion masks, a cloud, a misregistration.
+
+// c[0] + c[1] u + c[2] v + c[3] u^2 + c[4] u v + c[5] v^2, u and v as in Distorsion.
+struct ChampDegre2 {
+  double c[6] = {};
+  double Valeur(double colonne, double ligne, int largeur, int hauteur) const;
+};
+
+struct Disque {
+  double colonne = 0, ligne = 0, rayon = 0;  // in tile pixels
+  bool Contient(double c, double l) const;
+};
+
+struct TuileQualite {
+  long long colonne0 = 0, ligne0 = 0;  // the scene pixel at the tile's first pixel, as its orientation says
+  int largeur = 600, hauteur = 600;
+  int numero = 0;                    // seeds its borders and noise
+  ChampDegre2 gain, offset;          // value = scene x (1 + gain) + offset + noise
+  double bruit = 0;                  // deviation of the noise, grey levels
+  int decalageX = 0, decalageY = 0;  // the content is the scene at (column + dx, line + dy)
+  bool bordsIrreguliers = true;      // ragged no-data borders
+  std::vector<Disque> exclusions;    // masked zones, where the content is spoilt (white)
+  Disque nuage;                      // a soft bright cloud added to the content (rayon 0: none)
+  double intensiteNuage = 0;
+
+  // The value before rounding of a pixel with the content's scene value s, noise left out.
+  double Distordre(double s, int colonne, int ligne) const;
+  // The scene value of a pixel's measured value, the distortion undone (what a perfect correction gives).
+  double Redresser(double v, int colonne, int ligne) const;
+  bool Exclu(int colonne, int ligne) const;
+};
+
+// The tile's pixels (0 = no data, 1..255 otherwise) and its orientation on the map grid of p (its
+// pixel size, origin and zone; p.graine seeds the scene).
+TTOrientedImage<unsigned char> GenererTuileQualite(const ParametresDemo& p, const TuileQualite& t);
+// Its exclusion mask: 1 where excluded.
+TTImage<unsigned char> MasqueExclusion(const TuileQualite& t);

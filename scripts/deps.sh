@@ -8,6 +8,8 @@ pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libt
   libclang-rt-14-dev libproj-dev proj-data python3-gdal"
 # The libraries of the TIFF codecs (Deflate, ZSTD, JPEG), found through pkg-config.
 pkgs="$pkgs libdeflate-dev libzstd-dev libjpeg62-turbo-dev"
+# PNG quick-looks of the demo and of the quality benchmark.
+pkgs="$pkgs libpng-dev"
 if [ "$1" = "bench" ]; then
   pkgs="$pkgs time"
 fi

@@ -1,0 +1,19 @@
+// The quality benchmark's data sets: tiles of the demo scene with known distortions.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "scene_demo.h"
+
+struct Preset {
+  std::string nom, description;
+  std::vector<TuileQualite> tuiles;
+  bool masques = false;  // exclusion masks: written as Incid_ files
+};
+
+// The scene's grid: pixel size, origin, zone and seed shared by every preset.
+ParametresDemo GrilleScene();
+
+// Every preset, in the order of the results table.
+std::vector<Preset> Presets();

@@ -1,0 +1,418 @@
+// The equalization quality benchmark: for each preset, the tiles written as the compatibility driver
+// reads them, that driver run without correction and with its two models, the new model and blendings
+// run in memory, every mosaic measured against the known truth. Prints markdown tables.
+//
+//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--balayage] [--fusions] [--apercu FOLDER]
+//                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
+//                                  plume=60 fusion=plume"]
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "etirement.h"
+#include "lire_options.h"
+#include "mesures.h"
+#include "png.h"
+#include "presets.h"
+
+namespace {
+
+constexpr const char* kProgramme = "qualite_egalisation";
+
+void Usage() {
+  std::cout << kProgramme
+            << " <egalise> <dossier de travail> [--preset NOM] [--balayage] [--fusions] [--apercu DOSSIER] "
+               "[--essai "
+               "\"cle=valeur ...\"]"
+            << std::endl;
+}
+
+// The compatibility driver's runs: name, options, mosaic.
+struct ModeleCompatibilite {
+  const char *nom, *options, *mosaique;
+};
+const ModeleCompatibilite kModelesCompatibilite[] = {
+    {"sans correction", "--noegal", "m_sans.tif"},
+    {"additif (compatibilite)", "", "m_additif.tif"},
+    {"multiplicatif (compatibilite)", "--modele:multiplicatif", "m_multiplicatif.tif"}};
+
+std::string NomTuile(size_t i) { return "tuile_" + std::to_string(i) + ".tif"; }
+
+struct Jeu {
+  Preset preset;
+  std::string dossier;
+  std::vector<TuileMemoire> tuiles;
+  Verite verite;
+};
+
+Jeu Ecrire(const Preset& preset, const std::string& racine) {
+  const ParametresDemo p = GrilleScene();
+  Jeu j;
+  j.preset = preset;
+  j.dossier = racine + "/" + preset.nom;
+  std::system(("rm -rf '" + j.dossier + "' && mkdir -p '" + j.dossier + "'").c_str());
+  for (size_t i = 0; i < preset.tuiles.size(); ++i) {
+    const TuileQualite& t = preset.tuiles[i];
+    const TTOrientedImage<unsigned char> image = GenererTuileQualite(p, t);
+    image.Sauver((j.dossier + "/Ort_" + NomTuile(i)).c_str());
+    if (preset.masques) MasqueExclusion(t).Sauver((j.dossier + "/Incid_" + NomTuile(i)).c_str());
+    TuileMemoire m;
+    m.def = t;
+    m.pixels = image;
+    m.valide.resize(static_cast<size_t>(t.largeur) * t.hauteur);
+    for (int l = 0; l < t.hauteur; ++l)
+      for (int c = 0; c < t.largeur; ++c)
+        m.valide[static_cast<size_t>(l) * t.largeur + c] = image.GetLines(l)[c] != 0 && !t.Exclu(c, l);
+    j.tuiles.push_back(std::move(m));
+  }
+  j.verite = FaireVerite(p, j.tuiles);
+  return j;
+}
+
+// A float image file as a mosaic of the truth's size (what it lacks is no data).
+Mosaique LireMosaique(const std::string& chemin, int largeur, int hauteur) {
+  const TTImage<float> f(chemin.c_str());
+  Mosaique m;
+  m.largeur = largeur;
+  m.hauteur = hauteur;
+  m.v.assign(static_cast<size_t>(largeur) * hauteur, 0.0f);
+  for (int l = 0; l < std::min(hauteur, f.iGetNbLignes()); ++l)
+    for (int c = 0; c < std::min(largeur, f.iGetNbColonnes()); ++c)
+      m.v[static_cast<size_t>(l) * largeur + c] = f(c, l);
+  return m;
+}
+
+struct Resultat {
+  std::string methode;
+  Mosaique mosaique;
+  std::vector<std::vector<float>> tuiles;  // corrected values
+  std::vector<uint64_t> ensembles;
+  Mesures m;
+  double recouvrement = 0;
+};
+
+// The compatibility driver on the tiles; false when it wrote no mosaic.
+bool LancerCompatibilite(const std::string& egalise, const Jeu& j, const ModeleCompatibilite& modele,
+                         Resultat& r) {
+  std::string commande = "cd '" + j.dossier + "' && '" + egalise + "'";
+  for (size_t i = 0; i < j.tuiles.size(); ++i) commande += " " + NomTuile(i);
+  const std::string sortie = modele.mosaique;
+  commande += " --ssechfinal 1 --pas 10 --output " + sortie + " " + modele.options + " > /dev/null 2>&1";
+  r.methode = modele.nom;
+  if (std::system(commande.c_str()) != 0) return false;
+  struct stat s;
+  if (stat((j.dossier + "/" + sortie).c_str(), &s) != 0) return false;
+  r.mosaique = LireMosaique(j.dossier + "/" + sortie, j.verite.largeur, j.verite.hauteur);
+  const bool sans = std::string(modele.options) == "--noegal";
+  for (size_t i = 0; i < j.tuiles.size(); ++i) {
+    const TTImage<float> t((j.dossier + "/" + (sans ? "Ort_" : "Solution_") + NomTuile(i)).c_str());
+    r.tuiles.emplace_back(t.begin(), t.end());
+  }
+  r.ensembles =
+      Ensembles(j.tuiles, ValiditeDilatee(j.tuiles, j.preset.masques), j.verite.largeur, j.verite.hauteur);
+  return true;
+}
+
+std::vector<std::vector<unsigned char>> Validites(const Jeu& j) {
+  std::vector<std::vector<unsigned char>> v;
+  for (const TuileMemoire& t : j.tuiles) v.push_back(t.valide);
+  return v;
+}
+
+Resultat LancerNouveau(const Jeu& j, const Reglages& r, const std::string& nom,
+                       const std::vector<std::vector<float>>* poids = nullptr) {
+  Resultat res;
+  res.methode = nom;
+  res.tuiles = CorrigerGainOffset(j.tuiles, r);
+  const std::vector<std::vector<float>> p =
+      poids ? *poids : PoidsPlumes(j.tuiles, r.fusion == Fusion::moyenne ? 0.0 : r.plume);
+  res.mosaique = Composer(j.tuiles, res.tuiles, p, j.verite.largeur, j.verite.hauteur, r);
+  res.ensembles = Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
+  return res;
+}
+
+// The pixels where the truth and every mosaic have data.
+std::vector<unsigned char> Commun(const Jeu& j, const std::vector<const Resultat*>& r) {
+  std::vector<unsigned char> c = j.verite.couverte;
+  for (const Resultat* x : r)
+    for (size_t k = 0; k < c.size(); ++k) c[k] = c[k] && x->mosaique.v[k] != 0.0f;
+  return c;
+}
+
+void Mesurer(const Jeu& j, const std::vector<unsigned char>& commun, Resultat& r) {
+  r.m = Mesurer(j.verite, r.mosaique, commun, r.ensembles);
+  r.recouvrement = RmseRecouvrement(j.verite, j.tuiles, r.tuiles);
+}
+
+double PlancherBruit(const Jeu& j) {
+  std::vector<std::vector<float>> redressees;
+  for (const TuileMemoire& t : j.tuiles) {
+    redressees.emplace_back(t.valide.size());
+    for (int l = 0; l < t.def.hauteur; ++l)
+      for (int c = 0; c < t.def.largeur; ++c)
+        redressees.back()[static_cast<size_t>(l) * t.def.largeur + c] =
+            static_cast<float>(t.def.Redresser(t.pixels.GetLines(l)[c], c, l));
+  }
+  return RmseRecouvrement(j.verite, j.tuiles, redressees);
+}
+
+std::string F(double v, int decimales = 2) {
+  std::ostringstream s;
+  s << std::fixed << std::setprecision(decimales) << v;
+  return s.str();
+}
+
+void Ligne(const std::string& preset, const Resultat& r) {
+  std::cout << "| " << preset << " | " << r.methode << " | " << F(r.m.brut) << " | " << F(r.m.tendance)
+            << " | " << F(r.m.tendanceGain) << " | " << F(r.m.bassesFrequences) << " | " << F(r.recouvrement)
+            << " | " << F(r.m.raccord) << " | " << F(r.m.raccord / r.m.ailleurs) << " | " << F(r.m.nettete, 3)
+            << " |" << std::endl;
+}
+
+void EnTete() {
+  std::cout
+      << "| preset (noise floor, blind spot) | method | plain | detrended | detrended, gain too | low freq. "
+         "| overlap | "
+         "seam | seam / elsewhere | sharpness |\n| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- "
+         "|"
+      << std::endl;
+}
+
+// The quick-look of a square crop of a mosaic, halved, stretched like the truth's crop.
+void Apercu(const std::string& chemin, const Mosaique& m, const Verite& v, int x0, int y0, int cote) {
+  TTImage<float> crop(cote / 2, cote / 2, TagNbCanaux(1)), vraie(cote / 2, cote / 2, TagNbCanaux(1));
+  for (int l = 0; l < cote / 2; ++l)
+    for (int c = 0; c < cote / 2; ++c) {
+      double s = 0, t = 0;
+      bool vide = false;
+      for (int k = 0; k < 4; ++k) {
+        const size_t i = static_cast<size_t>(y0 + 2 * l + k / 2) * m.largeur + x0 + 2 * c + k % 2;
+        s += m.v[i] / 4;
+        t += v.T[i] / 4;
+        vide = vide || m.v[i] == 0.0f;
+      }
+      crop(c, l) = vide ? 0.0f : static_cast<float>(s);
+      vraie(c, l) = static_cast<float>(t);
+    }
+  const TTImage<unsigned char> q = Etirer(crop, EtirementPercentiles(vraie, 0.01, 0.99));
+  EcrirePng(chemin, q.iGetNbColonnes(), q.iGetNbLignes(), std::vector<unsigned char>(q.begin(), q.end()));
+}
+
+void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu) {
+  EnTete();
+  for (const Jeu& j : jeux) {
+    std::vector<Resultat> r(5);
+    for (int k = 0; k < 3; ++k) LancerCompatibilite(egalise, j, kModelesCompatibilite[k], r[k]);
+    Reglages defaut;
+    r[3] = LancerNouveau(j, defaut, "gain-offset, plume");
+    Reglages mb = defaut;
+    mb.fusion = Fusion::multibande;
+    r[4] = LancerNouveau(j, mb, "gain-offset, multibande");
+    std::vector<const Resultat*> presents;
+    for (const Resultat& x : r)
+      if (!x.mosaique.v.empty()) presents.push_back(&x);
+    const std::vector<unsigned char> commun = Commun(j, presents);
+    for (Resultat& x : r)
+      if (!x.mosaique.v.empty()) Mesurer(j, commun, x);
+    // The part of the uncorrected mosaic's error that map-wide gain and offset surfaces explain: what
+    // overlaps cannot see, the floor of any correction's plain figure.
+    const Mesures& sans = r[0].m;
+    const double aveugle =
+        std::sqrt(std::max(0.0, sans.brut * sans.brut - sans.tendanceGain * sans.tendanceGain));
+    const std::string titre = j.preset.nom + " (" + F(PlancherBruit(j)) + ", " + F(aveugle) + ")";
+    for (const Resultat& x : r) {
+      if (x.mosaique.v.empty())
+        std::cout << "| " << titre << " | " << x.methode << " | pas de mosaique (\"rate\") | | | | | | | |"
+                  << std::endl;
+      else
+        Ligne(titre, x);
+    }
+    if (!apercu.empty() && j.preset.nom == "bloc_6x6") {
+      Apercu(apercu + "/qualite_avant.png", r[0].mosaique, j.verite, 240, 240, 1200);
+      Apercu(apercu + "/qualite_apres.png", r[3].mosaique, j.verite, 240, 240, 1200);
+    }
+  }
+}
+
+// The new model's settings one at a time around the defaults; then the blendings.
+void Balayage(const std::vector<Jeu>& jeux) {
+  struct Variante {
+    std::string nom;
+    Reglages r;
+  };
+  std::vector<Variante> v;
+  const Reglages d;
+  const auto ajouter = [&](const std::string& nom, auto regler) {
+    Reglages r = d;
+    regler(r);
+    v.push_back({nom, r});
+  };
+  ajouter("defaut", [](Reglages&) {});
+  for (const auto& g : std::vector<std::pair<int, int>>{{0, 1}, {0, 2}, {1, 1}, {1, 2}, {2, 2}})
+    ajouter("degres " + std::to_string(g.first) + "/" + std::to_string(g.second), [&](Reglages& r) {
+      r.modele.degreGain = g.first;
+      r.modele.degreOffset = g.second;
+    });
+  for (int b : {8, 32}) ajouter("bloc " + std::to_string(b), [&](Reglages& r) { r.bloc = b; });
+  for (double w : {1e-11, 1e-7, 1e-5, 1e-3})
+    ajouter("rigidite " + F(std::log10(w), 0), [&](Reglages& r) { r.modele.rigidite = w; });
+  ajouter("sans ecarts types", [](Reglages& r) { r.modele.poidsEcart = 0; });
+  ajouter("sans reponderation", [](Reglages& r) { r.modele.iterations = 1; });
+  std::cout << "\n| preset | settings | plain | detrended | detrended, gain too | low freq. | overlap |\n"
+               "| --- | --- | --- | --- | --- | --- | --- |"
+            << std::endl;
+  for (const Jeu& j : jeux) {
+    if (j.preset.nom == "decale_3x3" || j.preset.nom == "deconnecte" || j.preset.nom == "bruit_3x3") continue;
+    const std::vector<std::vector<float>> poids = PoidsPlumes(j.tuiles, d.plume);
+    for (Variante& x : v) {
+      Resultat r = LancerNouveau(j, x.r, x.nom, &poids);
+      Mesurer(j, j.verite.couverte, r);
+      std::cout << "| " << j.preset.nom << " | " << x.nom << " | " << F(r.m.brut) << " | " << F(r.m.tendance)
+                << " | " << F(r.m.tendanceGain) << " | " << F(r.m.bassesFrequences) << " | "
+                << F(r.recouvrement) << " |" << std::endl;
+    }
+  }
+}
+
+// The blendings, on the tiles as they are and corrected: seams and sharpness.
+void BalayageFusions(const std::vector<Jeu>& jeux) {
+  std::cout << "\n| preset | tiles | blending | width (px) | plain | seam | seam / elsewhere | sharpness |\n"
+               "| --- | --- | --- | --- | --- | --- | --- | --- |"
+            << std::endl;
+  for (const Jeu& j : jeux) {
+    if (j.preset.nom != "decale_3x3" && j.preset.nom != "additif_4x4") continue;
+    Reglages r;
+    std::vector<std::vector<float>> brutes;
+    for (const TuileMemoire& t : j.tuiles) brutes.emplace_back(t.pixels.begin(), t.pixels.end());
+    const std::vector<std::vector<float>> corrigees = CorrigerGainOffset(j.tuiles, r);
+    const std::vector<uint64_t> ensembles =
+        Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
+    const std::vector<std::vector<float>>* ensemblesValeurs[2] = {&brutes, &corrigees};
+    for (const std::vector<std::vector<float>>* valeurs : ensemblesValeurs)
+      for (Fusion f : {Fusion::moyenne, Fusion::plume, Fusion::multibande})
+        for (double w : {10.0, 30.0, 60.0, 120.0, 240.0}) {
+          if ((f == Fusion::moyenne && w > 10) || (f == Fusion::multibande && w > 60)) continue;
+          r.fusion = f;
+          r.plume = w;
+          const Mosaique m =
+              Composer(j.tuiles, *valeurs, PoidsPlumes(j.tuiles, f == Fusion::moyenne ? 0.0 : w),
+                       j.verite.largeur, j.verite.hauteur, r);
+          const Mesures x = Mesurer(j.verite, m, j.verite.couverte, ensembles);
+          const char* nom = f == Fusion::moyenne ? "moyenne" : f == Fusion::plume ? "plume" : "multibande";
+          std::cout << "| " << j.preset.nom << " | "
+                    << (valeurs == &brutes ? "sans correction" : "gain-offset") << " | " << nom << " | "
+                    << (f == Fusion::moyenne ? "-" : F(w, 0)) << " | " << F(x.brut) << " | " << F(x.raccord)
+                    << " | " << F(x.raccord / x.ailleurs) << " | " << F(x.nettete, 3) << " |" << std::endl;
+        }
+  }
+}
+
+// "cle=valeur" words over the defaults.
+Reglages LireReglages(const std::string& texte) {
+  Reglages r;
+  std::istringstream mots(texte);
+  for (std::string mot; mots >> mot;) {
+    const size_t egal = mot.find('=');
+    const std::string cle = mot.substr(0, egal),
+                      valeur = egal == std::string::npos ? "" : mot.substr(egal + 1);
+    if (cle == "degres" && valeur.size() == 3 && valeur[1] == '/') {
+      r.modele.degreGain = valeur[0] - '0';
+      r.modele.degreOffset = valeur[2] - '0';
+    } else if (cle == "bloc") {
+      r.bloc = static_cast<int>(LireEntier(valeur, cle, kProgramme));
+    } else if (cle == "rigidite") {
+      r.modele.rigidite = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "ecarts") {
+      r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "iterations") {
+      r.modele.iterations = static_cast<int>(LireEntier(valeur, cle, kProgramme));
+    } else if (cle == "fraction") {
+      r.observations.fractionValide = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "plume") {
+      r.plume = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "fusion" && (valeur == "moyenne" || valeur == "plume" || valeur == "multibande")) {
+      r.fusion = valeur == "moyenne" ? Fusion::moyenne
+                 : valeur == "plume" ? Fusion::plume
+                                     : Fusion::multibande;
+    } else {
+      ZEPRA_ERREUR("[" << kProgramme << "] (Essai) Reglage inconnu : " << mot);
+    }
+  }
+  return r;
+}
+
+// One setting of the new model on each preset, with the solve's report.
+void Essai(const std::vector<Jeu>& jeux, const Reglages& r) {
+  EnTete();
+  for (const Jeu& j : jeux) {
+    Resultat x;
+    x.methode = "essai";
+    ResultatGainOffset R;
+    x.tuiles = CorrigerGainOffset(j.tuiles, r, &R);
+    x.mosaique =
+        Composer(j.tuiles, x.tuiles, PoidsPlumes(j.tuiles, r.fusion == Fusion::moyenne ? 0.0 : r.plume),
+                 j.verite.largeur, j.verite.hauteur, r);
+    x.ensembles = Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
+    Mesurer(j, j.verite.couverte, x);
+    Ligne(j.preset.nom + " (" + F(PlancherBruit(j)) + ")", x);
+    for (size_t i = 0; i < R.images.size(); ++i)
+      if (!R.images[i].termesIndetermines.empty() || R.images[i].groupe < 0)
+        std::cout << "  " << NomTuile(i) << " : groupe " << R.images[i].groupe << ", "
+                  << R.images[i].observations << " observations, " << R.images[i].termesIndetermines
+                  << std::endl;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return ExecuterProgramme(argc, Usage, [&] {
+    std::vector<std::string> mots;
+    std::string preset, apercu, essai;
+    bool balayage = false, fusions = false;
+    for (int i = 1; i < argc; ++i) {
+      const std::string mot = argv[i];
+      if (mot == "--preset") {
+        preset = ValeurOption(argc, argv, i, kProgramme);
+      } else if (mot == "--apercu") {
+        apercu = ValeurOption(argc, argv, i, kProgramme);
+      } else if (mot == "--essai") {
+        essai = ValeurOption(argc, argv, i, kProgramme);
+      } else if (mot == "--balayage") {
+        balayage = true;
+      } else if (mot == "--fusions") {
+        fusions = true;
+      } else if (mot.rfind("--", 0) == 0) {
+        ZEPRA_ERREUR("[" << kProgramme << "] (Options) Option inconnue : " << mot);
+      } else {
+        mots.push_back(mot);
+      }
+    }
+    if (mots.size() != 2)
+      ZEPRA_ERREUR("[" << kProgramme
+                       << "] (Options) L'executable egalise et un dossier de travail attendus.");
+    // The runs happen in each preset's folder.
+    char* absolu = realpath(mots[0].c_str(), nullptr);
+    if (!absolu) ZEPRA_ERREUR("[" << kProgramme << "] (Options) " << mots[0] << " introuvable.");
+    mots[0] = absolu;
+    std::free(absolu);
+    std::vector<Jeu> jeux;
+    for (const Preset& p : Presets())
+      if (preset.empty() || p.nom == preset) jeux.push_back(Ecrire(p, mots[1]));
+    if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
+    if (!essai.empty())
+      Essai(jeux, LireReglages(essai));
+    else if (balayage)
+      Balayage(jeux);
+    else if (fusions)
+      BalayageFusions(jeux);
+    else
+      Tableau(mots[0], jeux, apercu);
+  });
+}

@@ -1,0 +1,48 @@
+// The polynomial basis of the radiometric fields: products of Legendre polynomials of the pixel
+// position normalised to [-1, 1] over the image, each scaled to a root mean square of 1 over the image.
+// The terms are orthonormal for the uniform measure on the image, so the sum of the squared
+// coefficients of a field is its mean square over the image, and the first coefficient is its mean:
+// a prior on the coefficients is a prior on the field's size, whatever the image's size.
+#pragma once
+
+namespace base_polynome {
+
+constexpr int kTermesMax = 6;  // degree 2
+
+// Terms of a polynomial of total degree 0, 1 or 2: 1, 3 or 6, in the order 1, x, y, x2, xy, y2.
+constexpr int NbTermes(int degre) { return (degre + 1) * (degre + 2) / 2; }
+
+// Normalised coordinate of a position along an axis of n pixels (0 = first pixel's outer edge, n = the
+// last pixel's outer edge): -1 to 1.
+inline double Normaliser(double position, double n) { return position * (2.0 / n) - 1.0; }
+
+// The six terms at (x, y), normalised coordinates; a polynomial of lower degree uses the first ones.
+inline void Termes(double x, double y, double* t) {
+  constexpr double r3 = 1.7320508075688772, r5 = 2.23606797749979;
+  t[0] = 1.0;
+  t[1] = r3 * x;
+  t[2] = r3 * y;
+  t[3] = r5 * (1.5 * x * x - 0.5);
+  t[4] = 3.0 * x * y;
+  t[5] = r5 * (1.5 * y * y - 0.5);
+}
+
+// A field sum_k c[k] t_k(x, y) of nbTermes terms as c0 + c1 x + c2 x^2 along a line of fixed y, so that
+// a line costs two multiplications and two additions per pixel.
+inline void ParLigne(const double* c, int nbTermes, double y, double& c0, double& c1, double& c2) {
+  constexpr double r3 = 1.7320508075688772, r5 = 2.23606797749979;
+  c0 = c[0];
+  c1 = 0;
+  c2 = 0;
+  if (nbTermes >= 3) {
+    c0 += c[2] * r3 * y;
+    c1 += c[1] * r3;
+  }
+  if (nbTermes >= 6) {
+    c0 += -0.5 * r5 * c[3] + c[5] * r5 * (1.5 * y * y - 0.5);
+    c1 += c[4] * 3.0 * y;
+    c2 += c[3] * 1.5 * r5;
+  }
+}
+
+}  // namespace base_polynome

@@ -1,0 +1,196 @@
+// Block statistics of the inputs on the common grid, and the observations the equalization draws
+// from them.
+//
+// The common grid (the mosaic's) is cut into square blocks of `bloc` pixels. For each input and band,
+// each block keeps the count, sum and sum of squares of the input's valid pixels whose centre falls in
+// it. They are gathered window by window as the input is read (streaming: memory is the statistics
+// alone, (1 + 2 bands) doubles per block of the input's footprint), in the input's own pixel grid:
+// nothing is resampled. Then, for each pair of inputs and each block that both cover almost entirely,
+// one observation: the mean and deviation of each in that block, and the block's centre in each
+// input's pixel coordinates.
+//
+// Pixel coordinates are (column, line), column first; position 0 is the outer edge of the first pixel,
+// so pixel c covers [c, c + 1) and its centre is c + 0.5.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <type_traits>
+#include <vector>
+
+#include "pipeline/base_polynome.h"
+
+// The common grid and its blocks; the last column and line of blocks may be narrower.
+struct GrilleBlocs {
+  long long colonnes = 0, lignes = 0;
+  // 16: a block mean still averages 256 pixels (noise, half-pixel misregistration), and an overlap
+  // narrowed by ragged edges to a few tens of pixels still holds several blocks across, which the
+  // curvature of degree-2 fields needs (bench/README.md).
+  int bloc = 16;
+
+  // Refuses a grid or a block size that cannot be used.
+  void Verifier() const;
+  long long NbBlocsX() const { return (colonnes + bloc - 1) / bloc; }
+  long long NbBlocsY() const { return (lignes + bloc - 1) / bloc; }
+  // Pixels of the common grid in block (bx, by).
+  double Surface(long long bx, long long by) const;
+};
+
+// Where an input's pixel grid lies on the common grid (axis-aligned, as ortho-images on one map
+// projection): the input position (c, l) is the common position (x0 + sx c, y0 + sy l), in common
+// pixels. An input on the common grid itself has sx = sy = 1 and whole x0, y0.
+struct Placement {
+  double x0 = 0, y0 = 0, sx = 1, sy = 1;
+
+  void Verifier() const;
+  // Input position of a common position.
+  double Colonne(double X) const { return (X - x0) / sx; }
+  double Ligne(double Y) const { return (Y - y0) / sy; }
+};
+
+// The block statistics of one input.
+class StatsBlocs {
+ public:
+  // Statistics of an input of largeur x hauteur pixels and nbBandes bands placed on the grid; every
+  // block starts empty. Refuses sizes and placements that cannot be used.
+  StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur, int nbBandes);
+
+  // Adds the window of columns [colonne0, colonne0 + nbColonnes) and lines [ligne0, ligne0 + nbLignes)
+  // of the input, which must lie inside it. Sample (c, l) of band b is
+  //   bandes[b][(l - ligne0) * pasLigne + (c - colonne0) * pasPixel]
+  // (planar bands: pasPixel 1; interleaved: bandes[b] = base + b, pasPixel = bands), and the pixel is
+  // valid when valide[(l - ligne0) * pasValide + (c - colonne0)] is not 0 (every pixel when valide is
+  // null). A pixel with a value that is not finite in some band is left out, as are pixels whose
+  // centre falls outside the common grid. Each pixel must be added once; windows may come in any order,
+  // but for float samples the sums depend on it in their last bits, so add them in a fixed order.
+  template <class T>
+  void Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes, const T* const* bandes,
+               std::ptrdiff_t pasPixel, std::ptrdiff_t pasLigne, const unsigned char* valide,
+               std::ptrdiff_t pasValide);
+
+  const GrilleBlocs& Grille() const { return m_grille; }
+  const Placement& Place() const { return m_placement; }
+  int Largeur() const { return m_largeur; }
+  int Hauteur() const { return m_hauteur; }
+  int NbBandes() const { return m_nbBandes; }
+  // The blocks the input's footprint reaches: [Bx0, Bx0 + NbBx) x [By0, By0 + NbBy); empty when the
+  // input lies outside the grid.
+  long long Bx0() const { return m_bx0; }
+  long long By0() const { return m_by0; }
+  long long NbBx() const { return m_nbBx; }
+  long long NbBy() const { return m_nbBy; }
+  // Block (bx, by) of the grid: count, then sum and sum of squares of each band; null outside the
+  // input's blocks.
+  const double* Bloc(long long bx, long long by) const;
+  // Bytes held by the statistics.
+  size_t Octets() const {
+    return m_donnees.size() * sizeof(double) + (m_debutsColonne.size() + m_debutsLigne.size()) * sizeof(int);
+  }
+
+ private:
+  void Verifier(int colonne0, int ligne0, int nbColonnes, int nbLignes) const;
+
+  GrilleBlocs m_grille;
+  Placement m_placement;
+  int m_largeur, m_hauteur, m_nbBandes;
+  long long m_bx0 = 0, m_by0 = 0, m_nbBx = 0, m_nbBy = 0;
+  // The first column (line) of each block column (line) the input reaches, then the end of the last.
+  std::vector<int> m_debutsColonne, m_debutsLigne;
+  std::vector<double> m_donnees;  // (1 + 2 bands) values per block, lines of blocks
+};
+
+// An input's statistics as the gain-offset model needs them: totals and moments of the polynomial terms
+// (base_polynome) over its blocks, each block at the centre of its part of the input's footprint.
+struct ResumeImage {
+  int largeur = 0, hauteur = 0;
+  double compte = 0;    // valid pixels
+  double surface = 0;   // their area in common-grid pixels
+  Placement placement;  // where the image lies on the grid
+  // Sum over the blocks of count x t_m x u_q at the block's centre in the image, at m kTermesMax + q,
+  // u the monomials 1, x, y, x2, xy, y2 of the normalised position: how a field of the image projects
+  // on polynomials of map position, whatever their frame.
+  double momentsMonomes[base_polynome::kTermesMax * base_polynome::kTermesMax] = {};
+  struct Bande {
+    double somme = 0, sommeCarres = 0;
+    // Sum over the blocks of count x deviation inside the block: the local contrast, which smooth
+    // radiometric fields leave alone.
+    double sommeEcarts = 0;
+    // Sums over the blocks of t_k(centre) times the block's sum, count and count x deviation.
+    double momentsValeur[base_polynome::kTermesMax] = {};
+    double momentsCompte[base_polynome::kTermesMax] = {};
+    double momentsEcart[base_polynome::kTermesMax] = {};
+  };
+  std::vector<Bande> bandes;
+};
+
+ResumeImage Resumer(const StatsBlocs& stats);
+
+struct ParametresObservations {
+  // A block gives an observation of a pair when each input has valid pixels over at least this fraction
+  // of the block's area: then the two means are taken over nearly the same ground, and a block cut by a
+  // no-data edge or a mask, whose means would compare different content, is left out. 0.9 keeps blocks
+  // touched by a ragged edge out and costs few blocks inside overlaps.
+  double fractionValide = 0.9;
+
+  void Verifier() const;
+};
+
+struct ObservationBloc {
+  int i = 0, j = 0;                       // the inputs, i < j
+  double xi = 0, yi = 0, xj = 0, yj = 0;  // the block's centre in the pixel coordinates of i and of j
+  double poids = 0;                       // the smaller valid area of the two, in common-grid pixels
+};
+
+struct Observations {
+  int nbBandes = 0;
+  std::vector<ObservationBloc> blocs;  // by pair (i, j) in increasing order, then blocks line by line
+  // For observation k and band b, at 4 (k nbBandes + b): mean and deviation in i, mean and deviation in j.
+  std::vector<double> stats;
+  const double* Stats(size_t k, int bande) const { return &stats[4 * (k * nbBandes + bande)]; }
+};
+
+// The observations of every pair of inputs. All inputs must share the grid and the band count.
+Observations Observer(const std::vector<const StatsBlocs*>& images, const ParametresObservations& p);
+
+// ---------------------------------------------------------------------------------------------------
+
+template <class T>
+void StatsBlocs::Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes, const T* const* bandes,
+                         std::ptrdiff_t pasPixel, std::ptrdiff_t pasLigne, const unsigned char* valide,
+                         std::ptrdiff_t pasValide) {
+  Verifier(colonne0, ligne0, nbColonnes, nbLignes);
+  const int nb = m_nbBandes;
+  const long pasBloc = 1 + 2 * nb;
+  const int c1 = colonne0 + nbColonnes;
+  // The block columns the window reaches, each a run of pixels.
+  long kx0 = 0;
+  while (kx0 < m_nbBx && m_debutsColonne[kx0 + 1] <= colonne0) ++kx0;
+  long ky = 0;
+  for (int l = ligne0; l < ligne0 + nbLignes; ++l) {
+    while (ky < m_nbBy && m_debutsLigne[ky + 1] <= l) ++ky;
+    if (ky >= m_nbBy || l < m_debutsLigne[0]) continue;
+    double* blocs = m_donnees.data() + ky * m_nbBx * pasBloc;
+    const std::ptrdiff_t dl = l - ligne0;
+    const unsigned char* v = valide ? valide + dl * pasValide - colonne0 : nullptr;
+    for (long kx = kx0; kx < m_nbBx && m_debutsColonne[kx] < c1; ++kx) {
+      double* s = blocs + kx * pasBloc;
+      const int debut = std::max(colonne0, m_debutsColonne[kx]), fin = std::min(c1, m_debutsColonne[kx + 1]);
+      for (int c = debut; c < fin; ++c) {
+        if (v && !v[c]) continue;
+        const std::ptrdiff_t k = dl * pasLigne + (c - colonne0) * pasPixel;
+        if constexpr (std::is_floating_point<T>::value) {
+          bool fini = true;
+          for (int b = 0; b < nb; ++b) fini = fini && std::isfinite(bandes[b][k]);
+          if (!fini) continue;
+        }
+        s[0] += 1;
+        for (int b = 0; b < nb; ++b) {
+          const double x = static_cast<double>(bandes[b][k]);
+          s[1 + 2 * b] += x;
+          s[2 + 2 * b] += x * x;
+        }
+      }
+    }
+  }
+}

@@ -1,0 +1,612 @@
+#include "pipeline/gain_offset.h"
+
+#include <Eigen/Dense>
+#include <Eigen/Sparse>
+#include <Eigen/SparseCholesky>
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <sstream>
+
+#include "zepra/erreur.h"
+
+namespace {
+
+using base_polynome::kTermesMax;
+using base_polynome::NbTermes;
+
+constexpr double kHuber = 1.5;
+constexpr double kTukey = 4.685;
+constexpr int kEtapesHuber = 2;
+// The first solves (all but the last when there are few) hold the corrections this stiffly at least: a
+// flexible fit would bend the weakly observed terms to absorb changed content, which then no longer
+// stands out in the residuals; the re-weighting starts from the stiff fit.
+constexpr int kSolvesRaides = 3;
+constexpr double kRigiditeDepart = 1e-3;
+// Robust scales below this fraction of the group's deviation are taken as this: residuals of exact data
+// are rounding noise, which must not be re-weighted.
+constexpr double kEchelleMin = 1e-3;
+// A term whose share of its image's observation information is below this is not determined.
+constexpr double kRangRelatif = 1e-9;
+// Deviation equations between blocks whose deviations differ by more than this factor are left out: no
+// gain is that far from 1, so one of the two is flat for another reason (saturation, a fill, a cloud),
+// and the equation would pull the other image's gain toward 0.
+constexpr double kRapportEcartsMin = 0.25;
+
+const char* const kNomsTermes[kTermesMax] = {"1", "x", "y", "x2", "xy", "y2"};
+
+// Connected groups of the overlap graph (images with at least one observation), each in increasing
+// order, the groups by their first image.
+std::vector<std::vector<int>> Groupes(int n, const Observations& obs) {
+  std::vector<int> parent(n);
+  std::iota(parent.begin(), parent.end(), 0);
+  const auto racine = [&](int a) {
+    while (parent[a] != a) a = parent[a] = parent[parent[a]];
+    return a;
+  };
+  std::vector<char> observee(n, 0);
+  for (const ObservationBloc& o : obs.blocs) {
+    observee[o.i] = observee[o.j] = 1;
+    const int a = racine(o.i), b = racine(o.j);
+    if (a != b) parent[std::max(a, b)] = std::min(a, b);
+  }
+  std::vector<std::vector<int>> groupes;
+  std::vector<int> numero(n, -1);
+  for (int i = 0; i < n; ++i) {
+    if (!observee[i]) continue;
+    const int r = racine(i);
+    if (numero[r] < 0) {
+      numero[r] = static_cast<int>(groupes.size());
+      groupes.emplace_back();
+    }
+    groupes[numero[r]].push_back(i);
+  }
+  return groupes;
+}
+
+std::string NomImage(const std::vector<std::string>& noms, int i) {
+  return i < static_cast<int>(noms.size()) ? noms[i] : "image " + std::to_string(i + 1);
+}
+
+std::string ListeImages(const std::vector<std::string>& noms, const std::vector<int>& images) {
+  std::ostringstream s;
+  for (size_t k = 0; k < images.size() && k < 10; ++k) s << (k ? ", " : "") << NomImage(noms, images[k]);
+  if (images.size() > 10) s << " et " << images.size() - 10 << " autre(s)";
+  return s.str();
+}
+
+double Mediane(std::vector<double>& v) {
+  if (v.empty()) return 0;
+  const auto milieu = v.begin() + static_cast<long>(v.size() / 2);
+  std::nth_element(v.begin(), milieu, v.end());
+  return *milieu;
+}
+
+// One band of one connected group: its normal equations, solves and re-weighting.
+class SystemeGroupe {
+ public:
+  SystemeGroupe(const std::vector<ResumeImage>& resumes, const Observations& obs,
+                const std::vector<int>& images, const std::vector<size_t>& indices,
+                const std::vector<double>& termes, const ParametresGainOffset& p, int bande)
+      : m_resumes(resumes),
+        m_obs(obs),
+        m_images(images),
+        m_indices(indices),
+        m_termes(termes),
+        m_p(p),
+        m_bande(bande),
+        m_nG(NbTermes(p.degreGain)),
+        m_nO(NbTermes(p.degreOffset)),
+        m_nU(m_nG + m_nO) {
+    m_local.assign(resumes.size(), -1);
+    for (size_t k = 0; k < images.size(); ++k) m_local[images[k]] = static_cast<int>(k);
+    // The group's level and contrast set the scale of the gain unknowns and the floors of the priors.
+    double n = 0, s = 0, q = 0;
+    for (int i : images) {
+      const ResumeImage& r = resumes[i];
+      n += r.compte;
+      s += r.bandes[bande].somme;
+      q += r.bandes[bande].sommeCarres;
+    }
+    const double m = n > 0 ? s / n : 0, e = n > 0 ? std::sqrt(std::max(0.0, q / n - m * m)) : 0;
+    m_G = std::sqrt(m * m + e * e);
+    if (!(m_G > 0 && std::isfinite(m_G))) m_G = 1;
+    m_ecartRef = e > 0 ? e : (m != 0 ? 1e-3 * std::fabs(m) : 1.0);
+    m_poidsMoy.assign(indices.size(), 1.0);
+    m_poidsEcart.assign(indices.size(), 1.0);
+    for (size_t k = 0; k < indices.size(); ++k) {
+      const double* st = obs.Stats(indices[k], bande);
+      if (!(std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]) && st[1] + st[3] > 0))
+        m_poidsEcart[k] = 0;
+    }
+    m_ecartsUtiles = m_poidsEcart;
+  }
+
+  // Runs the solves; the unknowns of local image k are x[k nU ..], gains scaled by 1 / G. Each solve
+  // meets the constraints C x = 0 exactly, through the Schur complement of the few constraint rows.
+  void Resoudre(const std::vector<std::string>& noms) {
+    const int N = static_cast<int>(m_images.size()) * m_nU;
+    const Eigen::MatrixXd C = Contraintes();
+    Eigen::SimplicialLDLT<Eigen::SparseMatrix<double>> ldlt;
+    const auto verifier = [&](const char* etape) {
+      if (ldlt.info() != Eigen::Success)
+        ZEPRA_ERREUR("[GainOffset] (Resoudre) Bande "
+                     << m_bande + 1 << " : " << etape << " du systeme des images "
+                     << ListeImages(noms, m_images) << " impossible (" << N << " inconnues).");
+    };
+    for (int it = 0; it < m_p.iterations; ++it) {
+      Eigen::SparseMatrix<double> H(N, N);
+      Eigen::VectorXd g;
+      const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
+      Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite);
+      if (it == 0) ldlt.analyzePattern(H);
+      ldlt.factorize(H);
+      verifier("factorisation");
+      const Eigen::VectorXd y = ldlt.solve(g);
+      verifier("resolution");
+      const Eigen::MatrixXd Z = ldlt.solve(C.transpose());
+      verifier("resolution");
+      // Constraints that the group's geometry makes dependent are dropped by the pseudo-inverse.
+      Eigen::CompleteOrthogonalDecomposition<Eigen::MatrixXd> schur(C * Z);
+      schur.setThreshold(1e-10);
+      const Eigen::VectorXd l = schur.solve(C * y);
+      m_x = y - Z * l;
+      if (!m_x.allFinite())
+        ZEPRA_ERREUR("[GainOffset] (Resoudre) Bande "
+                     << m_bande + 1 << " : solution non finie pour les images " << ListeImages(noms, m_images)
+                     << ".");
+      if (it + 1 < m_p.iterations) Reponderer(it + 1 <= kEtapesHuber);
+    }
+  }
+
+  // The coefficients of image i (a - 1, then b) with the group's constant gain and offset applied so that
+  // its mean and local contrast are what they were; returns that gain and offset.
+  std::pair<double, double> Coefficients(std::vector<CorrectionGainOffset>& corrections) const {
+    // Mean and local contrast before and after, areas in common-grid pixels.
+    double aire = 0, somme = 0, sommeApres = 0, ecarts = 0, ecartsApres = 0;
+    for (size_t k = 0; k < m_images.size(); ++k) {
+      const ResumeImage& r = m_resumes[m_images[k]];
+      if (r.compte <= 0) continue;
+      const ResumeImage::Bande& b = r.bandes[m_bande];
+      const double f = r.surface / r.compte;
+      const double* x = m_x.data() + k * m_nU;
+      double ds = 0, de = 0;
+      for (int t = 0; t < m_nG; ++t) {
+        ds += x[t] / m_G * b.momentsValeur[t];
+        de += x[t] / m_G * b.momentsEcart[t];
+      }
+      for (int t = 0; t < m_nO; ++t) ds += x[m_nG + t] * b.momentsCompte[t];
+      aire += r.surface;
+      somme += f * b.somme;
+      sommeApres += f * (b.somme + ds);
+      ecarts += f * b.sommeEcarts;
+      ecartsApres += f * (b.sommeEcarts + de);
+    }
+    double A = ecarts > 0 && ecartsApres > 0 ? ecarts / ecartsApres : 1.0;
+    if (!(std::isfinite(A) && A > 0)) A = 1.0;
+    double B = aire > 0 ? (somme - A * sommeApres) / aire : 0.0;
+    if (!std::isfinite(B)) B = 0.0;
+    for (size_t k = 0; k < m_images.size(); ++k) {
+      CorrectionGainOffset& c = corrections[m_images[k]];
+      const double* x = m_x.data() + k * m_nU;
+      double* a = c.Gain(m_bande);
+      double* o = c.Offset(m_bande);
+      for (int t = 0; t < m_nG; ++t) a[t] = A * x[t] / m_G;
+      a[0] += A - 1;
+      for (int t = 0; t < m_nO; ++t) o[t] = A * x[m_nG + t];
+      o[0] += B;
+    }
+    return {A, B};
+  }
+
+  // The terms of each image its observations alone do not determine, from the first (unweighted) solve.
+  const std::vector<std::string>& Indetermines() const { return m_indetermines; }
+
+  const std::vector<double>& PoidsMoyenne() const { return m_poidsMoy; }
+
+ private:
+  // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
+  // the gain's degree, is 0. One row per monomial of the map position normalised over the group's
+  // extent (so that a group is solved the same whatever else is on the grid), over the gain unknowns
+  // of every image: the monomial, written in the image's own normalised position, against the image's
+  // moments.
+  Eigen::MatrixXd Contraintes() const {
+    double X0 = 0, X1 = 0, Y0 = 0, Y1 = 0;
+    for (size_t l = 0; l < m_images.size(); ++l) {
+      const ResumeImage& r = m_resumes[m_images[l]];
+      const Placement& p = r.placement;
+      const double x1 = p.x0 + p.sx * r.largeur, y1 = p.y0 + p.sy * r.hauteur;
+      X0 = l == 0 ? p.x0 : std::min(X0, p.x0);
+      X1 = l == 0 ? x1 : std::max(X1, x1);
+      Y0 = l == 0 ? p.y0 : std::min(Y0, p.y0);
+      Y1 = l == 0 ? y1 : std::max(Y1, y1);
+    }
+    Eigen::MatrixXd C = Eigen::MatrixXd::Zero(m_nG, static_cast<long>(m_images.size()) * m_nU);
+    for (size_t l = 0; l < m_images.size(); ++l) {
+      const ResumeImage& r = m_resumes[m_images[l]];
+      if (r.compte <= 0) continue;
+      const Placement& p = r.placement;
+      // X = a x + b and Y = c y + d, from the image's normalised position to the group's.
+      const double a = p.sx * r.largeur / (X1 - X0),
+                   b = 2 * (p.x0 + p.sx * r.largeur / 2 - X0) / (X1 - X0) - 1;
+      const double c = p.sy * r.hauteur / (Y1 - Y0),
+                   d = 2 * (p.y0 + p.sy * r.hauteur / 2 - Y0) / (Y1 - Y0) - 1;
+      // The monomials 1, X, Y, X2, XY, Y2 in the image's monomials 1, x, y, x2, xy, y2.
+      const double monomes[kTermesMax][kTermesMax] = {{1, 0, 0, 0, 0, 0},
+                                                      {b, a, 0, 0, 0, 0},
+                                                      {d, 0, c, 0, 0, 0},
+                                                      {b * b, 2 * a * b, 0, a * a, 0, 0},
+                                                      {b * d, a * d, b * c, 0, a * c, 0},
+                                                      {d * d, 0, 2 * c * d, 0, 0, c * c}};
+      const double f = r.surface / r.compte / m_G;
+      for (int k = 0; k < m_nG; ++k)
+        for (int t = 0; t < m_nG; ++t) {
+          double s = 0;
+          for (int q = 0; q < kTermesMax; ++q) s += monomes[k][q] * r.momentsMonomes[t * kTermesMax + q];
+          C(k, l * m_nU + t) = f * s;
+        }
+    }
+    return C;
+  }
+
+  // The row of the mean (deviation == false) or deviation equation of observation k over the unknowns of
+  // image i then image j; returns its right-hand side.
+  double Ligne(size_t k, bool ecart, double* ligne) const {
+    const double* s = m_obs.Stats(m_indices[k], m_bande);
+    const double* ti = &m_termes[k * 2 * kTermesMax];
+    const double* tj = ti + kTermesMax;
+    const double vi = ecart ? s[1] : s[0], vj = ecart ? s[3] : s[2];
+    for (int t = 0; t < m_nG; ++t) {
+      ligne[t] = vi / m_G * ti[t];
+      ligne[m_nU + t] = -vj / m_G * tj[t];
+    }
+    for (int t = 0; t < m_nO; ++t) {
+      ligne[m_nG + t] = ecart ? 0.0 : ti[t];
+      ligne[m_nU + m_nG + t] = ecart ? 0.0 : -tj[t];
+    }
+    return vj - vi;
+  }
+
+  void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer, double rigidite) {
+    const int nU = m_nU, n2 = 2 * nU;
+    const size_t bloc = static_cast<size_t>(nU) * nU;
+    std::vector<double> diag(m_images.size() * bloc, 0.0);
+    g = Eigen::VectorXd::Zero(static_cast<long>(m_images.size()) * nU);
+    std::vector<Eigen::Triplet<double>> triplets;
+    std::vector<double> paire(static_cast<size_t>(n2) * n2);
+    double ligne[4 * kTermesMax];
+    size_t k = 0;
+    while (k < m_indices.size()) {
+      // One pair at a time: the observations are in pair order.
+      const ObservationBloc& o0 = m_obs.blocs[m_indices[k]];
+      const int li = m_local[o0.i], lj = m_local[o0.j];
+      std::fill(paire.begin(), paire.end(), 0.0);
+      for (; k < m_indices.size(); ++k) {
+        const ObservationBloc& o = m_obs.blocs[m_indices[k]];
+        if (o.i != o0.i || o.j != o0.j) break;
+        for (int e = 0; e < 2; ++e) {
+          const double w = o.poids * (e ? m_p.poidsEcart * m_poidsEcart[k] : m_poidsMoy[k]);
+          if (w == 0) continue;
+          const double rhs = Ligne(k, e == 1, ligne);
+          for (int a = 0; a < n2; ++a) {
+            const double wa = w * ligne[a];
+            if (wa == 0) continue;
+            double* h = &paire[static_cast<size_t>(a) * n2];
+            for (int b = 0; b < n2; ++b) h[b] += wa * ligne[b];
+            g(a < nU ? li * nU + a : lj * nU + a - nU) += wa * rhs;
+          }
+        }
+      }
+      for (int a = 0; a < n2; ++a)
+        for (int b = 0; b < n2; ++b) {
+          const double v = paire[static_cast<size_t>(a) * n2 + b];
+          if (a < nU && b < nU) {
+            diag[li * bloc + a * nU + b] += v;
+          } else if (a >= nU && b >= nU) {
+            diag[lj * bloc + (a - nU) * nU + (b - nU)] += v;
+          } else {
+            // Stored even when zero: the pattern must not change between solves.
+            const int ra = a < nU ? li * nU + a : lj * nU + a - nU;
+            const int cb = b < nU ? li * nU + b : lj * nU + b - nU;
+            triplets.emplace_back(ra, cb, v);
+          }
+        }
+    }
+    if (diagnostiquer) Diagnostiquer(diag);
+    for (size_t l = 0; l < m_images.size(); ++l) {
+      AjouterPrior(m_resumes[m_images[l]], rigidite, &diag[l * bloc]);
+      for (int a = 0; a < nU; ++a)
+        for (int b = 0; b < nU; ++b) {
+          triplets.emplace_back(l * nU + a, l * nU + b, diag[l * bloc + a * nU + b]);
+        }
+    }
+    H.setFromTriplets(triplets.begin(), triplets.end());
+  }
+
+  // The prior of one image on its diagonal block: rigidite x area x mean square of (a - 1) v + b over the
+  // image's values (mean m, deviation s) and extent, with the orthonormal terms:
+  //   sum over terms of (m alpha_t + beta_t)^2 + s^2 alpha_t^2.
+  void AjouterPrior(const ResumeImage& r, double rigidite, double* d) const {
+    const ResumeImage::Bande& b = r.bandes[m_bande];
+    const double lambda = rigidite * r.surface;
+    if (!(lambda > 0)) return;
+    const double m = b.somme / r.compte;
+    // A flat image still needs its gain told from its offset, at a tenth of the group's level: the prior
+    // then holds what its observations cannot see well above the solver's rounding.
+    const double s = std::max(std::sqrt(std::max(0.0, b.sommeCarres / r.compte - m * m)), 0.1 * m_G);
+    const double mg = m / m_G, sg = s / m_G;
+    for (int t = 0; t < std::max(m_nG, m_nO); ++t) {
+      const bool gain = t < m_nG, offset = t < m_nO;
+      if (gain) d[t * m_nU + t] += lambda * (mg * mg + sg * sg);
+      if (offset) d[(m_nG + t) * m_nU + m_nG + t] += lambda;
+      if (gain && offset) {
+        d[t * m_nU + m_nG + t] += lambda * mg;
+        d[(m_nG + t) * m_nU + t] += lambda * mg;
+      }
+    }
+  }
+
+  void Diagnostiquer(const std::vector<double>& diag) {
+    const int nU = m_nU;
+    m_indetermines.assign(m_images.size(), std::string());
+    for (size_t l = 0; l < m_images.size(); ++l) {
+      Eigen::Map<const Eigen::MatrixXd> D(&diag[l * nU * nU], nU, nU);
+      const double dmax = D.diagonal().maxCoeff();
+      std::vector<char> indetermine(nU, 0);
+      Eigen::VectorXd racines(nU);
+      for (int a = 0; a < nU; ++a) {
+        const double d = D(a, a);
+        indetermine[a] = !(d > kRangRelatif * dmax);
+        racines(a) = indetermine[a] ? 0.0 : 1.0 / std::sqrt(d);
+      }
+      if (dmax > 0) {
+        const Eigen::MatrixXd S = racines.asDiagonal() * D * racines.asDiagonal();
+        Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> vp(S);
+        const double lmax = vp.eigenvalues().maxCoeff();
+        for (int v = 0; v < nU; ++v) {
+          if (vp.eigenvalues()(v) > kRangRelatif * lmax) continue;
+          for (int a = 0; a < nU; ++a)
+            if (racines(a) != 0 && std::fabs(vp.eigenvectors()(a, v)) > 0.25) indetermine[a] = 1;
+        }
+      }
+      std::string& texte = m_indetermines[l];
+      for (int a = 0; a < nU; ++a) {
+        if (!indetermine[a]) continue;
+        texte += texte.empty() ? "" : ", ";
+        texte += (a < m_nG ? std::string("a.") + kNomsTermes[a] : std::string("b.") + kNomsTermes[a - m_nG]);
+      }
+    }
+  }
+
+  // Residuals of the current solution, normalised by the block areas and a robust scale per equation
+  // kind, turned into weights: Huber in the first steps, then Tukey's biweight.
+  void Reponderer(bool huber) {
+    const size_t n = m_indices.size();
+    double poidsMoyen = 0;
+    for (size_t k = 0; k < n; ++k) poidsMoyen += m_obs.blocs[m_indices[k]].poids;
+    poidsMoyen /= static_cast<double>(n);
+    double ligne[4 * kTermesMax];
+    for (int e = 0; e < 2; ++e) {
+      std::vector<double> z(n), absolus;
+      for (size_t k = 0; k < n; ++k) {
+        const ObservationBloc& o = m_obs.blocs[m_indices[k]];
+        double r = -Ligne(k, e == 1, ligne);
+        const int li = m_local[o.i], lj = m_local[o.j];
+        for (int a = 0; a < m_nU; ++a)
+          r += ligne[a] * m_x(li * m_nU + a) + ligne[m_nU + a] * m_x(lj * m_nU + a);
+        z[k] = r * std::sqrt(o.poids / poidsMoyen);
+        if (e == 0 || m_ecartsUtiles[k]) absolus.push_back(std::fabs(z[k]));
+      }
+      const double echelle = std::max(1.4826 * Mediane(absolus), kEchelleMin * m_ecartRef);
+      std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
+      for (size_t k = 0; k < n; ++k) {
+        const double u = std::fabs(z[k]) / echelle;
+        if (e == 1 && !m_ecartsUtiles[k]) continue;
+        if (huber) {
+          w[k] = u <= kHuber ? 1.0 : kHuber / u;
+        } else {
+          const double v = u / kTukey;
+          w[k] = v < 1 ? (1 - v * v) * (1 - v * v) : 0.0;
+        }
+      }
+    }
+  }
+
+  const std::vector<ResumeImage>& m_resumes;
+  const Observations& m_obs;
+  const std::vector<int>& m_images;
+  const std::vector<size_t>& m_indices;  // the group's observations
+  const std::vector<double>& m_termes;   // per observation: the terms at its centre in i, then in j
+  const ParametresGainOffset& m_p;
+  const int m_bande, m_nG, m_nO, m_nU;
+  std::vector<int> m_local;
+  double m_G = 1, m_ecartRef = 1;
+  std::vector<double> m_poidsMoy, m_poidsEcart, m_ecartsUtiles;
+  Eigen::VectorXd m_x;
+  std::vector<std::string> m_indetermines;
+};
+
+}  // namespace
+
+void ParametresGainOffset::Verifier() const {
+  if (degreGain < 0 || degreGain > 2 || degreOffset < 0 || degreOffset > 2)
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Degres du gain " << degreGain << " et de l'offset " << degreOffset
+                                                           << " : 0 a 2 attendu.");
+  if (!(rigidite > 0 && std::isfinite(rigidite)))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Rigidite "
+                 << rigidite
+                 << " : un nombre strictement positif est attendu (sans elle, "
+                    "une surface commune a toutes les images reste libre).");
+  if (!(poidsEcart >= 0 && std::isfinite(poidsEcart)))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des ecarts types " << poidsEcart
+                                                                   << " : positif ou nul attendu.");
+  if (iterations < 1 || iterations > 50)
+    ZEPRA_ERREUR("[GainOffset] (Verifier) " << iterations << " iterations : 1 a 50 attendu.");
+}
+
+CorrectionGainOffset::CorrectionGainOffset(int largeur, int hauteur, int nbBandes, int degreGain,
+                                           int degreOffset)
+    : m_largeur(largeur),
+      m_hauteur(hauteur),
+      m_nbBandes(nbBandes),
+      m_degreGain(degreGain),
+      m_degreOffset(degreOffset),
+      m_nbGain(NbTermes(degreGain)),
+      m_nbOffset(NbTermes(degreOffset)) {
+  if (largeur < 1 || hauteur < 1 || nbBandes < 1 || degreGain < 0 || degreGain > 2 || degreOffset < 0 ||
+      degreOffset > 2)
+    ZEPRA_ERREUR("[CorrectionGainOffset] (CorrectionGainOffset) Image de "
+                 << largeur << " x " << hauteur << ", " << nbBandes << " bande(s), degres " << degreGain
+                 << " et " << degreOffset << " : invalide.");
+  m_gain.assign(static_cast<size_t>(nbBandes) * m_nbGain, 0.0);
+  m_offset.assign(static_cast<size_t>(nbBandes) * m_nbOffset, 0.0);
+}
+
+bool CorrectionGainOffset::EstIdentite() const {
+  const auto nul = [](double v) { return v == 0.0; };
+  return std::all_of(m_gain.begin(), m_gain.end(), nul) && std::all_of(m_offset.begin(), m_offset.end(), nul);
+}
+
+double CorrectionGainOffset::Champ(const double* c, int n, double colonne, double ligne) const {
+  double t[kTermesMax];
+  base_polynome::Termes(base_polynome::Normaliser(colonne, m_largeur),
+                        base_polynome::Normaliser(ligne, m_hauteur), t);
+  double s = 0.0;
+  for (int k = 0; k < n; ++k) s += c[k] * t[k];
+  return s;
+}
+
+double CorrectionGainOffset::A(int bande, double colonne, double ligne) const {
+  return 1.0 + Champ(Gain(bande), m_nbGain, colonne, ligne);
+}
+
+double CorrectionGainOffset::B(int bande, double colonne, double ligne) const {
+  return Champ(Offset(bande), m_nbOffset, colonne, ligne);
+}
+
+template <class T>
+void CorrectionGainOffset::Corriger(int bande, int ligne, int colonne0, int n, const T* entree, T* sortie,
+                                    const unsigned char* valide) const {
+  const double y = base_polynome::Normaliser(ligne + 0.5, m_hauteur);
+  double a0, a1, a2, b0, b1, b2;
+  base_polynome::ParLigne(Gain(bande), m_nbGain, y, a0, a1, a2);
+  base_polynome::ParLigne(Offset(bande), m_nbOffset, y, b0, b1, b2);
+  a0 += 1.0;
+  const double pas = 2.0 / m_largeur;
+  for (int k = 0; k < n; ++k) {
+    if (valide && !valide[k]) {
+      sortie[k] = entree[k];
+      continue;
+    }
+    const double x = (colonne0 + k + 0.5) * pas - 1.0;
+    const double a = a0 + x * (a1 + x * a2), b = b0 + x * (b1 + x * b2);
+    sortie[k] = static_cast<T>(a * entree[k] + b);
+  }
+}
+
+void CorrectionGainOffset::CorrigerLigne(int bande, int ligne, int colonne0, int n, const float* entree,
+                                         float* sortie, const unsigned char* valide) const {
+  Corriger(bande, ligne, colonne0, n, entree, sortie, valide);
+}
+
+void CorrectionGainOffset::CorrigerLigne(int bande, int ligne, int colonne0, int n, const double* entree,
+                                         double* sortie, const unsigned char* valide) const {
+  Corriger(bande, ligne, colonne0, n, entree, sortie, valide);
+}
+
+ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const Observations& obs,
+                                      const ParametresGainOffset& p, const std::vector<std::string>& noms) {
+  p.Verifier();
+  const int n = static_cast<int>(resumes.size());
+  const int nbBandes = n > 0 ? static_cast<int>(resumes[0].bandes.size()) : obs.nbBandes;
+  for (int i = 0; i < n; ++i)
+    if (static_cast<int>(resumes[i].bandes.size()) != nbBandes || resumes[i].largeur < 1 ||
+        resumes[i].hauteur < 1)
+      ZEPRA_ERREUR("[GainOffset] (Resoudre) " << NomImage(noms, i) << " : " << resumes[i].bandes.size()
+                                              << " bande(s) de " << resumes[i].largeur << " x "
+                                              << resumes[i].hauteur << " pixels, " << nbBandes
+                                              << " bande(s) attendue(s).");
+  if (!obs.blocs.empty() && (obs.nbBandes != nbBandes || obs.stats.size() != obs.blocs.size() * 4 * nbBandes))
+    ZEPRA_ERREUR("[GainOffset] (Resoudre) Observations de " << obs.nbBandes << " bande(s) pour des images de "
+                                                            << nbBandes << " bande(s).");
+  for (const ObservationBloc& o : obs.blocs)
+    if (o.i < 0 || o.j >= n || o.i >= o.j)
+      ZEPRA_ERREUR("[GainOffset] (Resoudre) Observation de la paire (" << o.i << ", " << o.j << ") pour " << n
+                                                                       << " images.");
+
+  ResultatGainOffset R;
+  for (const ResumeImage& r : resumes)
+    R.corrections.emplace_back(r.largeur, r.hauteur, std::max(1, nbBandes), p.degreGain, p.degreOffset);
+  R.images.resize(n);
+  R.groupes = Groupes(n, obs);
+  R.bandes.resize(std::max(0, nbBandes));
+  for (int i = 0; i < n; ++i) R.images[i].sansDonnees = resumes[i].compte <= 0;
+  for (const ObservationBloc& o : obs.blocs) {
+    ++R.images[o.i].observations;
+    ++R.images[o.j].observations;
+  }
+
+  // Each group's observations and the terms at their centres, shared by the bands.
+  std::vector<std::vector<size_t>> indices(R.groupes.size());
+  std::vector<std::vector<double>> termes(R.groupes.size());
+  std::vector<int> groupe(n, -1);
+  for (size_t g = 0; g < R.groupes.size(); ++g)
+    for (int i : R.groupes[g]) groupe[i] = static_cast<int>(g);
+  for (size_t k = 0; k < obs.blocs.size(); ++k) {
+    const ObservationBloc& o = obs.blocs[k];
+    const int g = groupe[o.i];
+    indices[g].push_back(k);
+    const ResumeImage &ri = resumes[o.i], &rj = resumes[o.j];
+    std::vector<double>& t = termes[g];
+    t.resize(t.size() + 2 * kTermesMax);
+    double* ti = &t[t.size() - 2 * kTermesMax];
+    base_polynome::Termes(base_polynome::Normaliser(o.xi, ri.largeur),
+                          base_polynome::Normaliser(o.yi, ri.hauteur), ti);
+    base_polynome::Termes(base_polynome::Normaliser(o.xj, rj.largeur),
+                          base_polynome::Normaliser(o.yj, rj.hauteur), ti + kTermesMax);
+  }
+  for (int i = 0; i < n; ++i) R.images[i].groupe = groupe[i];
+
+  size_t plusGrand = 0;
+  for (size_t g = 0; g < R.groupes.size(); ++g)
+    if (R.groupes[g].size() > R.groupes[plusGrand].size()) plusGrand = g;
+  for (int b = 0; b < nbBandes; ++b) {
+    double poids = 0, avant = 0, ecartee = 0;
+    for (size_t g = 0; g < R.groupes.size(); ++g) {
+      SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b);
+      s.Resoudre(noms);
+      const std::pair<double, double> AB = s.Coefficients(R.corrections);
+      if (g == plusGrand) {
+        R.bandes[b].gainGlobal = AB.first;
+        R.bandes[b].offsetGlobal = AB.second;
+      }
+      for (size_t l = 0; l < R.groupes[g].size(); ++l) {
+        const std::string& t = s.Indetermines()[l];
+        if (t.empty()) continue;
+        std::string& d = R.images[R.groupes[g][l]].termesIndetermines;
+        d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
+      }
+      for (size_t k = 0; k < indices[g].size(); ++k)
+        if (s.PoidsMoyenne()[k] < 0.5) ecartee += obs.blocs[indices[g][k]].poids;
+    }
+    // Block means before and after, over every observation.
+    double apres = 0;
+    for (size_t k = 0; k < obs.blocs.size(); ++k) {
+      const ObservationBloc& o = obs.blocs[k];
+      const double* s = obs.Stats(k, b);
+      const CorrectionGainOffset &ci = R.corrections[o.i], &cj = R.corrections[o.j];
+      const double d0 = s[0] - s[2];
+      const double d1 =
+          ci.A(b, o.xi, o.yi) * s[0] + ci.B(b, o.xi, o.yi) - cj.A(b, o.xj, o.yj) * s[2] - cj.B(b, o.xj, o.yj);
+      poids += o.poids;
+      avant += o.poids * d0 * d0;
+      apres += o.poids * d1 * d1;
+    }
+    if (poids > 0) {
+      R.bandes[b].rmsAvant = std::sqrt(avant / poids);
+      R.bandes[b].rmsApres = std::sqrt(apres / poids);
+      R.bandes[b].fractionEcartee = ecartee / poids;
+    }
+  }
+  return R;
+}

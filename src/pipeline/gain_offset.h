@@ -1,0 +1,148 @@
+// The gain-offset equalization model: per image and band, corrected value = a(x, y) v + b(x, y), with
+// a and b polynomials of the pixel position (degrees 0 to 2, in the orthonormal basis of
+// base_polynome), fitted jointly over all images from block observations (blocs_stats.h).
+//
+// For each observation (a pair of images i, j and a block both cover) and band, two equations, linear
+// in the unknown coefficients, at the block's centre in each image:
+//   mean:       a_i mu_i + b_i = a_j mu_j + b_j
+//   deviation:  a_i sigma_i = a_j sigma_j          (weighted by poidsEcart)
+// each weighted by the block's valid area, so that a block stands for its pixels and the fit does not
+// depend on the block size. A deviation equation is left out when one deviation is below a quarter of
+// the other: no gain is that far from 1, so one block is flat for another reason (saturation, a fill).
+// Weighted least squares through the sparse normal equations (Eigen SimplicialLDLT), one system per band and
+// per connected group of the overlap graph.
+//
+// The blind spot. Overlaps only compare images with each other: one smooth map-wide field added to
+// every image's correction (a common gain and offset surface, or a vignetting shared by all) changes no
+// equation. It is fixed on purpose:
+//  - the gain part by constraints: the group's mean gain correction (a_i - 1 averaged over the images'
+//    pixels), as a field of map position of the gain's degree, is 0, so the correction adds no gain
+//    trend the inputs did not have. A prior cannot do this: any norm of the corrections shrinks when
+//    all of them, offsets included, are scaled down, and would trade the set's contrast for smaller
+//    offsets;
+//  - the rest by a weak prior pulling every image's correction toward identity: for image i,
+//    rigidite x its valid area times the mean square, over its value distribution (mean m_i, and
+//    deviation s_i but at least a tenth of the group's level, so that the gain of a flat image is held
+//    too) and over its extent, of the change (a - 1) v + b. Inside the blind spot this picks the
+//    smallest offsets (the minimum-norm choice: the common offset surface is minus the mean of the
+//    images' offsets, no trend of its own), and it holds the terms no observation sees;
+//  - then one constant gain and offset, common to the group (itself in the blind spot, so no residual
+//    changes), bring the group's mean over all valid pixels back to its value before correction, and
+//    its local contrast (the mean over blocks of the deviation inside each block) too. The local
+//    contrast is kept rather than the deviation of all pixels, because the latter includes the very
+//    offset fields being removed and would re-inflate the contrast by them.
+// rigidite is dimensionless: the prior's pull per unit of image area against one overlap pixel's
+// equation; as both scale with pixel counts, one value suits small and large blocks and images. Keep it
+// tiny: overlaps see the curvature of a degree-2 field only across their width, so its effect in an
+// image's far side is weakly observed, and a prior of 1e-5 already pulls those terms toward identity by
+// several grey levels (bench/README.md). The default 1e-9 still fixes the blind spot and the unseen terms
+// (its pull stays many orders above the solver's rounding), and leaves the rest to the data.
+//
+// Robustness: the first solve is plain, the next ones re-weight each equation from its residual
+// normalised by a robust scale (1.4826 x the median absolute normalised residual of the group and
+// equation kind): two Huber steps (k = 1.5), then Tukey's biweight (c = 4.685), which drops changed
+// content (a cloud, a car, a shadow present in one image only). The first three solves (all but the
+// last when there are fewer than four) use a rigidity of at least 1e-3: a flexible fit would bend the
+// weakly observed terms to absorb changed content, which would then no longer stand out. Deterministic:
+// a fixed number of solves, sums in a fixed order.
+//
+// Groups: each connected group of the overlap graph is solved alone; an image that overlaps nothing
+// keeps identity and is reported. An image whose observations do not span its polynomial's terms (all
+// its blocks on one line, a flat image whose gain and offset cannot be told apart) is reported with the
+// terms concerned, which the prior then holds at identity. A factorisation that fails or a solution that
+// is not finite throws an Erreur naming the group's images. No input (constant, all no-data, saturated)
+// gives a NaN or infinite correction.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "pipeline/base_polynome.h"
+#include "pipeline/blocs_stats.h"
+
+struct ParametresGainOffset {
+  // Degree 2 for both: a vignetting, shared or not, is a degree-2 gain, and lower degrees miss it badly
+  // (bench/README.md).
+  int degreGain = 2;    // 0 to 2
+  int degreOffset = 2;  // 0 to 2
+  double rigidite = 1e-9;
+  double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
+  int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
+
+  // Refuses out-of-range values, naming them.
+  void Verifier() const;
+};
+
+// The correction of one image: for each band, the coefficients of a - 1 and of b.
+class CorrectionGainOffset {
+ public:
+  // Identity for an image of the given size.
+  CorrectionGainOffset(int largeur = 1, int hauteur = 1, int nbBandes = 1, int degreGain = 0,
+                       int degreOffset = 0);
+
+  int Largeur() const { return m_largeur; }
+  int Hauteur() const { return m_hauteur; }
+  int NbBandes() const { return m_nbBandes; }
+  int DegreGain() const { return m_degreGain; }
+  int DegreOffset() const { return m_degreOffset; }
+  bool EstIdentite() const;
+  // Coefficients of a - 1 (NbTermes(DegreGain) of them) and of b, in the basis of base_polynome.
+  double* Gain(int bande) { return &m_gain[static_cast<size_t>(bande) * m_nbGain]; }
+  const double* Gain(int bande) const { return &m_gain[static_cast<size_t>(bande) * m_nbGain]; }
+  double* Offset(int bande) { return &m_offset[static_cast<size_t>(bande) * m_nbOffset]; }
+  const double* Offset(int bande) const { return &m_offset[static_cast<size_t>(bande) * m_nbOffset]; }
+
+  // a and b at a pixel position (0 = outer edge of the first pixel; pixel c's centre is c + 0.5).
+  double A(int bande, double colonne, double ligne) const;
+  double B(int bande, double colonne, double ligne) const;
+
+  // Corrects pixels [colonne0, colonne0 + n) of line 'ligne' of a band: sortie[k] = a v + b at the
+  // pixel's centre, entree[k] being pixel colonne0 + k. entree and sortie may be the same array. With a
+  // validity line (valide[k] != 0 = valid), invalid pixels are copied unchanged. No bounds check on the
+  // arrays; the pixel range must lie inside the image.
+  void CorrigerLigne(int bande, int ligne, int colonne0, int n, const float* entree, float* sortie,
+                     const unsigned char* valide = nullptr) const;
+  void CorrigerLigne(int bande, int ligne, int colonne0, int n, const double* entree, double* sortie,
+                     const unsigned char* valide = nullptr) const;
+
+ private:
+  double Champ(const double* c, int n, double colonne, double ligne) const;
+  template <class T>
+  void Corriger(int bande, int ligne, int colonne0, int n, const T* entree, T* sortie,
+                const unsigned char* valide) const;
+
+  int m_largeur, m_hauteur, m_nbBandes, m_degreGain, m_degreOffset, m_nbGain, m_nbOffset;
+  std::vector<double> m_gain, m_offset;
+};
+
+struct DiagnosticImage {
+  int groupe = -1;             // index in ResultatGainOffset::groupes, -1 when the image overlaps nothing
+  long long observations = 0;  // blocks shared with other images
+  bool sansDonnees = false;    // no valid pixel at all
+  // Terms of the correction that its observations do not determine, per band ("bande 1 : a.x, b.x");
+  // empty when they span every term. The prior holds these terms at identity.
+  std::string termesIndetermines;
+};
+
+struct BilanBande {
+  // Root mean square, weighted by block area, of the difference of block means between overlapping
+  // images, before and after correction, over every observation.
+  double rmsAvant = 0, rmsApres = 0;
+  // Share of the observations' area that the robust weights set aside (final weight below 0.5).
+  double fractionEcartee = 0;
+  double gainGlobal = 1, offsetGlobal = 0;  // the last constant step of the largest group
+};
+
+struct ResultatGainOffset {
+  std::vector<CorrectionGainOffset> corrections;  // one per image
+  std::vector<DiagnosticImage> images;
+  std::vector<std::vector<int>> groupes;  // images of each connected group, in increasing order
+  std::vector<BilanBande> bandes;
+};
+
+// Solves every band. resumes has one entry per image (Resumer of its statistics); the observations come
+// from Observer over the same images in the same order. noms, when given, names the images in error
+// messages (else they are numbered from 1).
+ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const Observations& obs,
+                                      const ParametresGainOffset& p,
+                                      const std::vector<std::string>& noms = {});

@@ -1,0 +1,158 @@
+// Block statistics gathered window by window against a direct count, and the observations of pairs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+
+#include "outils_pipeline.h"
+#include "zepra/erreur.h"
+
+namespace {
+
+// Values on a grid of eighths, so that every sum is exact whatever the order.
+float Valeur(int c, int l, int b) {
+  return static_cast<float>(std::floor(test::Hasard(c, l, 11 + b) * 2000) / 8);
+}
+
+TEST(StatsBlocs, EgalesAuComptageDirectPourToutPlacement) {
+  struct Cas {
+    Placement p;
+  };
+  const Cas cas[] = {
+      {{3, 5, 1, 1}}, {{-7.5, 2.25, 0.5, 0.5}}, {{10, -20, 2, 2}}, {{0.3, 0.7, 1.5, 0.75}}, {{90, 0, 1, 1}}};
+  GrilleBlocs g;
+  g.colonnes = 70;
+  g.lignes = 45;
+  g.bloc = 8;
+  const int W = 37, H = 29, nb = 2;
+  // Interleaved samples, some invalid pixels, a NaN in one band.
+  std::vector<float> v(static_cast<size_t>(W) * H * nb);
+  std::vector<unsigned char> valide(static_cast<size_t>(W) * H);
+  for (int l = 0; l < H; ++l)
+    for (int c = 0; c < W; ++c) {
+      for (int b = 0; b < nb; ++b) v[(static_cast<size_t>(l) * W + c) * nb + b] = Valeur(c, l, b);
+      valide[static_cast<size_t>(l) * W + c] = test::Hasard(c, l, 5) > 0.2;
+    }
+  v[(5 * W + 6) * nb + 1] = std::nanf("");
+  for (const Cas& k : cas) {
+    StatsBlocs s(g, k.p, W, H, nb);
+    // Windows of 10 x 7, in an odd order.
+    for (int l0 = (H - 1) / 7 * 7; l0 >= 0; l0 -= 7)
+      for (int c0 = 0; c0 < W; c0 += 10) {
+        const int nc = std::min(10, W - c0), nl = std::min(7, H - l0);
+        const size_t debut = static_cast<size_t>(l0) * W + c0;
+        const float* bandes[2] = {&v[debut * nb], &v[debut * nb + 1]};
+        s.Ajouter(c0, l0, nc, nl, bandes, nb, static_cast<std::ptrdiff_t>(W) * nb, &valide[debut], W);
+      }
+    std::map<std::pair<long long, long long>, std::vector<double>> attendu;
+    for (int l = 0; l < H; ++l)
+      for (int c = 0; c < W; ++c) {
+        const double X = k.p.x0 + k.p.sx * (c + 0.5), Y = k.p.y0 + k.p.sy * (l + 0.5);
+        const float* px = &v[(static_cast<size_t>(l) * W + c) * nb];
+        if (!valide[static_cast<size_t>(l) * W + c] || std::isnan(px[1])) continue;
+        if (X < 0 || Y < 0 || X >= g.colonnes || Y >= g.lignes) continue;
+        std::vector<double>& a = attendu[{static_cast<long long>(X) / 8, static_cast<long long>(Y) / 8}];
+        a.resize(1 + 2 * nb);
+        a[0] += 1;
+        for (int b = 0; b < nb; ++b) {
+          a[1 + 2 * b] += px[b];
+          a[2 + 2 * b] += static_cast<double>(px[b]) * px[b];
+        }
+      }
+    size_t blocsNonVides = 0;
+    for (long long by = 0; by < g.NbBlocsY(); ++by)
+      for (long long bx = 0; bx < g.NbBlocsX(); ++bx) {
+        const double* b = s.Bloc(bx, by);
+        const auto it = attendu.find({bx, by});
+        if (!b) {
+          EXPECT_TRUE(it == attendu.end()) << bx << " " << by;
+          continue;
+        }
+        if (b[0] == 0) {
+          EXPECT_TRUE(it == attendu.end()) << bx << " " << by;
+          continue;
+        }
+        ++blocsNonVides;
+        ASSERT_TRUE(it != attendu.end()) << bx << " " << by;
+        for (int q = 0; q < 1 + 2 * nb; ++q) EXPECT_EQ(b[q], it->second[q]) << bx << " " << by << " " << q;
+      }
+    EXPECT_EQ(blocsNonVides, attendu.size()) << k.p.x0;
+    // The summary's totals are those of the pixels.
+    const ResumeImage r = Resumer(s);
+    double n = 0, somme = 0;
+    for (const auto& a : attendu) {
+      n += a.second[0];
+      somme += a.second[3];
+    }
+    EXPECT_EQ(r.compte, n);
+    EXPECT_EQ(r.bandes[1].somme, somme);
+    EXPECT_DOUBLE_EQ(r.bandes[1].momentsValeur[0], somme);
+    EXPECT_DOUBLE_EQ(r.surface, n * k.p.sx * k.p.sy);
+  }
+}
+
+TEST(StatsBlocs, RefusesNommentLesValeurs) {
+  GrilleBlocs g;
+  g.colonnes = 100;
+  g.lignes = 100;
+  g.bloc = 1;
+  EXPECT_THROW(StatsBlocs(g, Placement(), 10, 10, 1), Erreur);
+  g.bloc = 8;
+  EXPECT_THROW(StatsBlocs(g, Placement{0, 0, 0, 1}, 10, 10, 1), Erreur);
+  EXPECT_THROW(StatsBlocs(g, Placement(), 0, 10, 1), Erreur);
+  // Statistics of gigabytes: refused before anything is allocated.
+  GrilleBlocs immense = g;
+  immense.colonnes = immense.lignes = 1 << 20;
+  immense.bloc = 2;
+  EXPECT_THROW(StatsBlocs(immense, Placement(), 1 << 20, 1 << 20, 1), Erreur);
+  StatsBlocs s(g, Placement(), 10, 10, 1);
+  const float v[4] = {};
+  const float* b = v;
+  try {
+    s.Ajouter(8, 0, 4, 1, &b, 1, 4, nullptr, 0);
+    ADD_FAILURE();
+  } catch (const Erreur& e) {
+    EXPECT_EQ(std::string(e.Texte().c_str())
+                  .rfind("[StatsBlocs] (Ajouter) Fenetre de 4 x 1 en (8, 0) hors de l'image "
+                         "de 10 x 10.",
+                         0),
+              0u);
+  }
+  ParametresObservations p;
+  p.fractionValide = 0;
+  EXPECT_THROW(Observer({&s}, p), Erreur);
+}
+
+// Two tiles and a finer third one over the same ground, with a hole in the overlap: a block gives an
+// observation exactly when both cover 90 % of it; its centre is the same ground point in both.
+TEST(StatsBlocs, ObservationsDesBlocsPresqueEntiers) {
+  std::vector<test::Tuile> t = {test::FaireTuile(0, 0, 64, 48, {0}, {0}),
+                                test::FaireTuile(40, 8, 64, 48, {0}, {0})};
+  // A hole of 5 x 5 pixels in the first tile: the block it falls in keeps 39 of 64 pixels.
+  for (int l = 18; l < 23; ++l)
+    for (int c = 50; c < 55; ++c) t[0].valide[l * 64 + c] = 0;
+  // A ragged edge: a single missing pixel keeps 63 of 64 (kept), a column of 8 keeps 56 (left out at 0.9).
+  t[1].valide[(9 - 8) * 64 + (41 - 40)] = 0;
+  for (int l = 24; l < 32; ++l) t[1].valide[(l - 8) * 64 + (56 - 40)] = 0;
+  const test::Donnees d = test::Observer(t, 8);
+  // The overlap: columns 40..63 and lines 8..47 of the grid, 3 x 5 blocks, less the two spoiled ones.
+  ASSERT_EQ(d.obs.blocs.size(), 13u);
+  for (size_t k = 0; k < d.obs.blocs.size(); ++k) {
+    const ObservationBloc& o = d.obs.blocs[k];
+    EXPECT_EQ(o.i, 0);
+    EXPECT_EQ(o.j, 1);
+    EXPECT_EQ(o.xi - o.xj, 40);
+    EXPECT_EQ(o.yi - o.yj, 8);
+    EXPECT_EQ(std::fmod(o.xi, 8.0), 4.0);
+    const bool manque = o.xi == 44 && o.yi == 12;  // the block with the single missing pixel
+    EXPECT_EQ(o.poids, manque ? 63 : 64);
+    // Same values under both tiles (no distortion), but one pixel fewer in one of them.
+    if (!manque) {
+      EXPECT_NEAR(d.obs.Stats(k, 0)[0], d.obs.Stats(k, 0)[2], 1e-4);
+    }
+  }
+  // With every pixel required, the block with one missing pixel goes too.
+  EXPECT_EQ(test::Observer(t, 8, 1.0).obs.blocs.size(), 12u);
+}
+
+}  // namespace

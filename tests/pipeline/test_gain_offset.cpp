@@ -1,0 +1,450 @@
+// The gain-offset model: its system against a dense least-squares solve, known corrections recovered,
+// drift, robustness to changed content, disconnected groups and inputs that carry no information.
+#include <gtest/gtest.h>
+
+#include <Eigen/Dense>
+
+#include "outils_pipeline.h"
+#include "zepra/erreur.h"
+
+namespace {
+
+using test::Donnees;
+using test::FaireTuile;
+using test::Tuile;
+
+ResultatGainOffset Resoudre(const Donnees& d, const ParametresGainOffset& p) {
+  return ResoudreGainOffset(d.resumes, d.obs, p);
+}
+
+// A degree-2 offset and degree-1 gain, drawn from a seed, of the given amplitudes (grey levels, and
+// relative gain), the higher terms smaller as in real images.
+void Distorsion(uint32_t graine, double offset, double gain, std::vector<double>& a, std::vector<double>& b) {
+  const double echelle[6] = {1, 0.5, 0.5, 0.25, 0.25, 0.25};
+  a.assign(3, 0.0);
+  b.assign(6, 0.0);
+  for (int k = 0; k < 3; ++k) a[k] = echelle[k] * gain * (2 * test::Hasard(k, 1, graine) - 1);
+  for (int k = 0; k < 6; ++k) b[k] = echelle[k] * offset * (2 * test::Hasard(k, 2, graine) - 1);
+}
+
+// n x n tiles of 'taille' pixels, 'pas' apart, distorted by Distorsion; with 'centrer', each coefficient's
+// mean over the tiles is removed, so that the tiles share no common distortion.
+std::vector<Tuile> Grille(int n, int taille, int pas, double offset, double gain, double bruit,
+                          bool centrer) {
+  std::vector<std::vector<double>> as(n * n), bs(n * n);
+  for (int k = 0; k < n * n; ++k) Distorsion(100 + k, offset, gain, as[k], bs[k]);
+  if (centrer) {
+    for (std::vector<std::vector<double>>* v : {&as, &bs})
+      for (size_t t = 0; t < (*v)[0].size(); ++t) {
+        double m = 0;
+        for (const auto& c : *v) m += c[t] / (n * n);
+        for (auto& c : *v) c[t] -= m;
+      }
+  }
+  std::vector<Tuile> tuiles;
+  for (int l = 0; l < n; ++l)
+    for (int c = 0; c < n; ++c)
+      tuiles.push_back(
+          FaireTuile(c * pas, l * pas, taille, taille, as[l * n + c], bs[l * n + c], bruit, 1 + l * n + c));
+  return tuiles;
+}
+
+// The system of the header's model written row by row, solved densely under its constraints (the
+// mean gain correction has no component along the map terms of the gain's degree, through Lagrange
+// multipliers); then the constant step that keeps the mean and local contrast.
+std::vector<double> SolutionDense(const Donnees& d, const ParametresGainOffset& p) {
+  const int nG = base_polynome::NbTermes(p.degreGain), nO = base_polynome::NbTermes(p.degreOffset),
+            nU = nG + nO;
+  const int n = static_cast<int>(d.resumes.size());
+  std::vector<std::vector<double>> lignes;
+  std::vector<double> rhs, poids;
+  const auto termes = [&](int i, double x, double y, double* t) {
+    base_polynome::Termes(base_polynome::Normaliser(x, d.resumes[i].largeur),
+                          base_polynome::Normaliser(y, d.resumes[i].hauteur), t);
+  };
+  for (size_t k = 0; k < d.obs.blocs.size(); ++k) {
+    const ObservationBloc& o = d.obs.blocs[k];
+    const double* s = d.obs.Stats(k, 0);
+    double ti[6], tj[6];
+    termes(o.i, o.xi, o.yi, ti);
+    termes(o.j, o.xj, o.yj, tj);
+    std::vector<double> m(n * nU, 0.0), e(n * nU, 0.0);
+    for (int t = 0; t < nG; ++t) {
+      m[o.i * nU + t] = s[0] * ti[t];
+      m[o.j * nU + t] = -s[2] * tj[t];
+      e[o.i * nU + t] = s[1] * ti[t];
+      e[o.j * nU + t] = -s[3] * tj[t];
+    }
+    for (int t = 0; t < nO; ++t) {
+      m[o.i * nU + nG + t] = ti[t];
+      m[o.j * nU + nG + t] = -tj[t];
+    }
+    lignes.push_back(m);
+    rhs.push_back(s[2] - s[0]);
+    poids.push_back(o.poids);
+    lignes.push_back(e);
+    rhs.push_back(s[3] - s[1]);
+    poids.push_back(o.poids * p.poidsEcart);
+  }
+  double N = 0, S = 0, Q = 0;
+  for (const ResumeImage& r : d.resumes) {
+    N += r.compte;
+    S += r.bandes[0].somme;
+    Q += r.bandes[0].sommeCarres;
+  }
+  // The group's level: the floor of the images' deviations in the prior.
+  const double niveau = std::sqrt(Q / N);
+  for (int i = 0; i < n; ++i) {
+    const ResumeImage& r = d.resumes[i];
+    const double m = r.bandes[0].somme / r.compte;
+    const double s = std::max(std::sqrt(r.bandes[0].sommeCarres / r.compte - m * m), 0.1 * niveau);
+    for (int t = 0; t < std::max(nG, nO); ++t) {
+      std::vector<double> l1(n * nU, 0.0), l2(n * nU, 0.0);
+      if (t < nG) {
+        l1[i * nU + t] = m;
+        l2[i * nU + t] = s;
+      }
+      if (t < nO) l1[i * nU + nG + t] = 1;
+      for (const auto& l : {l1, l2}) {
+        lignes.push_back(l);
+        rhs.push_back(0);
+        poids.push_back(p.rigidite * r.surface);
+      }
+    }
+  }
+  Eigen::MatrixXd A(lignes.size(), n * nU);
+  Eigen::VectorXd b(lignes.size());
+  for (size_t r = 0; r < lignes.size(); ++r) {
+    const double w = std::sqrt(poids[r]);
+    for (int c = 0; c < n * nU; ++c) A(r, c) = w * lignes[r][c];
+    b(r) = w * rhs[r];
+  }
+  Eigen::MatrixXd K = Eigen::MatrixXd::Zero(n * nU + nG, n * nU + nG);
+  Eigen::VectorXd droite = Eigen::VectorXd::Zero(n * nU + nG);
+  K.topLeftCorner(n * nU, n * nU) = A.transpose() * A;
+  droite.head(n * nU) = A.transpose() * b;
+  // The constraint rows from the blocks themselves: each block at the centre of its part of the
+  // tile, its map position normalised over the tiles' union.
+  double X1 = 0, Y1 = 0;
+  for (const ResumeImage& r : d.resumes) {
+    X1 = std::max(X1, r.placement.x0 + r.largeur);
+    Y1 = std::max(Y1, r.placement.y0 + r.hauteur);
+  }
+  for (int i = 0; i < n; ++i) {
+    const StatsBlocs& st = d.stats[i];
+    const int bloc = st.Grille().bloc;
+    for (long long by = st.By0(); by < st.By0() + st.NbBy(); ++by)
+      for (long long bx = st.Bx0(); bx < st.Bx0() + st.NbBx(); ++bx) {
+        const double nb = st.Bloc(bx, by)[0];
+        if (nb == 0) continue;
+        const double x0 = std::max<double>(bx * bloc, st.Place().x0),
+                     y0 = std::max<double>(by * bloc, st.Place().y0);
+        const double x1 = std::min<double>((bx + 1) * bloc, st.Place().x0 + st.Largeur());
+        const double y1 = std::min<double>((by + 1) * bloc, st.Place().y0 + st.Hauteur());
+        const double X = (x0 + x1) / 2, Y = (y0 + y1) / 2;
+        double t[6];
+        termes(i, X - st.Place().x0, Y - st.Place().y0, t);
+        const double Xn = 2 * X / X1 - 1, Yn = 2 * Y / Y1 - 1;
+        const double P[6] = {1, Xn, Yn, Xn * Xn, Xn * Yn, Yn * Yn};
+        for (int k = 0; k < nG; ++k)
+          for (int m = 0; m < nG; ++m) {
+            K(n * nU + k, i * nU + m) += nb * t[m] * P[k];
+            K(i * nU + m, n * nU + k) += nb * t[m] * P[k];
+          }
+      }
+  }
+  const Eigen::VectorXd x = K.fullPivLu().solve(droite).head(n * nU);
+  // The constant gain and offset: local contrast and mean brought back.
+  double e0 = 0, e1 = 0, s0 = 0, s1 = 0;
+  for (int i = 0; i < n; ++i) {
+    const ResumeImage::Bande& r = d.resumes[i].bandes[0];
+    e0 += r.sommeEcarts;
+    e1 += r.sommeEcarts;
+    s0 += r.somme;
+    s1 += r.somme;
+    for (int t = 0; t < nG; ++t) {
+      e1 += x(i * nU + t) * r.momentsEcart[t];
+      s1 += x(i * nU + t) * r.momentsValeur[t];
+    }
+    for (int t = 0; t < nO; ++t) s1 += x(i * nU + nG + t) * r.momentsCompte[t];
+  }
+  const double G = e0 / e1, B = (s0 - G * s1) / N;
+  std::vector<double> c(x.data(), x.data() + x.size());
+  for (int i = 0; i < n; ++i) {
+    for (int t = 0; t < nU; ++t) c[i * nU + t] *= G;
+    c[i * nU] += G - 1;
+    c[i * nU + nG] += B;
+  }
+  return c;
+}
+
+TEST(GainOffset, SystemeEgalAuMoindresCarresDenses) {
+  std::vector<Tuile> tuiles;
+  std::vector<double> a, b;
+  for (int k = 0; k < 3; ++k) {
+    Distorsion(k + 1, 12, 0.08, a, b);
+    const int x0[] = {0, 32, 14}, y0[] = {0, 4, 30};
+    tuiles.push_back(FaireTuile(x0[k], y0[k], 48, 44, a, b, 3, k + 1));
+  }
+  const Donnees d = test::Observer(tuiles, 8);
+  ASSERT_GT(d.obs.blocs.size(), 15u);
+  for (int dg = 0; dg <= 2; ++dg)
+    for (int dof = 0; dof <= 2; ++dof) {
+      ParametresGainOffset p;
+      p.degreGain = dg;
+      p.degreOffset = dof;
+      p.iterations = 1;
+      p.rigidite = 0.02;
+      p.poidsEcart = 0.7;
+      const ResultatGainOffset R = Resoudre(d, p);
+      const std::vector<double> attendu = SolutionDense(d, p);
+      const int nG = base_polynome::NbTermes(dg), nO = base_polynome::NbTermes(dof);
+      for (int i = 0; i < 3; ++i) {
+        for (int t = 0; t < nG; ++t)
+          EXPECT_NEAR(R.corrections[i].Gain(0)[t], attendu[i * (nG + nO) + t], 1e-9)
+              << "degres " << dg << " " << dof << " image " << i << " a." << t;
+        for (int t = 0; t < nO; ++t)
+          EXPECT_NEAR(R.corrections[i].Offset(0)[t], attendu[i * (nG + nO) + nG + t], 1e-7)
+              << "degres " << dg << " " << dof << " image " << i << " b." << t;
+      }
+    }
+}
+
+// Tiles distorted by the inverse of a correction inside the model: the solution gives the scene back,
+// up to one map-wide surface, and the overlaps agree.
+TEST(GainOffset, RetrouveUneCorrectionConnue) {
+  struct Cas {
+    int degreGain, degreOffset;
+  };
+  for (const Cas& c : {Cas{0, 0}, Cas{0, 2}, Cas{1, 1}, Cas{1, 2}, Cas{2, 2}}) {
+    std::vector<Tuile> tuiles;
+    for (int k = 0; k < 9; ++k) {
+      std::vector<double> a, b;
+      Distorsion(30 + k, 15, 0.08, a, b);
+      a.resize(base_polynome::NbTermes(c.degreGain));
+      b.resize(base_polynome::NbTermes(c.degreOffset));
+      tuiles.push_back(FaireTuile(k % 3 * 84, k / 3 * 84, 120, 120, a, b));
+    }
+    const Donnees d = test::Observer(tuiles, 6);
+    ParametresGainOffset p;
+    p.degreGain = c.degreGain;
+    p.degreOffset = c.degreOffset;
+    const ResultatGainOffset R = Resoudre(d, p);
+    const test::Ecarts e = test::EcartsAuVrai(tuiles, R.corrections);
+    const test::Ecarts avant =
+        test::EcartsAuVrai(tuiles, std::vector<CorrectionGainOffset>(9, CorrectionGainOffset(120, 120)));
+    EXPECT_LT(e.residu, 0.25) << c.degreGain << " " << c.degreOffset << " (sans correction " << avant.residu
+                              << ")";
+    EXPECT_GT(avant.residu, 5.0);
+    EXPECT_LT(R.bandes[0].rmsApres, 0.01 * R.bandes[0].rmsAvant) << c.degreGain << " " << c.degreOffset;
+    for (const DiagnosticImage& di : R.images) {
+      EXPECT_EQ(di.groupe, 0);
+      EXPECT_TRUE(di.termesIndetermines.empty()) << di.termesIndetermines;
+    }
+  }
+}
+
+// 6 x 6 tiles with independent distortions: the corrections have no map-wide part of their own (the
+// mean correction is identity), while the true ones do, by chance. And tiles sharing one map-wide
+// distortion (light falling off across the block), which overlaps cannot see: they are left alone.
+TEST(GainOffset, PasDeDeriveSurUnBlocDe6x6) {
+  const std::vector<Tuile> tuiles = Grille(6, 128, 96, 12, 0.05, 1, true);
+  const ResultatGainOffset R = Resoudre(test::Observer(tuiles, 8), ParametresGainOffset());
+  std::vector<CorrectionGainOffset> vraies;
+  for (const Tuile& t : tuiles) vraies.push_back(t.vraie);
+  EXPECT_LT(test::SurfacesDesCorrections(tuiles, R.corrections).surface, 0.5);
+  EXPECT_GT(test::SurfacesDesCorrections(tuiles, vraies).surface, 2.0);
+
+  std::vector<Tuile> communes;
+  for (const Tuile& t : tuiles) {
+    communes.push_back(FaireTuile(t.x0, t.y0, t.w, t.h, {0}, {0}));
+    for (int l = 0; l < t.h; ++l)
+      for (int c = 0; c < t.w; ++c) {
+        const double X = (t.x0 + c) / 608.0, Y = (t.y0 + l) / 608.0;
+        float& v = communes.back()(c, l);
+        v = static_cast<float>(v * (1.08 - 0.1 * X * Y) + 9 * X - 6 * Y * Y);
+      }
+  }
+  const ResultatGainOffset C = Resoudre(test::Observer(communes, 8), ParametresGainOffset());
+  const test::Ecarts e = test::SurfacesDesCorrections(communes, C.corrections);
+  EXPECT_LT(std::hypot(e.surface, e.residu), 0.01);
+}
+
+// A bright cloud in one tile's overlap: the other tiles' corrections barely move with the robust
+// weights; without them (one plain solve) they move by several grey levels.
+TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
+  const std::vector<Tuile> propre = Grille(3, 120, 84, 10, 0.05, 1, false);
+  std::vector<Tuile> nuage = propre;
+  Tuile& t = nuage[4];
+  for (int l = 0; l < t.h; ++l)
+    for (int c = 0; c < t.w; ++c) {
+      const double r2 = ((c - 100.0) * (c - 100.0) + (l - 60.0) * (l - 60.0)) / (12.0 * 12.0);
+      if (r2 < 1) t(c, l) = static_cast<float>(t(c, l) + 90 * (1 - r2) * (1 - r2));
+    }
+  const auto deplacement = [&](int iterations) {
+    ParametresGainOffset p;
+    p.iterations = iterations;
+    const ResultatGainOffset a = Resoudre(test::Observer(propre, 6), p);
+    const ResultatGainOffset b = Resoudre(test::Observer(nuage, 6), p);
+    double pire = 0;
+    for (int i = 0; i < 9; ++i) {
+      if (i == 4) continue;
+      for (int l = 0; l < 120; l += 4)
+        for (int c = 0; c < 120; c += 4) {
+          const double v = 110;
+          const double ca =
+              a.corrections[i].A(0, c + 0.5, l + 0.5) * v + a.corrections[i].B(0, c + 0.5, l + 0.5);
+          const double cb =
+              b.corrections[i].A(0, c + 0.5, l + 0.5) * v + b.corrections[i].B(0, c + 0.5, l + 0.5);
+          pire = std::max(pire, std::fabs(ca - cb));
+        }
+    }
+    return pire;
+  };
+  EXPECT_LT(deplacement(ParametresGainOffset().iterations), 0.3);
+  EXPECT_GT(deplacement(1), 2.0);
+}
+
+// Two blocks of tiles far apart are two groups, each solved as if it were alone.
+TEST(GainOffset, GroupesDeconnectesResolusSeparement) {
+  std::vector<Tuile> gauche = Grille(2, 60, 44, 10, 0.05, 1, false), droite;
+  for (Tuile t : Grille(2, 60, 44, 8, 0.04, 1, false)) {
+    t = FaireTuile(t.x0 + 300, t.y0 + 20, t.w, t.h, std::vector<double>(t.vraie.Gain(0), t.vraie.Gain(0) + 3),
+                   std::vector<double>(t.vraie.Offset(0), t.vraie.Offset(0) + 6), 1, 50 + t.x0);
+    droite.push_back(t);
+  }
+  std::vector<Tuile> toutes = gauche;
+  toutes.insert(toutes.end(), droite.begin(), droite.end());
+  const ParametresGainOffset p;
+  const ResultatGainOffset R = Resoudre(test::Observer(toutes, 8), p);
+  const ResultatGainOffset G = Resoudre(test::Observer(gauche, 8), p);
+  const ResultatGainOffset D = Resoudre(test::Observer(droite, 8), p);
+  ASSERT_EQ(R.groupes.size(), 2u);
+  EXPECT_EQ(R.groupes[1], (std::vector<int>{4, 5, 6, 7}));
+  for (int i = 0; i < 8; ++i) {
+    const CorrectionGainOffset& seul = i < 4 ? G.corrections[i] : D.corrections[i - 4];
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(R.corrections[i].Gain(0)[t], seul.Gain(0)[t]) << i;
+    for (int t = 0; t < 6; ++t) EXPECT_EQ(R.corrections[i].Offset(0)[t], seul.Offset(0)[t]) << i;
+    EXPECT_EQ(R.images[i].groupe, i < 4 ? 0 : 1);
+  }
+}
+
+// Inputs that tell nothing, or that tell gain and offset apart nowhere: finite corrections, and the
+// report says which image and which terms.
+TEST(GainOffset, EntreesDegenereesDonnentDesCorrectionsFinies) {
+  struct Cas {
+    const char* nom;
+    void (*modifier)(std::vector<Tuile>&);
+    int image;         // the image the report is about
+    bool identite;     // it keeps identity
+    bool isolee;       // it is in no group
+    bool indetermine;  // some of its terms are reported as not determined
+  };
+  const Cas cas[] = {
+      {"constante", [](std::vector<Tuile>& t) { std::fill(t[1].v.begin(), t[1].v.end(), 77.0f); }, 1, false,
+       false, true},
+      {"sans donnees", [](std::vector<Tuile>& t) { std::fill(t[1].valide.begin(), t[1].valide.end(), 0); }, 1,
+       true, true, false},
+      {"saturees",
+       [](std::vector<Tuile>& t) {
+         for (Tuile& u : t) std::fill(u.v.begin(), u.v.end(), 255.0f);
+       },
+       0, true, false, true},
+      {"zeros",
+       [](std::vector<Tuile>& t) {
+         for (Tuile& u : t) std::fill(u.v.begin(), u.v.end(), 0.0f);
+       },
+       0, true, false, true},
+      // The third tile meets the first on one line of blocks only: its y terms are not seen.
+      {"bande",
+       [](std::vector<Tuile>& t) {
+         t[2] = FaireTuile(0, 56, 32, 64, {0.02, 0, 0}, {3, 1, 0, 0, 0, 0});
+       },
+       2, false, false, true},
+      {"isolee",
+       [](std::vector<Tuile>& t) {
+         t[2] = FaireTuile(200, 200, 64, 64, {0.02, 0, 0}, {3, 0, 0, 0, 0, 0});
+       },
+       2, true, true, false},
+  };
+  for (const Cas& c : cas) {
+    std::vector<Tuile> tuiles;
+    for (int k = 0; k < 3; ++k) {
+      std::vector<double> a, b;
+      Distorsion(60 + k, 10, 0.05, a, b);
+      tuiles.push_back(FaireTuile(k * 40, k % 2 * 8, 64, 64, a, b, 1, k));
+    }
+    c.modifier(tuiles);
+    const Donnees d = test::Observer(tuiles, 8);
+    const ResultatGainOffset R = Resoudre(d, ParametresGainOffset());
+    for (size_t i = 0; i < R.corrections.size(); ++i)
+      for (int l = 0; l <= 64; l += 16)
+        for (int k = 0; k <= 64; k += 16) {
+          EXPECT_TRUE(std::isfinite(R.corrections[i].A(0, k, l))) << c.nom << " " << i;
+          EXPECT_TRUE(std::isfinite(R.corrections[i].B(0, k, l))) << c.nom << " " << i;
+        }
+    EXPECT_EQ(R.corrections[c.image].EstIdentite(), c.identite) << c.nom;
+    EXPECT_EQ(R.images[c.image].groupe < 0, c.isolee) << c.nom;
+    EXPECT_EQ(!R.images[c.image].termesIndetermines.empty(), c.indetermine)
+        << c.nom << " : " << R.images[c.image].termesIndetermines;
+    EXPECT_TRUE(std::isfinite(R.bandes[0].rmsApres)) << c.nom;
+  }
+}
+
+TEST(GainOffset, ParametresRefuses) {
+  struct Cas {
+    void (*regler)(ParametresGainOffset&);
+    const char* debut;
+  };
+  const Cas cas[] = {
+      {[](ParametresGainOffset& p) { p.degreGain = 3; }, "[GainOffset] (Verifier) Degres du gain 3"},
+      {[](ParametresGainOffset& p) { p.degreOffset = -1; },
+       "[GainOffset] (Verifier) Degres du gain 2 et de l'offset -1"},
+      {[](ParametresGainOffset& p) { p.rigidite = 0; }, "[GainOffset] (Verifier) Rigidite 0"},
+      {[](ParametresGainOffset& p) { p.rigidite = -2; }, "[GainOffset] (Verifier) Rigidite -2"},
+      {[](ParametresGainOffset& p) { p.poidsEcart = -1; },
+       "[GainOffset] (Verifier) Poids des ecarts types -1"},
+      {[](ParametresGainOffset& p) { p.iterations = 0; }, "[GainOffset] (Verifier) 0 iterations"},
+  };
+  for (const Cas& c : cas) {
+    ParametresGainOffset p;
+    c.regler(p);
+    try {
+      ResoudreGainOffset({}, Observations(), p);
+      ADD_FAILURE() << c.debut;
+    } catch (const Erreur& e) {
+      EXPECT_EQ(std::string(e.Texte().c_str()).rfind(c.debut, 0), 0u) << e.Texte().c_str();
+    }
+  }
+}
+
+// The line evaluation (the field as a polynomial in x along the line) against the field term by term.
+TEST(GainOffset, CorrectionParLigneEgaleAuChampEnChaquePixel) {
+  for (int dg = 0; dg <= 2; ++dg)
+    for (int dof = 0; dof <= 2; ++dof) {
+      CorrectionGainOffset c(37, 23, 2, dg, dof);
+      for (int b = 0; b < 2; ++b) {
+        for (int t = 0; t < base_polynome::NbTermes(dg); ++t)
+          c.Gain(b)[t] = 0.1 * (test::Hasard(t, b, 3) - 0.5);
+        for (int t = 0; t < base_polynome::NbTermes(dof); ++t)
+          c.Offset(b)[t] = 20 * (test::Hasard(t, b, 4) - 0.5);
+      }
+      std::vector<float> v(30), sortie(30);
+      std::vector<unsigned char> valide(30);
+      for (int k = 0; k < 30; ++k) {
+        v[k] = static_cast<float>(200 * test::Hasard(k, dg, dof));
+        valide[k] = k % 5 != 0;
+      }
+      for (int b = 0; b < 2; ++b)
+        for (int l = 0; l < 23; l += 11) {
+          c.CorrigerLigne(b, l, 5, 30, v.data(), sortie.data(), valide.data());
+          for (int k = 0; k < 30; ++k) {
+            const double x = 5 + k + 0.5, y = l + 0.5;
+            const double attendu = valide[k] ? c.A(b, x, y) * v[k] + c.B(b, x, y) : v[k];
+            EXPECT_NEAR(sortie[k], attendu, 1e-4) << dg << " " << dof << " " << b << " " << l << " " << k;
+          }
+        }
+    }
+}
+
+}  // namespace
