@@ -83,6 +83,10 @@ class StatsBlocs {
   // Block (bx, by) of the grid: count, then sum and sum of squares of each band; null outside the
   // input's blocks.
   const double* Bloc(long long bx, long long by) const;
+  // The raw sums, for a copy kept on disk between the phases of a job; a copy restored into statistics
+  // made with the same arguments is the same statistics.
+  std::vector<double>& Donnees() { return m_donnees; }
+  const std::vector<double>& Donnees() const { return m_donnees; }
   // Bytes held by the statistics.
   size_t Octets() const {
     return m_donnees.size() * sizeof(double) + (m_debutsColonne.size() + m_debutsLigne.size()) * sizeof(int);
