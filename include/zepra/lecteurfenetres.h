@@ -39,6 +39,10 @@ class LecteurFenetres {
   // Bytes a call in progress allocates besides its destination (compressed and decoded block, one row;
   // for the other formats one band of the rectangle): what a memory plan counts per reading thread.
   uint64_t OctetsBloc() const;
+  // The file's blocks: TIFF tiles, or strips as wide as the image (other formats: lines). A rectangle
+  // decodes whole blocks, so windows aligned on them decode each block once; windows side by side
+  // across strips each decode the strips' whole width.
+  TPoint2D<int> TailleBloc() const;
 
   // The rectangle [x0, x0 + nx) x [y0, y0 + ny), channels [c0, c0 + nc) (nc -1: all from c0). Channel
   // c goes to dest + (c - c0) * pasPlan, its lines pasLigne samples apart, its pixels side by side. An

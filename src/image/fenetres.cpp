@@ -27,6 +27,7 @@ class FenetresLecteur : public ImplSourceFenetres<FenetresLecteur> {
   eEnumType Type() const override { return m_modele->TypePixel(); }
   const MetadonneesImage* Metadonnees() const override { return m_modele->Metadonnees(); }
   uint64_t OctetsBloc() const override { return kEchantillonsBande * sizeof(double); }
+  TPoint2D<int> TailleBloc() const override { return TPoint2D<int>(Taille().x, 1); }
 
   template <class V, class D>
   void LireT(const Fenetre& f, D* dest) const {
@@ -101,6 +102,7 @@ int LecteurFenetres::Canaux() const { return m_source->Canaux(); }
 eEnumType LecteurFenetres::Type() const { return m_source->Type(); }
 const MetadonneesImage* LecteurFenetres::Metadonnees() const { return m_source->Metadonnees(); }
 uint64_t LecteurFenetres::OctetsBloc() const { return m_source->OctetsBloc(); }
+TPoint2D<int> LecteurFenetres::TailleBloc() const { return m_source->TailleBloc(); }
 
 void LecteurFenetres::Lire(int x0, int y0, int nx, int ny, float* dest, size_t pasLigne, size_t pasPlan,
                            int c0, int nc) const {

@@ -25,6 +25,7 @@ class SourceFenetres {
   virtual eEnumType Type() const = 0;
   virtual const MetadonneesImage* Metadonnees() const = 0;
   virtual uint64_t OctetsBloc() const = 0;
+  virtual TPoint2D<int> TailleBloc() const = 0;
   virtual void Lire(const Fenetre& f, float* dest) const = 0;
   virtual void Lire(const Fenetre& f, double* dest) const = 0;
   // Validity: a sample that is not zero gives 1.

@@ -117,6 +117,11 @@ TEST(Fenetres, ChaqueDispositionCommeLaLectureEntiere) {
     ASSERT_EQ(l.Canaux(), fichier.GetNbCanaux());
     EXPECT_EQ(l.Type(), fichier.TypePixel());
     EXPECT_GT(l.OctetsBloc(), 0u);
+    const bool tuiles = d.commande.find("TILED=YES") != std::string::npos;
+    const bool bandes5 = d.commande.find("BLOCKYSIZE=5") != std::string::npos;
+    if (tuiles || bandes5) {
+      EXPECT_EQ(l.TailleBloc(), tuiles ? TPoint2D<int>(16, 16) : TPoint2D<int>(kL, 5));
+    }
     std::vector<std::pair<int, int>> canaux = {{0, l.Canaux()}};
     if (l.Canaux() > 1) canaux.push_back({l.Canaux() - 1, 1});
     if (l.Canaux() > 2) canaux.push_back({1, l.Canaux() - 1});

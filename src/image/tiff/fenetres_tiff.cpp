@@ -26,6 +26,9 @@ class FenetresTIFF : public ImplSourceFenetres<FenetresTIFF<T>> {
   eEnumType Type() const override { return m_desc->TypeLu(); }
   const MetadonneesImage* Metadonnees() const override { return tiff::Metadonnees(*m_desc); }
   uint64_t OctetsBloc() const override { return OctetsTravail(*m_desc); }
+  TPoint2D<int> TailleBloc() const override {
+    return TPoint2D<int>(m_desc->largeurBloc, m_desc->hauteurBloc);
+  }
 
   template <class V, class D>
   void LireT(const Fenetre& f, D* dest) const {
