@@ -11,27 +11,16 @@
 #include <stdexcept>
 #include <string>
 
+#include "outils_bench.h"
 #include "zepra/ttimage.h"
 
 namespace {
 
 const std::string kDossier = "/tmp/egalise_bench_tiff";
 
-bool Existe(const std::string& nom) {
-  struct stat s;
-  return stat(nom.c_str(), &s) == 0;
-}
-
-void Commande(const std::string& c) {
-  if (std::system(c.c_str()) != 0) throw std::runtime_error("echec de : " + c);
-}
-
-// Smooth ground with some texture, as in an ortho-image: LZW and PackBits compress it only partly.
-uint32_t Bruit(uint32_t x, uint32_t y) {
-  uint32_t h = x * 374761393u + y * 668265263u;
-  h = (h ^ (h >> 13)) * 1274126177u;
-  return h ^ (h >> 16);
-}
+using bench::Bruit;
+using bench::Commande;
+using bench::Existe;
 
 std::string Fichier(const std::string& nom) {
   static bool fait = false;

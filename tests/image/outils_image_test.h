@@ -193,4 +193,13 @@ inline TiffTest TiffSimple(uint32_t c, uint32_t l, uint32_t n, const std::string
   return t.Long(279, {static_cast<uint32_t>(pixels.size())}).Court(339, std::vector<uint32_t>(n, 1));
 }
 
+// An 8 x 5 palette image: indices 0, 5, 10, ... and a color map whose entries use both bytes.
+inline TiffTest TiffPalette() {
+  std::vector<uint32_t> carte(768);
+  for (int i = 0; i < 768; ++i) carte[i] = static_cast<uint32_t>((i * 37) % 256) * 257u;
+  std::string indices;
+  for (int i = 0; i < 40; ++i) indices += static_cast<char>(i * 5);
+  return TiffSimple(8, 5, 1, indices).Court(262, {3}).Court(320, carte);
+}
+
 }  // namespace test

@@ -120,11 +120,7 @@ TEST(TiffOutils, ChaqueDispositionLueCommeGdalLaDecode) {
 // BigTIFF in the layouts that have their own reader: a palette file, and tile files of a "Dallage MPD".
 TEST(TiffOutils, PaletteEtDallageEnBigTIFF) {
   test::DossierTemp dir;
-  std::vector<uint32_t> carte(768);
-  for (int i = 0; i < 768; ++i) carte[i] = static_cast<uint32_t>((i * 37) % 256) * 257u;
-  std::string indices;
-  for (int i = 0; i < 40; ++i) indices += static_cast<char>(i * 5);
-  test::TiffSimple(8, 5, 1, indices).Court(262, {3}).Court(320, carte).Ecrire(dir / "p.tif");
+  test::TiffPalette().Ecrire(dir / "p.tif");
   ASSERT_EQ(test::Tiffcp(dir, "-8 -c lzw", "p.tif", "pb.tif"), "");
   const TTImage<unsigned char> classique((dir / "p.tif").c_str());
   ASSERT_EQ(classique.GetNbCanaux(), 3);

@@ -49,6 +49,9 @@ struct DescriptionTIFF {
   std::shared_ptr<const MetadonneesImage> metadonnees;
   std::shared_ptr<const Erreur> erreurMetadonnees;
 
+  // Channels and sample type a reader delivers: a palette gives three unsigned 8-bit channels.
+  int CanauxLus() const { return disposition == kPalette ? 3 : canaux; }
+  eEnumType TypeLu() const { return disposition == kPalette ? eUInt1 : type; }
   bool Plans() const { return planaire == 2 && canaux > 1; }
   // Samples of one pixel in one block: all of them, or one per plane.
   int EchantillonsBloc() const { return Plans() ? 1 : canaux; }

@@ -4,19 +4,20 @@
 
 namespace tiff {
 
-Blocs::Blocs(const DescriptionTIFF& d)
-    : m_desc(d),
-      m_lecteur(d.nom),
-      m_brut(d.compression == kSans),
-      m_octetsLigne(d.OctetsLigneBloc()),
-      m_post(d.predicteur, d.bits, d.EchantillonsBloc(), d.largeurBloc, d.permuter),
+Blocs::Blocs(std::shared_ptr<const DescriptionTIFF> desc)
+    : m_desc(std::move(desc)),
+      m_lecteur(m_desc->nom),
+      m_brut(m_desc->compression == kSans),
+      m_octetsLigne(m_desc->OctetsLigneBloc()),
+      m_post(m_desc->predicteur, m_desc->bits, m_desc->EchantillonsBloc(), m_desc->largeurBloc,
+             m_desc->permuter),
       m_ligne(static_cast<size_t>(m_octetsLigne)) {
-  const Codec* codec = TrouverCodec(d.compression);
+  const Codec* codec = TrouverCodec(m_desc->compression);
   if (codec && !m_brut) m_decodeur = codec->decodeur();
 }
 
 void Blocs::Verifier(int x0, int y0, int x1, int y1, int pas) const {
-  const DescriptionTIFF& d = m_desc;
+  const DescriptionTIFF& d = *m_desc;
   if (pas < 1 || x0 < 0 || y0 < 0 || x1 > d.colonnes || y1 > d.lignes)
     ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Rectangle ("
                  << x0 << ", " << y0 << ") - (" << x1 << ", " << y1 << ") de pas " << pas
@@ -44,7 +45,7 @@ long long Blocs::Debut(size_t k, long long r0, long long yPremier) {
 }
 
 void Blocs::OuvrirBloc(size_t k) {
-  const DescriptionTIFF& d = m_desc;
+  const DescriptionTIFF& d = *m_desc;
   m_compresse.resize(static_cast<size_t>(d.octets[k]));
   m_lecteur.Aller(d.offsets[k]);
   m_lecteur.Lire(m_compresse.data(), m_compresse.size());
@@ -65,7 +66,7 @@ void Blocs::OuvrirBloc(size_t k) {
 }
 
 void Blocs::LireLignes(size_t k, long long ligne, unsigned char* p, long long n) {
-  const DescriptionTIFF& d = m_desc;
+  const DescriptionTIFF& d = *m_desc;
   const uint64_t octets = static_cast<uint64_t>(n) * m_octetsLigne;
   if (m_brut) {
     m_lecteur.Aller(d.offsets[k] + static_cast<uint64_t>(ligne) * m_octetsLigne);

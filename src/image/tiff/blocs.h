@@ -20,8 +20,11 @@ namespace tiff {
 
 class Blocs {
  public:
-  explicit Blocs(const DescriptionTIFF& d);
-  const DescriptionTIFF& Desc() const { return m_desc; }
+  // The description is shared by the copies a reader makes of itself (its block tables may be large).
+  explicit Blocs(std::shared_ptr<const DescriptionTIFF> d);
+  explicit Blocs(const DescriptionTIFF& d) : Blocs(std::make_shared<const DescriptionTIFF>(d)) {}
+  const DescriptionTIFF& Desc() const { return *m_desc; }
+  const std::shared_ptr<const DescriptionTIFF>& DescPartagee() const { return m_desc; }
 
   // Visits the rows of [x0, x1) x [y0, y1), every pas-th pixel. For each wanted row of each block,
   // cible(yOut, a) may give where the whole block row (from image column a) can be decoded in place,
@@ -33,7 +36,7 @@ class Blocs {
   void Parcourir(int x0, int y0, int x1, int y1, int pas, Cible&& cible, Segment&& segment) {
     Verifier(x0, y0, x1, y1, pas);
     if (x1 <= x0 || y1 <= y0) return;
-    const DescriptionTIFF& d = m_desc;
+    const DescriptionTIFF& d = *m_desc;
     const long long bw = d.largeurBloc, bh = d.hauteurBloc;
     const int plans = d.Plans() ? d.canaux : 1;
     for (int plan = 0; plan < plans; ++plan)
@@ -93,7 +96,7 @@ class Blocs {
   void LireLignes(size_t k, long long ligne, unsigned char* p, long long n);
 
   static constexpr size_t kAucun = static_cast<size_t>(-1);
-  DescriptionTIFF m_desc;
+  std::shared_ptr<const DescriptionTIFF> m_desc;
   LecteurOctets m_lecteur;
   bool m_brut;  // uncompressed: rows are read from the file
   uint64_t m_octetsLigne;

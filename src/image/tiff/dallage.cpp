@@ -23,9 +23,8 @@ class RasterArray : public ImplGetValeurs<RasterArray> {
         annexes.LireEntete();
         m_dalles.push_back(annexes.GetImage(false));
         const DescriptionTIFF& t = m_dalles.back();
-        const bool palette = t.disposition == DescriptionTIFF::kPalette;
-        const eEnumType type = palette ? eUInt1 : t.type;
-        const int canaux = palette ? 3 : t.canaux;
+        const eEnumType type = t.TypeLu();
+        const int canaux = t.CanauxLus();
         if (type != principal.type || canaux != principal.canaux)
           ZEPRA_ERREUR("[RasterArray] (Constructeur) La dalle "
                        << t.nom << " (type " << type << ", " << canaux

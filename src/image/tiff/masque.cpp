@@ -59,28 +59,40 @@ uint64_t OffsetMasqueInterne(TIFF_Annexes& annexes) {
   return 0;
 }
 
-}  // namespace tiff
-
-std::unique_ptr<SpecifImageIn> OuvrirMasqueValidite(const std::string& image) {
-  const ImageFicIn fichier(image.c_str());
-  const TPoint2D<int> taille = fichier.GetTaille();
-  if (tiff::CheckMagic_TIFF(image)) {
-    tiff::TIFF_Annexes annexes(image);
+MasqueTrouve TrouverMasque(const std::string& image) {
+  MasqueTrouve m;
+  m.image = image;
+  m.taille = ImageFicIn(image.c_str()).GetTaille();
+  if (CheckMagic_TIFF(image)) {
+    TIFF_Annexes annexes(image);
     annexes.LireEntete(false);
-    const uint64_t offset = tiff::OffsetMasqueInterne(annexes);
+    const uint64_t offset = OffsetMasqueInterne(annexes);
     if (offset != 0) {
       annexes.LireRepertoire(offset);
-      return tiff::CreerLecteur(annexes.GetImage(false, true));
+      m.interne = std::make_unique<DescriptionTIFF>(annexes.GetImage(false, true));
+      return m;
     }
   }
   const std::string msk = image + ".msk";
-  if (!Systeme::ExisteFichier(msk.c_str())) return nullptr;
-  auto masque = std::make_unique<ImageFicIn>(msk.c_str());
-  if (masque->GetTaille() != taille)
-    ZEPRA_ERREUR("[OuvrirMasqueValidite] Le masque "
-                 << msk << " (" << masque->GetTaille().x << " x " << masque->GetTaille().y
-                 << ") n'a pas la taille de l'image " << image << " (" << taille.x << " x " << taille.y
-                 << ").");
+  if (Systeme::ExisteFichier(msk.c_str())) m.msk = msk;
+  return m;
+}
+
+void MasqueTrouve::VerifierTaille(const TPoint2D<int>& tailleMsk) const {
+  if (tailleMsk != taille)
+    ZEPRA_ERREUR("[OuvrirMasqueValidite] Le masque " << msk << " (" << tailleMsk.x << " x " << tailleMsk.y
+                                                     << ") n'a pas la taille de l'image " << image << " ("
+                                                     << taille.x << " x " << taille.y << ").");
+}
+
+}  // namespace tiff
+
+std::unique_ptr<SpecifImageIn> OuvrirMasqueValidite(const std::string& image) {
+  const tiff::MasqueTrouve m = tiff::TrouverMasque(image);
+  if (m.interne) return tiff::CreerLecteur(*m.interne);
+  if (m.msk.empty()) return nullptr;
+  auto masque = std::make_unique<ImageFicIn>(m.msk.c_str());
+  m.VerifierTaille(masque->GetTaille());
   if (masque->GetNbCanaux() == 1) return masque;
   return std::make_unique<CanalDe>(std::move(masque), 0);
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <string>
 
 #include "annexes.h"
 
@@ -12,5 +14,16 @@ namespace tiff {
 // walked through the entries' headers only, and not past a loop, the end of the file or a number of
 // directories no real file has.
 uint64_t OffsetMasqueInterne(TIFF_Annexes& annexes);
+
+// Where the validity mask of an image lies, by the rules of OuvrirMasqueValidite (zepra/masque.h).
+struct MasqueTrouve {
+  std::string image;
+  TPoint2D<int> taille;                      // the image's
+  std::unique_ptr<DescriptionTIFF> interne;  // its internal mask, or
+  std::string msk;                           // its .msk file ("" when it has neither)
+  // An Erreur when the .msk file has not the image's size.
+  void VerifierTaille(const TPoint2D<int>& tailleMsk) const;
+};
+MasqueTrouve TrouverMasque(const std::string& image);
 
 }  // namespace tiff
