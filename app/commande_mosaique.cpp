@@ -79,9 +79,10 @@ const std::vector<Option>& Table() {
           // gain-offset is solved from block statistics by the job itself, not through the table.
           [](const std::string& n) { return n == "gain-offset" || Construit(TableModeles(), n); },
           [](O& o, const Valeur& v) { o.modele = v.texte; }),
-      Entier("degre-gain", "D", "2", "gain-offset : degre du gain a(x, y)", 0, 2,
+      Entier("degre-gain", "D", "2 a partir de 16 images, 1 a partir de 9, sinon 0",
+             "gain-offset : degre du gain a(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
-      Entier("degre-offset", "D", "2", "gain-offset : degre de l'offset b(x, y)", 0, 2,
+      Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
       Reels("rigidite", "W", "1e-9", "gain-offset : poids du rappel des corrections vers l'identite", 0,
             false, 1, 1, [](O& o, const Valeur& v) { o.parametresModele.rigidite = v.reels[0]; }),
@@ -96,7 +97,7 @@ const std::vector<Option>& Table() {
           [] { return Noms(TableFusions()); },
           [](const std::string& n) { return Construit(TableFusions(), n); },
           [](O& o, const Valeur& v) { o.fusion = v.texte; }),
-      Reels("plume", "METRES", "la moitie de la largeur mediane des recouvrements",
+      Reels("plume", "METRES", "la moitie de la largeur mediane des recouvrements, au plus 64 pixels",
             "plume : largeur du fondu", 0, true, 1, 1,
             [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; }),
       [] {

@@ -15,7 +15,7 @@ struct OptionsCommandeMosaique {
 
   // Equalization and fusion: names of rows of the model and fusion tables, and their settings.
   std::string modele = "gain-offset";
-  ParametresModele parametresModele;
+  ParametresModele parametresModele{-1, -1};  // degrees -1: chosen from the number of images
   std::string fusion = "plume";
   ParametresFusion parametresFusion;
   bool noegal = false;

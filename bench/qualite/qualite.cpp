@@ -209,7 +209,9 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
   for (const Jeu& j : jeux) {
     std::vector<Resultat> r(5);
     for (int k = 0; k < 3; ++k) LancerCompatibilite(egalise, j, kModelesCompatibilite[k], r[k]);
+    // The front end's defaults: degrees from the number of tiles.
     Reglages defaut;
+    defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
     r[3] = LancerNouveau(j, defaut, "gain-offset, plume");
     Reglages mb = defaut;
     mb.fusion = Fusion::multibande;

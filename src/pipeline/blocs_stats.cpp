@@ -157,7 +157,8 @@ void ParametresObservationsBlocs::Verifier() const {
     ZEPRA_ERREUR("[ObservationsBlocs] (Verifier) Fraction valide " << fractionValide << " : ]0, 1] attendu.");
 }
 
-ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images, const ParametresObservationsBlocs& p) {
+ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images,
+                                const ParametresObservationsBlocs& p) {
   p.Verifier();
   ObservationsBlocs o;
   if (images.empty()) return o;

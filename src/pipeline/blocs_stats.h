@@ -155,7 +155,8 @@ struct ObservationsBlocs {
 };
 
 // The observations of every pair of inputs. All inputs must share the grid and the band count.
-ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images, const ParametresObservationsBlocs& p);
+ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images,
+                                const ParametresObservationsBlocs& p);
 
 // ---------------------------------------------------------------------------------------------------
 

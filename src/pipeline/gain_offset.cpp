@@ -527,8 +527,8 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
                                               << resumes[i].hauteur << " pixels, " << nbBandes
                                               << " bande(s) attendue(s).");
   if (!obs.blocs.empty() && (obs.nbBandes != nbBandes || obs.stats.size() != obs.blocs.size() * 4 * nbBandes))
-    ZEPRA_ERREUR("[GainOffset] (Resoudre) ObservationsBlocs de " << obs.nbBandes << " bande(s) pour des images de "
-                                                            << nbBandes << " bande(s).");
+    ZEPRA_ERREUR("[GainOffset] (Resoudre) ObservationsBlocs de "
+                 << obs.nbBandes << " bande(s) pour des images de " << nbBandes << " bande(s).");
   for (const ObservationBloc& o : obs.blocs)
     if (o.i < 0 || o.j >= n || o.i >= o.j)
       ZEPRA_ERREUR("[GainOffset] (Resoudre) Observation de la paire (" << o.i << ", " << o.j << ") pour " << n

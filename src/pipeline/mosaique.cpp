@@ -43,6 +43,8 @@
 namespace {
 
 constexpr size_t kMio = size_t(1) << 20;
+// The widest default feathering, in output pixels.
+constexpr double kPlumeMax = 64;
 
 double MemoireMaxMio() {
   struct rusage u;
@@ -80,8 +82,8 @@ class SourceEntree : public SourceLignes {
     std::vector<float> v(static_cast<size_t>(n) * m_e.Canaux());
     std::vector<unsigned char> ok(n);
     m_e.Lire(x0, y, n, 1, v.data(), ok.data());
-    const int c = m_e.Canal(bande), canaux = m_e.Canaux();
-    for (int k = 0; k < n; ++k) tampon[k] = v[static_cast<size_t>(k) * canaux + c];
+    const float* plan = v.data() + static_cast<size_t>(m_e.Canal(bande)) * n;
+    std::copy(plan, plan + n, tampon);
     return tampon;
   }
   void Validite(int y, int x0, int n, unsigned char* valide) const override {
@@ -272,6 +274,8 @@ struct JobMosaique::Impl {
   int Rangees() const { return (H + plan.hauteurBloc - 1) / plan.hauteurBloc; }
 };
 
+int DegreAutomatique(int n) { return n >= 16 ? 2 : n >= 9 ? 1 : 0; }
+
 // ---------------------------------------------------------------------------------------------------
 // Preparation: every check that needs no pixel.
 
@@ -313,6 +317,9 @@ void JobMosaique::Impl::Preparer() {
   if (!f || !f->creer)
     ZEPRA_ERREUR("[Mosaique] (Options) Regle de fusion indisponible : " << p.fusion << ".");
   if (gainOffset) {
+    const int d = DegreAutomatique(static_cast<int>(entrees.size()));
+    if (p.degreGain < 0) p.degreGain = d;
+    if (p.degreOffset < 0) p.degreOffset = d;
     ParametresGainOffset go;
     go.degreGain = p.degreGain;
     go.degreOffset = p.degreOffset;
@@ -364,8 +371,11 @@ void JobMosaique::Impl::Preparer() {
                           std::max(a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY());
         if (lx > 0 && ly > 0) largeurs.push_back(std::min(lx, ly));
       }
+    // Half the median overlap, at most kPlumeMax pixels: wider fades cost reading margins and blur
+    // nothing more once the tiles are equalized.
     std::sort(largeurs.begin(), largeurs.end());
-    plume = largeurs.empty() ? 0.0 : largeurs[largeurs.size() / 2] / 2;
+    plume =
+        largeurs.empty() ? 0.0 : std::min(largeurs[largeurs.size() / 2] / 2, kPlumeMax * std::max(rx, ry));
   }
   ParametresFusion pf;
   pf.plume = plume;
@@ -480,9 +490,8 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
     v.resize(static_cast<size_t>(w) * n * canaux);
     ok.resize(static_cast<size_t>(w) * n);
     e.Lire(0, l0, w, n, v.data(), ok.data());
-    for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + e.Canal(b);
-    s->Ajouter<float>(0, l0, w, n, parBande.data(), canaux, static_cast<std::ptrdiff_t>(w) * canaux,
-                      ok.data(), w);
+    for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + static_cast<size_t>(e.Canal(b)) * w * n;
+    s->Ajouter<float>(0, l0, w, n, parBande.data(), 1, w, ok.data(), w);
   }
   return s;
 }
@@ -695,8 +704,9 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
       const int canal = e.Canal(b);
       for (int r = 0; r < ny; ++r) {
         float* v = valeurs.data() + b * plan + static_cast<size_t>(r) * nx;
-        const float* s = lu.data() + (static_cast<size_t>(r + dy) * g.nbColonnes + dx) * canaux + canal;
-        for (int x = 0; x < nx; ++x) v[x] = s[static_cast<size_t>(x) * canaux];
+        const float* s = lu.data() + static_cast<size_t>(canal) * g.nbColonnes * g.nbLignes +
+                         static_cast<size_t>(r + dy) * g.nbColonnes + dx;
+        std::copy(s, s + nx, v);
         corrections[i]->CorrigerLigne(b, ya + r, xa, nx, v);
       }
     }
@@ -791,8 +801,8 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
     e.Lire(0, y0, w, n, lu.data(), ok.data());
     for (int r = 0; r < n; ++r)
       for (int b = 0; b < bandes; ++b) {
-        const float* s = lu.data() + static_cast<size_t>(r) * w * canaux + e.Canal(b);
-        for (int x = 0; x < w; ++x) ligne[x] = s[static_cast<size_t>(x) * canaux];
+        const float* s = lu.data() + static_cast<size_t>(e.Canal(b)) * w * n + static_cast<size_t>(r) * w;
+        std::copy(s, s + w, ligne.begin());
         corrections[i]->CorrigerLigne(b, y0 + r, 0, w, ligne.data());
         float* d = v.data() + static_cast<size_t>(r) * w * bandes + b;
         for (int x = 0; x < w; ++x) d[static_cast<size_t>(x) * bandes] = ligne[x];

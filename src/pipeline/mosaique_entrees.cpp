@@ -2,12 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "zepra/cartoproj.h"
 #include "zepra/erreur.h"
 #include "zepra/imageorientation.h"
-#include "zepra/masque.h"
+#include "zepra/optionsecriture.h"
 
 namespace {
 
@@ -28,12 +29,12 @@ std::string SansExtension(const std::string& nom) {
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
                                const std::string& suffixe)
     : m_nom(nom) {
-  m_fichier = std::make_unique<ImageFicIn>(nom.c_str());
-  const TPoint2D<int> t = m_fichier->GetTaille();
+  m_fichier = std::make_unique<LecteurFenetres>(nom);
+  const TPoint2D<int> t = m_fichier->Taille();
   m_colonnes = t.x;
   m_lignes = t.y;
-  m_canaux = m_fichier->GetNbCanaux();
-  m_type = m_fichier->TypePixel();
+  m_canaux = m_fichier->Canaux();
+  m_type = m_fichier->Type();
   m_meta = m_fichier->Metadonnees();
   if (m_colonnes < 1 || m_lignes < 1 || m_canaux < 1)
     ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " est vide.");
@@ -68,7 +69,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     m_nodata = m_meta->nodata;
   } else if (m_alpha >= 0) {
     m_regle = RegleValidite::kAlpha;
-  } else if ((m_masque = OuvrirMasqueValidite(nom))) {
+  } else if ((m_masque = OuvrirMasqueFenetres(nom))) {
     m_regle = RegleValidite::kMasque;
   }
 
@@ -77,74 +78,49 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     if (!FichierExiste(m_nomExclusion))
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << m_nomExclusion << " de l'image " << nom
                                                                  << " n'existe pas.");
-    m_exclusion = std::make_unique<ImageFicIn>(m_nomExclusion.c_str());
-    if (m_exclusion->GetTaille() != t)
+    m_exclusion = std::make_unique<LecteurFenetres>(m_nomExclusion);
+    if (m_exclusion->Taille() != t)
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
-                   << m_nomExclusion << " (" << m_exclusion->GetTaille().x << " x "
-                   << m_exclusion->GetTaille().y << ") n'a pas la taille de l'image " << nom << ".");
+                   << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
+                   << ") n'a pas la taille de l'image " << nom << ".");
   }
 }
 
-size_t EntreeMosaique::OctetsFenetre(int nx, int ny) const {
-  size_t n = static_cast<size_t>(nx) * ny;
-  return (m_masque ? n : 0) + (m_exclusion ? n * sizeof(float) * m_exclusion->GetNbCanaux() : 0) +
-         static_cast<size_t>(ny) * 3 * sizeof(void*);
+size_t EntreeMosaique::OctetsLecture(int nx, int ny) const {
+  const size_t n = static_cast<size_t>(nx) * ny;
+  return m_fichier->OctetsBloc() + (m_masque ? m_masque->OctetsBloc() : 0) +
+         (m_exclusion ? m_exclusion->OctetsBloc() + n * sizeof(float) : 0);
 }
 
 void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsigned char* valide) const {
-  if (x0 < 0 || y0 < 0 || nx < 1 || ny < 1 || x0 + nx > m_colonnes || y0 + ny > m_lignes)
+  if (x0 < 0 || y0 < 0 || nx < 1 || ny < 1 || x0 > m_colonnes - nx || y0 > m_lignes - ny)
     ZEPRA_ERREUR("[Mosaique] (Lire) Fenetre " << x0 << ", " << y0 << ", " << nx << " x " << ny
                                               << " hors de l'image " << m_nom << ".");
-  const size_t pas = static_cast<size_t>(nx) * m_canaux;
-  std::vector<float*> lignes(ny);
-  for (int y = 0; y < ny; ++y) lignes[y] = valeurs + y * pas;
-  std::vector<unsigned char> masque;
-  std::vector<float> exclusion;
-  {
-    // Readers keep their own position in the file: one read at a time per input.
-    std::lock_guard<std::mutex> verrou(m_verrou);
-    m_fichier->GetValeursT<float>(lignes.data(), x0, y0, x0 + nx, y0 + ny, 0, 0, 1);
-    if (m_masque) {
-      masque.resize(static_cast<size_t>(nx) * ny);
-      std::vector<unsigned char*> lm(ny);
-      for (int y = 0; y < ny; ++y) lm[y] = masque.data() + static_cast<size_t>(y) * nx;
-      m_masque->GetValeurs(lm.data(), x0, y0, x0 + nx, y0 + ny, 0, 0, 1);
-    }
-    if (m_exclusion) {
-      const int ce = m_exclusion->GetNbCanaux();
-      exclusion.resize(static_cast<size_t>(nx) * ny * ce);
-      for (int y = 0; y < ny; ++y) lignes[y] = exclusion.data() + static_cast<size_t>(y) * nx * ce;
-      m_exclusion->GetValeursT<float>(lignes.data(), x0, y0, x0 + nx, y0 + ny, 0, 0, 1);
+  const size_t n = static_cast<size_t>(nx) * ny;
+  m_fichier->Lire(x0, y0, nx, ny, valeurs, nx, n);
+  // Validity starts from the mask (or all valid), then each rule takes pixels out.
+  if (m_regle == RegleValidite::kMasque)
+    m_masque->Lire(x0, y0, nx, ny, valide, nx);
+  else
+    std::fill(valide, valide + n, 1);
+  for (int b = 0; b < Bandes(); ++b) {
+    const float* v = valeurs + m_bandes[b] * n;
+    if (m_regle == RegleValidite::kNodata && !std::isnan(m_nodata)) {
+      const float nodata = static_cast<float>(m_nodata);
+      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != nodata;
+    } else if (m_regle == RegleValidite::kZero) {
+      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != 0.0f;
+    } else {
+      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]);
     }
   }
-  const int nb = Bandes(), canaux = m_canaux;
-  const bool nodataNan = std::isnan(m_nodata);
-  const float nodata = static_cast<float>(m_nodata);
-  const int ce = m_exclusion ? m_exclusion->GetNbCanaux() : 0;
-  for (int y = 0; y < ny; ++y) {
-    const float* v = valeurs + y * pas;
-    unsigned char* ok = valide + static_cast<size_t>(y) * nx;
-    const size_t dy = static_cast<size_t>(y) * nx;
-    for (int x = 0; x < nx; ++x) {
-      const float* p = v + static_cast<size_t>(x) * canaux;
-      bool bon = true;
-      for (int b = 0; b < nb; ++b) {
-        const float s = p[m_bandes[b]];
-        switch (m_regle) {
-          case RegleValidite::kNodata:
-            bon = bon && !std::isnan(s) && (nodataNan || s != nodata);
-            break;
-          case RegleValidite::kZero:
-            bon = bon && !std::isnan(s) && s != 0.0f;
-            break;
-          default:
-            bon = bon && !std::isnan(s);
-        }
-      }
-      if (m_regle == RegleValidite::kAlpha) bon = bon && p[m_alpha] != 0.0f;
-      if (m_regle == RegleValidite::kMasque) bon = bon && masque[dy + x] != 0;
-      if (m_exclusion) bon = bon && exclusion[(dy + x) * ce] == 0.0f;
-      ok[x] = bon;
-    }
+  if (m_regle == RegleValidite::kAlpha) {
+    const float* a = valeurs + m_alpha * n;
+    for (size_t k = 0; k < n; ++k) valide[k] &= a[k] != 0.0f;
+  }
+  if (m_exclusion) {
+    std::vector<float> e(n);
+    m_exclusion->Lire(x0, y0, nx, ny, e.data(), nx, n, 0, 1);
+    for (size_t k = 0; k < n; ++k) valide[k] &= e[k] == 0.0f;
   }
 }

@@ -3,13 +3,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "zepra/imagefic.h"
+#include "zepra/lecteurfenetres.h"
 #include "zepra/metadonnees.h"
-#include "zepra/specifimage.h"
 
 // Which pixels of an input hold data: the first rule that applies, in this order.
 enum class RegleValidite {
@@ -48,18 +46,19 @@ class EntreeMosaique {
   double NodataFichierValeur() const { return m_meta ? m_meta->nodata : 0.0; }
   const std::string& Exclusion() const { return m_nomExclusion; }
 
-  // The window [x0, x0 + nx) x [y0, y0 + ny): every channel, interleaved, as float, nx x Canaux() per
-  // row; and its validity (1 valid, 0 not), nx per row. Safe from several threads.
+  // The window [x0, x0 + nx) x [y0, y0 + ny): every channel as a plane of float (channel c at
+  // valeurs + c nx ny, rows nx apart), and its validity (1 valid, 0 not), rows nx apart. Decodes only
+  // the blocks the window touches. Safe from several threads.
   void Lire(int x0, int y0, int nx, int ny, float* valeurs, unsigned char* valide) const;
-  // Bytes Lire needs for a window, beyond its destination (the masks' rows).
-  size_t OctetsFenetre(int nx, int ny) const;
+  // Bytes a Lire in progress needs beyond its destination: the blocks it decodes and a window of the
+  // exclusion mask.
+  size_t OctetsLecture(int nx, int ny) const;
 
  private:
   std::string m_nom, m_nomExclusion;
-  std::unique_ptr<ImageFicIn> m_fichier;
-  std::unique_ptr<SpecifImageIn> m_masque;
-  std::unique_ptr<ImageFicIn> m_exclusion;
-  mutable std::mutex m_verrou;
+  std::unique_ptr<LecteurFenetres> m_fichier;
+  std::unique_ptr<MasqueFenetres> m_masque;
+  std::unique_ptr<LecteurFenetres> m_exclusion;
   const MetadonneesImage* m_meta = nullptr;
   int m_colonnes = 0, m_lignes = 0, m_canaux = 0, m_alpha = -1;
   std::vector<int> m_bandes;

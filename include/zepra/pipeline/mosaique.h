@@ -24,7 +24,8 @@ struct ParametresMosaique {
 
   // Equalization: a row of the model table; gain-offset settings; the spec models' step.
   std::string modele = "gain-offset";
-  int degreGain = 2, degreOffset = 2;
+  // Degrees of a and b; -1: chosen from the number of images (DegreAutomatique).
+  int degreGain = -1, degreOffset = -1;
   double rigidite = 1e-9;
   int bloc = 0;    // statistics blocks, pixels of the mosaic; 0: 16
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
@@ -86,6 +87,12 @@ class SuiviMosaique {
   virtual void Progression(double /*fraction*/) {}
   virtual void Avertissement(const std::string& /*texte*/) {}
 };
+
+// The degree the gain-offset model uses when none is given, for a job of n images. Overlaps cannot tell
+// one map-wide surface from the images' own corrections: with few images, a degree-2 surface passes
+// through their levels (four images, one bilinear surface), and level differences, the commonest
+// distortion, would be kept as a trend. So degree 2 from 16 images, 1 from 9, else 0 (bench/README.md).
+int DegreAutomatique(int n);
 
 class JobMosaique {
  public:
