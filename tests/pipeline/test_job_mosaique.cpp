@@ -2,6 +2,9 @@
 // closer to the truth than without equalization, the same bytes for any thread count and for the
 // phased run, and the work folder refuses what does not belong to it.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -23,8 +26,9 @@ double Verite(int b, int x, int y) {
   return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
 }
 
-// A 2 x 2 block of 3-band 8-bit tiles, each band of each tile with its own gain and offset.
-std::vector<std::string> Tuiles(const std::string& dossier) {
+// A 2 x 2 block of 3-band 8-bit tiles of n x n pixels, each band of each tile with its own gain and
+// offset.
+std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
   std::vector<std::string> noms;
   OptionsEcriture o;
   o.tuile = 64;
@@ -33,7 +37,7 @@ std::vector<std::string> Tuiles(const std::string& dossier) {
   o.type = eUInt1;
   for (int i = 0; i < 2; ++i)
     for (int j = 0; j < 2; ++j) {
-      const int c0 = j * (kN - kRecouvrement), l0 = i * (kN - kRecouvrement);
+      const int c0 = j * (n - kRecouvrement), l0 = i * (n - kRecouvrement);
       GeoreferenceEcriture g;
       g.grille = true;
       g.x0 = kX0 + c0 * kPas;
@@ -41,10 +45,10 @@ std::vector<std::string> Tuiles(const std::string& dossier) {
       g.pasX = g.pasY = kPas;
       g.crs = CrsDepuisEpsg(2154);
       const std::string nom = dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif";
-      EcrivainGeoTIFF e(nom, o, TPoint2D<int>(kN, kN), kBandes, eFloat4, g);
-      std::vector<float> ligne(kN * kBandes);
-      for (int y = 0; y < kN; ++y) {
-        for (int x = 0; x < kN; ++x)
+      EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, g);
+      std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
+      for (int y = 0; y < n; ++y) {
+        for (int x = 0; x < n; ++x)
           for (int b = 0; b < kBandes; ++b) {
             const double gain = 1 + 0.04 * std::sin(3.0 * i + 5.0 * j + b),
                          offset = 12 * std::cos(2.0 * i - 7.0 * j + b);
@@ -214,6 +218,36 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
     }
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
   }
+}
+
+// Peak resident memory of a child run, in MiB.
+double MemoireMaxEnfant(const std::string& dossier, const std::string& commande) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (chdir(dossier.c_str()) != 0) _exit(127);
+    execl("/bin/sh", "sh", "-c", commande.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  int statut = 0;
+  struct rusage u;
+  wait4(pid, &statut, 0, &u);
+  EXPECT_TRUE(WIFEXITED(statut) && WEXITSTATUS(statut) == 0) << commande;
+  return u.ru_maxrss / 1024.0;
+}
+
+// Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
+// the process's own constant (code, libraries, the statistics and the system: under 48 MiB here).
+TEST(JobMosaique, MemoireSousLePlafond) {
+  test::DossierTemp d;
+  Tuiles(d.chemin(), 1024);
+  const double plafond = 16, octetsFloat = 4.0 * 1024 * 1024 * kBandes * 4 / (1 << 20);
+  ASSERT_GE(octetsFloat, 3 * plafond);
+  const double pic =
+      MemoireMaxEnfant(d.chemin(), std::string("exec '") + EGALISE_EXE +
+                                       "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 "
+                                       "--quiet --memoire 16");
+  EXPECT_LT(pic, plafond + 48) << "pic " << pic << " Mio";
+  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
 }  // namespace
