@@ -405,6 +405,9 @@ void JobMosaique::Impl::Grille() {
     rx = e0.PasX();
     ry = e0.PasY();
   }
+  if (p.reechantillonnage.empty() && (rx > e0.PasX() * (1 + 1e-6) || ry > e0.PasY() * (1 + 1e-6)))
+    Avertir("Pixel de la mosaique plus grand que celui des entrees : reechantillonnage au plus proche (la "
+            "moyenne n'est pas encore disponible).");
   double minX = e0.X0(), maxY = e0.Y0(), maxX = minX, minY = maxY;
   for (const auto& e : entrees) {
     minX = std::min(minX, e->X0());
