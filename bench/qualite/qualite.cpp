@@ -20,6 +20,7 @@
 #include "mesures.h"
 #include "png.h"
 #include "presets.h"
+#include "zepra/pipeline/mosaique.h"
 
 namespace {
 
