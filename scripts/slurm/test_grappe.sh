@@ -64,8 +64,8 @@ for tfw in demo/Ort_*.tfw; do
   gdal_translate -q -b 1 -b 1 -b 1 -a_srs EPSG:2154 -a_ullr $limites "demo/$nom" "$nom"
   images+=("$nom")
 done
-options=(-o ref.tif --compression deflate --tuile 128)
-"$egalise" mosaique "${images[@]}" "${options[@]}" --threads 1 --quiet || echec "execution en un processus"
+options=(-o ref.tif --compression deflate --tuile 128 --quiet)
+"$egalise" mosaique "${images[@]}" "${options[@]}" --threads 1 || echec "execution en un processus"
 "$ici/soumettre.sh" --travail travail_reel --parties 3 --egalise "$egalise" --attendre \
   -- "${images[@]}" -o grappe.tif "${options[@]:2}" > /dev/null || echec "chaine SLURM ; voir travail_reel/slurm/"
 cmp ref.tif grappe.tif || echec "la mosaique de la grappe differe de celle d'un processus"
