@@ -4,7 +4,7 @@ ASAN ?= build-asan
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build build-asan test demo bench qualite fuzz clean
+.PHONY: all deps build build-asan test test-cluster demo bench qualite fuzz clean
 FUZZ ?= build-fuzz
 FUZZ_SECONDS ?= 600
 
@@ -25,6 +25,12 @@ build-asan: deps
 test: build build-asan
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	ctest --test-dir $(ASAN) --output-on-failure -j $(JOBS)
+
+# A one-node SLURM cluster on this machine (root; munged, slurmctld, slurmd started and stopped by the
+# script): the chain of scripts/slurm/ on it, and the same phases through scripts/phases_parallel.sh.
+test-cluster: build
+	./scripts/deps.sh cluster
+	./scripts/slurm/test_grappe.sh $(BUILD)
 
 # The demo: a generated data set of 3 x 3 overlapping tiles in demo/, the job run on it with and
 # without equalization, with mean and Voronoi fusion, and an 8-bit PGM quick-look beside each mosaic.

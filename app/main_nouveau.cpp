@@ -146,8 +146,5 @@ void Main_nouveau(int argc, char** argv) {
   std::vector<ImageComposee> composees(n);
   for (size_t i = 0; i < n; ++i) composees[i] = ImageComposee{sources[i].get(), geos[i]};
   const std::unique_ptr<RegleFusion> regle = ChercherFusion(NomFusion(o.fusion))->creer(ParametresFusion());
-  TTImage<float> mosaique(static_cast<int>(grille.colonnes), static_cast<int>(grille.lignes), TagNbCanaux(1));
-  PuitsMemoire puits(mosaique);
-  Composer(composees, GeoCarto(oriMosaique), *regle, puits);
-  EcrireAvecOrientation(mosaique, oriMosaique, o.sortie);
+  ComposerEtSauver(composees, GeoCarto(oriMosaique), *regle, oriMosaique, o.sortie);
 }

@@ -3,6 +3,7 @@
 # of them is missing, so it is cheap to run before every build.
 #   scripts/deps.sh          build, tests, demo
 #   scripts/deps.sh bench    the same plus what the benchmarks compare against
+#   scripts/deps.sh cluster  the same plus a one-node SLURM cluster for make test-cluster
 set -e
 pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang
   libclang-rt-14-dev libproj-dev proj-data python3-gdal"
@@ -10,8 +11,13 @@ pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libt
 pkgs="$pkgs libdeflate-dev libzstd-dev libjpeg62-turbo-dev"
 # PNG quick-looks of the demo and of the quality benchmark.
 pkgs="$pkgs libpng-dev"
+# The phases of a job run side by side (scripts/phases_parallel.sh).
+pkgs="$pkgs parallel"
 if [ "$1" = "bench" ]; then
   pkgs="$pkgs time"
+fi
+if [ "$1" = "cluster" ]; then
+  pkgs="$pkgs slurm-wlm munge"
 fi
 missing=""
 for p in $pkgs; do

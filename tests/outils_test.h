@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +47,34 @@ inline Resultat Lancer(const std::string& dossier, const std::string& commande) 
   size_t n;
   while ((n = fread(tampon, 1, sizeof tampon, f)) > 0) r.sortie.append(tampon, n);
   const int s = pclose(f);
+  r.statut = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
+  return r;
+}
+
+// Runs a shell command in a folder as Lancer does; 'memoireKio' receives the peak resident memory of
+// its processes (ru_maxrss of the shell and of the children it waited for).
+inline Resultat Lancer(const std::string& dossier, const std::string& commande, long& memoireKio) {
+  Resultat r;
+  int tube[2];
+  if (pipe(tube) != 0) return r;
+  const std::string complete = "cd '" + dossier + "' && " + commande + " 2>&1";
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(tube[1], 1);
+    close(tube[0]);
+    close(tube[1]);
+    execl("/bin/sh", "sh", "-c", complete.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(tube[1]);
+  char tampon[4096];
+  ssize_t n;
+  while ((n = read(tube[0], tampon, sizeof tampon)) > 0) r.sortie.append(tampon, static_cast<size_t>(n));
+  close(tube[0]);
+  int s = 0;
+  rusage ru{};
+  if (pid < 0 || wait4(pid, &s, 0, &ru) != pid) return r;
+  memoireKio = ru.ru_maxrss;
   r.statut = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
   return r;
 }

@@ -8,6 +8,7 @@
 // Compiled once for the nine element types in ttimage.cpp.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "zepra/copierpixels.h"
@@ -18,6 +19,7 @@
 struct OptionsImageOut;
 struct OptionsEcriture;
 struct GeoreferenceEcriture;
+class ImageFicOut;
 
 template <class T>
 class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage<T>> {
@@ -170,6 +172,14 @@ class TTImage : public ImplGetValeurs<TTImage<T>>, public ImplSetValeurs<TTImage
   // Writes the image; the format is chosen by the extension. 'image' as for Lire.
   void Sauver(const char* fichier, int image, const OptionsImageOut& options) const;
   void Sauver(const char* fichier, int image = 0) const;
+  // Sauver in two steps, so that a caller can learn what the writer refuses before it makes the
+  // pixels: the file opened as Sauver opens it for an image of T of that size (every check and refusal
+  // of Sauver happens here; nothing is visible under the name yet), then this image, of that size,
+  // written into it and the file completed.
+  static std::unique_ptr<ImageFicOut> OuvrirSortie(const char* fichier, int image,
+                                                   const OptionsImageOut& options, int colonnes, int lignes,
+                                                   TagNbCanaux canaux);
+  void Ecrire(ImageFicOut& sortie) const;
   // Writes a GeoTIFF (.tif, .tiff) with these options (rounded conversion to their output type, NaN
   // as no-data), placed on the map by 'georef' when given.
   void Sauver(const char* fichier, const OptionsEcriture& options) const;

@@ -339,25 +339,37 @@ void TTImage<T>::LireSource(const SpecifImageIn& entree, const char* fichier) {
 }
 
 namespace {
-template <class T>
-void EcrireImage(const TTImage<T>& image, ImageFicOut& sortie) {
-  sortie.SetTypePixel(image.TypePixel());
-  sortie.SetNbCanaux(TagNbCanaux(image.GetNbCanaux()));
-  sortie.SetTaille(image.iGetNbColonnes(), image.iGetNbLignes());
-  sortie.SetValeurs(image.GetLines(), 0, 0, image.iGetNbColonnes(), image.iGetNbLignes(), 0, 0, 1);
-  sortie.Fermer();
+// Type, channels, then size: the writer is made once the three are known and may refuse them there.
+void Preparer(ImageFicOut& sortie, eEnumType type, int colonnes, int lignes, TagNbCanaux canaux) {
+  sortie.SetTypePixel(type);
+  sortie.SetNbCanaux(canaux);
+  sortie.SetTaille(colonnes, lignes);
 }
 }  // namespace
 
 template <class T>
-void TTImage<T>::Sauver(const char* fichier, int image, const OptionsImageOut& options) const {
+std::unique_ptr<ImageFicOut> TTImage<T>::OuvrirSortie(const char* fichier, int image,
+                                                      const OptionsImageOut& options, int colonnes,
+                                                      int lignes, TagNbCanaux canaux) {
   if (TChaine(fichier).Extension().longueur() == 0)
     ZEPRA_ERREUR("[TTIMAGE] (Sauver) Aucune extension pour le fichier " << (fichier ? fichier : ""));
   if (image != 0)
     ZEPRA_ERREUR("[TTIMAGE] (Sauver) Image " << image << " demandee pour " << fichier
                                              << " : nos formats n'ont que l'image 0.");
-  ImageFicOut sortie(fichier, options);
-  EcrireImage(*this, sortie);
+  auto sortie = std::make_unique<ImageFicOut>(fichier, options);
+  Preparer(*sortie, CodeType<T>::value, colonnes, lignes, canaux);
+  return sortie;
+}
+
+template <class T>
+void TTImage<T>::Ecrire(ImageFicOut& sortie) const {
+  sortie.SetValeurs(GetLines(), 0, 0, m_colonnes, m_lignes, 0, 0, 1);
+  sortie.Fermer();
+}
+
+template <class T>
+void TTImage<T>::Sauver(const char* fichier, int image, const OptionsImageOut& options) const {
+  Ecrire(*OuvrirSortie(fichier, image, options, m_colonnes, m_lignes, TagNbCanaux(m_canaux)));
 }
 
 template <class T>
@@ -377,7 +389,8 @@ void TTImage<T>::Sauver(const char* fichier, const OptionsEcriture& options,
   geotiff.options = options;
   geotiff.georef = georef;
   ImageFicOut sortie(fichier, geotiff);
-  EcrireImage(*this, sortie);
+  Preparer(sortie, TypePixel(), m_colonnes, m_lignes, TagNbCanaux(m_canaux));
+  Ecrire(sortie);
 }
 
 template class TTImage<bool>;

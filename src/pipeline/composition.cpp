@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
@@ -111,9 +112,17 @@ void Composer(const std::vector<ImageComposee>& images, const GeoCarto& m, const
   });
 }
 
-void EcrireAvecOrientation(const TTImage<float>& image, const OrientationOld& ori, const std::string& nom) {
+void ComposerEtSauver(const std::vector<ImageComposee>& images, const GeoCarto& sortie,
+                      const RegleFusion& regle, const OrientationOld& ori, const std::string& nom) {
   stringpp nomOri(nom);
   stringpp::SetExtension(nomOri, "ori");
-  SauverAvecOrientation(ori, nomOri.c_str(),
-                        [&] { image.Sauver(nom.c_str(), 0, OptionsImageOut::defaut()); });
+  const int W = static_cast<int>(sortie.colonnes), H = static_cast<int>(sortie.lignes);
+  SauverAvecOrientation(ori, nomOri.c_str(), [&] {
+    const std::unique_ptr<ImageFicOut> fichier =
+        TTImage<float>::OuvrirSortie(nom.c_str(), 0, OptionsImageOut::defaut(), W, H, TagNbCanaux(1));
+    TTImage<float> mosaique(W, H, TagNbCanaux(1));
+    PuitsMemoire puits(mosaique);
+    Composer(images, sortie, regle, puits);
+    mosaique.Ecrire(*fichier);
+  });
 }

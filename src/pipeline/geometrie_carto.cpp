@@ -45,7 +45,7 @@ AxeGrille::AxeGrille(double debut, double fin, double pas) : m_pas(pas), m_fin(f
 
 GrilleSortie GrilleSurEmprise(const Emprise& e, double pas, int zone) {
   const double largeur = (e.maxX - e.minX) / pas, hauteur = (e.maxY - e.minY) / pas;
-  if (!(largeur >= 1 && hauteur >= 1) || largeur * hauteur > 4e9)
+  if (!(largeur >= 1 && hauteur >= 1) || largeur * hauteur > 4e9 || largeur >= 0x1p31 || hauteur >= 0x1p31)
     ZEPRA_ERREUR("[Main_nouveau] (Composition) Taille de mosaique impossible : "
                  << largeur << " x " << hauteur << " pixels de " << pas << ".");
   GrilleSortie g;

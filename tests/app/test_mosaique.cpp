@@ -288,4 +288,53 @@ TEST(MosaiqueJob, Zone2RateWalisPrelissageEtRefus) {
   }
 }
 
+// Mosaics their writer refuses (too big for a classic TIFF, a type or a name the format lacks) and a
+// grid too wide to address: refused with the writer's own message, after the same console lines,
+// before the mosaic exists (the first case would take 4 GiB; the ceiling below is far from that) and
+// leaving no file of the mosaic behind.
+TEST(MosaiqueJob, SortieRefuseeAvantLaComposition) {
+  struct Cas {
+    const char* tuiles;  // "loin": two 8 x 8 tiles; "ligne": two 8 x 2 tiles on one row; else the grid
+    double ecart;        // between the two tiles, in pixels of 1 m
+    const char* options;
+    const char* message;  // its beginning
+  } cas[] = {
+      // 32768 x 32768 float pixels: 4 GiB, just past what a classic TIFF holds.
+      {"loin", 32761, "--noegal --ssechfinal 1 --output m.tif",
+       "[TIFF_Annexes] (SetImage) Image de 4294967296 octets trop grande pour un fichier TIFF (4 Go au "
+       "plus)."},
+      {"grille", 0, "--pas 4 --ssechfinal 0.005 --output m.tif", "[TIFF_Annexes] (SetImage) Image de 63"},
+      {"loin", 32761, "--noegal --fusion:voronoi --output m.pgm",
+       "[ImageFicOut_PNM] (Constructeur) Type de pixel Float4 (float) non gere pour m.pgm"},
+      {"grille", 0, "--pas 4 --output m.xyz",
+       "[ImageFicOut] (Contructeur) Extension non reconnue pour le fichier m.xyz"},
+      {"ligne", 3e9, "--noegal --ssechfinal 1 --output m.tif",
+       "[Main_nouveau] (Composition) Taille de mosaique impossible : 3e+09 x 1 pixels de 1."},
+  };
+  for (const Cas& c : cas) {
+    test::DossierTemp d;
+    std::string noms = "a.tif b.tif ";
+    if (std::string(c.tuiles) == "grille") {
+      noms = EcrireGrille(d.chemin(), false);
+    } else {
+      const int lignes = std::string(c.tuiles) == "loin" ? 8 : 2;
+      const double dy = std::string(c.tuiles) == "loin" ? c.ecart : 0;
+      EcrireTuile(d.chemin(), Tuile{"a.tif", 1000, 5000, 8, lignes, 1, 0, 0, 0});
+      EcrireTuile(d.chemin(), Tuile{"b.tif", 1000 + c.ecart, 5000 - dy, 8, lignes, 1, 0, 0, 0});
+    }
+    long memoire = -1;
+    const test::Resultat r = test::Lancer(d.chemin(), "'" EGALISE_EXE "' " + noms + c.options, memoire);
+    EXPECT_EQ(r.statut, 255) << c.options << "\n" << r.sortie;
+    const std::string fin = "\nDebut de la creation de l'image finale\n";
+    EXPECT_EQ(r.sortie.substr(r.sortie.size() - std::min(r.sortie.size(), fin.size())), fin) << c.options;
+    const std::string log = test::LireFichier(d / "log.txt");
+    EXPECT_NE(log.find("\nException :\n" + std::string(c.message)), std::string::npos) << c.options << "\n"
+                                                                                       << log;
+    EXPECT_GT(memoire, 0);
+    EXPECT_LT(memoire, 1024 * 1024) << c.options;
+    for (const auto& f : std::filesystem::directory_iterator(d.chemin()))
+      EXPECT_NE(f.path().filename().string().rfind("m.", 0), 0u) << c.options << " " << f.path();
+  }
+}
+
 }  // namespace

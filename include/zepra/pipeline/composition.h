@@ -28,7 +28,10 @@ constexpr int kLignesParBandeComposition = 64;
 void Composer(const std::vector<ImageComposee>& images, const GeoCarto& sortie, const RegleFusion& regle,
               PuitsLignes& puits, int lignesParBande = kLignesParBandeComposition);
 
-// Stage "writing": the image under 'nom' (format by its extension, default options) and the
-// orientation beside it (the name with the extension "ori", and its world file), as a pair that is
-// complete or absent.
-void EcrireAvecOrientation(const TTImage<float>& image, const OrientationOld& ori, const std::string& nom);
+// Stages "composition" and "writing" for one file: the mosaic of the grid 'sortie' (one band) composed
+// from the inputs by the rule, saved under 'nom' (format by its extension, default options) with the
+// orientation 'ori' beside it (the name with the extension "ori", and its world file), as a pair that
+// is complete or absent. The orientation is written and the image's writer opened before the mosaic
+// is allocated: a mosaic the writer refuses (too big for its format, a type it lacks) costs nothing.
+void ComposerEtSauver(const std::vector<ImageComposee>& images, const GeoCarto& sortie,
+                      const RegleFusion& regle, const OrientationOld& ori, const std::string& nom);

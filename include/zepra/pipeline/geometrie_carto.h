@@ -90,7 +90,8 @@ struct GrilleSortie {
   long colonnes = 0, lignes = 0;
 };
 // The grid covering an extent from its upper-left corner with pixels of 'pas': sizes truncated toward
-// zero. Refuses a grid under one pixel or over 4e9 pixels.
+// zero. Refuses a grid under one pixel, over 4e9 pixels, or with a side past INT_MAX (images are
+// addressed by int).
 GrilleSortie GrilleSurEmprise(const Emprise& e, double pas, int zone);
 // The map-projected orientation of a grid.
 OrientationOld OrientationGrille(const GrilleSortie& g);
