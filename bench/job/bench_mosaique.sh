@@ -50,15 +50,16 @@ mesure() {
 lancer() {
   jeu=$1
   mkdir -p "$TRAVAIL/$jeu/sorties"
+  tuiles=$(cd "$TRAVAIL/$jeu" && echo tuile_*.tif)
   i=1
   while [ "$i" -le "$RUNS" ]; do
     # shellcheck disable=SC2086
     mesure "$jeu" gdalwarp gdalwarp -q -overwrite -multi -wo NUM_THREADS=ALL_CPUS -srcnodata 0 -dstnodata 0 \
-      $2 tuile_*.tif sorties/gdalwarp.tif
+      $2 $tuiles sorties/gdalwarp.tif
     # shellcheck disable=SC2086
-    mesure "$jeu" egalise "$EGALISE" mosaique tuile_*.tif -o sorties/egalise.tif --quiet $3 || true
+    mesure "$jeu" egalise "$EGALISE" mosaique $tuiles -o sorties/egalise.tif --quiet $3 || true
     # shellcheck disable=SC2086
-    mesure "$jeu" noegal "$EGALISE" mosaique tuile_*.tif -o sorties/noegal.tif --quiet --noegal $3 || true
+    mesure "$jeu" noegal "$EGALISE" mosaique $tuiles -o sorties/noegal.tif --quiet --noegal $3 || true
     i=$((i + 1))
   done
 }
