@@ -1,11 +1,17 @@
 #include "commande_mosaique.h"
 
+#include <unistd.h>
+
 #include <cmath>
+#include <fstream>
 #include <iostream>
 #include <limits>
 
 #include "ligne_commande.h"
 #include "zepra/erreur.h"
+#include "zepra/fichieratomique.h"
+#include "zepra/optionsecriture.h"
+#include "zepra/pipeline/mosaique.h"
 #include "zepra/pipeline/parallele.h"
 #include "zepra/pipeline/verification.h"
 
@@ -63,43 +69,36 @@ Option Choix(const char* nom, const char* metavar, const char* defaut, const cha
   o.choixDisponible = disponible;
   return o;
 }
-// The work of this option is not built yet.
-Option AVenir(Option o) {
-  o.disponible = false;
-  return o;
-}
-
 const std::vector<Option>& Table() {
   static const std::vector<Option> table = {
       Texte("output", 'o', "FICHIER", nullptr, "la mosaique a ecrire, GeoTIFF (.tif ou .tiff) ; obligatoire",
             [](O& o, const Valeur& v) { o.sortie = v.texte; }),
       Choix(
-          "modele", "MODELE", "additif", "modele de correction radiometrique",
+          "modele", "MODELE", "gain-offset", "modele de correction radiometrique",
           [] { return Noms(TableModeles()); },
-          [](const std::string& n) { return Construit(TableModeles(), n); },
+          // gain-offset is solved from block statistics by the job itself, not through the table.
+          [](const std::string& n) { return n == "gain-offset" || Construit(TableModeles(), n); },
           [](O& o, const Valeur& v) { o.modele = v.texte; }),
-      AVenir(
-          Entier("degre-gain", "D", "1", "gain-offset : degre du gain a(x, y)", 0, 2,
-                 [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); })),
-      AVenir(
-          Entier("degre-offset", "D", "2", "gain-offset : degre de l'offset b(x, y)", 0, 2,
-                 [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); })),
-      AVenir(Reels("rigidite", "W", "1", "gain-offset : poids du rappel des corrections vers l'identite", 0,
-                   false, 1, 1, [](O& o, const Valeur& v) { o.parametresModele.rigidite = v.reels[0]; })),
-      AVenir(Entier("bloc", "PIXELS", "choisi d'apres les images",
-                    "gain-offset : cote des blocs de statistiques", 1, 65536,
-                    [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); })),
+      Entier("degre-gain", "D", "2", "gain-offset : degre du gain a(x, y)", 0, 2,
+             [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
+      Entier("degre-offset", "D", "2", "gain-offset : degre de l'offset b(x, y)", 0, 2,
+             [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
+      Reels("rigidite", "W", "1e-9", "gain-offset : poids du rappel des corrections vers l'identite", 0,
+            false, 1, 1, [](O& o, const Valeur& v) { o.parametresModele.rigidite = v.reels[0]; }),
+      Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
+             [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
       Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),
       Reels("pas", "METRES", "choisi pour que chaque recouvrement ait quelques centaines d'observations",
             "pas de la grille des observations", 0, true, 1, 1,
             [](O& o, const Valeur& v) { o.pas = v.reels[0]; }),
       Choix(
-          "fusion", "REGLE", "moyenne", "regle de fusion des recouvrements",
+          "fusion", "REGLE", "plume", "regle de fusion des recouvrements",
           [] { return Noms(TableFusions()); },
           [](const std::string& n) { return Construit(TableFusions(), n); },
           [](O& o, const Valeur& v) { o.fusion = v.texte; }),
-      AVenir(Reels("plume", "METRES", "choisie d'apres les recouvrements", "plume : largeur du fondu", 0,
-                   false, 1, 1, [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; })),
+      Reels("plume", "METRES", "la moitie de la largeur mediane des recouvrements",
+            "plume : largeur du fondu", 0, true, 1, 1,
+            [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; }),
       [] {
         Option o = Reels("nodata", "V", "l'etiquette commune des entrees, sinon 0",
                          "valeur sans donnee des entrees et de la mosaique", -kInfini, false, 1, 1,
@@ -162,19 +161,19 @@ const std::vector<Option>& Table() {
             [](O& o, const Valeur& v) { o.rapport = v.texte; }),
       Entier("threads", "N", "les coeurs dont dispose le processus", "nombre de fils de calcul", 1, 4096,
              [](O& o, const Valeur& v) { o.threads = static_cast<int>(v.entier); }),
-      AVenir(Entier("memoire", "MIO", "1024", "plafond de la memoire de travail", 16, 1 << 30,
-                    [](O& o, const Valeur& v) { o.memoire = static_cast<int>(v.entier); })),
-      AVenir(Texte("travail", 0, "DOSSIER", nullptr, "dossier de travail partage par les etapes",
-                   [](O& o, const Valeur& v) { o.travail = v.texte; })),
-      AVenir(Choix(
+      Entier("memoire", "MIO", "1024", "plafond de la memoire de travail", 16, 1 << 30,
+             [](O& o, const Valeur& v) { o.memoire = static_cast<int>(v.entier); }),
+      Texte("travail", 0, "DOSSIER", nullptr, "dossier de travail partage par les etapes",
+            [](O& o, const Valeur& v) { o.travail = v.texte; }),
+      Choix(
           "etape", "ETAPE", nullptr, "une seule etape du calcul, avec --travail",
           [] {
             return std::vector<std::string>{"observer", "resoudre", "composer", "assembler"};
           },
-          nullptr, [](O& o, const Valeur& v) { o.etape = v.texte; })),
-      AVenir(Entier("index", "I", nullptr, "--etape observer : l'entree a observer, a partir de 1", 1, 1e9,
-                    [](O& o, const Valeur& v) { o.index = static_cast<int>(v.entier); })),
-      AVenir([] {
+          nullptr, [](O& o, const Valeur& v) { o.etape = v.texte; }),
+      Entier("index", "I", nullptr, "--etape observer : l'entree a observer, a partir de 1", 1, 1e9,
+             [](O& o, const Valeur& v) { o.index = static_cast<int>(v.entier); }),
+      [] {
         Option o{"partie",
                  0,
                  GenreValeur::kFraction,
@@ -188,7 +187,7 @@ const std::vector<Option>& Table() {
         o.min = 1;
         o.max = 1e6;
         return o;
-      }()),
+      }(),
       Drapeau("quiet", 0, "n'afficher que les erreurs", [](O& o, const Valeur&) { o.quiet = true; }),
       Texte("log", 0, "FICHIER", nullptr, "copie des erreurs et avertissements",
             [](O& o, const Valeur& v) { o.log = v.texte; }),
@@ -254,6 +253,78 @@ std::string AideMosaique() {
          "Sans 'mosaique' en premier mot, egalise garde sa ligne de commande historique (mode compatible).\n";
 }
 
+namespace {
+
+// Stage lines and warnings on stderr (and warnings and errors in the --log file); a progress bar per
+// stage when stderr is a terminal.
+class SuiviConsole : public SuiviMosaique {
+ public:
+  SuiviConsole(bool quiet, std::ofstream* log) : m_quiet(quiet), m_log(log), m_terminal(isatty(2) != 0) {}
+  ~SuiviConsole() override { Fermer(); }
+  void Etape(const std::string& nom) override {
+    Fermer();
+    if (m_quiet) return;
+    std::cerr << "egalise mosaique : " << nom << std::endl;
+  }
+  void Progression(double f) override {
+    if (m_quiet || !m_terminal) return;
+    const int n = static_cast<int>(f * 40 + 0.5);
+    std::cerr << "\r  [" << std::string(n, '#') << std::string(40 - n, ' ') << "] "
+              << static_cast<int>(f * 100) << " %" << std::flush;
+    m_barre = true;
+  }
+  void Avertissement(const std::string& t) override {
+    Fermer();
+    std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
+    if (m_log) *m_log << "avertissement : " << t << std::endl;
+  }
+  void Fermer() {
+    if (m_barre) std::cerr << std::endl;
+    m_barre = false;
+  }
+
+ private:
+  bool m_quiet;
+  std::ofstream* m_log;
+  bool m_terminal;
+  bool m_barre = false;
+};
+
+ParametresMosaique Parametres(const O& o) {
+  ParametresMosaique p;
+  p.entrees = o.entrees;
+  p.sortie = o.sortie;
+  p.modele = o.modele;
+  p.degreGain = o.parametresModele.degreGain;
+  p.degreOffset = o.parametresModele.degreOffset;
+  p.rigidite = o.parametresModele.rigidite;
+  p.bloc = o.parametresModele.bloc;
+  p.pas = o.pas;
+  p.noegal = o.noegal;
+  p.fusion = o.fusion;
+  p.plume = o.parametresFusion.plume;
+  p.nodataDonne = o.nodataDonne;
+  p.nodata = o.nodata;
+  p.masqueSuffixe = o.masqueSuffixe;
+  p.resolutionX = o.resolutionX;
+  p.resolutionY = o.resolutionY;
+  p.empriseDonnee = o.empriseDonnee;
+  for (int k = 0; k < 4; ++k) p.emprise[k] = o.emprise[k];
+  p.reechantillonnage = o.reechantillonnage;
+  p.corriges = o.corriges;
+  p.memoireMio = o.memoire;
+  std::vector<std::pair<std::string, std::string>> ecriture = {{"compression", o.compression},
+                                                               {"tuile", std::to_string(o.tuile)}};
+  if (o.niveau != 0) ecriture.push_back({"niveau", std::to_string(o.niveau)});
+  if (!o.type.empty()) ecriture.push_back({"type", o.type});
+  if (o.cog) ecriture.push_back({"cog", ""});
+  if (o.epsg != 0) ecriture.push_back({"epsg", std::to_string(o.epsg)});
+  p.ecriture = LireOptionsEcriture(ecriture);
+  return p;
+}
+
+}  // namespace
+
 int Main_mosaique(int argc, char** argv) {
   const LectureMosaique l = LireCommandeMosaique(argc, argv);
   const O& o = l.options;
@@ -270,22 +341,48 @@ int Main_mosaique(int argc, char** argv) {
     std::cout << "egalise " << EGALISE_VERSION << std::endl;
     return 0;
   }
+  std::ofstream log;
   try {
     if (!o.indisponibles.empty()) {
       std::string liste;
       for (const std::string& n : o.indisponibles) liste += (liste.empty() ? "" : ", ") + n;
       ZEPRA_ERREUR("[Main_mosaique] (Options) Pas encore disponible : " << liste << ".");
     }
-    VerifierChemins(o.entrees, o.sortie, o.corriges);
     FixerNbFils(o.threads);
-    ZEPRA_ERREUR(
-        "[Main_mosaique] (Calcul) Le calcul de la mosaique n'est pas encore disponible : il attend la "
-        "lecture des entrees GeoTIFF et l'ecriture de la mosaique GeoTIFF.");
+    if (!o.log.empty()) {
+      log.open(o.log, std::ios::app);
+      if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");
+    }
+    SuiviConsole suivi(o.quiet, log.is_open() ? &log : nullptr);
+    // The assembling phase alone writes the mosaic; the other phases only check its name.
+    const bool ecritSortie = o.etape.empty() || o.etape == "assembler";
+    VerifierChemins(o.entrees, o.sortie, ecritSortie ? o.corriges : std::string());
+    JobMosaique job(Parametres(o), &suivi);
+    if (o.etape.empty())
+      job.Executer();
+    else if (o.etape == "observer")
+      job.PhaseObserver(o.travail, o.index);
+    else if (o.etape == "resoudre")
+      job.PhaseResoudre(o.travail);
+    else if (o.etape == "composer")
+      job.PhaseComposer(o.travail, o.partieK, o.partieN);
+    else
+      job.PhaseAssembler(o.travail);
+    if (!o.rapport.empty()) {
+      FichierAtomique f(o.rapport, "[Main_mosaique] (Rapport)");
+      f.flux() << job.RapportJson(o.donnees);
+      f.Valider();
+    }
+    suivi.Fermer();
+    if (!o.quiet) std::cerr << "egalise mosaique : termine" << std::endl;
+    return 0;
   } catch (const Erreur& e) {
     std::cerr << "egalise mosaique : " << e.Texte() << std::endl;
+    if (log.is_open()) log << "erreur : " << e.Texte() << std::endl;
     return 1;
   } catch (const std::exception& e) {
     std::cerr << "egalise mosaique : " << e.what() << std::endl;
+    if (log.is_open()) log << "erreur : " << e.what() << std::endl;
     return 1;
   }
 }

@@ -14,9 +14,9 @@ struct OptionsCommandeMosaique {
   std::string sortie;
 
   // Equalization and fusion: names of rows of the model and fusion tables, and their settings.
-  std::string modele = "additif";
+  std::string modele = "gain-offset";
   ParametresModele parametresModele;
-  std::string fusion = "moyenne";
+  std::string fusion = "plume";
   ParametresFusion parametresFusion;
   bool noegal = false;
   double pas = 0;  // metres; 0: chosen from the overlaps

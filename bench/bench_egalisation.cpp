@@ -86,7 +86,7 @@ BENCHMARK(BM_StatsBlocs)->Unit(benchmark::kMillisecond);
 void BM_ResoudreGainOffset4x4(benchmark::State& state) {
   static std::vector<StatsBlocs> stats;
   static std::vector<ResumeImage> resumes;
-  static Observations obs;
+  static ObservationsBlocs obs;
   if (stats.empty()) {
     const long long pas = 2400, cote = 3 * pas + kCote;
     for (int k = 0; k < 16; ++k) stats.push_back(Statistiques(Image(), k % 4 * pas, k / 4 * pas, cote));
@@ -95,7 +95,7 @@ void BM_ResoudreGainOffset4x4(benchmark::State& state) {
       p.push_back(&s);
       resumes.push_back(Resumer(s));
     }
-    obs = Observer(p, ParametresObservations());
+    obs = ObserverBlocs(p, ParametresObservationsBlocs());
   }
   bench::MesurerParPixel(state, 16 * kPixels, [&] {
     const ResultatGainOffset r = ResoudreGainOffset(resumes, obs, ParametresGainOffset());

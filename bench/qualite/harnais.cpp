@@ -51,7 +51,7 @@ std::vector<std::vector<float>> CorrigerGainOffset(const std::vector<TuileMemoir
   }
   std::vector<const StatsBlocs*> pointeurs;
   for (const StatsBlocs& s : stats) pointeurs.push_back(&s);
-  const Observations obs = Observer(pointeurs, r.observations);
+  const ObservationsBlocs obs = ObserverBlocs(pointeurs, r.observations);
   ResultatGainOffset R = ResoudreGainOffset(resumes, obs, r.modele);
 
   std::vector<std::vector<float>> sortie(tuiles.size());

@@ -27,7 +27,7 @@ enum class Fusion { moyenne, plume, multibande };
 
 struct Reglages {
   ParametresGainOffset modele;
-  ParametresObservations observations;
+  ParametresObservationsBlocs observations;
   int bloc = 16;
   double plume = 60;  // feather width, pixels
   Fusion fusion = Fusion::plume;

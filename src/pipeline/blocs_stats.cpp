@@ -152,14 +152,14 @@ ResumeImage Resumer(const StatsBlocs& s) {
   return r;
 }
 
-void ParametresObservations::Verifier() const {
+void ParametresObservationsBlocs::Verifier() const {
   if (!(fractionValide > 0 && fractionValide <= 1))
-    ZEPRA_ERREUR("[Observations] (Verifier) Fraction valide " << fractionValide << " : ]0, 1] attendu.");
+    ZEPRA_ERREUR("[ObservationsBlocs] (Verifier) Fraction valide " << fractionValide << " : ]0, 1] attendu.");
 }
 
-Observations Observer(const std::vector<const StatsBlocs*>& images, const ParametresObservations& p) {
+ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images, const ParametresObservationsBlocs& p) {
   p.Verifier();
-  Observations o;
+  ObservationsBlocs o;
   if (images.empty()) return o;
   const GrilleBlocs& g = images[0]->Grille();
   o.nbBandes = images[0]->NbBandes();
@@ -167,7 +167,7 @@ Observations Observer(const std::vector<const StatsBlocs*>& images, const Parame
     const GrilleBlocs& gs = s->Grille();
     if (gs.colonnes != g.colonnes || gs.lignes != g.lignes || gs.bloc != g.bloc ||
         s->NbBandes() != o.nbBandes)
-      ZEPRA_ERREUR("[Observations] (Observer) Statistiques sur des grilles ou des bandes differentes : "
+      ZEPRA_ERREUR("[ObservationsBlocs] (Observer) Statistiques sur des grilles ou des bandes differentes : "
                    << gs.colonnes << " x " << gs.lignes << " bloc " << gs.bloc << ", " << s->NbBandes()
                    << " bande(s) ; attendu " << g.colonnes << " x " << g.lignes << " bloc " << g.bloc << ", "
                    << o.nbBandes << " bande(s).");

@@ -83,6 +83,10 @@ class StatsBlocs {
   // Block (bx, by) of the grid: count, then sum and sum of squares of each band; null outside the
   // input's blocks.
   const double* Bloc(long long bx, long long by) const;
+  // The raw sums, for a copy kept on disk between the phases of a job; a copy restored into statistics
+  // made with the same arguments is the same statistics.
+  std::vector<double>& Donnees() { return m_donnees; }
+  const std::vector<double>& Donnees() const { return m_donnees; }
   // Bytes held by the statistics.
   size_t Octets() const {
     return m_donnees.size() * sizeof(double) + (m_debutsColonne.size() + m_debutsLigne.size()) * sizeof(int);
@@ -126,7 +130,7 @@ struct ResumeImage {
 
 ResumeImage Resumer(const StatsBlocs& stats);
 
-struct ParametresObservations {
+struct ParametresObservationsBlocs {
   // A block gives an observation of a pair when each input has valid pixels over at least this fraction
   // of the block's area: then the two means are taken over nearly the same ground, and a block cut by a
   // no-data edge or a mask, whose means would compare different content, is left out. 0.9 keeps blocks
@@ -142,7 +146,7 @@ struct ObservationBloc {
   double poids = 0;                       // the smaller valid area of the two, in common-grid pixels
 };
 
-struct Observations {
+struct ObservationsBlocs {
   int nbBandes = 0;
   std::vector<ObservationBloc> blocs;  // by pair (i, j) in increasing order, then blocks line by line
   // For observation k and band b, at 4 (k nbBandes + b): mean and deviation in i, mean and deviation in j.
@@ -151,7 +155,7 @@ struct Observations {
 };
 
 // The observations of every pair of inputs. All inputs must share the grid and the band count.
-Observations Observer(const std::vector<const StatsBlocs*>& images, const ParametresObservations& p);
+ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images, const ParametresObservationsBlocs& p);
 
 // ---------------------------------------------------------------------------------------------------
 

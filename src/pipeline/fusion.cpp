@@ -117,6 +117,49 @@ class Voronoi : public BaseFusion {
   void Terminer() override {}
 };
 
+// Feathered mean: each contribution weighted by its feathering weight, sums in double in input order,
+// divided at the end.
+class Plume : public BaseFusion {
+ public:
+  explicit Plume(const BandeSortie& b)
+      : BaseFusion(b), m_sommes(m_suivi.size() * b.bandes, 0.0), m_poids(m_suivi.size(), 0.0) {}
+  void Ajouter(const LigneContribution& l) override {
+    const size_t d = Decalage(l.y), n = m_suivi.size();
+    unsigned* s = Suivi(l.y);
+    double* p = m_poids.data() + d;
+    PourChaqueApport(l, [&](int c, int k) {
+      const double w = l.poids ? l.poids[k] : 1.0;
+      for (int b = 0; b < m_b.bandes; ++b) m_sommes[b * n + d + c] += w * l.valeurs[b][k];
+      p[c] += w;
+      s[c] = 1;
+    });
+  }
+  void Terminer() override {
+    CouvertureDuSuivi();
+    const size_t n = m_suivi.size();
+    for (int b = 0; b < m_b.bandes; ++b) {
+      float* r = m_b.valeurs[b];
+      for (size_t k = 0; k < n; ++k)
+        r[k] = m_poids[k] > 0 ? static_cast<float>(m_sommes[b * n + k] / m_poids[k]) : 0.0f;
+    }
+  }
+
+ private:
+  std::vector<double> m_sommes, m_poids;
+};
+
+class ReglePlume : public RegleFusion {
+ public:
+  explicit ReglePlume(double largeur) : m_largeur(largeur) {}
+  std::unique_ptr<AccumulateurFusion> Accumulateur(const BandeSortie& b) const override {
+    return std::make_unique<Plume>(b);
+  }
+  double LargeurPlume() const override { return m_largeur; }
+
+ private:
+  double m_largeur;
+};
+
 template <class A>
 class Regle : public RegleFusion {
  public:
@@ -139,7 +182,9 @@ const std::vector<LigneFusion>& TableFusions() {
       {"min", "minimum des valeurs qui se recouvrent", Creer<Extremum<false>>},
       {"max", "maximum des valeurs qui se recouvrent", Creer<Extremum<true>>},
       {"plume", "moyenne ponderee par la distance au bord de la zone valide (fondu sur --plume metres)",
-       nullptr},
+       [](const ParametresFusion& p) -> std::unique_ptr<RegleFusion> {
+         return std::make_unique<ReglePlume>(p.plume);
+       }},
       {"multibande", "fusion par pyramide laplacienne", nullptr},
   };
   return table;

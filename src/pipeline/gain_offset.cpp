@@ -37,7 +37,7 @@ const char* const kNomsTermes[kTermesMax] = {"1", "x", "y", "x2", "xy", "y2"};
 
 // Connected groups of the overlap graph (images with at least one observation), each in increasing
 // order, the groups by their first image.
-std::vector<std::vector<int>> Groupes(int n, const Observations& obs) {
+std::vector<std::vector<int>> Groupes(int n, const ObservationsBlocs& obs) {
   std::vector<int> parent(n);
   std::iota(parent.begin(), parent.end(), 0);
   const auto racine = [&](int a) {
@@ -85,7 +85,7 @@ double Mediane(std::vector<double>& v) {
 // One band of one connected group: its normal equations, solves and re-weighting.
 class SystemeGroupe {
  public:
-  SystemeGroupe(const std::vector<ResumeImage>& resumes, const Observations& obs,
+  SystemeGroupe(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                 const std::vector<int>& images, const std::vector<size_t>& indices,
                 const std::vector<double>& termes, const ParametresGainOffset& p, int bande)
       : m_resumes(resumes),
@@ -413,7 +413,7 @@ class SystemeGroupe {
   }
 
   const std::vector<ResumeImage>& m_resumes;
-  const Observations& m_obs;
+  const ObservationsBlocs& m_obs;
   const std::vector<int>& m_images;
   const std::vector<size_t>& m_indices;  // the group's observations
   const std::vector<double>& m_termes;   // per observation: the terms at its centre in i, then in j
@@ -514,7 +514,7 @@ void CorrectionGainOffset::CorrigerLigne(int bande, int ligne, int colonne0, int
   Corriger(bande, ligne, colonne0, n, entree, sortie, valide);
 }
 
-ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const Observations& obs,
+ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                                       const ParametresGainOffset& p, const std::vector<std::string>& noms) {
   p.Verifier();
   const int n = static_cast<int>(resumes.size());
@@ -527,7 +527,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
                                               << resumes[i].hauteur << " pixels, " << nbBandes
                                               << " bande(s) attendue(s).");
   if (!obs.blocs.empty() && (obs.nbBandes != nbBandes || obs.stats.size() != obs.blocs.size() * 4 * nbBandes))
-    ZEPRA_ERREUR("[GainOffset] (Resoudre) Observations de " << obs.nbBandes << " bande(s) pour des images de "
+    ZEPRA_ERREUR("[GainOffset] (Resoudre) ObservationsBlocs de " << obs.nbBandes << " bande(s) pour des images de "
                                                             << nbBandes << " bande(s).");
   for (const ObservationBloc& o : obs.blocs)
     if (o.i < 0 || o.j >= n || o.i >= o.j)

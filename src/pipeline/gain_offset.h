@@ -143,6 +143,6 @@ struct ResultatGainOffset {
 // Solves every band. resumes has one entry per image (Resumer of its statistics); the observations come
 // from Observer over the same images in the same order. noms, when given, names the images in error
 // messages (else they are numbered from 1).
-ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const Observations& obs,
+ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                                       const ParametresGainOffset& p,
                                       const std::vector<std::string>& noms = {});

@@ -67,11 +67,11 @@ inline Tuile FaireTuile(int x0, int y0, int w, int h, const std::vector<double>&
 struct Donnees {
   std::vector<StatsBlocs> stats;
   std::vector<ResumeImage> resumes;
-  Observations obs;
+  ObservationsBlocs obs;
 };
 
 // Block statistics gathered in windows of a few lines, as a streaming reader would, then observations.
-inline Donnees Observer(const std::vector<Tuile>& tuiles, int bloc, double fraction = 0.9) {
+inline Donnees ObserverBlocs(const std::vector<Tuile>& tuiles, int bloc, double fraction = 0.9) {
   GrilleBlocs g;
   g.bloc = bloc;
   for (const Tuile& t : tuiles) {
@@ -93,9 +93,9 @@ inline Donnees Observer(const std::vector<Tuile>& tuiles, int bloc, double fract
   }
   std::vector<const StatsBlocs*> pointeurs;
   for (const StatsBlocs& s : d.stats) pointeurs.push_back(&s);
-  ParametresObservations po;
+  ParametresObservationsBlocs po;
   po.fractionValide = fraction;
-  d.obs = ::Observer(pointeurs, po);
+  d.obs = ::ObserverBlocs(pointeurs, po);
   return d;
 }
 

@@ -118,9 +118,9 @@ TEST(StatsBlocs, RefusesNommentLesValeurs) {
                          0),
               0u);
   }
-  ParametresObservations p;
+  ParametresObservationsBlocs p;
   p.fractionValide = 0;
-  EXPECT_THROW(Observer({&s}, p), Erreur);
+  EXPECT_THROW(ObserverBlocs({&s}, p), Erreur);
 }
 
 // Two tiles and a finer third one over the same ground, with a hole in the overlap: a block gives an
@@ -134,7 +134,7 @@ TEST(StatsBlocs, ObservationsDesBlocsPresqueEntiers) {
   // A ragged edge: a single missing pixel keeps 63 of 64 (kept), a column of 8 keeps 56 (left out at 0.9).
   t[1].valide[(9 - 8) * 64 + (41 - 40)] = 0;
   for (int l = 24; l < 32; ++l) t[1].valide[(l - 8) * 64 + (56 - 40)] = 0;
-  const test::Donnees d = test::Observer(t, 8);
+  const test::Donnees d = test::ObserverBlocs(t, 8);
   // The overlap: columns 40..63 and lines 8..47 of the grid, 3 x 5 blocks, less the two spoiled ones.
   ASSERT_EQ(d.obs.blocs.size(), 13u);
   for (size_t k = 0; k < d.obs.blocs.size(); ++k) {
@@ -152,7 +152,7 @@ TEST(StatsBlocs, ObservationsDesBlocsPresqueEntiers) {
     }
   }
   // With every pixel required, the block with one missing pixel goes too.
-  EXPECT_EQ(test::Observer(t, 8, 1.0).obs.blocs.size(), 12u);
+  EXPECT_EQ(test::ObserverBlocs(t, 8, 1.0).obs.blocs.size(), 12u);
 }
 
 }  // namespace

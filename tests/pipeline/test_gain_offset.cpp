@@ -186,7 +186,7 @@ TEST(GainOffset, SystemeEgalAuMoindresCarresDenses) {
     const int x0[] = {0, 32, 14}, y0[] = {0, 4, 30};
     tuiles.push_back(FaireTuile(x0[k], y0[k], 48, 44, a, b, 3, k + 1));
   }
-  const Donnees d = test::Observer(tuiles, 8);
+  const Donnees d = test::ObserverBlocs(tuiles, 8);
   ASSERT_GT(d.obs.blocs.size(), 15u);
   for (int dg = 0; dg <= 2; ++dg)
     for (int dof = 0; dof <= 2; ++dof) {
@@ -225,7 +225,7 @@ TEST(GainOffset, RetrouveUneCorrectionConnue) {
       b.resize(base_polynome::NbTermes(c.degreOffset));
       tuiles.push_back(FaireTuile(k % 3 * 84, k / 3 * 84, 120, 120, a, b));
     }
-    const Donnees d = test::Observer(tuiles, 6);
+    const Donnees d = test::ObserverBlocs(tuiles, 6);
     ParametresGainOffset p;
     p.degreGain = c.degreGain;
     p.degreOffset = c.degreOffset;
@@ -249,7 +249,7 @@ TEST(GainOffset, RetrouveUneCorrectionConnue) {
 // distortion (light falling off across the block), which overlaps cannot see: they are left alone.
 TEST(GainOffset, PasDeDeriveSurUnBlocDe6x6) {
   const std::vector<Tuile> tuiles = Grille(6, 128, 96, 12, 0.05, 1, true);
-  const ResultatGainOffset R = Resoudre(test::Observer(tuiles, 8), ParametresGainOffset());
+  const ResultatGainOffset R = Resoudre(test::ObserverBlocs(tuiles, 8), ParametresGainOffset());
   std::vector<CorrectionGainOffset> vraies;
   for (const Tuile& t : tuiles) vraies.push_back(t.vraie);
   EXPECT_LT(test::SurfacesDesCorrections(tuiles, R.corrections).surface, 0.5);
@@ -265,7 +265,7 @@ TEST(GainOffset, PasDeDeriveSurUnBlocDe6x6) {
         v = static_cast<float>(v * (1.08 - 0.1 * X * Y) + 9 * X - 6 * Y * Y);
       }
   }
-  const ResultatGainOffset C = Resoudre(test::Observer(communes, 8), ParametresGainOffset());
+  const ResultatGainOffset C = Resoudre(test::ObserverBlocs(communes, 8), ParametresGainOffset());
   const test::Ecarts e = test::SurfacesDesCorrections(communes, C.corrections);
   EXPECT_LT(std::hypot(e.surface, e.residu), 0.01);
 }
@@ -284,8 +284,8 @@ TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
   const auto deplacement = [&](int iterations) {
     ParametresGainOffset p;
     p.iterations = iterations;
-    const ResultatGainOffset a = Resoudre(test::Observer(propre, 6), p);
-    const ResultatGainOffset b = Resoudre(test::Observer(nuage, 6), p);
+    const ResultatGainOffset a = Resoudre(test::ObserverBlocs(propre, 6), p);
+    const ResultatGainOffset b = Resoudre(test::ObserverBlocs(nuage, 6), p);
     double pire = 0;
     for (int i = 0; i < 9; ++i) {
       if (i == 4) continue;
@@ -316,9 +316,9 @@ TEST(GainOffset, GroupesDeconnectesResolusSeparement) {
   std::vector<Tuile> toutes = gauche;
   toutes.insert(toutes.end(), droite.begin(), droite.end());
   const ParametresGainOffset p;
-  const ResultatGainOffset R = Resoudre(test::Observer(toutes, 8), p);
-  const ResultatGainOffset G = Resoudre(test::Observer(gauche, 8), p);
-  const ResultatGainOffset D = Resoudre(test::Observer(droite, 8), p);
+  const ResultatGainOffset R = Resoudre(test::ObserverBlocs(toutes, 8), p);
+  const ResultatGainOffset G = Resoudre(test::ObserverBlocs(gauche, 8), p);
+  const ResultatGainOffset D = Resoudre(test::ObserverBlocs(droite, 8), p);
   ASSERT_EQ(R.groupes.size(), 2u);
   EXPECT_EQ(R.groupes[1], (std::vector<int>{4, 5, 6, 7}));
   for (int i = 0; i < 8; ++i) {
@@ -375,7 +375,7 @@ TEST(GainOffset, EntreesDegenereesDonnentDesCorrectionsFinies) {
       tuiles.push_back(FaireTuile(k * 40, k % 2 * 8, 64, 64, a, b, 1, k));
     }
     c.modifier(tuiles);
-    const Donnees d = test::Observer(tuiles, 8);
+    const Donnees d = test::ObserverBlocs(tuiles, 8);
     const ResultatGainOffset R = Resoudre(d, ParametresGainOffset());
     for (size_t i = 0; i < R.corrections.size(); ++i)
       for (int l = 0; l <= 64; l += 16)
@@ -410,7 +410,7 @@ TEST(GainOffset, ParametresRefuses) {
     ParametresGainOffset p;
     c.regler(p);
     try {
-      ResoudreGainOffset({}, Observations(), p);
+      ResoudreGainOffset({}, ObservationsBlocs(), p);
       ADD_FAILURE() << c.debut;
     } catch (const Erreur& e) {
       EXPECT_EQ(std::string(e.Texte().c_str()).rfind(c.debut, 0), 0u) << e.Texte().c_str();

@@ -22,6 +22,7 @@ struct LigneContribution {
   int colonnesEntree, lignesEntree;  // the input's size
   const float* const* valeurs;       // per band, the input row's samples
   const unsigned char* valide;       // the input row's validity
+  const float* poids = nullptr;      // the input row's feathering weights, for rules that ask for them
 };
 
 // A band of output rows [y0, y1) of 'colonnes' pixels and 'bandes' bands, all zero when handed to a
@@ -49,11 +50,14 @@ class RegleFusion {
   virtual ~RegleFusion() = default;
   // An accumulator that may keep its running values in the band itself; the band outlives it.
   virtual std::unique_ptr<AccumulateurFusion> Accumulateur(const BandeSortie& bande) const = 0;
+  // Width in metres over which the rule fades an input out toward the edge of its valid region; the
+  // composer then hands it each input pixel's feathering weight. Negative: the rule takes no weights.
+  virtual double LargeurPlume() const { return -1.0; }
 };
 
 // The settings a rule may read; each rule reads only its own.
 struct ParametresFusion {
-  double plume = 0.0;  // plume: width of the transition in metres, 0 chosen
+  double plume = 0.0;  // plume: width of the transition in metres (0: every valid pixel weighs 1)
 };
 
 using LigneFusion = LignePolitique<RegleFusion, ParametresFusion>;

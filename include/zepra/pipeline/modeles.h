@@ -24,9 +24,9 @@ class CorrectionImage {
 
 // The settings a model may read; each model reads only its own.
 struct ParametresModele {
-  int degreGain = 1, degreOffset = 2;  // gain-offset: degrees of a(x, y) and b(x, y)
-  double rigidite = 1.0;               // gain-offset: weight of the pull toward identity
-  int bloc = 0;                        // gain-offset: side of the statistics blocks in pixels, 0 chosen
+  int degreGain = 2, degreOffset = 2;  // gain-offset: degrees of a(x, y) and b(x, y)
+  double rigidite = 1e-9;              // gain-offset: weight of the pull toward identity
+  int bloc = 0;                        // gain-offset: side of the statistics blocks in pixels, 0: 16
 };
 
 class ModeleCorrection {

@@ -1,0 +1,114 @@
+// The job of the conventional front end: georeferenced tiles in, every band equalized, one GeoTIFF
+// mosaic out, through bounded memory. The stages are methods of one object built from the settings,
+// so that a single process and a cluster run (one command per phase, sharing a work folder) go
+// through the same code and write the same bytes:
+//   Preparer   every input opened (headers only), georeferenced and checked, the output grid, the
+//              file plan and the memory plan decided; nothing read, nothing written;
+//   Observer   one input read window by window, only its block statistics kept;
+//   Resoudre   the corrections of every input and band;
+//   Composer   rows of output tiles: each input's windows read, corrected, fused, compressed;
+//   Assembler  the final file from the compressed rows.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zepra/metadonnees.h"
+#include "zepra/optionsecriture.h"
+
+struct ParametresMosaique {
+  std::vector<std::string> entrees;
+  std::string sortie;
+
+  // Equalization: a row of the model table; gain-offset settings; the spec models' step.
+  std::string modele = "gain-offset";
+  int degreGain = 2, degreOffset = 2;
+  double rigidite = 1e-9;
+  int bloc = 0;    // statistics blocks, pixels of the mosaic; 0: 16
+  double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
+  bool noegal = false;
+
+  // Fusion: a row of the fusion table; feather width in metres, 0: chosen from the overlaps.
+  std::string fusion = "plume";
+  double plume = 0;
+
+  // Validity.
+  bool nodataDonne = false;
+  double nodata = 0;
+  std::string masqueSuffixe;
+
+  // Output grid.
+  double resolutionX = 0, resolutionY = 0;
+  bool empriseDonnee = false;
+  double emprise[4] = {0, 0, 0, 0};
+  std::string reechantillonnage;  // empty: chosen
+
+  // Files written: the options of the writer (type, compression, tiles, COG, EPSG); the no-data value
+  // and the alpha band are decided by the job.
+  OptionsEcriture ecriture;
+  std::string corriges;
+
+  int memoireMio = 1024;
+};
+
+// What a run reports: per input, per band, per stage.
+struct RapportMosaique {
+  struct Entree {
+    std::string nom;
+    int bandes = 0, colonnes = 0, lignes = 0;
+    long long observations = 0;
+    int groupe = -1;
+    std::string correction;  // a JSON value
+  };
+  struct Bande {
+    double rmseAvant = 0, rmseApres = 0;
+  };
+  struct Etape {
+    std::string nom;
+    double secondes = 0;
+    double memoireMio = 0;  // peak resident memory of the process at the end of the stage
+  };
+  std::vector<Entree> entrees;
+  std::vector<Bande> bandes;
+  std::vector<Etape> etapes;
+  std::vector<std::string> avertissements;
+  int colonnes = 0, lignes = 0, bandesSortie = 0;
+  std::string typeSortie;
+};
+
+// Receives the lines a run prints: stage lines and warnings. Progress is a fraction of the stage.
+class SuiviMosaique {
+ public:
+  virtual ~SuiviMosaique() = default;
+  virtual void Etape(const std::string& /*nom*/) {}
+  virtual void Progression(double /*fraction*/) {}
+  virtual void Avertissement(const std::string& /*texte*/) {}
+};
+
+class JobMosaique {
+ public:
+  // Preparer: every check that needs no pixel. An Erreur naming the file and the reason otherwise.
+  JobMosaique(const ParametresMosaique& p, SuiviMosaique* suivi = nullptr);
+  ~JobMosaique();
+
+  // The whole job in this process.
+  void Executer();
+
+  // Phases, sharing the work folder: each checks the folder's fingerprint and writes atomically; a
+  // phase whose result is already there is not redone.
+  void PhaseObserver(const std::string& travail, int index);  // index from 1
+  void PhaseResoudre(const std::string& travail);
+  void PhaseComposer(const std::string& travail, int k, int n);  // k from 1
+  void PhaseAssembler(const std::string& travail);
+
+  const RapportMosaique& Rapport() const;
+  // The report as JSON, with the options as given.
+  std::string RapportJson(const std::vector<std::pair<std::string, std::string>>& options) const;
+
+  struct Impl;
+
+ private:
+  std::unique_ptr<Impl> m;
+};

@@ -1,0 +1,1174 @@
+// The conventional front end's job (zepra/pipeline/mosaique.h).
+//
+// Memory. Nothing holds a whole input or the whole mosaic. Observation reads each input by windows
+// of full-width rows and keeps its block statistics (a few MiB per input). Composition works by rows
+// of output tiles: a row is composed by sub-bands of lines, each input contributing the window it
+// covers (grown by the feathering margin), corrected and fused by the rule; the row is then
+// compressed in the worker that made it and written in order. The memory plan decides, before any
+// pixel is read, how many rows are in flight at once and how tall a sub-band is, so that these
+// buffers stay under --memoire; the rest of the process (code, libraries, statistics, the system) is
+// outside it.
+//
+// Same bytes whatever the threads. Each row of tiles is the same computation whoever makes it; rows
+// are written in order. Observations are per input, combined in input order.
+#include "zepra/pipeline/mosaique.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "pipeline/blocs_stats.h"
+#include "pipeline/gain_offset.h"
+#include "pipeline/mosaique_entrees.h"
+#include "pipeline/plume.h"
+#include "zepra/crs.h"
+#include "zepra/ecrivaingeotiff.h"
+#include "zepra/erreur.h"
+#include "zepra/fichieratomique.h"
+#include "zepra/orientation.h"
+#include "zepra/pipeline/fusion.h"
+#include "zepra/pipeline/modeles.h"
+#include "zepra/pipeline/observations.h"
+#include "zepra/pipeline/parallele.h"
+
+namespace {
+
+constexpr size_t kMio = size_t(1) << 20;
+
+double MemoireMaxMio() {
+  struct rusage u;
+  getrusage(RUSAGE_SELF, &u);
+  return u.ru_maxrss / 1024.0;  // KiB on Linux
+}
+
+// A correction that leaves the values as they are.
+class Identite : public CorrectionImage {
+ public:
+  void CorrigerLigne(int, int, int, int, float*) const override {}
+};
+
+class CorrectionGO : public CorrectionImage {
+ public:
+  explicit CorrectionGO(CorrectionGainOffset c) : m_c(std::move(c)) {}
+  void CorrigerLigne(int bande, int y, int x0, int n, float* v) const override {
+    m_c.CorrigerLigne(bande, y, x0, n, v, v);
+  }
+  const CorrectionGainOffset& C() const { return m_c; }
+
+ private:
+  CorrectionGainOffset m_c;
+};
+
+// Rows of an input for the observation stage of the historical models: each call reads its own row
+// window, so that the source keeps no state and may be read from several threads.
+class SourceEntree : public SourceLignes {
+ public:
+  explicit SourceEntree(const EntreeMosaique& e) : m_e(e) {}
+  int Colonnes() const override { return m_e.Colonnes(); }
+  int Lignes() const override { return m_e.Lignes(); }
+  int Bandes() const override { return m_e.Bandes(); }
+  const float* Ligne(int bande, int y, int x0, int n, float* tampon) const override {
+    std::vector<float> v(static_cast<size_t>(n) * m_e.Canaux());
+    std::vector<unsigned char> ok(n);
+    m_e.Lire(x0, y, n, 1, v.data(), ok.data());
+    const int c = m_e.Canal(bande), canaux = m_e.Canaux();
+    for (int k = 0; k < n; ++k) tampon[k] = v[static_cast<size_t>(k) * canaux + c];
+    return tampon;
+  }
+  void Validite(int y, int x0, int n, unsigned char* valide) const override {
+    std::vector<float> v(static_cast<size_t>(n) * m_e.Canaux());
+    m_e.Lire(x0, y, n, 1, v.data(), valide);
+  }
+
+ private:
+  const EntreeMosaique& m_e;
+};
+
+// Binary files of the work folder: a magic word, the payload, and the payload's length again at the
+// end, so that a truncated file is seen as such.
+class Ecriture {
+ public:
+  Ecriture(const std::string& nom, const char* magique) : m_f(nom, "[Mosaique] (Travail)") {
+    Octets(magique, 8);
+  }
+  void Octets(const void* p, size_t n) {
+    m_f.flux().write(static_cast<const char*>(p), static_cast<std::streamsize>(n));
+    m_taille += n;
+  }
+  template <class T>
+  void Valeur(T v) {
+    Octets(&v, sizeof v);
+  }
+  void Valider() {
+    const uint64_t t = m_taille;
+    m_f.flux().write(reinterpret_cast<const char*>(&t), sizeof t);
+    m_f.Valider();
+  }
+
+ private:
+  FichierAtomique m_f;
+  uint64_t m_taille = 0;
+};
+
+class Lecture {
+ public:
+  // Null (nothing read) when the file does not exist; an Erreur when it is not a complete file of
+  // this kind.
+  static std::unique_ptr<Lecture> Ouvrir(const std::string& nom, const char* magique) {
+    std::ifstream f(nom, std::ios::binary);
+    if (!f) return nullptr;
+    std::unique_ptr<Lecture> l(new Lecture);
+    l->m_nom = nom;
+    f.seekg(0, std::ios::end);
+    const std::streamoff t = f.tellg();
+    f.seekg(0);
+    uint64_t fin = 0;
+    if (t >= 16) {
+      l->m_donnees.resize(static_cast<size_t>(t));
+      f.read(l->m_donnees.data(), t);
+      std::memcpy(&fin, l->m_donnees.data() + t - 8, 8);
+    }
+    if (t < 16 || !f || fin != static_cast<uint64_t>(t) - 8 ||
+        std::memcmp(l->m_donnees.data(), magique, 8) != 0)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " est incomplet ou d'un autre genre.");
+    l->m_pos = 8;
+    l->m_fin = static_cast<size_t>(t) - 8;
+    return l;
+  }
+  void Octets(void* p, size_t n) {
+    if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est tronque.");
+    std::memcpy(p, m_donnees.data() + m_pos, n);
+    m_pos += n;
+  }
+  template <class T>
+  T Valeur() {
+    T v;
+    Octets(&v, sizeof v);
+    return v;
+  }
+  bool Fini() const { return m_pos == m_fin; }
+  const std::string& Nom() const { return m_nom; }
+
+ private:
+  std::string m_nom;
+  std::vector<char> m_donnees;
+  size_t m_pos = 0, m_fin = 0;
+};
+
+std::string EchapperJson(const std::string& s) {
+  std::string r;
+  for (const char c : s) {
+    if (c == '"' || c == '\\') {
+      r += '\\';
+      r += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char t[8];
+      std::snprintf(t, sizeof t, "\\u%04x", c);
+      r += t;
+    } else {
+      r += c;
+    }
+  }
+  return r;
+}
+
+std::string NombreJson(double v) {
+  if (!std::isfinite(v)) return "null";
+  char t[32];
+  std::snprintf(t, sizeof t, "%.10g", v);
+  return t;
+}
+
+struct Chrono {
+  std::chrono::steady_clock::time_point debut = std::chrono::steady_clock::now();
+  double Secondes() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - debut).count();
+  }
+};
+
+}  // namespace
+
+struct JobMosaique::Impl {
+  ParametresMosaique p;
+  SuiviMosaique* suivi = nullptr;
+  SuiviMosaique muet;
+  std::vector<std::unique_ptr<EntreeMosaique>> entrees;
+  int bandes = 0;
+  bool alpha = false;
+
+  // The mosaic's grid: corner of its first pixel and steps.
+  double mx0 = 0, my0 = 0, rx = 1, ry = 1;
+  int W = 0, H = 0;
+  OptionsEcriture ecriture;
+  GeoreferenceEcriture georef;
+  PlanEcriture plan;
+
+  std::unique_ptr<RegleFusion> regle;
+  double plume = 0;  // metres
+  bool gainOffset = false;
+  GrilleBlocs grille;
+  std::vector<std::unique_ptr<StatsBlocs>> stats;
+  std::vector<std::unique_ptr<CorrectionImage>> corrections;
+
+  // Memory plan.
+  int enVol = 1;      // rows of tiles composed at once
+  int sousBande = 0;  // lines composed at once within a row
+  int lignesObservation = 0;
+
+  RapportMosaique rapport;
+
+  SuiviMosaique& S() { return suivi ? *suivi : muet; }
+  void Avertir(const std::string& t) {
+    rapport.avertissements.push_back(t);
+    S().Avertissement(t);
+  }
+  template <class F>
+  void Etape(const std::string& nom, F&& f) {
+    S().Etape(nom);
+    Chrono c;
+    f();
+    rapport.etapes.push_back({nom, c.Secondes(), MemoireMaxMio()});
+  }
+
+  void Preparer();
+  void Grille();
+  void PlanMemoire();
+  std::string Empreinte() const;
+  void VerifierTravail(const std::string& travail) const;
+
+  Placement PlacementDe(const EntreeMosaique& e) const {
+    Placement pl;
+    pl.x0 = (e.X0() - mx0) / rx;
+    pl.y0 = (my0 - e.Y0()) / ry;
+    pl.sx = e.PasX() / rx;
+    pl.sy = e.PasY() / ry;
+    return pl;
+  }
+  std::unique_ptr<StatsBlocs> Observer(size_t i) const;
+  void Resoudre();
+  void ResoudreHistorique();
+  void EcrireCorrections(const std::string& nom) const;
+  void LireCorrections(const std::string& nom);
+
+  // One row of tiles: its lines interleaved (float, bandes per pixel) and their validity.
+  void ComposerRangee(int r, std::vector<float>& valeurs, std::vector<unsigned char>& valide) const;
+  void ComposerBande(int y0, int y1, float* valeurs, unsigned char* valide) const;
+  // Rows [r0, r1) composed and compressed, handed in order to 'ecrire'.
+  void ComposerRangees(
+      int r0, int r1,
+      const std::function<void(int, std::vector<std::vector<unsigned char>>&, const std::vector<float>&,
+                               const std::vector<unsigned char>&)>& ecrire) const;
+  void EcrireCorrige(size_t i) const;
+  void EcrireOri() const;
+  int Rangees() const { return (H + plan.hauteurBloc - 1) / plan.hauteurBloc; }
+};
+
+// ---------------------------------------------------------------------------------------------------
+// Preparation: every check that needs no pixel.
+
+void JobMosaique::Impl::Preparer() {
+  if (p.entrees.empty()) ZEPRA_ERREUR("[Mosaique] (Entrees) Aucune image en entree.");
+  for (const std::string& n : p.entrees)
+    entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
+  const EntreeMosaique& e0 = *entrees[0];
+  bandes = e0.Bandes();
+  alpha = e0.Alpha();
+  for (const auto& e : entrees) {
+    if (e->Bandes() != bandes || e->Alpha() != alpha)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
+                   << e->Nom() << " a " << e->Bandes() << " bande(s)" << (e->Alpha() ? " et un alpha" : "")
+                   << ", " << e0.Nom() << " en a " << bandes << (alpha ? " et un alpha" : "") << ".");
+    if (e->Type() != e0.Type())
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est de type " << NomTypeSortie(e->Type())
+                                                   << ", " << e0.Nom() << " de type "
+                                                   << NomTypeSortie(e0.Type()) << ".");
+    const SystemeReference* a = e0.Crs();
+    const SystemeReference* b = e->Crs();
+    const bool ca = a && a->Connu(), cb = b && b->Connu();
+    if (ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent))
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est dans le systeme "
+                                                   << (cb ? DecrireCrs(*b) : std::string("inconnu")) << ", "
+                                                   << e0.Nom() << " dans le systeme "
+                                                   << (ca ? DecrireCrs(*a) : std::string("inconnu")) << ".");
+  }
+
+  // Model and fusion, by their table rows.
+  if (!p.noegal) {
+    gainOffset = p.modele == "gain-offset";
+    if (!gainOffset) {
+      const LigneModele* m = ChercherModele(p.modele);
+      if (!m || !m->creer) ZEPRA_ERREUR("[Mosaique] (Options) Modele inconnu : " << p.modele << ".");
+    }
+  }
+  const LigneFusion* f = ChercherFusion(p.fusion);
+  if (!f || !f->creer)
+    ZEPRA_ERREUR("[Mosaique] (Options) Regle de fusion indisponible : " << p.fusion << ".");
+  if (gainOffset) {
+    ParametresGainOffset go;
+    go.degreGain = p.degreGain;
+    go.degreOffset = p.degreOffset;
+    go.rigidite = p.rigidite;
+    go.Verifier();
+  }
+
+  Grille();
+
+  // The file, planned now: a refusal (type, no-data, EPSG, size) comes before any pixel.
+  ecriture = p.ecriture;
+  if (ecriture.type == eIndetermine) ecriture.type = e0.Type();
+  ecriture.nodataPresent = true;
+  if (p.nodataDonne) {
+    ecriture.nodata = p.nodata;
+  } else {
+    const EntreeMosaique* avec = nullptr;
+    for (const auto& e : entrees)
+      if (e->NodataFichier()) {
+        if (avec && !(avec->NodataFichierValeur() == e->NodataFichierValeur() ||
+                      (std::isnan(avec->NodataFichierValeur()) && std::isnan(e->NodataFichierValeur()))))
+          ZEPRA_ERREUR("[Mosaique] (Entrees) Les images "
+                       << avec->Nom() << " et " << e->Nom() << " ont des valeurs sans donnee differentes ("
+                       << TexteNodata(avec->NodataFichierValeur()) << ", "
+                       << TexteNodata(e->NodataFichierValeur()) << ") : donner --nodata.");
+        avec = e.get();
+      }
+    ecriture.nodata = avec ? avec->NodataFichierValeur() : 0.0;
+  }
+  ecriture.alpha = alpha;
+  georef.grille = true;
+  georef.x0 = mx0;
+  georef.y0 = my0;
+  georef.pasX = rx;
+  georef.pasY = ry;
+  if (e0.Crs()) georef.crs = *e0.Crs();
+  plan = PlanifierEcriture(ecriture, TPoint2D<int>(W, H), bandes, eFloat4, p.sortie);
+
+  // Feathering width: half the median overlap width, when not given.
+  plume = p.plume;
+  if (p.fusion == "plume" && plume <= 0) {
+    std::vector<double> largeurs;
+    for (size_t i = 0; i < entrees.size(); ++i)
+      for (size_t j = i + 1; j < entrees.size(); ++j) {
+        const EntreeMosaique &a = *entrees[i], &b = *entrees[j];
+        const double lx = std::min(a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX()) -
+                          std::max(a.X0(), b.X0());
+        const double ly = std::min(a.Y0(), b.Y0()) -
+                          std::max(a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY());
+        if (lx > 0 && ly > 0) largeurs.push_back(std::min(lx, ly));
+      }
+    std::sort(largeurs.begin(), largeurs.end());
+    plume = largeurs.empty() ? 0.0 : largeurs[largeurs.size() / 2] / 2;
+  }
+  ParametresFusion pf;
+  pf.plume = plume;
+  regle = f->creer(pf);
+
+  if (gainOffset) {
+    grille.colonnes = W;
+    grille.lignes = H;
+    grille.bloc = p.bloc > 0 ? p.bloc : 16;
+    grille.Verifier();
+  }
+  PlanMemoire();
+}
+
+void JobMosaique::Impl::Grille() {
+  const EntreeMosaique& e0 = *entrees[0];
+  if (p.resolutionX > 0) {
+    rx = p.resolutionX;
+    ry = p.resolutionY > 0 ? p.resolutionY : p.resolutionX;
+  } else {
+    for (const auto& e : entrees)
+      if (std::fabs(e->PasX() - e0.PasX()) > 1e-6 * e0.PasX() ||
+          std::fabs(e->PasY() - e0.PasY()) > 1e-6 * e0.PasY())
+        ZEPRA_ERREUR("[Mosaique] (Grille) Les pixels de "
+                     << e->Nom() << " (" << e->PasX() << " x " << e->PasY() << ") et de " << e0.Nom() << " ("
+                     << e0.PasX() << " x " << e0.PasY() << ") different : donner --resolution.");
+    rx = e0.PasX();
+    ry = e0.PasY();
+  }
+  double minX = e0.X0(), maxY = e0.Y0(), maxX = minX, minY = maxY;
+  for (const auto& e : entrees) {
+    minX = std::min(minX, e->X0());
+    maxX = std::max(maxX, e->X0() + e->Colonnes() * e->PasX());
+    maxY = std::max(maxY, e->Y0());
+    minY = std::min(minY, e->Y0() - e->Lignes() * e->PasY());
+  }
+  if (p.empriseDonnee) {
+    // Snapped outward onto the grid of the first input.
+    const double ox = e0.X0(), oy = e0.Y0();
+    minX = ox + std::floor((p.emprise[0] - ox) / rx + 1e-9) * rx;
+    maxX = ox + std::ceil((p.emprise[2] - ox) / rx - 1e-9) * rx;
+    minY = oy - std::ceil((oy - p.emprise[1]) / ry - 1e-9) * ry;
+    maxY = oy - std::floor((oy - p.emprise[3]) / ry + 1e-9) * ry;
+  }
+  const double w = std::round((maxX - minX) / rx), h = std::round((maxY - minY) / ry);
+  if (!(w >= 1 && h >= 1)) ZEPRA_ERREUR("[Mosaique] (Grille) L'emprise de la mosaique est vide.");
+  if (w > 2147483647.0 || h > 2147483647.0)
+    ZEPRA_ERREUR("[Mosaique] (Grille) Une mosaique de " << w << " x " << h << " pixels est trop grande.");
+  W = static_cast<int>(w);
+  H = static_cast<int>(h);
+  mx0 = minX;
+  my0 = maxY;
+  // Inputs far apart: the empty tiles cost little, but say so.
+  double couvert = 0;
+  for (const auto& e : entrees) couvert += e->Colonnes() * e->PasX() * e->Lignes() * e->PasY();
+  const double surface = w * rx * h * ry;
+  if (!p.empriseDonnee && couvert < 0.25 * surface)
+    Avertir("Les entrees ne couvrent que " + std::to_string(static_cast<int>(100 * couvert / surface)) +
+            " % de la mosaique de " + std::to_string(W) + " x " + std::to_string(H) +
+            " pixels : elles sont eloignees les unes des autres.");
+}
+
+void JobMosaique::Impl::PlanMemoire() {
+  const size_t budget = static_cast<size_t>(p.memoireMio) * kMio;
+  const size_t T = static_cast<size_t>(plan.hauteurBloc), Wz = static_cast<size_t>(W);
+  int largeurMax = 0, canauxMax = 0;
+  for (const auto& e : entrees) {
+    largeurMax = std::max(largeurMax, e->Colonnes());
+    canauxMax = std::max(canauxMax, e->Canaux());
+  }
+  const double pasMin = std::min(rx, ry);
+  int marge = 0;
+  if (regle->LargeurPlume() >= 0)
+    for (const auto& e : entrees) marge = std::max(marge, MargePlume(plume / e->PasX()));
+  const size_t octetsSortie = static_cast<size_t>(plan.bits == 1 ? 1 : plan.bits / 8) * plan.canaux;
+  // A row of tiles: its float lines and validity, and its compressed blocks (at worst its samples).
+  const size_t rangee = Wz * T * (sizeof(float) * bandes + 1 + octetsSortie);
+  auto sousBandeOctets = [&](size_t h) {
+    // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin.
+    const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;
+    const size_t fenetre = (static_cast<size_t>(largeurMax) + 2 * marge) * hEntree *
+                           (sizeof(float) * (canauxMax + bandes + 2) + 2);
+    return Wz * h * (sizeof(float) * bandes + 1 + sizeof(double) * (bandes + 1) + sizeof(unsigned)) + fenetre;
+  };
+  size_t h = T;
+  while (h > 16 && rangee + sousBandeOctets(h) > budget) h /= 2;
+  const size_t parRangee = rangee + sousBandeOctets(h);
+  if (parRangee > budget)
+    ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
+                 << p.memoireMio << " Mio : une rangee de tuiles de la mosaique (" << W << " x " << T
+                 << " pixels) demande au moins " << (parRangee + kMio - 1) / kMio << " Mio.");
+  sousBande = static_cast<int>(h);
+  enVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parRangee)));
+  // Observation windows: full-width rows of the widest input, one per thread.
+  const size_t parLigne = static_cast<size_t>(largeurMax) * (sizeof(float) * canauxMax + 1);
+  lignesObservation = static_cast<int>(
+      std::max<size_t>(1, std::min<size_t>(512, budget / (static_cast<size_t>(NbFils()) * parLigne))));
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Observation and solve.
+
+std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
+  const EntreeMosaique& e = *entrees[i];
+  auto s = std::make_unique<StatsBlocs>(grille, PlacementDe(e), e.Colonnes(), e.Lignes(), bandes);
+  const int w = e.Colonnes(), canaux = e.Canaux();
+  std::vector<float> v;
+  std::vector<unsigned char> ok;
+  std::vector<const float*> parBande(bandes);
+  for (int l0 = 0; l0 < e.Lignes(); l0 += lignesObservation) {
+    const int n = std::min(lignesObservation, e.Lignes() - l0);
+    v.resize(static_cast<size_t>(w) * n * canaux);
+    ok.resize(static_cast<size_t>(w) * n);
+    e.Lire(0, l0, w, n, v.data(), ok.data());
+    for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + e.Canal(b);
+    s->Ajouter<float>(0, l0, w, n, parBande.data(), canaux, static_cast<std::ptrdiff_t>(w) * canaux,
+                      ok.data(), w);
+  }
+  return s;
+}
+
+void JobMosaique::Impl::Resoudre() {
+  corrections.clear();
+  rapport.entrees.clear();
+  for (const auto& e : entrees) {
+    RapportMosaique::Entree r;
+    r.nom = e->Nom();
+    r.bandes = e->Bandes();
+    r.colonnes = e->Colonnes();
+    r.lignes = e->Lignes();
+    r.correction = "null";
+    rapport.entrees.push_back(r);
+  }
+  if (p.noegal) {
+    for (size_t i = 0; i < entrees.size(); ++i) corrections.push_back(std::make_unique<Identite>());
+    return;
+  }
+  if (!gainOffset) {
+    ResoudreHistorique();
+    return;
+  }
+  std::vector<ResumeImage> resumes;
+  std::vector<const StatsBlocs*> ptrs;
+  for (const auto& s : stats) {
+    resumes.push_back(Resumer(*s));
+    ptrs.push_back(s.get());
+  }
+  const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
+  ParametresGainOffset go;
+  go.degreGain = p.degreGain;
+  go.degreOffset = p.degreOffset;
+  go.rigidite = p.rigidite;
+  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, go, p.entrees);
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    const CorrectionGainOffset& c = R.corrections[i];
+    const DiagnosticImage& d = R.images[i];
+    RapportMosaique::Entree& r = rapport.entrees[i];
+    r.observations = d.observations;
+    r.groupe = d.groupe;
+    std::ostringstream j;
+    j << "{\"gain\": [";
+    for (int b = 0; b < bandes; ++b) {
+      j << (b ? ", [" : "[");
+      for (int k = 0; k < base_polynome::NbTermes(c.DegreGain()); ++k)
+        j << (k ? ", " : "") << NombreJson(c.Gain(b)[k]);
+      j << "]";
+    }
+    j << "], \"offset\": [";
+    for (int b = 0; b < bandes; ++b) {
+      j << (b ? ", [" : "[");
+      for (int k = 0; k < base_polynome::NbTermes(c.DegreOffset()); ++k)
+        j << (k ? ", " : "") << NombreJson(c.Offset(b)[k]);
+      j << "]";
+    }
+    j << "]}";
+    r.correction = j.str();
+    if (d.sansDonnees)
+      Avertir("L'image " + entrees[i]->Nom() + " n'a aucun pixel valide.");
+    else if (d.groupe < 0)
+      Avertir("L'image " + entrees[i]->Nom() + " ne recouvre aucune autre image : elle garde ses valeurs.");
+    if (!d.termesIndetermines.empty())
+      Avertir("L'image " + entrees[i]->Nom() + " : termes non determines par les recouvrements (" +
+              d.termesIndetermines + "), gardes a l'identite.");
+    corrections.push_back(std::make_unique<CorrectionGO>(c));
+  }
+  rapport.bandes.clear();
+  for (const BilanBande& b : R.bandes) rapport.bandes.push_back({b.rmsAvant, b.rmsApres});
+}
+
+// The historical models: point observations on a grid of map points every 'pas' metres.
+void JobMosaique::Impl::ResoudreHistorique() {
+  std::vector<std::unique_ptr<SourceEntree>> sources;
+  std::vector<ImageObservee> images;
+  Emprise emprise;
+  emprise.minX = mx0;
+  emprise.maxX = mx0 + W * rx;
+  emprise.maxY = my0;
+  emprise.minY = my0 - H * ry;
+  double aireMin = -1;
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    const EntreeMosaique& e = *entrees[i];
+    sources.push_back(std::make_unique<SourceEntree>(e));
+    ImageObservee im;
+    im.source = sources.back().get();
+    GeoCarto& g = im.geo;
+    g.x0 = e.X0();
+    g.y0 = e.Y0();
+    g.pasX = e.PasX();
+    g.pasY = e.PasY();
+    g.colonnes = e.Colonnes();
+    g.lignes = e.Lignes();
+    g.minX = e.X0();
+    g.maxX = e.X0() + e.Colonnes() * e.PasX();
+    g.maxY = e.Y0();
+    g.minY = e.Y0() - e.Lignes() * e.PasY();
+    images.push_back(im);
+    for (size_t j = 0; j < i; ++j) {
+      const GeoCarto& a = images[j].geo;
+      const double lx = std::min(a.maxX, g.maxX) - std::max(a.minX, g.minX),
+                   ly = std::min(a.maxY, g.maxY) - std::max(a.minY, g.minY);
+      if (lx > 0 && ly > 0 && (aireMin < 0 || lx * ly < aireMin)) aireMin = lx * ly;
+    }
+  }
+  // A few hundred points in the smallest overlap, never under a pixel.
+  double pas = p.pas;
+  if (pas <= 0) pas = aireMin > 0 ? std::max(std::sqrt(aireMin / 400.0), std::max(rx, ry)) : 50 * rx;
+  const Observations obs = ::Observer(images, emprise, pas);
+  ParametresModele pm;
+  const std::unique_ptr<ModeleCorrection> modele = ChercherModele(p.modele)->creer(pm);
+  if (!modele->Ajuster(obs, nullptr, corrections))
+    ZEPRA_ERREUR("[Mosaique] (Resoudre) Le systeme du modele "
+                 << p.modele
+                 << " n'a pas pu etre resolu : les recouvrements ne "
+                    "determinent pas les corrections.");
+  for (size_t i = 0; i < corrections.size() && i < rapport.entrees.size(); ++i) {
+    const auto* c = dynamic_cast<const CorrectionPolynome*>(corrections[i].get());
+    if (!c) continue;
+    std::ostringstream j;
+    j << "{\"polynome\": [";
+    for (int b = 0; b < bandes; ++b) {
+      j << (b ? ", [" : "[");
+      const std::vector<double>& k = c->Polynome(b).Coefficients();
+      for (size_t t = 0; t < k.size(); ++t) j << (t ? ", " : "") << NombreJson(k[t]);
+      j << "]";
+    }
+    j << "]}";
+    rapport.entrees[i].correction = j.str();
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Composition.
+
+namespace {
+
+// Output pixels [debut, fin) along one axis whose centre may fall in [a, b) (map units along the
+// axis, counted from the mosaic's origin in its pixels): a bound, each is tested exactly after.
+void Bornes(double a, double b, int n, int& debut, int& fin) {
+  const double lo = std::floor(std::min(a, b)) - 1, hi = std::ceil(std::max(a, b)) + 1;
+  debut = lo <= 0 ? 0 : (lo >= n ? n : static_cast<int>(lo));
+  fin = hi <= 0 ? 0 : (hi >= n ? n : static_cast<int>(hi));
+}
+
+// The index of a position inside [0, n), false outside (NaN included).
+inline bool Indice(double position, int n, int& k) {
+  if (!(position >= 0.0 && position < n)) return false;
+  k = static_cast<int>(position);
+  return true;
+}
+
+}  // namespace
+
+void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned char* valide) const {
+  const int hb = y1 - y0;
+  const size_t taille = static_cast<size_t>(hb) * W;
+  std::vector<float> plans(taille * bandes, 0.0f);
+  std::vector<float*> parBande(bandes);
+  for (int b = 0; b < bandes; ++b) parBande[b] = plans.data() + taille * b;
+  std::vector<unsigned char> couvert(taille, 0);
+  const BandeSortie bande{W, y0, y1, bandes, parBande.data(), couvert.data()};
+  const std::unique_ptr<AccumulateurFusion> acc = regle->Accumulateur(bande);
+  const bool pondere = regle->LargeurPlume() >= 0;
+
+  std::vector<unsigned char> dedans(W, 0);
+  std::vector<int> colonne(W, 0), ligneDe(hb, -1);
+  std::vector<float> lu, valeurs, poids;
+  std::vector<unsigned char> ok;
+  std::vector<const float*> lignesBandes(bandes);
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    const EntreeMosaique& e = *entrees[i];
+    const int w = e.Colonnes(), h = e.Lignes(), canaux = e.Canaux();
+    int c0, c1, l0, l1;
+    Bornes((e.X0() - mx0) / rx, (e.X0() + w * e.PasX() - mx0) / rx, W, c0, c1);
+    Bornes((my0 - e.Y0()) / ry, (my0 - e.Y0() + h * e.PasY()) / ry, H, l0, l1);
+    l0 = std::max(l0, y0);
+    l1 = std::min(l1, y1);
+    if (c0 >= c1 || l0 >= l1) continue;
+    // Nearest input pixel of each output pixel's centre.
+    int xa = w, xb = -1, ya = h, yb = -1;
+    for (int c = c0; c < c1; ++c) {
+      int k = 0;
+      dedans[c] = Indice((mx0 + (c + 0.5) * rx - e.X0()) / e.PasX(), w, k);
+      colonne[c] = k;
+      if (dedans[c]) xa = std::min(xa, k), xb = std::max(xb, k);
+    }
+    for (int y = l0; y < l1; ++y) {
+      int k = 0;
+      ligneDe[y - y0] = Indice((e.Y0() - (my0 - (y + 0.5) * ry)) / e.PasY(), h, k) ? k : -1;
+      if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, k);
+    }
+    if (xb < xa || yb < ya) continue;
+    const Fenetre f{xa, ya, xb - xa + 1, yb - ya + 1};
+    const double L = pondere ? plume / e.PasX() : 0.0;
+    const Fenetre g = pondere ? FenetreAgrandie(f, MargePlume(L), w, h) : f;
+    lu.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes * canaux);
+    ok.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes);
+    e.Lire(g.colonne0, g.ligne0, g.nbColonnes, g.nbLignes, lu.data(), ok.data());
+    const int nx = f.nbColonnes, ny = f.nbLignes, dx = f.colonne0 - g.colonne0, dy = f.ligne0 - g.ligne0;
+    if (pondere) {
+      poids.resize(static_cast<size_t>(nx) * ny);
+      PoidsPlume(w, h, f, L, ok.data(), g.nbColonnes, poids.data(), nx);
+    }
+    // Planes of the corrected bands over the window.
+    const size_t plan = static_cast<size_t>(nx) * ny;
+    valeurs.resize(plan * bandes);
+    for (int b = 0; b < bandes; ++b) {
+      const int canal = e.Canal(b);
+      for (int r = 0; r < ny; ++r) {
+        float* v = valeurs.data() + b * plan + static_cast<size_t>(r) * nx;
+        const float* s = lu.data() + (static_cast<size_t>(r + dy) * g.nbColonnes + dx) * canaux + canal;
+        for (int x = 0; x < nx; ++x) v[x] = s[static_cast<size_t>(x) * canaux];
+        corrections[i]->CorrigerLigne(b, ya + r, xa, nx, v);
+      }
+    }
+    for (int c = c0; c < c1; ++c) colonne[c] -= xa;
+    LigneContribution l{static_cast<int>(i), 0,      c0, c1, dedans.data(), colonne.data(), 0, xa, w, h,
+                        lignesBandes.data(), nullptr};
+    for (int y = l0; y < l1; ++y) {
+      const int ly = ligneDe[y - y0];
+      if (ly < 0) continue;
+      const size_t r = static_cast<size_t>(ly - ya);
+      for (int b = 0; b < bandes; ++b) lignesBandes[b] = valeurs.data() + b * plan + r * nx;
+      l.y = y;
+      l.ligne = ly;
+      l.valide = ok.data() + (r + dy) * g.nbColonnes + dx;
+      l.poids = pondere ? poids.data() + r * nx : nullptr;
+      acc->Ajouter(l);
+    }
+    std::fill(dedans.begin() + c0, dedans.begin() + c1, 0);
+  }
+  acc->Terminer();
+  for (size_t k = 0; k < taille; ++k) {
+    for (int b = 0; b < bandes; ++b) sortie[k * bandes + b] = parBande[b][k];
+    valide[k] = couvert[k];
+  }
+}
+
+void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs,
+                                       std::vector<unsigned char>& valide) const {
+  const int y0 = r * plan.hauteurBloc, y1 = std::min(H, y0 + plan.hauteurBloc);
+  valeurs.resize(static_cast<size_t>(y1 - y0) * W * bandes);
+  valide.resize(static_cast<size_t>(y1 - y0) * W);
+  for (int y = y0; y < y1; y += sousBande) {
+    const int fin = std::min(y1, y + sousBande);
+    const size_t d = static_cast<size_t>(y - y0) * W;
+    ComposerBande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
+  }
+}
+
+void JobMosaique::Impl::ComposerRangees(
+    int r0, int r1,
+    const std::function<void(int, std::vector<std::vector<unsigned char>>&, const std::vector<float>&,
+                             const std::vector<unsigned char>&)>& ecrire) const {
+  std::vector<std::unique_ptr<EncodeurRangees>> encodeurs;
+  for (int k = 0; k < enVol; ++k)
+    encodeurs.push_back(
+        std::make_unique<EncodeurRangees>(p.sortie, ecriture, TPoint2D<int>(W, H), bandes, eFloat4));
+  struct EnVol {
+    std::vector<float> valeurs;
+    std::vector<unsigned char> valide;
+    std::vector<std::vector<unsigned char>> blocs;
+  };
+  std::vector<EnVol> lot(enVol);
+  for (int r = r0; r < r1; r += enVol) {
+    const int n = std::min(enVol, r1 - r);
+    PourChaque(static_cast<size_t>(n), [&](size_t k) {
+      EnVol& v = lot[k];
+      ComposerRangee(r + static_cast<int>(k), v.valeurs, v.valide);
+      v.blocs = encodeurs[k]->Encoder(r + static_cast<int>(k), v.valeurs.data(),
+                                      static_cast<size_t>(W) * bandes * sizeof(float), v.valide.data(),
+                                      static_cast<size_t>(W));
+    });
+    for (int k = 0; k < n; ++k) ecrire(r + k, lot[k].blocs, lot[k].valeurs, lot[k].valide);
+    suivi->Progression(static_cast<double>(r + n - r0) / (r1 - r0));
+  }
+}
+
+// One input corrected on its own grid, in the same file options, streamed by rows of blocks.
+void JobMosaique::Impl::EcrireCorrige(size_t i) const {
+  const EntreeMosaique& e = *entrees[i];
+  const std::string base =
+      e.Nom().substr(e.Nom().rfind('/') == std::string::npos ? 0 : e.Nom().rfind('/') + 1);
+  const std::string nom = p.corriges + "/" + base;
+  OptionsEcriture o = ecriture;
+  o.cog = false;
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = e.X0();
+  g.y0 = e.Y0();
+  g.pasX = e.PasX();
+  g.pasY = e.PasY();
+  if (e.Crs()) g.crs = *e.Crs();
+  EcrivainGeoTIFF ecrivain(nom, o, TPoint2D<int>(e.Colonnes(), e.Lignes()), bandes, eFloat4, g);
+  const int w = e.Colonnes(), canaux = e.Canaux(), T = ecrivain.Plan().hauteurBloc;
+  std::vector<float> lu, v;
+  std::vector<unsigned char> ok;
+  std::vector<float> ligne(w);
+  for (int y0 = 0; y0 < e.Lignes(); y0 += T) {
+    const int n = std::min(T, e.Lignes() - y0);
+    lu.resize(static_cast<size_t>(w) * n * canaux);
+    ok.resize(static_cast<size_t>(w) * n);
+    v.resize(static_cast<size_t>(w) * n * bandes);
+    e.Lire(0, y0, w, n, lu.data(), ok.data());
+    for (int r = 0; r < n; ++r)
+      for (int b = 0; b < bandes; ++b) {
+        const float* s = lu.data() + static_cast<size_t>(r) * w * canaux + e.Canal(b);
+        for (int x = 0; x < w; ++x) ligne[x] = s[static_cast<size_t>(x) * canaux];
+        corrections[i]->CorrigerLigne(b, y0 + r, 0, w, ligne.data());
+        float* d = v.data() + static_cast<size_t>(r) * w * bandes + b;
+        for (int x = 0; x < w; ++x) d[static_cast<size_t>(x) * bandes] = ligne[x];
+      }
+    ecrivain.EcrireLignes(eFloat4, v.data(), static_cast<size_t>(w) * bandes * sizeof(float), n, ok.data(),
+                          w);
+  }
+  ecrivain.Terminer();
+}
+
+void JobMosaique::Impl::EcrireOri() const {
+  // A CARTO orientation beside the mosaic when its grid is one (metric steps, an origin that reads back).
+  std::string nom = p.sortie;
+  const size_t point = nom.rfind('.');
+  nom = nom.substr(0, point) + ".ori";
+  try {
+    const OrientationOld ori(eORICarto, mx0, my0, 0, W, H, rx, ry);
+    ori.Sauver(nom.c_str());
+  } catch (const Erreur&) {
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// The work folder of the phases.
+
+std::string JobMosaique::Impl::Empreinte() const {
+  std::ostringstream o;
+  o.precision(17);
+  o << "egalise mosaique " << EGALISE_VERSION << "\n";
+  for (const std::string& n : p.entrees) {
+    struct stat s;
+    if (::stat(n.c_str(), &s) != 0) ZEPRA_ERREUR("[Mosaique] (Travail) L'image " << n << " n'existe plus.");
+    o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
+  }
+  o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
+    << p.degreOffset << " " << p.rigidite << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion
+    << " " << plume << "\nnodata " << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " "
+    << my0 << " " << rx << " " << ry << " " << W << " " << H << "\necriture " << NomTypeSortie(ecriture.type)
+    << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau << " " << ecriture.qualite << " "
+    << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg << "\ncorriges " << p.corriges << "\n";
+  return o.str();
+}
+
+void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
+  struct stat s;
+  if (::stat(travail.c_str(), &s) != 0 && ::mkdir(travail.c_str(), 0777) != 0 && errno != EEXIST)
+    ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail " << travail << " ne peut pas etre cree.");
+  const std::string nom = travail + "/empreinte.txt", attendue = Empreinte();
+  std::ifstream f(nom);
+  if (f) {
+    std::stringstream lu;
+    lu << f.rdbuf();
+    if (lu.str() != attendue)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail "
+                   << travail << " appartient a un autre calcul (entrees ou options differentes).");
+    return;
+  }
+  FichierAtomique e(nom, "[Mosaique] (Travail)");
+  e.flux() << attendue;
+  e.Valider();
+}
+
+namespace {
+constexpr char kMagiqueObs[9] = "EGOBSV01";
+constexpr char kMagiqueCorr[9] = "EGCORR01";
+constexpr char kMagiquePartie[9] = "EGPART01";
+
+std::string NomObservation(const std::string& t, size_t i) {
+  return t + "/observation_" + std::to_string(i + 1) + ".bin";
+}
+std::string NomPartie(const std::string& t, int k, int n) {
+  return t + "/partie_" + std::to_string(k) + "_sur_" + std::to_string(n) + ".bin";
+}
+}  // namespace
+
+void JobMosaique::Impl::EcrireCorrections(const std::string& nom) const {
+  Ecriture f(nom, kMagiqueCorr);
+  f.Valeur<uint32_t>(static_cast<uint32_t>(corrections.size()));
+  for (const auto& c : corrections) {
+    if (const auto* go = dynamic_cast<const CorrectionGO*>(c.get())) {
+      const CorrectionGainOffset& k = go->C();
+      f.Valeur<int32_t>(1);
+      f.Valeur<int32_t>(k.DegreGain());
+      f.Valeur<int32_t>(k.DegreOffset());
+      for (int b = 0; b < bandes; ++b) {
+        f.Octets(k.Gain(b), sizeof(double) * base_polynome::NbTermes(k.DegreGain()));
+        f.Octets(k.Offset(b), sizeof(double) * base_polynome::NbTermes(k.DegreOffset()));
+      }
+    } else if (const auto* pc = dynamic_cast<const CorrectionPolynome*>(c.get())) {
+      f.Valeur<int32_t>(p.modele == "multiplicatif" ? 3 : 2);
+      for (int b = 0; b < bandes; ++b) f.Octets(pc->Polynome(b).Coefficients().data(), 6 * sizeof(double));
+    } else {
+      f.Valeur<int32_t>(0);
+    }
+  }
+  // The report's part that the solve made.
+  f.Valeur<uint32_t>(static_cast<uint32_t>(rapport.bandes.size()));
+  for (const auto& b : rapport.bandes) {
+    f.Valeur(b.rmseAvant);
+    f.Valeur(b.rmseApres);
+  }
+  f.Valider();
+}
+
+void JobMosaique::Impl::LireCorrections(const std::string& nom) {
+  std::unique_ptr<Lecture> f = Lecture::Ouvrir(nom, kMagiqueCorr);
+  if (!f) ZEPRA_ERREUR("[Mosaique] (Travail) " << nom << " manque : lancer --etape resoudre d'abord.");
+  corrections.clear();
+  const uint32_t n = f->Valeur<uint32_t>();
+  if (n != entrees.size()) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " ne convient pas.");
+  for (uint32_t i = 0; i < n; ++i) {
+    const EntreeMosaique& e = *entrees[i];
+    const int32_t genre = f->Valeur<int32_t>();
+    if (genre == 1) {
+      const int dg = f->Valeur<int32_t>(), dof = f->Valeur<int32_t>();
+      if (dg < 0 || dg > 2 || dof < 0 || dof > 2)
+        ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " ne convient pas.");
+      CorrectionGainOffset c(e.Colonnes(), e.Lignes(), bandes, dg, dof);
+      for (int b = 0; b < bandes; ++b) {
+        f->Octets(c.Gain(b), sizeof(double) * base_polynome::NbTermes(dg));
+        f->Octets(c.Offset(b), sizeof(double) * base_polynome::NbTermes(dof));
+      }
+      corrections.push_back(std::make_unique<CorrectionGO>(std::move(c)));
+    } else if (genre == 2 || genre == 3) {
+      std::vector<Polynome2D> polys;
+      for (int b = 0; b < bandes; ++b) {
+        std::vector<double> k(6);
+        f->Octets(k.data(), 6 * sizeof(double));
+        Polynome2D poly(2);
+        poly.SetCoefficients(k);
+        polys.push_back(poly);
+      }
+      corrections.push_back(std::make_unique<CorrectionPolynome>(std::move(polys), genre == 3));
+    } else if (genre == 0) {
+      corrections.push_back(std::make_unique<Identite>());
+    } else {
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " ne convient pas.");
+    }
+  }
+  const uint32_t nb = f->Valeur<uint32_t>();
+  if (nb > 4096) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " ne convient pas.");
+  rapport.bandes.assign(nb, {});
+  for (auto& b : rapport.bandes) {
+    b.rmseAvant = f->Valeur<double>();
+    b.rmseApres = f->Valeur<double>();
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+
+JobMosaique::JobMosaique(const ParametresMosaique& p, SuiviMosaique* suivi) : m(std::make_unique<Impl>()) {
+  m->p = p;
+  m->suivi = suivi ? suivi : &m->muet;
+  m->Etape("preparation", [&] { m->Preparer(); });
+}
+
+JobMosaique::~JobMosaique() = default;
+
+const RapportMosaique& JobMosaique::Rapport() const { return m->rapport; }
+
+void JobMosaique::Executer() {
+  Impl& j = *m;
+  if (j.gainOffset && !j.p.noegal)
+    j.Etape("observation", [&] {
+      j.stats.resize(j.entrees.size());
+      std::atomic<size_t> faits{0};
+      PourChaque(j.entrees.size(), [&](size_t i) {
+        j.stats[i] = j.Observer(i);
+        (void)faits;
+      });
+    });
+  j.Etape("resolution", [&] { j.Resoudre(); });
+  j.stats.clear();
+  j.Etape("composition", [&] {
+    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
+    const bool cog = j.plan.cog;
+    j.ComposerRangees(0, j.Rangees(),
+                      [&](int, std::vector<std::vector<unsigned char>>& blocs, const std::vector<float>& v,
+                          const std::vector<unsigned char>& ok) {
+                        ecrivain.EcrireRangeeEncodee(blocs, cog ? v.data() : nullptr,
+                                                     static_cast<size_t>(j.W) * j.bandes * sizeof(float),
+                                                     cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
+                      });
+    ecrivain.Terminer();
+    j.EcrireOri();
+  });
+  if (!j.p.corriges.empty())
+    j.Etape("images corrigees", [&] { PourChaque(j.entrees.size(), [&](size_t i) { j.EcrireCorrige(i); }); });
+  j.rapport.colonnes = j.W;
+  j.rapport.lignes = j.H;
+  j.rapport.bandesSortie = j.plan.canaux;
+  j.rapport.typeSortie = NomTypeSortie(j.plan.type);
+}
+
+void JobMosaique::PhaseObserver(const std::string& travail, int index) {
+  Impl& j = *m;
+  if (index < 1 || index > static_cast<int>(j.entrees.size()))
+    ZEPRA_ERREUR("[Mosaique] (Observer) --index " << index << " : 1 a " << j.entrees.size() << " attendu.");
+  j.VerifierTravail(travail);
+  if (!j.gainOffset || j.p.noegal) return;  // the other models observe while they solve
+  const std::string nom = NomObservation(travail, index - 1);
+  if (Lecture::Ouvrir(nom, kMagiqueObs)) return;  // already done
+  j.Etape("observation", [&] {
+    const std::unique_ptr<StatsBlocs> s = j.Observer(index - 1);
+    Ecriture f(nom, kMagiqueObs);
+    const std::vector<double>& d = s->Donnees();
+    f.Valeur<uint64_t>(d.size());
+    f.Octets(d.data(), d.size() * sizeof(double));
+    f.Valider();
+  });
+}
+
+void JobMosaique::PhaseResoudre(const std::string& travail) {
+  Impl& j = *m;
+  j.VerifierTravail(travail);
+  const std::string nom = travail + "/corrections.bin";
+  if (Lecture::Ouvrir(nom, kMagiqueCorr)) return;
+  if (j.gainOffset && !j.p.noegal) {
+    j.stats.clear();
+    for (size_t i = 0; i < j.entrees.size(); ++i) {
+      std::unique_ptr<Lecture> f = Lecture::Ouvrir(NomObservation(travail, i), kMagiqueObs);
+      if (!f)
+        ZEPRA_ERREUR("[Mosaique] (Resoudre) L'observation de l'image "
+                     << i + 1 << " (" << j.entrees[i]->Nom() << ") manque : lancer --etape observer --index "
+                     << i + 1 << ".");
+      const EntreeMosaique& e = *j.entrees[i];
+      auto s = std::make_unique<StatsBlocs>(j.grille, j.PlacementDe(e), e.Colonnes(), e.Lignes(), j.bandes);
+      const uint64_t n = f->Valeur<uint64_t>();
+      if (n != s->Donnees().size())
+        ZEPRA_ERREUR("[Mosaique] (Resoudre) Le fichier " << f->Nom() << " ne convient pas.");
+      f->Octets(s->Donnees().data(), n * sizeof(double));
+      j.stats.push_back(std::move(s));
+    }
+  }
+  j.Etape("resolution", [&] { j.Resoudre(); });
+  j.stats.clear();
+  j.EcrireCorrections(nom);
+}
+
+void JobMosaique::PhaseComposer(const std::string& travail, int k, int n) {
+  Impl& j = *m;
+  if (n < 1 || k < 1 || k > n)
+    ZEPRA_ERREUR("[Mosaique] (Composer) --partie " << k << "/" << n << " : K de 1 a N attendu.");
+  j.VerifierTravail(travail);
+  const std::string nom = NomPartie(travail, k, n);
+  if (Lecture::Ouvrir(nom, kMagiquePartie)) return;
+  j.LireCorrections(travail + "/corrections.bin");
+  const int R = j.Rangees(), r0 = static_cast<int>(static_cast<long long>(R) * (k - 1) / n),
+            r1 = static_cast<int>(static_cast<long long>(R) * k / n);
+  j.Etape("composition", [&] {
+    Ecriture f(nom, kMagiquePartie);
+    f.Valeur<int32_t>(r0);
+    f.Valeur<int32_t>(r1);
+    const bool cog = j.plan.cog;
+    j.ComposerRangees(r0, r1,
+                      [&](int, std::vector<std::vector<unsigned char>>& blocs, const std::vector<float>& v,
+                          const std::vector<unsigned char>& ok) {
+                        f.Valeur<uint32_t>(static_cast<uint32_t>(blocs.size()));
+                        for (const auto& b : blocs) {
+                          f.Valeur<uint64_t>(b.size());
+                          f.Octets(b.data(), b.size());
+                        }
+                        if (cog) {
+                          f.Valeur<uint64_t>(v.size());
+                          f.Octets(v.data(), v.size() * sizeof(float));
+                          f.Octets(ok.data(), ok.size());
+                        }
+                      });
+    f.Valider();
+  });
+  if (!j.p.corriges.empty())
+    j.Etape("images corrigees", [&] {
+      for (size_t i = static_cast<size_t>(k - 1); i < j.entrees.size(); i += static_cast<size_t>(n))
+        j.EcrireCorrige(i);
+    });
+}
+
+void JobMosaique::PhaseAssembler(const std::string& travail) {
+  Impl& j = *m;
+  j.VerifierTravail(travail);
+  j.LireCorrections(travail + "/corrections.bin");
+  // The parts: every K of one N.
+  int n = 0;
+  for (int essai = 1; essai <= j.Rangees() && n == 0; ++essai) {
+    std::ifstream f(NomPartie(travail, 1, essai));
+    if (f) n = essai;
+  }
+  if (n == 0)
+    ZEPRA_ERREUR("[Mosaique] (Assembler) Aucune partie dans " << travail << " : lancer --etape composer.");
+  std::vector<std::unique_ptr<Lecture>> parties;
+  for (int k = 1; k <= n; ++k) {
+    std::unique_ptr<Lecture> f = Lecture::Ouvrir(NomPartie(travail, k, n), kMagiquePartie);
+    if (!f)
+      ZEPRA_ERREUR("[Mosaique] (Assembler) La partie "
+                   << k << "/" << n << " manque : lancer --etape composer --partie " << k << "/" << n << ".");
+    parties.push_back(std::move(f));
+  }
+  j.Etape("assemblage", [&] {
+    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
+    const int R = j.Rangees();
+    int attendue = 0;
+    std::vector<std::vector<unsigned char>> blocs;
+    std::vector<float> v;
+    std::vector<unsigned char> ok;
+    for (int k = 1; k <= n; ++k) {
+      Lecture& f = *parties[k - 1];
+      const int r0 = f.Valeur<int32_t>(), r1 = f.Valeur<int32_t>();
+      if (r0 != attendue || r1 < r0 || r1 > R)
+        ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " ne suit pas la precedente.");
+      for (int r = r0; r < r1; ++r) {
+        const uint32_t nb = f.Valeur<uint32_t>();
+        if (nb > 1u << 24) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+        blocs.resize(nb);
+        for (auto& b : blocs) {
+          const uint64_t t = f.Valeur<uint64_t>();
+          if (t > (uint64_t(1) << 32))
+            ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+          b.resize(t);
+          f.Octets(b.data(), t);
+        }
+        if (j.plan.cog) {
+          const uint64_t t = f.Valeur<uint64_t>();
+          const int lignes = std::min(j.H - r * j.plan.hauteurBloc, j.plan.hauteurBloc);
+          if (t != static_cast<uint64_t>(lignes) * j.W * j.bandes)
+            ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+          v.resize(t);
+          ok.resize(static_cast<size_t>(lignes) * j.W);
+          f.Octets(v.data(), t * sizeof(float));
+          f.Octets(ok.data(), ok.size());
+        }
+        ecrivain.EcrireRangeeEncodee(blocs, j.plan.cog ? v.data() : nullptr,
+                                     static_cast<size_t>(j.W) * j.bandes * sizeof(float),
+                                     j.plan.cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
+      }
+      if (!f.Fini()) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+      attendue = r1;
+    }
+    if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");
+    ecrivain.Terminer();
+    j.EcrireOri();
+  });
+  j.rapport.colonnes = j.W;
+  j.rapport.lignes = j.H;
+  j.rapport.bandesSortie = j.plan.canaux;
+  j.rapport.typeSortie = NomTypeSortie(j.plan.type);
+}
+
+std::string JobMosaique::RapportJson(const std::vector<std::pair<std::string, std::string>>& options) const {
+  const RapportMosaique& r = m->rapport;
+  std::ostringstream o;
+  o << "{\n  \"version\": \"" << EGALISE_VERSION << "\",\n  \"options\": {";
+  for (size_t k = 0; k < options.size(); ++k)
+    o << (k ? ", " : "") << "\"" << EchapperJson(options[k].first) << "\": \""
+      << EchapperJson(options[k].second) << "\"";
+  o << "},\n  \"entrees\": [";
+  for (size_t k = 0; k < r.entrees.size(); ++k) {
+    const auto& e = r.entrees[k];
+    o << (k ? "," : "") << "\n    {\"nom\": \"" << EchapperJson(e.nom) << "\", \"bandes\": " << e.bandes
+      << ", \"colonnes\": " << e.colonnes << ", \"lignes\": " << e.lignes
+      << ", \"observations\": " << e.observations << ", \"groupe\": " << e.groupe
+      << ", \"correction\": " << (e.correction.empty() ? "null" : e.correction) << "}";
+  }
+  o << "\n  ],\n  \"bandes\": [";
+  for (size_t k = 0; k < r.bandes.size(); ++k)
+    o << (k ? ", " : "") << "{\"rmse_avant\": " << NombreJson(r.bandes[k].rmseAvant)
+      << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres) << "}";
+  o << "],\n  \"etapes\": [";
+  for (size_t k = 0; k < r.etapes.size(); ++k)
+    o << (k ? ", " : "") << "{\"nom\": \"" << EchapperJson(r.etapes[k].nom)
+      << "\", \"secondes\": " << NombreJson(r.etapes[k].secondes)
+      << ", \"memoire_mio\": " << NombreJson(r.etapes[k].memoireMio) << "}";
+  o << "],\n  \"avertissements\": [";
+  for (size_t k = 0; k < r.avertissements.size(); ++k)
+    o << (k ? ", " : "") << "\"" << EchapperJson(r.avertissements[k]) << "\"";
+  o << "],\n  \"sortie\": {\"nom\": \"" << EchapperJson(m->p.sortie) << "\", \"colonnes\": " << m->W
+    << ", \"lignes\": " << m->H << ", \"bandes\": " << m->plan.canaux << ", \"type\": \""
+    << NomTypeSortie(m->plan.type) << "\"}\n}\n";
+  return o.str();
+}

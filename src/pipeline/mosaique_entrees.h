@@ -1,0 +1,71 @@
+// The inputs of the conventional front end's job: opened once (headers only), georeferenced, with
+// their validity rule, and read by windows. Private to src/pipeline.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "zepra/imagefic.h"
+#include "zepra/metadonnees.h"
+#include "zepra/specifimage.h"
+
+// Which pixels of an input hold data: the first rule that applies, in this order.
+enum class RegleValidite {
+  kNodata,  // a given no-data value (--nodata, else the file's tag): a pixel with it in a band is out
+  kAlpha,   // the alpha band: 0 is out
+  kMasque,  // the internal mask or the .msk beside the file: 0 is out
+  kZero,    // otherwise 0 in a band is out
+};
+
+class EntreeMosaique {
+ public:
+  // Opens the file and its masks, reads its georeferencing; an Erreur naming the file otherwise.
+  // nodataDonne / nodata: the --nodata option; suffixe: the exclusion mask's suffix, empty for none.
+  EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata, const std::string& suffixe);
+
+  const std::string& Nom() const { return m_nom; }
+  int Colonnes() const { return m_colonnes; }
+  int Lignes() const { return m_lignes; }
+  int Canaux() const { return m_canaux; }
+  // Bands that are equalized and composed: every channel but the alpha one.
+  int Bandes() const { return static_cast<int>(m_bandes.size()); }
+  // Channel of data band b.
+  int Canal(int b) const { return m_bandes[b]; }
+  bool Alpha() const { return m_alpha >= 0; }
+  eEnumType Type() const { return m_type; }
+  const MetadonneesImage* Metadonnees() const { return m_meta; }
+  // The map position of the upper-left corner of pixel (0, 0), and the steps (Y decreases down).
+  double X0() const { return m_x0; }
+  double Y0() const { return m_y0; }
+  double PasX() const { return m_pasX; }
+  double PasY() const { return m_pasY; }
+  const SystemeReference* Crs() const { return m_crs.get(); }
+  std::shared_ptr<const SystemeReference> PartageCrs() const { return m_crs; }
+  RegleValidite Regle() const { return m_regle; }
+  bool NodataFichier() const { return m_meta && m_meta->nodataPresent; }
+  double NodataFichierValeur() const { return m_meta ? m_meta->nodata : 0.0; }
+  const std::string& Exclusion() const { return m_nomExclusion; }
+
+  // The window [x0, x0 + nx) x [y0, y0 + ny): every channel, interleaved, as float, nx x Canaux() per
+  // row; and its validity (1 valid, 0 not), nx per row. Safe from several threads.
+  void Lire(int x0, int y0, int nx, int ny, float* valeurs, unsigned char* valide) const;
+  // Bytes Lire needs for a window, beyond its destination (the masks' rows).
+  size_t OctetsFenetre(int nx, int ny) const;
+
+ private:
+  std::string m_nom, m_nomExclusion;
+  std::unique_ptr<ImageFicIn> m_fichier;
+  std::unique_ptr<SpecifImageIn> m_masque;
+  std::unique_ptr<ImageFicIn> m_exclusion;
+  mutable std::mutex m_verrou;
+  const MetadonneesImage* m_meta = nullptr;
+  int m_colonnes = 0, m_lignes = 0, m_canaux = 0, m_alpha = -1;
+  std::vector<int> m_bandes;
+  eEnumType m_type = eIndetermine;
+  double m_x0 = 0, m_y0 = 0, m_pasX = 1, m_pasY = 1;
+  std::shared_ptr<const SystemeReference> m_crs;
+  RegleValidite m_regle = RegleValidite::kZero;
+  double m_nodata = 0;
+};
