@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr int kLargeur = 160, kHauteur = 128, kPasX = 120,
-              kPasY = 96;  // tiles and their origins, pixels
+// Tiles and the steps between their origins, in pixels: overlaps of 64 and 56 pixels.
+constexpr int kLargeur = 256, kHauteur = 224, kPasX = 192, kPasY = 168;
 constexpr double kPixel = 0.5, kX0 = 651000, kY0 = 6862000;
 
 // The scene of band b at a map point: texture at several scales, about 20 to
@@ -121,8 +121,12 @@ double RmseApresAjustement(const TTImage<float>& m, const std::vector<double>& g
   return std::sqrt(std::max(0.0, (tt - vt * vt / vv) / n));
 }
 
-TEST_F(MosaiqueRGB, DISABLED_ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes) {
+TEST_F(MosaiqueRGB, ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes) {
   test::Resultat r = test::Egalise(d->chemin(), "mosaique " + Tuiles() + " -o egal.tif --quiet");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  // The distortions' own model: constant gain and offset per tile and band.
+  r = test::Egalise(d->chemin(),
+                    "mosaique " + Tuiles() + " -o egal0.tif --degre-gain 0 --degre-offset 0 --quiet");
   ASSERT_EQ(r.statut, 0) << r.sortie;
   r = test::Egalise(d->chemin(), "mosaique " + Tuiles() + " -o naif.tif --noegal --quiet");
   ASSERT_EQ(r.statut, 0) << r.sortie;
@@ -150,12 +154,18 @@ TEST_F(MosaiqueRGB, DISABLED_ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEt
     ++nodata;
   EXPECT_EQ(nodata, 3u) << jEgal;
 
-  const TTImage<float> egal((*d / "egal.tif").c_str()), naif((*d / "naif.tif").c_str());
+  const TTImage<float> egal((*d / "egal.tif").c_str()), naif((*d / "naif.tif").c_str()),
+      egal0((*d / "egal0.tif").c_str());
   ASSERT_EQ(egal.GetNbCanaux(), 3);
   ASSERT_EQ(naif.GetNbCanaux(), 3);
   for (int b = 0; b < 3; ++b) {
     const double e = RmseApresAjustement(egal, gt, b), n = RmseApresAjustement(naif, gt, b);
-    EXPECT_LT(e, 0.5 * n) << "bande " << b + 1 << " : egalisee " << e << ", naive " << n;
+    const double e0 = RmseApresAjustement(egal0, gt, b);
+    // With degree-2 fields on 3 x 2 tiles, most of the tiles' differences lie where overlaps cannot
+    // see (one map-wide quadratic): closer, not much closer. With the distortions' own model, the
+    // error is the rounding's and the blending's.
+    EXPECT_LT(e, n) << "bande " << b + 1 << " : egalisee " << e << ", naive " << n;
+    EXPECT_LT(e0, 0.25 * n) << "bande " << b + 1 << " : egalisee (degres 0) " << e0 << ", naive " << n;
   }
 }
 
@@ -165,7 +175,7 @@ struct Refus {
   const char* debut;  // start of stderr
 };
 
-TEST_F(MosaiqueRGB, DISABLED_LignesDeCommandeRefuseesSansRienEcrire) {
+TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
   test::DossierTemp e;
   const std::string t = d->chemin() + "/";
   // A tile in another CRS, a one-band tile, a folder, a list of names.
@@ -181,15 +191,19 @@ TEST_F(MosaiqueRGB, DISABLED_LignesDeCommandeRefuseesSansRienEcrire) {
                                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
   const std::string a = "'" + t + "t0.tif' ";
   const std::string rouges[][3] = {
-      {a + "utm.tif -o m.tif", "1", "egalise mosaique : "},
-      {a + "gris.tif -o m.tif", "1", "egalise mosaique : "},
-      {"@absente.txt -o m.tif", "1", "egalise mosaique : "},
+      {a + "utm.tif -o m.tif", "1",
+       "egalise mosaique : [Mosaique] (Entrees) L'image utm.tif est dans le systeme EPSG:32631"},
+      {a + "gris.tif -o m.tif", "1", "egalise mosaique : [Mosaique] (Entrees) L'image gris.tif a 1 bande(s)"},
+      {"@absente.txt -o m.tif", "1", "egalise mosaique : liste d'images absente.txt illisible"},
       {a + "-o m.tif --threads 0", "2", "egalise mosaique : valeur '0' de --threads"},
       {a + "-o m.tif --pas -1", "2", "egalise mosaique : valeur '-1' de --pas"},
       {a + "-o m.tif --resolution abc", "2", "egalise mosaique : valeur 'abc' de --resolution"},
-      {a + "'" + t + "t1.tif' -o '" + t + "t1.tif'", "1", "egalise mosaique : "},
-      {a + "-o " + lectureSeule, "1", "egalise mosaique : "},
-      {a + "dossier -o m.tif", "1", "egalise mosaique : "},
+      {a + "'" + t + "t1.tif' -o '" + t + "t1.tif'", "1",
+       "egalise mosaique : [Verification] (VerifierChemins) La sortie"},
+      {a + "-o " + lectureSeule, "1",
+       "egalise mosaique : [Verification] (VerifierChemins) Impossible d'ecrire dans le dossier"},
+      {a + "dossier -o m.tif", "1",
+       "egalise mosaique : [Verification] (VerifierChemins) L'entree dossier n'est pas un fichier"},
   };
   const std::set<std::string> avant = Contenu(e.chemin()), tuiles = Contenu(d->chemin());
   for (const auto& c : rouges) {
