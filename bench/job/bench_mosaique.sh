@@ -12,7 +12,8 @@
 #            3 GB of tiles, 2.7 GB per mosaic; the generation alone takes tens of minutes)
 # Commands per set: gdalwarp -multi -wo NUM_THREADS=ALL_CPUS (nearest neighbour, the inputs' pixel),
 # egalise mosaique (equalized, default options) and egalise mosaique --noegal. Results in
-# <work folder>/resultats.md. Needs gdal-bin and time (scripts/deps.sh bench).
+# <work folder>/resultats.md. JEUX="rgb16" (say) runs only the sets named. Needs gdal-bin and time
+# (scripts/deps.sh bench).
 set -e
 GRAND=0
 if [ "$1" = "--grand" ]; then GRAND=1; shift; fi
@@ -65,10 +66,15 @@ lancer() {
 }
 
 : > "$TRAVAIL/mesures.txt"
-donnees rgb16 4 3000 3
-lancer rgb16 "-co COMPRESS=DEFLATE -co PREDICTOR=2 -co TILED=YES" ""
-donnees gris36 6 4000 1
-lancer gris36 "-co TILED=YES" "--compression none"
+JEUX=${JEUX:-rgb16 gris36}
+case " $JEUX " in *" rgb16 "*)
+  donnees rgb16 4 3000 3
+  lancer rgb16 "-co COMPRESS=DEFLATE -co PREDICTOR=2 -co TILED=YES" "" ;;
+esac
+case " $JEUX " in *" gris36 "*)
+  donnees gris36 6 4000 1
+  lancer gris36 "-co TILED=YES" "--compression none" ;;
+esac
 if [ "$GRAND" = 1 ]; then
   donnees gris256 16 4000 1
   RUNS=1 lancer gris256 "-co TILED=YES -co BIGTIFF=YES" "--compression none"
