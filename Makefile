@@ -32,21 +32,30 @@ test-cluster: build
 	./scripts/deps.sh cluster
 	./scripts/slurm/test_grappe.sh $(BUILD)
 
-# The demo: a generated data set of 3 x 3 overlapping tiles in demo/, the job run on it with and
-# without equalization, with mean and Voronoi fusion, and an 8-bit PGM quick-look beside each mosaic.
-# The console output of each run goes to the .txt file of the same name; see README.md.
+# The demo, both front ends on generated data in demo/ (see README.md):
+# - egalise mosaique on 3 x 3 RGB GeoTIFF tiles (demo/tuiles), equalized and not, with its report;
+# - the compatibility mode on 3 x 3 8-bit tiles, with and without equalization, mean and Voronoi fusion,
+#   the console output of each run in the .txt file of the same name;
+# and a PNG quick-look of each mosaic, plus side-by-side "before / after" ones.
 DEMO_TUILES = $(foreach l,0 1 2,$(foreach c,0 1 2,tuile_$(l)_$(c).tif))
-DEMO_EGALISE = $(abspath $(BUILD))/egalise $(DEMO_TUILES) --pas 10
+DEMO_EGALISE = $(abspath $(BUILD))/egalise
+DEMO_COMPATIBLE = $(DEMO_EGALISE) $(DEMO_TUILES) --pas 10
 DEMO_APERCU = $(abspath $(BUILD))/examples/apercu
 demo: build
 	rm -rf demo
 	$(BUILD)/examples/generer_demo demo
-	cd demo && $(DEMO_EGALISE) --noegal --output sans_egalisation.tif > sans_egalisation.txt
-	cd demo && $(DEMO_EGALISE) --noegal --fusion:voronoi --output sans_egalisation_voronoi.tif > sans_egalisation_voronoi.txt
-	cd demo && $(DEMO_EGALISE) --output mosaique.tif > mosaique.txt
-	cd demo && $(DEMO_EGALISE) --fusion:voronoi --output mosaique_voronoi.tif > mosaique_voronoi.txt
-	cd demo && for m in sans_egalisation sans_egalisation_voronoi mosaique mosaique_voronoi; do $(DEMO_APERCU) $$m.tif $$m.pgm; done
-	@echo "demo: tiles, corrected images, mosaics and quick-looks in demo/ (see README.md)"
+	$(BUILD)/examples/generer_demo demo/tuiles --geotiff
+	cd demo && $(DEMO_EGALISE) mosaique tuiles/*.tif -o mosaique_rgb.tif --rapport rapport.json
+	cd demo && $(DEMO_EGALISE) mosaique tuiles/*.tif -o mosaique_rgb_noegal.tif --noegal
+	cd demo && for m in mosaique_rgb mosaique_rgb_noegal; do $(DEMO_APERCU) $$m.tif $$m.png; done
+	cd demo && $(DEMO_APERCU) mosaique_rgb_noegal.tif mosaique_rgb.tif avant_apres_rgb.png --reduction 2
+	cd demo && $(DEMO_COMPATIBLE) --noegal --output sans_egalisation.tif > sans_egalisation.txt
+	cd demo && $(DEMO_COMPATIBLE) --noegal --fusion:voronoi --output sans_egalisation_voronoi.tif > sans_egalisation_voronoi.txt
+	cd demo && $(DEMO_COMPATIBLE) --output mosaique.tif > mosaique.txt
+	cd demo && $(DEMO_COMPATIBLE) --fusion:voronoi --output mosaique_voronoi.tif > mosaique_voronoi.txt
+	cd demo && for m in sans_egalisation sans_egalisation_voronoi mosaique mosaique_voronoi; do $(DEMO_APERCU) $$m.tif $$m.png; done
+	cd demo && $(DEMO_APERCU) sans_egalisation_voronoi.tif mosaique_voronoi.tif avant_apres.png --reduction 2
+	@echo "demo: tiles, mosaics, report and PNG quick-looks in demo/ (see README.md)"
 
 bench:
 	./scripts/deps.sh bench

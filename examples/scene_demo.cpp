@@ -5,7 +5,9 @@
 #include <iomanip>
 #include <limits>
 #include <sstream>
+#include <thread>
 
+#include "zepra/ecrivaingeotiff.h"
 #include "zepra/erreur.h"
 #include "zepra/fichieratomique.h"
 
@@ -328,4 +330,109 @@ TTImage<unsigned char> MasqueExclusion(const TuileQualite& t) {
   for (int l = 0; l < t.hauteur; ++l)
     for (int c = 0; c < t.largeur; ++c) m.GetLines(l)[c] = t.Exclu(c, l) ? 1 : 0;
   return m;
+}
+
+double CouleurScene(double s, int bande, int bandes) {
+  if (bandes != 3) return s;
+  static const double gain[3] = {1.0, 0.85, 0.7}, base[3] = {0.0, 20.0, 30.0};
+  return gain[bande] * s + base[bande];
+}
+
+DistorsionBande DistorsionTuileBande(int lt, int ct, int bande, uint32_t g) {
+  DistorsionBande d;
+  const uint32_t graine = g ^ (0x70u + static_cast<uint32_t>(bande));
+  // Hundredths, so that distorsions.txt gives the gains applied.
+  d.gain = std::round((0.85 + 0.3 * Alea(lt * 1000 + ct, 7, graine)) * 100) / 100;
+  d.offset = DistorsionTuile(lt, ct, graine);
+  return d;
+}
+
+namespace {
+
+void EcrireTuileGeoTIFF(const ParametresDemo& p, int bandes, int lt, int ct, const std::string& chemin) {
+  const int n = static_cast<int>(p.taille), dec = p.Decalage();
+  OptionsEcriture o;
+  o.compression = CompressionTIFF::kDeflate;
+  o.tuile = 256;
+  o.nodataPresent = true;
+  o.nodata = 0;
+  o.epsg = 2154;
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = p.x0 + static_cast<double>(ct) * dec * p.pixel;
+  g.y0 = p.y0 - static_cast<double>(lt) * dec * p.pixel;
+  g.pasX = g.pasY = p.pixel;
+  EcrivainGeoTIFF ecrivain(chemin, o, TPoint2D<int>(n, n), bandes, eUInt1, g);
+  std::vector<DistorsionBande> d(bandes);
+  for (int b = 0; b < bandes; ++b) d[b] = DistorsionTuileBande(lt, ct, b, p.graine);
+  const BordsIrreguliers bords(n, n, p.graine, static_cast<int>(lt * p.grille + ct));
+  std::vector<unsigned char> ligne(static_cast<size_t>(n) * bandes), valide(n);
+  for (int l = 0; l < n; ++l) {
+    const long long gl = static_cast<long long>(lt) * dec + l;
+    for (int c = 0; c < n; ++c) {
+      unsigned char* px = &ligne[static_cast<size_t>(c) * bandes];
+      // The writer moves a valid sample off the no-data value: the border goes as invalid pixels.
+      valide[c] = bords.Dehors(c, l) ? 0 : 1;
+      if (!valide[c]) continue;
+      const double s = ValeurScene(static_cast<long long>(ct) * dec + c, gl, p.graine);
+      for (int b = 0; b < bandes; ++b) {
+        const double v = d[b].gain * CouleurScene(s, b, bandes) + d[b].offset.Valeur(c, l, n, n);
+        px[b] = static_cast<unsigned char>(std::lround(Borne(v, 1, 255)));
+      }
+    }
+    ecrivain.EcrireLignes(ligne.data(), ligne.size(), 1, valide.data(), valide.size());
+  }
+  ecrivain.Terminer();
+}
+
+}  // namespace
+
+std::vector<std::string> GenererDemoGeoTIFF(const ParametresDemo& p, int bandes, const std::string& dossier,
+                                            int fils) {
+  p.Verifier();
+  if (bandes != 1 && bandes != 3)
+    ZEPRA_ERREUR("[GenererDemoGeoTIFF] (Bandes) " << bandes << " bandes : 1 ou 3 attendu.");
+  const std::string prefixe = dossier.empty() ? std::string() : dossier + "/";
+  const int nb = static_cast<int>(p.grille * p.grille);
+  std::vector<std::string> noms;
+  for (int k = 0; k < nb; ++k)
+    noms.push_back(NomTuile(k / static_cast<int>(p.grille), k % static_cast<int>(p.grille)));
+  // Each thread takes every fils-th tile; the first error is rethrown once all have stopped.
+  std::vector<std::exception_ptr> erreurs(std::max(1, fils));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < static_cast<int>(erreurs.size()); ++t)
+    threads.emplace_back([&, t] {
+      try {
+        for (int k = t; k < nb; k += static_cast<int>(erreurs.size()))
+          EcrireTuileGeoTIFF(p, bandes, k / static_cast<int>(p.grille), k % static_cast<int>(p.grille),
+                             prefixe + noms[k]);
+      } catch (...) {
+        erreurs[t] = std::current_exception();
+      }
+    });
+  for (std::thread& t : threads) t.join();
+  for (const std::exception_ptr& e : erreurs)
+    if (e) std::rethrow_exception(e);
+
+  FichierAtomique texte(prefixe + "distorsions.txt", "[GenererDemoGeoTIFF] (Distorsions)");
+  std::ostream& f = texte.flux();
+  f << "# " << p.grille << " x " << p.grille << " GeoTIFF tiles of " << p.taille << " x " << p.taille << " x "
+    << bandes << " bands, 8-bit, pixels of " << p.pixel << " m, " << p.taille - p.Decalage()
+    << " pixels of overlap, EPSG:2154, no-data 0, seed " << p.graine << ".\n"
+    << "# band b = round(gain * truth_b + offset + slopeX * u + slopeY * v + vignetting * (u^2 + v^2)), "
+       "kept in 1..255;\n";
+  if (bandes == 3) f << "# truth: R = scene, G = 0.85 scene + 20, B = 0.7 scene + 30;\n";
+  f << "# u = (column + 0.5 - " << p.taille / 2.0 << ") / " << p.taille / 2.0 << ", v the same for lines.\n"
+    << "# tile band gain offset slopeX slopeY vignetting\n"
+    << std::fixed;
+  for (int k = 0; k < nb; ++k)
+    for (int b = 0; b < bandes; ++b) {
+      const DistorsionBande d =
+          DistorsionTuileBande(k / static_cast<int>(p.grille), k % static_cast<int>(p.grille), b, p.graine);
+      f << noms[k] << ' ' << b + 1 << ' ' << std::setprecision(2) << d.gain << ' ' << std::setprecision(1)
+        << d.offset.decalage << ' ' << d.offset.penteX << ' ' << d.offset.penteY << ' ' << d.offset.vignettage
+        << '\n';
+    }
+  texte.Valider();
+  return noms;
 }

@@ -91,3 +91,27 @@ struct TuileQualite {
 TTOrientedImage<unsigned char> GenererTuileQualite(const ParametresDemo& p, const TuileQualite& t);
 // Its exclusion mask: 1 where excluded.
 TTImage<unsigned char> MasqueExclusion(const TuileQualite& t);
+
+// ---------------------------------------------------------------------------------------------------
+// GeoTIFF tiles for `egalise mosaique`: the same grid of tiles, 1 band (grey) or 3 (RGB), 8-bit, each
+// band of each tile with its own known gain and offset, placed by their GeoTIFF tags in EPSG:2154
+// (Lambert-93), no-data 0 (tagged), Deflate with the horizontal predictor, tiles of 256 x 256.
+
+// Lambert-93 coordinates of the first tile's upper-left corner, near Paris.
+constexpr double kX0Lambert93 = 650000.0, kY0Lambert93 = 6862000.0;
+
+// The true value of band 'bande' (of 'bandes') at a scene value: 1 band is the scene; 3 bands tint it.
+double CouleurScene(double scene, int bande, int bandes);
+
+// A band's distortion: value = round(gain * truth + offset(u, v)), kept in 1..255.
+struct DistorsionBande {
+  double gain = 1;
+  Distorsion offset;
+};
+DistorsionBande DistorsionTuileBande(int ligneTuile, int colonneTuile, int bande, uint32_t graine);
+
+// Writes every tile as NomTuile (p.x0, p.y0 as given: Lambert-93 expected) into the folder (which
+// must exist), and "distorsions.txt". Tiles are made by 'fils' threads, each a line at a time.
+// Returns the file names.
+std::vector<std::string> GenererDemoGeoTIFF(const ParametresDemo& p, int bandes, const std::string& dossier,
+                                            int fils);

@@ -11,12 +11,8 @@ set -e
 BUILD=$(cd "${1:-build}" && pwd)
 TRAVAIL=${2:-/tmp/egalise_bench_job}
 RUNS=${3:-5}
-EGALISE="$BUILD/egalise"
-GENERER="$BUILD/examples/generer_demo"
-for f in "$EGALISE" "$GENERER" /usr/bin/time; do
-  [ -x "$f" ] || { echo "bench_job: $f missing (build first; scripts/deps.sh bench)" >&2; exit 1; }
-done
-command -v gdalwarp > /dev/null || { echo "bench_job: gdalwarp missing (scripts/deps.sh bench)" >&2; exit 1; }
+. "$(dirname "$0")/outils.sh"
+verifier_outils bench_job
 
 TUILES=""
 for l in 0 1 2 3; do for c in 0 1 2 3; do TUILES="$TUILES tuile_${l}_${c}.tif"; done; done
@@ -38,11 +34,7 @@ mesure() {
   nom=$1
   shift
   /usr/bin/time -v -o "$nom.time" "$@" > "$nom.out" 2>&1 || { echo "bench_job: $nom failed, see $TRAVAIL/$nom.out" >&2; exit 1; }
-  awk -v nom="$nom" '
-    /Elapsed \(wall clock\)/ { n = split($NF, t, ":"); s = 0; for (i = 1; i <= n; i++) s = s * 60 + t[i] }
-    /Maximum resident set size/ { m = $NF }
-    /User time|System time/ { cpu += $NF }
-    END { print nom, s, m, cpu }' "$nom.time" >> mesures.txt
+  resume_time "$nom.time" "$nom" >> mesures.txt
 }
 
 : > mesures.txt

@@ -15,10 +15,10 @@
 #include <map>
 #include <sstream>
 
+#include "apercu_png.h"
 #include "etirement.h"
 #include "lire_options.h"
 #include "mesures.h"
-#include "png.h"
 #include "presets.h"
 #include "zepra/pipeline/mosaique.h"
 
@@ -202,7 +202,7 @@ void Apercu(const std::string& chemin, const Mosaique& m, const Verite& v, int x
       vraie(c, l) = static_cast<float>(t);
     }
   const TTImage<unsigned char> q = Etirer(crop, EtirementPercentiles(vraie, 0.01, 0.99));
-  EcrirePng(chemin, q.iGetNbColonnes(), q.iGetNbLignes(), std::vector<unsigned char>(q.begin(), q.end()));
+  EcrirePng(chemin, q.iGetNbColonnes(), q.iGetNbLignes(), 1, std::vector<unsigned char>(q.begin(), q.end()));
 }
 
 void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu) {

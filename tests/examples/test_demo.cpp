@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <sstream>
 
 #include "outils_test.h"
@@ -115,6 +116,121 @@ TEST(Apercu, EtirementExactValeursHorsBornesEtRefus) {
   TTImage<float>(5, 2, 0.0f).Sauver((d / "vide.tif").c_str());
   ASSERT_EQ(Lancer(APERCU_EXE, d.chemin(), "vide.tif vide.pgm").statut, 0);
   EXPECT_EQ(PixelsPgm(d / "vide.pgm", 5, 2), std::string(10, '\0'));
+}
+
+// The samples of an 8-bit image file GDAL reads (a PNG), through an uncompressed TIFF copy.
+TTImage<unsigned char> LirePng(const std::string& dossier, const std::string& png) {
+  const test::Resultat r = test::Lancer(dossier, "gdal_translate -q -of GTiff " + png + " " + png + ".tif");
+  EXPECT_EQ(r.statut, 0) << r.sortie;
+  return TTImage<unsigned char>((dossier + "/" + png + ".tif").c_str());
+}
+
+TEST(Apercu, PngRgbDeToutTypeAvecNodataEtCoteACote) {
+  test::DossierTemp d;
+  // 3 bands of uint16; no-data 7 (tagged by gdal_translate) in any band makes the pixel empty, and 0
+  // is then a value.
+  const unsigned short v[4 * 3 * 3] = {10, 20, 30, 0,  7,  30, 25, 25, 25, 40, 5, 15, 30, 30, 30, 12, 7,  12,
+                                       20, 10, 40, 11, 13, 17, 29, 28, 27, 8,  9, 10, 7,  7,  7,  30, 20, 10};
+  TTImage<unsigned short> im(4, 3, TagNbCanaux(3));
+  std::copy(v, v + 36, im.begin());
+  im.Sauver((d / "brut.tif").c_str());
+  test::Resultat r =
+      test::Lancer(d.chemin(),
+                   "gdal_translate -q -a_nodata 7 -co COMPRESS=DEFLATE -co TILED=YES "
+                   "brut.tif im.tif && '" APERCU_EXE "' im.tif im.png --min 10 --max 30 && '" APERCU_EXE
+                   "' im.tif im.tif cote.png --min 10 --max 30");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const TTImage<unsigned char> png = LirePng(d.chemin(), "im.png"), cote = LirePng(d.chemin(), "cote.png");
+  ASSERT_EQ(png.GetNbCanaux(), 3);
+  ASSERT_EQ(png.iGetNbColonnes(), 4);
+  ASSERT_EQ(png.iGetNbLignes(), 3);
+  // Two images of 4 columns and 16 blank ones between them.
+  ASSERT_EQ(cote.iGetNbColonnes(), 24);
+  ASSERT_EQ(cote.iGetNbLignes(), 3);
+  for (int p = 0; p < 12; ++p) {
+    const bool vide = v[3 * p] == 7 || v[3 * p + 1] == 7 || v[3 * p + 2] == 7;
+    for (int b = 0; b < 3; ++b) {
+      // 1 + (v - 10) * 254 / 20, rounded, kept in 1..255.
+      const double niveau = std::min(255.0, std::max(1.0, std::round(1 + (v[3 * p + b] - 10) * 254.0 / 20)));
+      const unsigned char attendu = vide ? 0 : static_cast<unsigned char>(niveau);
+      const int x = p % 4, y = p / 4;
+      EXPECT_EQ(png.GetLines(y)[3 * x + b], attendu) << p << " " << b;
+      EXPECT_EQ(cote.GetLines(y)[3 * x + b], attendu) << p << " " << b;
+      EXPECT_EQ(cote.GetLines(y)[3 * (x + 20) + b], attendu) << p << " " << b;
+      for (int g = 4; g < 20; ++g) EXPECT_EQ(cote.GetLines(y)[3 * g + b], 0);
+    }
+  }
+  // A grey image beside an RGB one is refused.
+  TTImage<float>(4, 3, 1.0f).Sauver((d / "gris.tif").c_str());
+  r = test::Lancer(d.chemin(), "'" APERCU_EXE "' gris.tif im.tif x.png");
+  EXPECT_EQ(r.statut, 255);
+  EXPECT_NE(r.sortie.find("n'ont pas le meme nombre de bandes"), std::string::npos) << r.sortie;
+  EXPECT_FALSE(std::ifstream(d / "x.png").good());
+}
+
+// One line of tuiles/distorsions.txt: tile, band, gain, offset, slopes and vignetting.
+struct LigneDistorsion {
+  std::string tuile;
+  int bande = 0;
+  double gain = 0, offset = 0, penteX = 0, penteY = 0, vignettage = 0;
+};
+
+TEST(GenererDemo, TuilesGeoTIFFPlaceesEtDistorsionsConformesAuFichier) {
+  test::DossierTemp d;
+  ASSERT_EQ(Lancer(GENERER_DEMO_EXE, d.chemin(), "t --geotiff --grille 2 --taille 64 --fils 2").statut, 0);
+  ASSERT_EQ(Lancer(GENERER_DEMO_EXE, d.chemin(), "g --geotiff --bandes 1 --grille 2 --taille 64").statut, 0);
+  const test::Resultat refus = Lancer(GENERER_DEMO_EXE, d.chemin(), "x --geotiff --bandes 2 --taille 64");
+  EXPECT_EQ(refus.statut, 255);
+  EXPECT_NE(refus.sortie.find("2 bandes : 1 ou 3 attendu"), std::string::npos) << refus.sortie;
+  // Tags as GDAL reads them: Lambert-93, no-data 0 on each band, Deflate tiles; tile (0, 1) starts
+  // 51 pixels (64 less 20 %) east of the first.
+  for (const char* c : {"t", "g"}) {
+    const std::string j = test::Lancer(d / c, "gdalinfo -json tuile_0_1.tif").sortie;
+    const int bandes = std::string(c) == "t" ? 3 : 1;
+    EXPECT_NE(j.find("2154]]"), std::string::npos) << j;
+    EXPECT_NE(j.find("\"COMPRESSION\":\"DEFLATE\""), std::string::npos) << j;
+    size_t n = 0;
+    for (size_t i = j.find("\"noDataValue\":0"); i != std::string::npos;
+         i = j.find("\"noDataValue\":0", i + 1))
+      ++n;
+    EXPECT_EQ(n, static_cast<size_t>(bandes)) << j;
+    EXPECT_NE(j.find("\"geoTransform\":[\n    650025.5,\n    0.5,"), std::string::npos) << j;
+  }
+  // Where tiles (0, 0) and (0, 1) overlap, their values with the distortions of distorsions.txt undone
+  // agree up to the rounding of each.
+  std::map<std::pair<std::string, int>, LigneDistorsion> dist;
+  std::istringstream texte(test::LireFichier(d / "t/distorsions.txt"));
+  for (std::string l; std::getline(texte, l);) {
+    if (l.empty() || l[0] == '#') continue;
+    std::istringstream s(l);
+    LigneDistorsion x;
+    s >> x.tuile >> x.bande >> x.gain >> x.offset >> x.penteX >> x.penteY >> x.vignettage;
+    dist[{x.tuile, x.bande}] = x;
+  }
+  ASSERT_EQ(dist.size(), 12u);
+  const TTImage<unsigned char> a((d / "t/tuile_0_0.tif").c_str()), b((d / "t/tuile_0_1.tif").c_str());
+  const auto redresser = [&](const TTImage<unsigned char>& im, const char* nom, int c, int l, int bande) {
+    const LigneDistorsion& x = dist[{nom, bande + 1}];
+    const double u = (c + 0.5 - 32) / 32, v = (l + 0.5 - 32) / 32;
+    return (im.GetLines(l)[3 * c + bande] -
+            (x.offset + x.penteX * u + x.penteY * v + x.vignettage * (u * u + v * v))) /
+           x.gain;
+  };
+  int compares = 0;
+  for (int l = 0; l < 64; ++l)
+    for (int c = 0; c < 64 - 51; ++c)
+      for (int bande = 0; bande < 3; ++bande) {
+        const unsigned char va = a.GetLines(l)[3 * (c + 51) + bande], vb = b.GetLines(l)[3 * c + bande];
+        if (va <= 1 || vb <= 1 || va == 255 || vb == 255) continue;  // no data or clamped
+        // Each value is rounded by at most 0.5, that is 0.5 / gain once undone.
+        const double tolerance = 0.5 / dist[{"tuile_0_0.tif", bande + 1}].gain +
+                                 0.5 / dist[{"tuile_0_1.tif", bande + 1}].gain + 1e-9;
+        EXPECT_NEAR(redresser(a, "tuile_0_0.tif", c + 51, l, bande),
+                    redresser(b, "tuile_0_1.tif", c, l, bande), tolerance)
+            << l << " " << c << " " << bande;
+        ++compares;
+      }
+  EXPECT_GT(compares, 1000);
 }
 
 TEST(GenererDemo, RefuseLesParametresAberrants) {

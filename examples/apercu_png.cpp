@@ -1,4 +1,4 @@
-#include "png.h"
+#include "apercu_png.h"
 
 #include <png.h>
 
@@ -15,10 +15,14 @@ void Vider(png_structp png) { static_cast<std::ofstream*>(png_get_io_ptr(png))->
 
 }  // namespace
 
-void EcrirePng(const std::string& chemin, int largeur, int hauteur, const std::vector<unsigned char>& gris) {
-  if (largeur < 1 || hauteur < 1 || gris.size() != static_cast<size_t>(largeur) * hauteur)
-    ZEPRA_ERREUR("[Png] (Ecrire) " << chemin << " : " << largeur << " x " << hauteur << " pour "
-                                   << gris.size() << " niveaux.");
+void EcrirePng(const std::string& chemin, int largeur, int hauteur, int canaux,
+               const std::vector<unsigned char>& octets) {
+  if (canaux != 1 && canaux != 3)
+    ZEPRA_ERREUR("[Png] (Ecrire) " << chemin << " : " << canaux << " canaux, 1 ou 3 attendus.");
+  const size_t ligne = static_cast<size_t>(largeur) * canaux;
+  if (largeur < 1 || hauteur < 1 || octets.size() != ligne * hauteur)
+    ZEPRA_ERREUR("[Png] (Ecrire) " << chemin << " : " << largeur << " x " << hauteur << " x " << canaux
+                                   << " pour " << octets.size() << " octets.");
   FichierAtomique f(chemin, "[Png] (Ecrire)");
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -33,11 +37,11 @@ void EcrirePng(const std::string& chemin, int largeur, int hauteur, const std::v
   }
   png_set_write_fn(png, &f.flux(), Ecrire, Vider);
   png_set_IHDR(png, info, static_cast<png_uint_32>(largeur), static_cast<png_uint_32>(hauteur), 8,
-               PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-               PNG_FILTER_TYPE_DEFAULT);
+               canaux == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, info);
   for (int l = 0; l < hauteur; ++l)
-    png_write_row(png, const_cast<png_bytep>(&gris[static_cast<size_t>(l) * largeur]));
+    png_write_row(png, const_cast<png_bytep>(&octets[static_cast<size_t>(l) * ligne]));
   png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
   f.Valider();

@@ -1,0 +1,20 @@
+# Shared by the bench/job scripts (sourced): the tools they need, and GNU time's report as one line.
+
+# verifier_outils <script name>: EGALISE and GENERER from BUILD; stops when a tool is missing.
+verifier_outils() {
+  EGALISE="$BUILD/egalise"
+  GENERER="$BUILD/examples/generer_demo"
+  for f in "$EGALISE" "$GENERER" /usr/bin/time; do
+    [ -x "$f" ] || { echo "$1: $f missing (build first; scripts/deps.sh bench)" >&2; exit 1; }
+  done
+  command -v gdalwarp > /dev/null || { echo "$1: gdalwarp missing (scripts/deps.sh bench)" >&2; exit 1; }
+}
+
+# resume_time <file of /usr/bin/time -v> <label>: prints "<label> <wall s> <peak RSS KB> <CPU s>".
+resume_time() {
+  awk -v nom="$2" '
+    /Elapsed \(wall clock\)/ { n = split($NF, t, ":"); s = 0; for (i = 1; i <= n; i++) s = s * 60 + t[i] }
+    /Maximum resident set size/ { m = $NF }
+    /User time|System time/ { cpu += $NF }
+    END { print nom, s, m, cpu }' "$1"
+}
