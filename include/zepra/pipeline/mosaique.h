@@ -91,7 +91,7 @@ class SuiviMosaique {
 // The degree the gain-offset model uses when none is given, for a job of n images. Overlaps cannot tell
 // one map-wide surface from the images' own corrections: with few images, a degree-2 surface passes
 // through their levels (four images, one bilinear surface), and level differences, the commonest
-// distortion, would be kept as a trend. So degree 2 from 16 images, 1 from 9, else 0 (bench/README.md).
+// distortion, would be kept as a trend. So degree 2 from 9 images, 1 from 6, else 0 (bench/README.md).
 int DegreAutomatique(int n);
 
 class JobMosaique {
