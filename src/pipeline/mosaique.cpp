@@ -225,6 +225,7 @@ struct JobMosaique::Impl {
   int enVol = 1;      // rows of tiles composed at once
   int sousBande = 0;  // lines composed at once within a row
   int lignesObservation = 0;
+  bool moyenne = false;  // output pixels averaged from the input pixels in them, else nearest
 
   RapportMosaique rapport;
 
@@ -405,9 +406,10 @@ void JobMosaique::Impl::Grille() {
     rx = e0.PasX();
     ry = e0.PasY();
   }
-  if (p.reechantillonnage.empty() && (rx > e0.PasX() * (1 + 1e-6) || ry > e0.PasY() * (1 + 1e-6)))
-    Avertir("Pixel de la mosaique plus grand que celui des entrees : reechantillonnage au plus proche (la "
-            "moyenne n'est pas encore disponible).");
+  // Averaging by default when the output pixel is coarser than the inputs'.
+  moyenne = p.reechantillonnage == "moyenne" ||
+            (p.reechantillonnage.empty() && (rx > e0.PasX() * (1 + 1e-6) || ry > e0.PasY() * (1 + 1e-6)));
+  if (moyenne && bandes > 64) ZEPRA_ERREUR("[Mosaique] (Grille) La moyenne prend au plus 64 bandes.");
   double minX = e0.X0(), maxY = e0.Y0(), maxX = minX, minY = maxY;
   for (const auto& e : entrees) {
     minX = std::min(minX, e->X0());
@@ -641,6 +643,12 @@ void Bornes(double a, double b, int n, int& debut, int& fin) {
   fin = hi <= 0 ? 0 : (hi >= n ? n : static_cast<int>(hi));
 }
 
+// The first pixel of [0, n) whose centre is at or after a position, n when none is.
+inline int Premier(double position, int n) {
+  const double k = std::ceil(position - 0.5);
+  return !(k > 0) ? 0 : k >= n ? n : static_cast<int>(k);
+}
+
 // The index of a position inside [0, n), false outside (NaN included).
 inline bool Indice(double position, int n, int& k) {
   if (!(position >= 0.0 && position < n)) return false;
@@ -662,8 +670,8 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
   const bool pondere = regle->LargeurPlume() >= 0;
 
   std::vector<unsigned char> dedans(W, 0);
-  std::vector<int> colonne(W, 0), ligneDe(hb, -1);
-  std::vector<float> lu, valeurs, poids;
+  std::vector<int> colonne(W, 0), ligneDe(hb, -1), finColonne(W, 0), finLigne(hb, 0), colonneMoyenne(W, 0);
+  std::vector<float> lu, valeurs, poids, moyennes;
   std::vector<unsigned char> ok;
   std::vector<const float*> lignesBandes(bandes);
   for (size_t i = 0; i < entrees.size(); ++i) {
@@ -675,18 +683,33 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     l0 = std::max(l0, y0);
     l1 = std::min(l1, y1);
     if (c0 >= c1 || l0 >= l1) continue;
-    // Nearest input pixel of each output pixel's centre.
+    // Nearest input pixel of each output pixel's centre; averaging, the input pixels whose centres
+    // fall in the output pixel: [colonne, finColonne) and [ligneDe, finLigne).
     int xa = w, xb = -1, ya = h, yb = -1;
     for (int c = c0; c < c1; ++c) {
       int k = 0;
-      dedans[c] = Indice((mx0 + (c + 0.5) * rx - e.X0()) / e.PasX(), w, k);
+      if (moyenne) {
+        k = Premier((mx0 + c * rx - e.X0()) / e.PasX(), w);
+        finColonne[c] = Premier((mx0 + (c + 1) * rx - e.X0()) / e.PasX(), w);
+        dedans[c] = finColonne[c] > k;
+        if (dedans[c]) xa = std::min(xa, k), xb = std::max(xb, finColonne[c] - 1);
+      } else {
+        dedans[c] = Indice((mx0 + (c + 0.5) * rx - e.X0()) / e.PasX(), w, k);
+        if (dedans[c]) xa = std::min(xa, k), xb = std::max(xb, k);
+      }
       colonne[c] = k;
-      if (dedans[c]) xa = std::min(xa, k), xb = std::max(xb, k);
     }
     for (int y = l0; y < l1; ++y) {
       int k = 0;
-      ligneDe[y - y0] = Indice((e.Y0() - (my0 - (y + 0.5) * ry)) / e.PasY(), h, k) ? k : -1;
-      if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, k);
+      if (moyenne) {
+        k = Premier((e.Y0() - (my0 - y * ry)) / e.PasY(), h);
+        finLigne[y - y0] = Premier((e.Y0() - (my0 - (y + 1) * ry)) / e.PasY(), h);
+        ligneDe[y - y0] = finLigne[y - y0] > k ? k : -1;
+        if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, finLigne[y - y0] - 1);
+      } else {
+        ligneDe[y - y0] = Indice((e.Y0() - (my0 - (y + 0.5) * ry)) / e.PasY(), h, k) ? k : -1;
+        if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, k);
+      }
     }
     if (xb < xa || yb < ya) continue;
     const Fenetre f{xa, ya, xb - xa + 1, yb - ya + 1};
@@ -712,6 +735,59 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
         std::copy(s, s + nx, v);
         corrections[i]->CorrigerLigne(b, ya + r, xa, nx, v);
       }
+    }
+    if (moyenne) {
+      // Each output pixel gets the mean of the input's valid pixels in it (weights likewise), and is
+      // valid when one is; the rule then sees the input on the output grid.
+      const int nc = c1 - c0;
+      moyennes.assign(static_cast<size_t>(nc) * (bandes + 2), 0.0f);
+      std::vector<unsigned char> okMoyen(nc);
+      const double sx = rx / e.PasX(), sy = ry / e.PasY();
+      LigneContribution l{static_cast<int>(i),
+                          0,
+                          c0,
+                          c1,
+                          dedans.data(),
+                          colonne.data(),
+                          0,
+                          static_cast<int>(std::floor((mx0 + c0 * rx - e.X0()) / rx)),
+                          static_cast<int>(std::lround(w / sx)),
+                          static_cast<int>(std::lround(h / sy)),
+                          lignesBandes.data(),
+                          okMoyen.data()};
+      for (int c = c0; c < c1; ++c) colonneMoyenne[c] = c - c0;
+      l.colonne = colonneMoyenne.data();
+      for (int y = l0; y < l1; ++y) {
+        if (ligneDe[y - y0] < 0) continue;
+        std::fill(moyennes.begin(), moyennes.end(), 0.0f);
+        for (int c = c0; c < c1; ++c) {
+          if (!dedans[c]) {
+            okMoyen[c - c0] = 0;
+            continue;
+          }
+          double somme[64] = {}, sw = 0;
+          int n = 0;
+          for (int r = ligneDe[y - y0]; r < finLigne[y - y0]; ++r)
+            for (int k = colonne[c]; k < finColonne[c]; ++k) {
+              const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
+              if (!ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) continue;
+              for (int b = 0; b < bandes; ++b) somme[b] += valeurs[b * plan + q];
+              if (pondere) sw += poids[q];
+              ++n;
+            }
+          okMoyen[c - c0] = n > 0;
+          for (int b = 0; b < bandes && n > 0; ++b)
+            moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / n);
+          if (n > 0) moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / n);
+        }
+        for (int b = 0; b < bandes; ++b) lignesBandes[b] = moyennes.data() + static_cast<size_t>(b) * nc;
+        l.y = y;
+        l.ligne = static_cast<int>(std::floor((e.Y0() - (my0 - y * ry)) / ry));
+        l.poids = pondere ? moyennes.data() + static_cast<size_t>(bandes) * nc : nullptr;
+        acc->Ajouter(l);
+      }
+      std::fill(dedans.begin() + c0, dedans.begin() + c1, 0);
+      continue;
     }
     for (int c = c0; c < c1; ++c) colonne[c] -= xa;
     LigneContribution l{static_cast<int>(i), 0,      c0, c1, dedans.data(), colonne.data(), 0, xa, w, h,
@@ -843,9 +919,10 @@ std::string JobMosaique::Impl::Empreinte() const {
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
     << p.degreOffset << " " << p.rigidite << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion
     << " " << plume << "\nnodata " << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " "
-    << my0 << " " << rx << " " << ry << " " << W << " " << H << "\necriture " << NomTypeSortie(ecriture.type)
-    << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau << " " << ecriture.qualite << " "
-    << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg << "\ncorriges " << p.corriges << "\n";
+    << my0 << " " << rx << " " << ry << " " << W << " " << H << " " << moyenne << "\necriture "
+    << NomTypeSortie(ecriture.type) << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau
+    << " " << ecriture.qualite << " " << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg
+    << "\ncorriges " << p.corriges << "\n";
   return o.str();
 }
 

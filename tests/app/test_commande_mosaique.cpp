@@ -168,9 +168,9 @@ TEST(CommandeMosaique, ReglagesLus) {
   EXPECT_EQ(o.donnees.size(), 7u);
   EXPECT_EQ(o.donnees[0], (std::pair<std::string, std::string>("--pas", "2.5")));
   const OptionsCommandeMosaique r =
-      Lire({"a.tif", "-o", "m.tif", "--resolution", "0.5,2", "--reechantillonnage", "moyenne"});
+      Lire({"a.tif", "-o", "m.tif", "--resolution", "0.5,2", "--reechantillonnage", "bilineaire"});
   EXPECT_TRUE(r.resolutionX == 0.5 && r.resolutionY == 2);
-  EXPECT_EQ(r.indisponibles, std::vector<std::string>{"--reechantillonnage moyenne"});
+  EXPECT_EQ(r.indisponibles, std::vector<std::string>{"--reechantillonnage bilineaire"});
 }
 
 }  // namespace

@@ -250,4 +250,32 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
+// A coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit output), by
+// default; nearest when asked.
+TEST(JobMosaique, PixelPlusGrosMoyenneParDefaut) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const TTImage<float> e(t[0].c_str());
+  for (const char* methode : {"", "proche"}) {
+    ParametresMosaique p = Parametres({t[0]}, d / "g.tif");
+    p.noegal = true;
+    p.resolutionX = p.resolutionY = 2 * kPas;
+    p.reechantillonnage = methode;
+    JobMosaique(p).Executer();
+    const TTImage<float> m((d / "g.tif").c_str());
+    ASSERT_EQ(m.iGetNbColonnes(), kN / 2);
+    long differents = 0;
+    for (int y = 0; y < kN / 2; ++y)
+      for (int x = 0; x < kN / 2; ++x)
+        for (int b = 0; b < kBandes; ++b) {
+          const double attendu = *methode ? e(2 * x + 1, 2 * y + 1, b)
+                                          : std::round((e(2 * x, 2 * y, b) + e(2 * x + 1, 2 * y, b) +
+                                                        e(2 * x, 2 * y + 1, b) + e(2 * x + 1, 2 * y + 1, b)) /
+                                                       4);
+          differents += std::fabs(m(x, y, b) - attendu) > 0.51;
+        }
+    EXPECT_EQ(differents, 0) << methode;
+  }
+}
+
 }  // namespace
