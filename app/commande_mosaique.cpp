@@ -131,8 +131,7 @@ const std::vector<Option>& Table() {
           [] {
             return std::vector<std::string>{"proche", "bilineaire", "moyenne"};
           },
-          [](const std::string& n) { return n != "bilineaire"; },
-          [](O& o, const Valeur& v) { o.reechantillonnage = v.texte; }),
+          nullptr, [](O& o, const Valeur& v) { o.reechantillonnage = v.texte; }),
       Texte("corriges", 0, "DOSSIER", "aucune image corrigee",
             "dossier existant dans lequel ecrire chaque entree corrigee, sous son nom",
             [](O& o, const Valeur& v) { o.corriges = v.texte; }),

@@ -225,7 +225,8 @@ struct JobMosaique::Impl {
   int enVol = 1;      // rows of tiles composed at once
   int sousBande = 0;  // lines composed at once within a row
   int lignesObservation = 0;
-  bool moyenne = false;  // output pixels averaged from the input pixels in them, else nearest
+  bool moyenne = false;     // output pixels averaged from the input pixels in them
+  bool bilineaire = false;  // output pixels interpolated between the four input pixels around them
 
   RapportMosaique rapport;
 
@@ -409,7 +410,10 @@ void JobMosaique::Impl::Grille() {
   // Averaging by default when the output pixel is coarser than the inputs'.
   moyenne = p.reechantillonnage == "moyenne" ||
             (p.reechantillonnage.empty() && (rx > e0.PasX() * (1 + 1e-6) || ry > e0.PasY() * (1 + 1e-6)));
-  if (moyenne && bandes > 64) ZEPRA_ERREUR("[Mosaique] (Grille) La moyenne prend au plus 64 bandes.");
+  bilineaire = p.reechantillonnage == "bilineaire";
+  if ((moyenne || bilineaire) && bandes > 64)
+    ZEPRA_ERREUR("[Mosaique] (Grille) Le reechantillonnage " << (moyenne ? "moyenne" : "bilineaire")
+                                                             << " prend au plus 64 bandes.");
   double minX = e0.X0(), maxY = e0.Y0(), maxX = minX, minY = maxY;
   for (const auto& e : entrees) {
     minX = std::min(minX, e->X0());
@@ -671,7 +675,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
 
   std::vector<unsigned char> dedans(W, 0);
   std::vector<int> colonne(W, 0), ligneDe(hb, -1), finColonne(W, 0), finLigne(hb, 0), colonneMoyenne(W, 0);
-  std::vector<float> lu, valeurs, poids, moyennes;
+  std::vector<float> lu, valeurs, poids, moyennes, part(W), partLigne(hb);
   std::vector<unsigned char> ok;
   std::vector<const float*> lignesBandes(bandes);
   for (size_t i = 0; i < entrees.size(); ++i) {
@@ -688,7 +692,15 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     int xa = w, xb = -1, ya = h, yb = -1;
     for (int c = c0; c < c1; ++c) {
       int k = 0;
-      if (moyenne) {
+      if (bilineaire) {
+        // The pixel before the centre and its share: k and k + 1, clamped at the image's edges.
+        const double u = (mx0 + (c + 0.5) * rx - e.X0()) / e.PasX() - 0.5;
+        dedans[c] = u >= -0.5 && u < w - 0.5;
+        const double k0 = dedans[c] ? std::floor(u) : 0.0;
+        k = static_cast<int>(k0);
+        part[c] = static_cast<float>(u - k0);
+        if (dedans[c]) xa = std::min(xa, std::max(k, 0)), xb = std::max(xb, std::min(k + 1, w - 1));
+      } else if (moyenne) {
         k = Premier((mx0 + c * rx - e.X0()) / e.PasX(), w);
         finColonne[c] = Premier((mx0 + (c + 1) * rx - e.X0()) / e.PasX(), w);
         dedans[c] = finColonne[c] > k;
@@ -701,7 +713,16 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     }
     for (int y = l0; y < l1; ++y) {
       int k = 0;
-      if (moyenne) {
+      if (bilineaire) {
+        const double v = (e.Y0() - (my0 - (y + 0.5) * ry)) / e.PasY() - 0.5;
+        const bool dans = v >= -0.5 && v < h - 0.5;
+        const double k0 = dans ? std::floor(v) : 0.0;
+        k = static_cast<int>(k0);
+        ligneDe[y - y0] = k;
+        finLigne[y - y0] = dans;
+        partLigne[y - y0] = static_cast<float>(v - k0);
+        if (dans) ya = std::min(ya, std::max(k, 0)), yb = std::max(yb, std::min(k + 1, h - 1));
+      } else if (moyenne) {
         k = Premier((e.Y0() - (my0 - y * ry)) / e.PasY(), h);
         finLigne[y - y0] = Premier((e.Y0() - (my0 - (y + 1) * ry)) / e.PasY(), h);
         ligneDe[y - y0] = finLigne[y - y0] > k ? k : -1;
@@ -736,9 +757,10 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
         corrections[i]->CorrigerLigne(b, ya + r, xa, nx, v);
       }
     }
-    if (moyenne) {
-      // Each output pixel gets the mean of the input's valid pixels in it (weights likewise), and is
-      // valid when one is; the rule then sees the input on the output grid.
+    if (moyenne || bilineaire) {
+      // Each output pixel gets the mean of the input's valid pixels in it (weights likewise), or the
+      // bilinear interpolation of the valid ones among the four around its centre, and is valid when
+      // one of them is; the rule then sees the input on the output grid.
       const int nc = c1 - c0;
       moyennes.assign(static_cast<size_t>(nc) * (bandes + 2), 0.0f);
       std::vector<unsigned char> okMoyen(nc);
@@ -758,7 +780,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
       for (int c = c0; c < c1; ++c) colonneMoyenne[c] = c - c0;
       l.colonne = colonneMoyenne.data();
       for (int y = l0; y < l1; ++y) {
-        if (ligneDe[y - y0] < 0) continue;
+        if (bilineaire ? !finLigne[y - y0] : ligneDe[y - y0] < 0) continue;
         std::fill(moyennes.begin(), moyennes.end(), 0.0f);
         for (int c = c0; c < c1; ++c) {
           if (!dedans[c]) {
@@ -767,6 +789,27 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
           }
           double somme[64] = {}, sw = 0;
           int n = 0;
+          if (bilineaire) {
+            double poidsTotal = 0;
+            const int k0 = colonne[c], r0 = ligneDe[y - y0];
+            const double fx = part[c], fy = partLigne[y - y0];
+            for (int j = 0; j < 2; ++j)
+              for (int m = 0; m < 2; ++m) {
+                const int r = std::min(std::max(r0 + j, 0), h - 1), k = std::min(std::max(k0 + m, 0), w - 1);
+                const double a = (j ? fy : 1 - fy) * (m ? fx : 1 - fx);
+                const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
+                if (a <= 0 || !ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) continue;
+                for (int b = 0; b < bandes; ++b) somme[b] += a * valeurs[b * plan + q];
+                if (pondere) sw += a * poids[q];
+                poidsTotal += a;
+              }
+            okMoyen[c - c0] = poidsTotal > 0;
+            for (int b = 0; b < bandes && poidsTotal > 0; ++b)
+              moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / poidsTotal);
+            if (poidsTotal > 0)
+              moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / poidsTotal);
+            continue;
+          }
           for (int r = ligneDe[y - y0]; r < finLigne[y - y0]; ++r)
             for (int k = colonne[c]; k < finColonne[c]; ++k) {
               const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
@@ -919,7 +962,7 @@ std::string JobMosaique::Impl::Empreinte() const {
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
     << p.degreOffset << " " << p.rigidite << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion
     << " " << plume << "\nnodata " << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " "
-    << my0 << " " << rx << " " << ry << " " << W << " " << H << " " << moyenne << "\necriture "
+    << my0 << " " << rx << " " << ry << " " << W << " " << H << " " << moyenne << bilineaire << "\necriture "
     << NomTypeSortie(ecriture.type) << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau
     << " " << ecriture.qualite << " " << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg
     << "\ncorriges " << p.corriges << "\n";

@@ -96,7 +96,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --fusion plume --plume 3", 1, "*", ""},
       {"a.tif -o m.tif --rigidite 2 --memoire 512 --modele gain-offset", 1, "*", ""},
       {"a.tif -o m.tif --fusion multibande", 1, "+--fusion multibande.", ""},
-      {"a.tif -o m.tif --reechantillonnage bilineaire", 1, "+--reechantillonnage bilineaire.", ""},
+      {"a.tif -o m.tif --reechantillonnage bilineaire", 1, "*", ""},
       {"absent.tif -o m.tif", 1, "=L'image absent.tif n'existe pas ou n'est pas lisible.", ""},
       {"dossier -o m.tif", 1, "=L'entree dossier n'est pas un fichier (un dossier ?).", ""},
       {"a.tif @liste.txt ./a.tif -o m.tif", 1, "=L'image ./a.tif est donnee deux fois (deja comme a.tif).",
@@ -167,10 +167,10 @@ TEST(CommandeMosaique, ReglagesLus) {
               o.emprise[3] == 4);
   EXPECT_EQ(o.donnees.size(), 7u);
   EXPECT_EQ(o.donnees[0], (std::pair<std::string, std::string>("--pas", "2.5")));
-  const OptionsCommandeMosaique r =
-      Lire({"a.tif", "-o", "m.tif", "--resolution", "0.5,2", "--reechantillonnage", "bilineaire"});
+  const OptionsCommandeMosaique r = Lire({"a.tif", "-o", "m.tif", "--resolution", "0.5,2",
+                                          "--reechantillonnage", "bilineaire", "--fusion", "multibande"});
   EXPECT_TRUE(r.resolutionX == 0.5 && r.resolutionY == 2);
-  EXPECT_EQ(r.indisponibles, std::vector<std::string>{"--reechantillonnage bilineaire"});
+  EXPECT_EQ(r.indisponibles, std::vector<std::string>{"--fusion multibande"});
 }
 
 }  // namespace

@@ -278,4 +278,32 @@ TEST(JobMosaique, PixelPlusGrosMoyenneParDefaut) {
   }
 }
 
+// Bilinear interpolation on a grid twice finer: between the four input pixels around each centre.
+TEST(JobMosaique, BilineaireSurUneGrillePlusFine) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const TTImage<float> e(t[0].c_str());
+  ParametresMosaique p = Parametres({t[0]}, d / "b.tif");
+  p.noegal = true;
+  p.resolutionX = p.resolutionY = kPas / 2;
+  p.reechantillonnage = "bilineaire";
+  p.ecriture.type = eFloat4;
+  JobMosaique(p).Executer();
+  const TTImage<float> m((d / "b.tif").c_str());
+  ASSERT_EQ(m.iGetNbColonnes(), 2 * kN);
+  long differents = 0;
+  for (int y = 2; y < 2 * kN - 2; ++y)
+    for (int x = 2; x < 2 * kN - 2; ++x) {
+      const double u = (x + 0.5) / 2 - 0.5, v = (y + 0.5) / 2 - 0.5;
+      const int k = static_cast<int>(std::floor(u)), r = static_cast<int>(std::floor(v));
+      const double fx = u - k, fy = v - r;
+      for (int b = 0; b < kBandes; ++b) {
+        const double attendu = (1 - fy) * ((1 - fx) * e(k, r, b) + fx * e(k + 1, r, b)) +
+                               fy * ((1 - fx) * e(k, r + 1, b) + fx * e(k + 1, r + 1, b));
+        differents += std::fabs(m(x, y, b) - attendu) > 1e-3;
+      }
+    }
+  EXPECT_EQ(differents, 0);
+}
+
 }  // namespace
