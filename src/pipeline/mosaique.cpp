@@ -469,6 +469,14 @@ void JobMosaique::Impl::PlanMemoire() {
                            (sizeof(float) * (canauxMax + bandes + 2) + 2);
     return Wz * h * (sizeof(float) * bandes + 1 + sizeof(double) * (bandes + 1) + sizeof(unsigned)) + fenetre;
   };
+  // An input is read a block (strip or tile) at a time: one that does not fit is refused now.
+  for (const auto& e : entrees) {
+    const size_t bloc = e->OctetsLecture(1, 1);
+    if (bloc > budget)
+      ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire " << p.memoireMio << " Mio : l'image " << e->Nom()
+                                                     << " se lit par blocs de " << (bloc + kMio - 1) / kMio
+                                                     << " Mio.");
+  }
   size_t h = T;
   while (h > 16 && rangee + sousBandeOctets(h) > budget) h /= 2;
   const size_t parRangee = rangee + sousBandeOctets(h);

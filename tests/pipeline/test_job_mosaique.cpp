@@ -202,14 +202,28 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
     for (int y = 0; y < kN; ++y) e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
     e.Terminer();
   }
+  // One strip of 2400 x 2400 x 3 bytes, more than a ceiling of 16 MiB.
+  {
+    OptionsEcriture bande = o;
+    bande.tuilee = false;
+    bande.lignesBande = 2400;
+    g.crs = CrsDepuisEpsg(2154);
+    std::vector<float> large(2400 * kBandes, 50.0f);
+    EcrivainGeoTIFF e(d / "bande.tif", bande, TPoint2D<int>(2400, 2400), kBandes, eFloat4, g);
+    for (int y = 0; y < 2400; ++y) e.EcrireLignes(eFloat4, large.data(), large.size() * sizeof(float), 1);
+    e.Terminer();
+  }
   struct Cas {
     std::string entree;
     const char* message;
   };
-  const Cas cas[] = {{d / "une.tif", "a 1 bande(s)"}, {d / "utm.tif", "dans le systeme EPSG:32631"}};
+  const Cas cas[] = {{d / "une.tif", "a 1 bande(s)"},
+                     {d / "utm.tif", "dans le systeme EPSG:32631"},
+                     {d / "bande.tif", "se lit par blocs de 17 Mio"}};
   for (const Cas& c : cas) {
     ParametresMosaique p = Parametres(t, d / "m.tif");
     p.entrees.push_back(c.entree);
+    p.memoireMio = 16;
     try {
       JobMosaique job(p);
       ADD_FAILURE() << c.entree;
