@@ -1,5 +1,6 @@
 #include "commande_mosaique.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -349,6 +350,10 @@ int Main_mosaique(int argc, char** argv) {
       ZEPRA_ERREUR("[Main_mosaique] (Options) Pas encore disponible : " << liste << ".");
     }
     FixerNbFils(o.threads);
+    // The composition's buffers of a few tens of MiB come and go for every band of rows: kept in the
+    // heap rather than mapped and zeroed by the kernel each time (the peak stays the same).
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
     if (!o.log.empty()) {
       log.open(o.log, std::ios::app);
       if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");
