@@ -160,6 +160,12 @@ class ReglePlume : public RegleFusion {
   double m_largeur;
 };
 
+class ReglePyramide : public ReglePlume {
+ public:
+  using ReglePlume::ReglePlume;
+  bool Pyramide() const override { return true; }
+};
+
 template <class A>
 class Regle : public RegleFusion {
  public:
@@ -185,7 +191,11 @@ const std::vector<LigneFusion>& TableFusions() {
        [](const ParametresFusion& p) -> std::unique_ptr<RegleFusion> {
          return std::make_unique<ReglePlume>(p.plume);
        }},
-      {"multibande", "fusion par pyramide laplacienne", nullptr},
+      {"multibande",
+       "fusion par pyramide laplacienne (basses frequences sur --plume, detail sur un pixel ou deux)",
+       [](const ParametresFusion& p) -> std::unique_ptr<RegleFusion> {
+         return std::make_unique<ReglePyramide>(p.plume);
+       }},
   };
   return table;
 }

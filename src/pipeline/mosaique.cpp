@@ -29,6 +29,7 @@
 #include "pipeline/blocs_stats.h"
 #include "pipeline/gain_offset.h"
 #include "pipeline/mosaique_entrees.h"
+#include "pipeline/multibande.h"
 #include "pipeline/plume.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
@@ -266,6 +267,21 @@ struct JobMosaique::Impl {
   // One row of tiles: its lines interleaved (float, bandes per pixel) and their validity.
   void ComposerRangee(int r, std::vector<float>& valeurs, std::vector<unsigned char>& valide) const;
   void ComposerBande(int y0, int y1, float* valeurs, unsigned char* valide) const;
+  // Multi-band blending of the same lines, by windows of output tiles grown by the pyramids' margin.
+  void ComposerMultibande(int y0, int y1, float* valeurs, unsigned char* valide) const;
+  // An input's window, corrected, with its feathering weights when asked and its validity.
+  struct FenetreCorrigee {
+    Fenetre f, g;  // the window, and the one read (grown by the feathering margin)
+    int dx = 0, dy = 0;
+    size_t plan = 0;
+    std::vector<float> lu, valeurs, poids;
+    std::vector<unsigned char> ok;
+    // Validity of row r of the window, from its first column.
+    const unsigned char* Valide(int r) const {
+      return ok.data() + static_cast<size_t>(r + dy) * g.nbColonnes + dx;
+    }
+  };
+  void LireCorrigee(size_t i, const Fenetre& f, bool pondere, FenetreCorrigee& t) const;
   // Rows [r0, r1) composed and compressed, handed in order to 'ecrire'.
   void ComposerRangees(
       int r0, int r1,
@@ -362,7 +378,7 @@ void JobMosaique::Impl::Preparer() {
 
   // Feathering width: half the median overlap width, when not given.
   plume = p.plume;
-  if (p.fusion == "plume" && plume <= 0) {
+  if ((p.fusion == "plume" || p.fusion == "multibande") && plume <= 0) {
     std::vector<double> largeurs;
     for (size_t i = 0; i < entrees.size(); ++i)
       for (size_t j = i + 1; j < entrees.size(); ++j) {
@@ -467,7 +483,15 @@ void JobMosaique::Impl::PlanMemoire() {
     const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;
     const size_t fenetre = (static_cast<size_t>(largeurMax) + 2 * marge) * hEntree *
                            (sizeof(float) * (canauxMax + bandes + 2) + 2);
-    return Wz * h * (sizeof(float) * bandes + 1 + sizeof(double) * (bandes + 1) + sizeof(unsigned)) + fenetre;
+    size_t pyramide = 0;
+    if (regle->Pyramide()) {
+      // Windows of a tile grown by the pyramids' margin: four images' planes and the blend.
+      const int niveaux = NiveauxMultibande(plume / pasMin);
+      const size_t cote = static_cast<size_t>(T) + 2 * MargeMultibande(niveaux) + (size_t(1) << niveaux);
+      pyramide = cote * (h + cote - T) * sizeof(float) * (5 * (bandes + 1) + bandes) * 2;
+    }
+    return Wz * h * (sizeof(float) * bandes + 1 + sizeof(double) * (bandes + 1) + sizeof(unsigned)) +
+           fenetre + pyramide;
   };
   // An input is read a block (strip or tile) at a time: one that does not fit is refused now.
   for (const auto& e : entrees) {
@@ -670,6 +694,38 @@ inline bool Indice(double position, int n, int& k) {
 
 }  // namespace
 
+void JobMosaique::Impl::LireCorrigee(size_t i, const Fenetre& f, bool pondere, FenetreCorrigee& t) const {
+  const EntreeMosaique& e = *entrees[i];
+  const int w = e.Colonnes(), h = e.Lignes();
+  const double L = pondere ? plume / e.PasX() : 0.0;
+  t.f = f;
+  t.g = pondere ? FenetreAgrandie(f, MargePlume(L), w, h) : f;
+  const Fenetre& g = t.g;
+  t.lu.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes * e.Canaux());
+  t.ok.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes);
+  e.Lire(g.colonne0, g.ligne0, g.nbColonnes, g.nbLignes, t.lu.data(), t.ok.data());
+  const int nx = f.nbColonnes, ny = f.nbLignes;
+  t.dx = f.colonne0 - g.colonne0;
+  t.dy = f.ligne0 - g.ligne0;
+  if (pondere) {
+    t.poids.resize(static_cast<size_t>(nx) * ny);
+    PoidsPlume(w, h, f, L, t.ok.data(), g.nbColonnes, t.poids.data(), nx);
+  }
+  // Planes of the corrected bands over the window.
+  t.plan = static_cast<size_t>(nx) * ny;
+  t.valeurs.resize(t.plan * bandes);
+  for (int b = 0; b < bandes; ++b) {
+    const int canal = e.Canal(b);
+    for (int r = 0; r < ny; ++r) {
+      float* v = t.valeurs.data() + b * t.plan + static_cast<size_t>(r) * nx;
+      const float* s = t.lu.data() + static_cast<size_t>(canal) * g.nbColonnes * g.nbLignes +
+                       static_cast<size_t>(r + t.dy) * g.nbColonnes + t.dx;
+      std::copy(s, s + nx, v);
+      corrections[i]->CorrigerLigne(b, f.ligne0 + r, f.colonne0, nx, v);
+    }
+  }
+}
+
 void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned char* valide) const {
   const int hb = y1 - y0;
   const size_t taille = static_cast<size_t>(hb) * W;
@@ -683,12 +739,12 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
 
   std::vector<unsigned char> dedans(W, 0);
   std::vector<int> colonne(W, 0), ligneDe(hb, -1), finColonne(W, 0), finLigne(hb, 0), colonneMoyenne(W, 0);
-  std::vector<float> lu, valeurs, poids, moyennes, part(W), partLigne(hb);
-  std::vector<unsigned char> ok;
+  std::vector<float> moyennes, part(W), partLigne(hb);
+  FenetreCorrigee t;
   std::vector<const float*> lignesBandes(bandes);
   for (size_t i = 0; i < entrees.size(); ++i) {
     const EntreeMosaique& e = *entrees[i];
-    const int w = e.Colonnes(), h = e.Lignes(), canaux = e.Canaux();
+    const int w = e.Colonnes(), h = e.Lignes();
     int c0, c1, l0, l1;
     Bornes((e.X0() - mx0) / rx, (e.X0() + w * e.PasX() - mx0) / rx, W, c0, c1);
     Bornes((my0 - e.Y0()) / ry, (my0 - e.Y0() + h * e.PasY()) / ry, H, l0, l1);
@@ -742,29 +798,12 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     }
     if (xb < xa || yb < ya) continue;
     const Fenetre f{xa, ya, xb - xa + 1, yb - ya + 1};
-    const double L = pondere ? plume / e.PasX() : 0.0;
-    const Fenetre g = pondere ? FenetreAgrandie(f, MargePlume(L), w, h) : f;
-    lu.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes * canaux);
-    ok.resize(static_cast<size_t>(g.nbColonnes) * g.nbLignes);
-    e.Lire(g.colonne0, g.ligne0, g.nbColonnes, g.nbLignes, lu.data(), ok.data());
-    const int nx = f.nbColonnes, ny = f.nbLignes, dx = f.colonne0 - g.colonne0, dy = f.ligne0 - g.ligne0;
-    if (pondere) {
-      poids.resize(static_cast<size_t>(nx) * ny);
-      PoidsPlume(w, h, f, L, ok.data(), g.nbColonnes, poids.data(), nx);
-    }
-    // Planes of the corrected bands over the window.
-    const size_t plan = static_cast<size_t>(nx) * ny;
-    valeurs.resize(plan * bandes);
-    for (int b = 0; b < bandes; ++b) {
-      const int canal = e.Canal(b);
-      for (int r = 0; r < ny; ++r) {
-        float* v = valeurs.data() + b * plan + static_cast<size_t>(r) * nx;
-        const float* s = lu.data() + static_cast<size_t>(canal) * g.nbColonnes * g.nbLignes +
-                         static_cast<size_t>(r + dy) * g.nbColonnes + dx;
-        std::copy(s, s + nx, v);
-        corrections[i]->CorrigerLigne(b, ya + r, xa, nx, v);
-      }
-    }
+    LireCorrigee(i, f, pondere, t);
+    const Fenetre& g = t.g;
+    const int nx = f.nbColonnes, dx = t.dx, dy = t.dy;
+    const size_t plan = t.plan;
+    const std::vector<float>&valeurs = t.valeurs, &poids = t.poids;
+    const std::vector<unsigned char>& ok = t.ok;
     if (moyenne || bilineaire) {
       // Each output pixel gets the mean of the input's valid pixels in it (weights likewise), or the
       // bilinear interpolation of the valid ones among the four around its centre, and is valid when
@@ -863,6 +902,79 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
   }
 }
 
+void JobMosaique::Impl::ComposerMultibande(int y0, int y1, float* sortie, unsigned char* valide) const {
+  // Windows of one tile's width, grown by the pyramids' margin, their origin on a multiple of 2^niveaux
+  // of the mosaic grid: inside, the blend is that of the whole mosaic.
+  const int niveaux = NiveauxMultibande(plume / std::min(rx, ry)), pas = 1 << niveaux,
+            marge = MargeMultibande(niveaux), largeur = plan.tuilee ? plan.largeurBloc : 512;
+  auto plancher = [pas](int v) { return static_cast<int>(std::floor(static_cast<double>(v) / pas)) * pas; };
+  FenetreCorrigee t;
+  std::vector<std::vector<float>> plans;
+  std::vector<ContributionMultibande> images;
+  std::vector<float> fusion;
+  std::vector<int> colonne, ligne;
+  for (int x0 = 0; x0 < W; x0 += largeur) {
+    const int x1 = std::min(W, x0 + largeur);
+    const int gx = plancher(x0 - marge), gy = plancher(y0 - marge), gw = x1 + marge - gx,
+              gh = y1 + marge - gy;
+    const size_t n = static_cast<size_t>(gw) * gh;
+    images.clear();
+    size_t k = 0;
+    for (size_t i = 0; i < entrees.size(); ++i) {
+      const EntreeMosaique& e = *entrees[i];
+      const int w = e.Colonnes(), h = e.Lignes();
+      // Nearest input pixel of each window pixel's centre, -1 outside the input.
+      colonne.assign(gw, -1);
+      ligne.assign(gh, -1);
+      int xa = w, xb = -1, ya = h, yb = -1;
+      for (int c = 0; c < gw; ++c) {
+        int q = 0;
+        if (Indice((mx0 + (gx + c + 0.5) * rx - e.X0()) / e.PasX(), w, q)) {
+          colonne[c] = q;
+          xa = std::min(xa, q), xb = std::max(xb, q);
+        }
+      }
+      for (int r = 0; r < gh; ++r) {
+        int q = 0;
+        if (Indice((e.Y0() - (my0 - (gy + r + 0.5) * ry)) / e.PasY(), h, q)) {
+          ligne[r] = q;
+          ya = std::min(ya, q), yb = std::max(yb, q);
+        }
+      }
+      if (xb < xa || yb < ya) continue;
+      LireCorrigee(i, Fenetre{xa, ya, xb - xa + 1, yb - ya + 1}, true, t);
+      if (plans.size() <= k) plans.emplace_back();
+      std::vector<float>& p = plans[k++];
+      p.assign(n * (bandes + 1), 0.0f);
+      const int nx = t.f.nbColonnes;
+      for (int r = 0; r < gh; ++r) {
+        if (ligne[r] < 0) continue;
+        const int lr = ligne[r] - ya;
+        const unsigned char* ok = t.Valide(lr);
+        for (int c = 0; c < gw; ++c) {
+          if (colonne[c] < 0) continue;
+          const int lc = colonne[c] - xa;
+          if (!ok[lc]) continue;
+          const size_t o = static_cast<size_t>(r) * gw + c, q = static_cast<size_t>(lr) * nx + lc;
+          for (int b = 0; b < bandes; ++b) p[b * n + o] = t.valeurs[b * t.plan + q];
+          p[bandes * n + o] = t.poids[q];
+        }
+      }
+      images.push_back({p.data(), p.data() + bandes * n});
+    }
+    fusion.assign(n * bandes, 0.0f);
+    if (!images.empty()) MelangerMultibande(images, gw, gh, bandes, niveaux, fusion.data(), 0.0f);
+    for (int y = y0; y < y1; ++y)
+      for (int x = x0; x < x1; ++x) {
+        const size_t o = static_cast<size_t>(y - gy) * gw + (x - gx), d = static_cast<size_t>(y - y0) * W + x;
+        bool couvert = false;
+        for (const ContributionMultibande& im : images) couvert = couvert || im.poids[o] > 0;
+        valide[d] = couvert;
+        for (int b = 0; b < bandes; ++b) sortie[d * bandes + b] = couvert ? fusion[b * n + o] : 0.0f;
+      }
+  }
+}
+
 void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs,
                                        std::vector<unsigned char>& valide) const {
   const int y0 = r * plan.hauteurBloc, y1 = std::min(H, y0 + plan.hauteurBloc);
@@ -871,7 +983,10 @@ void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs,
   for (int y = y0; y < y1; y += sousBande) {
     const int fin = std::min(y1, y + sousBande);
     const size_t d = static_cast<size_t>(y - y0) * W;
-    ComposerBande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
+    if (regle->Pyramide())
+      ComposerMultibande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
+    else
+      ComposerBande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
   }
 }
 

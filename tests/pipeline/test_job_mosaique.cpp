@@ -107,7 +107,10 @@ TEST(JobMosaique, PlusProcheDeLaVeriteQueSansEgalisationSurChaqueBande) {
   const struct {
     const char *modele, *fusion;
     double facteur;
-  } cas[] = {{"gain-offset", "plume", 0.3}, {"gain-offset", "moyenne", 0.3}, {"additif", "moyenne", 1.0}};
+  } cas[] = {{"gain-offset", "plume", 0.3},
+             {"gain-offset", "multibande", 0.3},
+             {"gain-offset", "moyenne", 0.3},
+             {"additif", "moyenne", 1.0}};
   for (const auto& c : cas) {
     const std::vector<double> e = ecarts(c.modele, c.fusion, false);
     for (int b = 0; b < kBandes; ++b)
@@ -119,6 +122,20 @@ TEST(JobMosaique, PlusProcheDeLaVeriteQueSansEgalisationSurChaqueBande) {
 TEST(JobMosaique, MemesOctetsPourToutNombreDeFilsEtEnPhases) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
+  // Multi-band blending composes by windows of its own: the same bytes too.
+  for (const bool multibande : {false, true}) {
+    std::string reference;
+    for (const int fils : {1, 2}) {
+      FixerNbFils(fils);
+      ParametresMosaique p = Parametres(t, d / "f.tif");
+      if (multibande) p.fusion = "multibande";
+      JobMosaique(p).Executer();
+      const std::string octets = test::LireFichier(d / "f.tif");
+      if (reference.empty()) reference = octets;
+      EXPECT_TRUE(octets == reference) << fils << " fils, multibande " << multibande;
+    }
+    FixerNbFils(0);
+  }
   for (const bool cog : {false, true}) {
     std::string reference;
     for (const int fils : {1, 2, 8}) {

@@ -53,6 +53,9 @@ class RegleFusion {
   // Width in metres over which the rule fades an input out toward the edge of its valid region; the
   // composer then hands it each input pixel's feathering weight. Negative: the rule takes no weights.
   virtual double LargeurPlume() const { return -1.0; }
+  // Whether the rule blends Laplacian pyramids: a composer that can hand it whole windows does so
+  // (MelangerMultibande); row by row it is the feathered mean.
+  virtual bool Pyramide() const { return false; }
 };
 
 // The settings a rule may read; each rule reads only its own.
