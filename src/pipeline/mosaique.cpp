@@ -729,6 +729,18 @@ void JobMosaique::Impl::LireCorrigee(size_t i, const Fenetre& f, bool pondere, F
 void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned char* valide) const {
   const int hb = y1 - y0;
   const size_t taille = static_cast<size_t>(hb) * W;
+  // Lines that no input reaches (inputs far apart) are no-data at once.
+  bool atteinte = false;
+  for (const auto& e : entrees) {
+    int l0, l1;
+    Bornes((my0 - e->Y0()) / ry, (my0 - e->Y0() + e->Lignes() * e->PasY()) / ry, H, l0, l1);
+    atteinte = atteinte || (std::max(l0, y0) < std::min(l1, y1));
+  }
+  if (!atteinte) {
+    std::fill(sortie, sortie + taille * bandes, 0.0f);
+    std::fill(valide, valide + taille, 0);
+    return;
+  }
   std::vector<float> plans(taille * bandes, 0.0f);
   std::vector<float*> parBande(bandes);
   for (int b = 0; b < bandes; ++b) parBande[b] = plans.data() + taille * b;

@@ -125,7 +125,20 @@ void Compresseur::Rangee(int r, const unsigned char* donnees, size_t pas, const 
       AppliquerPredicteur(p.predicteur, m_bloc.data(), c, m_travail);
       if (kHoteGrosBoutiste && p.predicteur != 3) Permuter(m_bloc, m_octets);
       blocs.emplace_back();
-      Encoder(m_encodeur.get(), c, m_bloc, blocs.back());
+      // A block with no valid pixel is the same bytes wherever it lies (inputs far apart leave many):
+      // compressed once, its bytes reused.
+      bool sansDonnee = valide != nullptr;
+      for (int y = 0; y < lignes && sansDonnee; ++y) {
+        const unsigned char* v = valide + y * pasValide + x0;
+        sansDonnee = std::all_of(v, v + largeur, [](unsigned char o) { return o == 0; });
+      }
+      if (sansDonnee && m_bloc == m_videBrut) {
+        blocs.back() = m_videCode;
+      } else {
+        if (sansDonnee) m_videBrut = m_bloc;
+        Encoder(m_encodeur.get(), c, m_bloc, blocs.back());
+        if (sansDonnee) m_videCode = blocs.back();
+      }
       if (!p.masqueInterne) continue;
       // The mask of the block: 1 for valid pixels, the parts outside the image not valid.
       m_bloc.assign(static_cast<size_t>(p.largeurBloc) * hauteur, 0);

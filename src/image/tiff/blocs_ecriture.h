@@ -44,6 +44,8 @@ class Compresseur {
   std::unique_ptr<Encodeur> m_encodeur, m_encodeurMasque;
   std::vector<unsigned char> m_tables;
   std::vector<unsigned char> m_bloc, m_travail;
+  // The last block without a valid pixel, before and after compression.
+  std::vector<unsigned char> m_videBrut, m_videCode;
 };
 
 // The encoder of a compression for the writer, or null for none; an Erreur when we do not write it.
