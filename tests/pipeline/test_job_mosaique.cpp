@@ -269,6 +269,9 @@ double MemoireMaxEnfant(const std::string& dossier, const std::string& commande)
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
 // the process's own constant (code, libraries, the statistics and the system: under 48 MiB here).
 TEST(JobMosaique, MemoireSousLePlafond) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
+#endif
   test::DossierTemp d;
   Tuiles(d.chemin(), 1024);
   const double plafond = 16, octetsFloat = 4.0 * 1024 * 1024 * kBandes * 4 / (1 << 20);
