@@ -90,8 +90,8 @@ const std::vector<Option>& Table() {
       Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
              [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
       Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),
-      Reels("pas", "METRES", "choisi pour que chaque recouvrement ait quelques centaines d'observations",
-            "pas de la grille des observations", 0, true, 1, 1,
+      Reels("pas", "METRES", "choisi pour que le plus petit recouvrement ait environ 400 observations",
+            "additif, multiplicatif : pas de la grille des observations", 0, true, 1, 1,
             [](O& o, const Valeur& v) { o.pas = v.reels[0]; }),
       Choix(
           "fusion", "REGLE", "plume", "regle de fusion des recouvrements",
@@ -112,7 +112,8 @@ const std::vector<Option>& Table() {
         return o;
       }(),
       Texte("masque-suffixe", 0, "SUFFIXE", nullptr,
-            "masque d'exclusion a cote de chaque entree, de meme nom suivi de SUFFIXE (non nul : exclu)",
+            "masque d'exclusion a cote de chaque entree : son nom sans extension suivi de SUFFIXE, par "
+            "exemple _masque.tif (non nul : exclu)",
             [](O& o, const Valeur& v) { o.masqueSuffixe = v.texte; }),
       Reels("resolution", "X[,Y]", "le pixel des entrees", "taille du pixel de la mosaique, en metres", 0,
             true, 1, 2,
@@ -249,7 +250,7 @@ std::string AideMosaique() {
          "IMAGE est un chemin ; @LISTE lit les chemins d'un fichier, un par ligne ; apres --, tout mot est\n"
          "une image. Les options longues s'ecrivent --nom VALEUR ou --nom=VALEUR.\n\n" +
          AideTable(Table()) +
-         "\n[a venir] : accepte et verifie, refuse a l'execution tant que le calcul n'existe pas.\n"
+         "\n"
          "Statut de sortie : 0 reussite, 1 echec du calcul, 2 ligne de commande incorrecte.\n"
          "Sans 'mosaique' en premier mot, egalise garde sa ligne de commande historique (mode compatible).\n";
 }

@@ -340,4 +340,33 @@ TEST(JobMosaique, BilineaireSurUneGrillePlusFine) {
   EXPECT_EQ(differents, 0);
 }
 
+// An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
+// pixels out: there the mosaic is no-data.
+TEST(JobMosaique, MasqueDExclusionParSuffixe) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  {
+    OptionsEcriture o;
+    o.type = eUInt1;
+    EcrivainGeoTIFF e(d / "t00_masque.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4);
+    std::vector<float> ligne(kN);
+    for (int x = 0; x < kN; ++x) ligne[x] = x < kN / 2 ? 1.0f : 0.0f;
+    for (int y = 0; y < kN; ++y) e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    e.Terminer();
+  }
+  ParametresMosaique p = Parametres({t[0]}, d / "x.tif");
+  p.noegal = true;
+  p.masqueSuffixe = "_masque.tif";
+  JobMosaique(p).Executer();
+  const TTImage<float> m((d / "x.tif").c_str()), e(t[0].c_str());
+  long faux = 0;
+  for (int y = 0; y < kN; ++y)
+    for (int x = 0; x < kN; ++x)
+      for (int b = 0; b < kBandes; ++b) faux += m(x, y, b) != (x < kN / 2 ? 0.0f : e(x, y, b));
+  EXPECT_EQ(faux, 0);
+  // A missing mask is refused before any work.
+  p.masqueSuffixe = "_absent.tif";
+  EXPECT_THROW(JobMosaique job(p), Erreur);
+}
+
 }  // namespace
