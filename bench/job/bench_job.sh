@@ -52,11 +52,7 @@ ENTREES=0
 for t in $TUILES; do ENTREES=$((ENTREES + $(taille_ori "Ort_${t%.tif}.ori") * 4)); done
 MOSAIQUE=$(($(taille_ori big_image.ori) * 4))
 charge=$(cut -d' ' -f1-3 /proc/loadavg)
-awk -v runs="$RUNS" -v entrees="$ENTREES" -v mosaique="$MOSAIQUE" -v pixel="$PIXEL" -v charge="$charge" '
-  function median(a, n,   i, j, x) {
-    for (i = 2; i <= n; i++) { x = a[i]; for (j = i - 1; j >= 1 && a[j] > x; j--) a[j + 1] = a[j]; a[j + 1] = x }
-    return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
-  }
+awk -v runs="$RUNS" -v entrees="$ENTREES" -v mosaique="$MOSAIQUE" -v pixel="$PIXEL" -v charge="$charge" "$AWK_MEDIANE"'
   { k = ++n[$1]; t[$1, k] = $2; u[$1, k] = $4; if ($3 > m[$1]) m[$1] = $3; liste[$1] = liste[$1] " " $2 }
   END {
     for (c in n) {

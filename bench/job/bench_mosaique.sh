@@ -81,11 +81,7 @@ if [ "$GRAND" = 1 ]; then
 fi
 
 charge=$(cut -d' ' -f1-3 /proc/loadavg)
-awk -v runs="$RUNS" -v charge="$charge" -v gdal="$(gdalwarp --version)" '
-  function median(a, n,   i, j, x) {
-    for (i = 2; i <= n; i++) { x = a[i]; for (j = i - 1; j >= 1 && a[j] > x; j--) a[j + 1] = a[j]; a[j + 1] = x }
-    return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
-  }
+awk -v runs="$RUNS" -v charge="$charge" -v gdal="$(gdalwarp --version)" "$AWK_MEDIANE"'
   { c = $1 SUBSEP $2; k = ++n[c]; t[c, k] = $3; u[c, k] = $5; if ($4 > m[c]) m[c] = $4; liste[c] = liste[c] " " $3
     if (!($1 in vu)) { vu[$1] = 1; jeux[++nj] = $1 } }
   END {

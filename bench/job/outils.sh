@@ -18,3 +18,10 @@ resume_time() {
     /User time|System time/ { cpu += $NF }
     END { print nom, s, m, cpu }' "$1"
 }
+
+# The awk function median(a, n) of a[1..n] (sorts a), to put before an awk program.
+AWK_MEDIANE='
+  function median(a, n,   i, j, x) {
+    for (i = 2; i <= n; i++) { x = a[i]; for (j = i - 1; j >= 1 && a[j] > x; j--) a[j + 1] = a[j]; a[j + 1] = x }
+    return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
+  }'

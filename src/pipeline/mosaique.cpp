@@ -17,7 +17,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -189,6 +188,18 @@ std::string NombreJson(double v) {
   char t[32];
   std::snprintf(t, sizeof t, "%.10g", v);
   return t;
+}
+
+// One array of n numbers per band: [[...], [...]].
+std::string TableauJson(int bandes, int n, const std::function<const double*(int)>& coefficients) {
+  std::string r = "[";
+  for (int b = 0; b < bandes; ++b) {
+    const double* c = coefficients(b);
+    r += b ? ", [" : "[";
+    for (int k = 0; k < n; ++k) r += (k ? ", " : "") + NombreJson(c[k]);
+    r += "]";
+  }
+  return r + "]";
 }
 
 struct Chrono {
@@ -575,23 +586,12 @@ void JobMosaique::Impl::Resoudre() {
     RapportMosaique::Entree& r = rapport.entrees[i];
     r.observations = d.observations;
     r.groupe = d.groupe;
-    std::ostringstream j;
-    j << "{\"gain\": [";
-    for (int b = 0; b < bandes; ++b) {
-      j << (b ? ", [" : "[");
-      for (int k = 0; k < base_polynome::NbTermes(c.DegreGain()); ++k)
-        j << (k ? ", " : "") << NombreJson(c.Gain(b)[k]);
-      j << "]";
-    }
-    j << "], \"offset\": [";
-    for (int b = 0; b < bandes; ++b) {
-      j << (b ? ", [" : "[");
-      for (int k = 0; k < base_polynome::NbTermes(c.DegreOffset()); ++k)
-        j << (k ? ", " : "") << NombreJson(c.Offset(b)[k]);
-      j << "]";
-    }
-    j << "]}";
-    r.correction = j.str();
+    r.correction =
+        "{\"gain\": " +
+        TableauJson(bandes, base_polynome::NbTermes(c.DegreGain()), [&](int b) { return c.Gain(b); }) +
+        ", \"offset\": " +
+        TableauJson(bandes, base_polynome::NbTermes(c.DegreOffset()), [&](int b) { return c.Offset(b); }) +
+        "}";
     if (d.sansDonnees)
       Avertir("L'image " + entrees[i]->Nom() + " n'a aucun pixel valide.");
     else if (d.groupe < 0)
@@ -653,16 +653,9 @@ void JobMosaique::Impl::ResoudreHistorique() {
   for (size_t i = 0; i < corrections.size() && i < rapport.entrees.size(); ++i) {
     const auto* c = dynamic_cast<const CorrectionPolynome*>(corrections[i].get());
     if (!c) continue;
-    std::ostringstream j;
-    j << "{\"polynome\": [";
-    for (int b = 0; b < bandes; ++b) {
-      j << (b ? ", [" : "[");
-      const std::vector<double>& k = c->Polynome(b).Coefficients();
-      for (size_t t = 0; t < k.size(); ++t) j << (t ? ", " : "") << NombreJson(k[t]);
-      j << "]";
-    }
-    j << "]}";
-    rapport.entrees[i].correction = j.str();
+    rapport.entrees[i].correction =
+        "{\"polynome\": " +
+        TableauJson(bandes, 6, [&](int b) { return c->Polynome(b).Coefficients().data(); }) + "}";
   }
 }
 
@@ -1226,11 +1219,7 @@ void JobMosaique::Executer() {
   if (j.gainOffset && !j.p.noegal)
     j.Etape("observation", [&] {
       j.stats.resize(j.entrees.size());
-      std::atomic<size_t> faits{0};
-      PourChaque(j.entrees.size(), [&](size_t i) {
-        j.stats[i] = j.Observer(i);
-        (void)faits;
-      });
+      PourChaque(j.entrees.size(), [&](size_t i) { j.stats[i] = j.Observer(i); });
     });
   j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();

@@ -7,8 +7,8 @@
 #include <random>
 
 #include "image/outils_image_test.h"
-#include "pipeline/outils_radiometrie.h"
 #include "outils_test.h"
+#include "pipeline/outils_radiometrie.h"
 
 namespace {
 

@@ -22,7 +22,8 @@ struct ParametresMosaique {
   std::vector<std::string> entrees;
   std::string sortie;
 
-  // Equalization: a row of the model table; gain-offset settings; the spec models' step.
+  // Equalization: a row of the model table; gain-offset settings; the additive and multiplicative models'
+  // step.
   std::string modele = "gain-offset";
   // Degrees of a and b; -1: chosen from the number of images (DegreAutomatique).
   int degreGain = -1, degreOffset = -1;

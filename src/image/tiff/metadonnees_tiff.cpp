@@ -78,7 +78,8 @@ std::vector<double> Reels(const std::string& nom, uint16_t tag, const tiff::Dire
 
 // Width or length: SHORT or LONG; anything else counts as absent (0), which the users refuse.
 long long Taille(const tiff::Directory& d) {
-  return d.count > 0 && (d.type == 3 || d.type == 4 || d.type == 16) ? static_cast<long long>(d.GetValue(0)) : 0;
+  return d.count > 0 && (d.type == 3 || d.type == 4 || d.type == 16) ? static_cast<long long>(d.GetValue(0))
+                                                                     : 0;
 }
 
 std::string Texte(const tiff::Directory& d) {
