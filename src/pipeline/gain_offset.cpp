@@ -34,6 +34,7 @@ constexpr double kRangRelatif = 1e-9;
 constexpr double kRapportEcartsMin = 0.25;
 
 const char* const kNomsTermes[kTermesMax] = {"1", "x", "y", "x2", "xy", "y2"};
+constexpr int kDegreTerme[kTermesMax] = {0, 1, 1, 2, 2, 2};
 
 // Connected groups of the overlap graph (images with at least one observation), each in increasing
 // order, the groups by their first image.
@@ -138,7 +139,7 @@ class SystemeGroupe {
       Eigen::SparseMatrix<double> H(N, N);
       Eigen::VectorXd g;
       const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
-      Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite);
+      Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
@@ -267,7 +268,8 @@ class SystemeGroupe {
     return vj - vi;
   }
 
-  void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer, double rigidite) {
+  void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer, double rigidite,
+                 bool formes) {
     const int nU = m_nU, n2 = 2 * nU;
     const size_t bloc = static_cast<size_t>(nU) * nU;
     std::vector<double> diag(m_images.size() * bloc, 0.0);
@@ -314,7 +316,7 @@ class SystemeGroupe {
     }
     if (diagnostiquer) Diagnostiquer(diag);
     for (size_t l = 0; l < m_images.size(); ++l) {
-      AjouterPrior(m_resumes[m_images[l]], rigidite, &diag[l * bloc]);
+      AjouterPrior(m_resumes[m_images[l]], rigidite, formes, &diag[l * bloc]);
       for (int a = 0; a < nU; ++a)
         for (int b = 0; b < nU; ++b) {
           triplets.emplace_back(l * nU + a, l * nU + b, diag[l * bloc + a * nU + b]);
@@ -326,7 +328,7 @@ class SystemeGroupe {
   // The prior of one image on its diagonal block: rigidite x area x mean square of (a - 1) v + b over the
   // image's values (mean m, deviation s) and extent, with the orthonormal terms:
   //   sum over terms of (m alpha_t + beta_t)^2 + s^2 alpha_t^2.
-  void AjouterPrior(const ResumeImage& r, double rigidite, double* d) const {
+  void AjouterPrior(const ResumeImage& r, double rigidite, bool formes, double* d) const {
     const ResumeImage::Bande& b = r.bandes[m_bande];
     const double lambda = rigidite * r.surface;
     if (!(lambda > 0)) return;
@@ -337,11 +339,14 @@ class SystemeGroupe {
     const double mg = m / m_G, sg = s / m_G;
     for (int t = 0; t < std::max(m_nG, m_nO); ++t) {
       const bool gain = t < m_nG, offset = t < m_nO;
-      if (gain) d[t * m_nU + t] += lambda * (mg * mg + sg * sg);
-      if (offset) d[(m_nG + t) * m_nU + m_nG + t] += lambda;
+      const double l = lambda * (!formes || kDegreTerme[t] == 0 ? 1.0
+                                 : kDegreTerme[t] == 1          ? m_p.poidsPentes
+                                                                : m_p.poidsCourbures);
+      if (gain) d[t * m_nU + t] += l * (mg * mg + sg * sg);
+      if (offset) d[(m_nG + t) * m_nU + m_nG + t] += l;
       if (gain && offset) {
-        d[t * m_nU + m_nG + t] += lambda * mg;
-        d[(m_nG + t) * m_nU + t] += lambda * mg;
+        d[t * m_nU + m_nG + t] += l * mg;
+        d[(m_nG + t) * m_nU + t] += l * mg;
       }
     }
   }
@@ -437,6 +442,9 @@ void ParametresGainOffset::Verifier() const {
                  << rigidite
                  << " : un nombre strictement positif est attendu (sans elle, "
                     "une surface commune a toutes les images reste libre).");
+  if (!(poidsPentes >= 1 && poidsPentes <= 1e4 && poidsCourbures >= 1 && poidsCourbures <= 1e4))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des pentes " << poidsPentes << " et des courbures "
+                                                             << poidsCourbures << " : 1 a 1e4 attendu.");
   if (!(poidsEcart >= 0 && std::isfinite(poidsEcart)))
     ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des ecarts types " << poidsEcart
                                                                    << " : positif ou nul attendu.");

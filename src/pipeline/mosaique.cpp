@@ -353,6 +353,8 @@ void JobMosaique::Impl::Preparer() {
     go.degreGain = p.degreGain;
     go.degreOffset = p.degreOffset;
     go.rigidite = p.rigidite;
+    go.poidsPentes = p.pentes;
+    go.poidsCourbures = p.courbures;
     go.Verifier();
   }
 
@@ -579,6 +581,8 @@ void JobMosaique::Impl::Resoudre() {
   go.degreGain = p.degreGain;
   go.degreOffset = p.degreOffset;
   go.rigidite = p.rigidite;
+  go.poidsPentes = p.pentes;
+  go.poidsCourbures = p.courbures;
   const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, go, p.entrees);
   for (size_t i = 0; i < entrees.size(); ++i) {
     const CorrectionGainOffset& c = R.corrections[i];
@@ -1088,12 +1092,12 @@ std::string JobMosaique::Impl::Empreinte() const {
     o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
   }
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
-    << p.degreOffset << " " << p.rigidite << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion
-    << " " << plume << "\nnodata " << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " "
-    << my0 << " " << rx << " " << ry << " " << W << " " << H << " " << moyenne << bilineaire << "\necriture "
-    << NomTypeSortie(ecriture.type) << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau
-    << " " << ecriture.qualite << " " << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg
-    << "\ncorriges " << p.corriges << "\n";
+    << p.degreOffset << " " << p.rigidite << " " << p.pentes << " " << p.courbures << " " << grille.bloc
+    << " " << p.pas << "\nfusion " << p.fusion << " " << plume << "\nnodata " << ecriture.nodata << " "
+    << p.masqueSuffixe << "\ngrille " << mx0 << " " << my0 << " " << rx << " " << ry << " " << W << " " << H
+    << " " << moyenne << bilineaire << "\necriture " << NomTypeSortie(ecriture.type) << " "
+    << NomCompression(ecriture.compression) << " " << ecriture.niveau << " " << ecriture.qualite << " "
+    << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg << "\ncorriges " << p.corriges << "\n";
   return o.str();
 }
 

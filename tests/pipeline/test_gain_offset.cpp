@@ -105,10 +105,12 @@ std::vector<double> SolutionDense(const Donnees& d, const ParametresGainOffset& 
         l2[i * nU + t] = s;
       }
       if (t < nO) l1[i * nU + nG + t] = 1;
+      // Terms 1, x, y, x2, xy, y2: a level, two slopes, three curvatures.
+      const double forme = t == 0 ? 1.0 : t < 3 ? p.poidsPentes : p.poidsCourbures;
       for (const auto& l : {l1, l2}) {
         lignes.push_back(l);
         rhs.push_back(0);
-        poids.push_back(p.rigidite * r.surface);
+        poids.push_back(p.rigidite * r.surface * forme);
       }
     }
   }
@@ -195,6 +197,8 @@ TEST(GainOffset, SystemeEgalAuMoindresCarresDenses) {
       p.degreOffset = dof;
       p.iterations = 1;
       p.rigidite = 0.02;
+      p.poidsPentes = 4;
+      p.poidsCourbures = 7;
       p.poidsEcart = 0.7;
       const ResultatGainOffset R = Resoudre(d, p);
       const std::vector<double> attendu = SolutionDense(d, p);
@@ -244,16 +248,38 @@ TEST(GainOffset, RetrouveUneCorrectionConnue) {
   }
 }
 
-// 6 x 6 tiles with independent distortions: the corrections have no map-wide part of their own (the
-// mean correction is identity), while the true ones do, by chance. And tiles sharing one map-wide
-// distortion (light falling off across the block), which overlaps cannot see: they are left alone.
+// 6 x 6 tiles with independent distortions whose mean is none: the mean correction stays identity, and
+// the map-wide surface that overlaps cannot see (the true corrections have one, by chance) is not made
+// larger than no correction leaves it, with the default weights and with equal ones alike. And tiles
+// sharing one map-wide distortion (light falling off across the block): they are left alone.
 TEST(GainOffset, PasDeDeriveSurUnBlocDe6x6) {
   const std::vector<Tuile> tuiles = Grille(6, 128, 96, 12, 0.05, 1, true);
-  const ResultatGainOffset R = Resoudre(test::ObserverBlocs(tuiles, 8), ParametresGainOffset());
+  const test::Donnees d = test::ObserverBlocs(tuiles, 8);
   std::vector<CorrectionGainOffset> vraies;
   for (const Tuile& t : tuiles) vraies.push_back(t.vraie);
-  EXPECT_LT(test::SurfacesDesCorrections(tuiles, R.corrections).surface, 0.5);
-  EXPECT_GT(test::SurfacesDesCorrections(tuiles, vraies).surface, 2.0);
+  const double sansCorrection = test::SurfacesDesCorrections(tuiles, vraies).surface;
+  EXPECT_GT(sansCorrection, 2.0);
+  for (const double formes : {10.0, 1.0}) {
+    ParametresGainOffset p;
+    p.poidsPentes = formes;
+    p.poidsCourbures = formes;
+    const ResultatGainOffset R = Resoudre(d, p);
+    // The mean over the tiles of each coefficient of a - 1 (times the scene's level) and of b.
+    double moyennes[12] = {};
+    for (const CorrectionGainOffset& c : R.corrections)
+      for (int t = 0; t < 6; ++t) {
+        moyennes[t] += 110 * c.Gain(0)[t] / 36;
+        moyennes[6 + t] += c.Offset(0)[t] / 36;
+      }
+    for (int t = 0; t < 12; ++t)
+      EXPECT_LT(std::fabs(moyennes[t]), 0.5) << "formes " << formes << " terme " << t;
+    const test::Ecarts reste = test::Surfaces(tuiles, false, [&](size_t i, int k, int l) {
+      const CorrectionGainOffset &c = R.corrections[i], &v = vraies[i];
+      return (c.A(0, k + 0.5, l + 0.5) - v.A(0, k + 0.5, l + 0.5)) * 110 + c.B(0, k + 0.5, l + 0.5) -
+             v.B(0, k + 0.5, l + 0.5);
+    });
+    EXPECT_LT(reste.surface, sansCorrection) << "formes " << formes;
+  }
 
   std::vector<Tuile> communes;
   for (const Tuile& t : tuiles) {
@@ -402,6 +428,10 @@ TEST(GainOffset, ParametresRefuses) {
        "[GainOffset] (Verifier) Degres du gain 2 et de l'offset -1"},
       {[](ParametresGainOffset& p) { p.rigidite = 0; }, "[GainOffset] (Verifier) Rigidite 0"},
       {[](ParametresGainOffset& p) { p.rigidite = -2; }, "[GainOffset] (Verifier) Rigidite -2"},
+      {[](ParametresGainOffset& p) { p.poidsPentes = 0.5; },
+       "[GainOffset] (Verifier) Poids des pentes 0.5 et des courbures 3"},
+      {[](ParametresGainOffset& p) { p.poidsCourbures = 1e5; },
+       "[GainOffset] (Verifier) Poids des pentes 10 et des courbures 100000"},
       {[](ParametresGainOffset& p) { p.poidsEcart = -1; },
        "[GainOffset] (Verifier) Poids des ecarts types -1"},
       {[](ParametresGainOffset& p) { p.iterations = 0; }, "[GainOffset] (Verifier) 0 iterations"},

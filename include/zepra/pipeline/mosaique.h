@@ -28,7 +28,8 @@ struct ParametresMosaique {
   // Degrees of a and b; -1: chosen from the number of images (DegreAutomatique).
   int degreGain = -1, degreOffset = -1;
   double rigidite = 1e-9;
-  int bloc = 0;    // statistics blocks, pixels of the mosaic; 0: 16
+  double pentes = 10, courbures = 3;  // the pull on slopes and curvatures, relative to levels
+  int bloc = 0;                       // statistics blocks, pixels of the mosaic; 0: 16
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
   bool noegal = false;
 
