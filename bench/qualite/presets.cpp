@@ -64,15 +64,17 @@ ParametresDemo GrilleScene() {
   return p;
 }
 
-std::vector<Preset> Presets() {
+std::vector<Preset> Presets(unsigned tirage) {
+  const unsigned g = 1000 * tirage;
   std::vector<Preset> presets;
-  presets.push_back(Grille("additif_4x4", "4 x 4, offsets de degre 2 (+-25), bruit 1", 4, {25, 0, 1}, 11));
   presets.push_back(
-      Grille("multiplicatif_4x4", "4 x 4, gains de degre 2 (+-8 %), bruit 1", 4, {0, 0.08, 1}, 12));
+      Grille("additif_4x4", "4 x 4, offsets de degre 2 (+-25), bruit 1", 4, {25, 0, 1}, g + 11));
+  presets.push_back(
+      Grille("multiplicatif_4x4", "4 x 4, gains de degre 2 (+-8 %), bruit 1", 4, {0, 0.08, 1}, g + 12));
 
   // The same lens on every tile: a radial fall-off of 12 % to the corners, and small offsets.
   Preset v = Grille("vignettage_4x4", "4 x 4, vignettage commun (-12 % aux coins), offsets +-5, bruit 1", 4,
-                    {5, 0, 1}, 13);
+                    {5, 0, 1}, g + 13);
   for (TuileQualite& t : v.tuiles) {
     t.gain = ChampDegre2();
     t.gain.c[3] = t.gain.c[5] = -0.06;
@@ -80,12 +82,12 @@ std::vector<Preset> Presets() {
   presets.push_back(v);
 
   presets.push_back(
-      Grille("bruit_3x3", "3 x 3, offsets de degre 2 (+-25), bruit 4 (fort)", 3, {25, 0, 4}, 14));
+      Grille("bruit_3x3", "3 x 3, offsets de degre 2 (+-25), bruit 4 (fort)", 3, {25, 0, 4}, g + 14));
 
   Preset k = Grille("masques_4x4", "4 x 4, offsets de degre 2 (+-25), bruit 1, masques d'exclusion", 4,
-                    {25, 0, 1}, 15);
+                    {25, 0, 1}, g + 15);
   k.masques = true;
-  Tirage t(115);
+  Tirage t(g + 115);
   for (TuileQualite& q : k.tuiles)
     for (int e = 0; e < 3; ++e) {
       Disque d;
@@ -97,20 +99,20 @@ std::vector<Preset> Presets() {
   presets.push_back(k);
 
   presets.push_back(
-      Grille("bloc_6x6", "6 x 6, offsets +-25 et gains +-3 % de degre 2, bruit 1", 6, {25, 0.03, 1}, 16));
+      Grille("bloc_6x6", "6 x 6, offsets +-25 et gains +-3 % de degre 2, bruit 1", 6, {25, 0.03, 1}, g + 16));
   // Strong gain and offset fields together: the exact inverse of scene x (1 + g) + o is a gain and an
   // offset of degree 2 only to first order.
-  presets.push_back(
-      Grille("mixte_4x4", "4 x 4, offsets +-25 et gains +-8 % de degre 2, bruit 1", 4, {25, 0.08, 1}, 21));
+  presets.push_back(Grille("mixte_4x4", "4 x 4, offsets +-25 et gains +-8 % de degre 2, bruit 1", 4,
+                           {25, 0.08, 1}, g + 21));
 
   // A 3 x 3 block and, beyond a gap, a pair of tiles that only see each other.
-  Preset d = Grille("deconnecte", "3 x 3 et une paire isolee, offsets +-25, bruit 1", 3, {25, 0, 1}, 17);
-  Bloc(d, 1, 2, 3 * kPas + kTaille, 0, Distorsions{25, 0, 1}, 18);
+  Preset d = Grille("deconnecte", "3 x 3 et une paire isolee, offsets +-25, bruit 1", 3, {25, 0, 1}, g + 17);
+  Bloc(d, 1, 2, 3 * kPas + kTaille, 0, Distorsions{25, 0, 1}, g + 18);
   presets.push_back(d);
 
   // A cloud in the overlap of tile (1, 1) with its right neighbour, in that tile only.
   Preset n = Grille("nuage_4x4", "4 x 4, offsets de degre 2 (+-25), bruit 1, un nuage dans une tuile", 4,
-                    {25, 0, 1}, 19);
+                    {25, 0, 1}, g + 19);
   TuileQualite& q = n.tuiles[5];
   q.nuage.colonne = 540;
   q.nuage.ligne = 300;
@@ -121,7 +123,7 @@ std::vector<Preset> Presets() {
   // Every other tile misregistered by one pixel along x.
   Preset r =
       Grille("decale_3x3", "3 x 3, offsets de degre 2 (+-25), bruit 1, une tuile sur deux decalee d'un pixel",
-             3, {25, 0, 1}, 20);
+             3, {25, 0, 1}, g + 20);
   for (size_t i = 0; i < r.tuiles.size(); i += 2) r.tuiles[i].decalageX = 1;
   presets.push_back(r);
   return presets;

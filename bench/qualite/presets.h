@@ -16,4 +16,6 @@ struct Preset {
 ParametresDemo GrilleScene();
 
 // Every preset, in the order of the results table.
-std::vector<Preset> Presets();
+// tirage > 0 draws every random field and mask anew (other seeds), to tell a setting's effect from
+// the luck of one draw.
+std::vector<Preset> Presets(unsigned tirage = 0);

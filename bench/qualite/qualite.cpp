@@ -2,9 +2,10 @@
 // reads them, that driver run without correction and with its two models, the new model and blendings
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
-//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--balayage] [--fusions] [--apercu FOLDER]
+//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--balayage] [--fusions]
+//                       [--apercu FOLDER]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
-//                                  plume=60 fusion=plume"]
+//                                  pentes=10 courbures=3 plume=60 fusion=plume"]
 #include <sys/stat.h>
 
 #include <cmath>
@@ -28,8 +29,8 @@ constexpr const char* kProgramme = "qualite_egalisation";
 
 void Usage() {
   std::cout << kProgramme
-            << " <egalise> <dossier de travail> [--preset NOM] [--balayage] [--fusions] [--apercu DOSSIER] "
-               "[--essai "
+            << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--balayage] [--fusions] "
+               "[--apercu DOSSIER] [--essai "
                "\"cle=valeur ...\"]"
             << std::endl;
 }
@@ -265,6 +266,10 @@ void Balayage(const std::vector<Jeu>& jeux) {
   for (int b : {8, 32}) ajouter("bloc " + std::to_string(b), [&](Reglages& r) { r.bloc = b; });
   for (double w : {1e-11, 1e-7, 1e-5, 1e-3})
     ajouter("rigidite " + F(std::log10(w), 0), [&](Reglages& r) { r.modele.rigidite = w; });
+  for (double f : {1.0, 3.0, 30.0})
+    ajouter("pentes " + F(f, 0), [&](Reglages& r) { r.modele.poidsPentes = f; });
+  for (double f : {1.0, 10.0})
+    ajouter("courbures " + F(f, 0), [&](Reglages& r) { r.modele.poidsCourbures = f; });
   ajouter("sans ecarts types", [](Reglages& r) { r.modele.poidsEcart = 0; });
   ajouter("sans reponderation", [](Reglages& r) { r.modele.iterations = 1; });
   std::cout << "\n| preset | settings | plain | detrended | detrended, gain too | low freq. | overlap |\n"
@@ -331,6 +336,10 @@ Reglages LireReglages(const std::string& texte) {
       r.bloc = static_cast<int>(LireEntier(valeur, cle, kProgramme));
     } else if (cle == "rigidite") {
       r.modele.rigidite = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "pentes") {
+      r.modele.poidsPentes = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "courbures") {
+      r.modele.poidsCourbures = LireReel(valeur, cle, kProgramme);
     } else if (cle == "ecarts") {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {
@@ -379,6 +388,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
     bool balayage = false, fusions = false;
+    unsigned tirage = 0;
     for (int i = 1; i < argc; ++i) {
       const std::string mot = argv[i];
       if (mot == "--preset") {
@@ -387,6 +397,8 @@ int main(int argc, char** argv) {
         apercu = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--essai") {
         essai = ValeurOption(argc, argv, i, kProgramme);
+      } else if (mot == "--tirage") {
+        tirage = static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
       } else if (mot == "--balayage") {
         balayage = true;
       } else if (mot == "--fusions") {
@@ -406,7 +418,7 @@ int main(int argc, char** argv) {
     mots[0] = absolu;
     std::free(absolu);
     std::vector<Jeu> jeux;
-    for (const Preset& p : Presets())
+    for (const Preset& p : Presets(tirage))
       if (preset.empty() || p.nom == preset) jeux.push_back(Ecrire(p, mots[1]));
     if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
     if (!essai.empty())
