@@ -67,6 +67,8 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --emprise 1,2,3", 2, "egalise mosaique : valeur '1,2,3' de --emprise : 4 nombres", ""},
       {"a.tif -o m.tif --emprise 10,0,5,5", 2, "egalise mosaique : --emprise : XMIN < XMAX et YMIN < YMAX",
        ""},
+      {"a.tif -o m.tif --rigidite 1e-9,10,3,4", 2,
+       "egalise mosaique : valeur '1e-9,10,3,4' de --rigidite : 1 a 3 nombres separes par des virgules", ""},
       {"a.tif -o m.tif --fusion moyen", 2,
        "egalise mosaique : valeur 'moyen' de --fusion : attendu : moyenne, voronoi, min, max, plume, "
        "multibande\n",
@@ -95,6 +97,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
        ""},
       {"a.tif -o m.tif --fusion plume --plume 3", 1, "*", ""},
       {"a.tif -o m.tif --rigidite 2 --memoire 512 --modele gain-offset", 1, "*", ""},
+      {"a.tif -o m.tif --rigidite 1e-9,1,1", 1, "*", ""},
       {"a.tif -o m.tif --fusion multibande", 1, "*", ""},
       {"a.tif -o m.tif --reechantillonnage bilineaire", 1, "*", ""},
       {"absent.tif -o m.tif", 1, "=L'image absent.tif n'existe pas ou n'est pas lisible.", ""},
