@@ -85,7 +85,7 @@ const std::vector<Option>& Table() {
              [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
       Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
-      Reels("rigidite", "W[,PENTES,COURBURES]", "1e-9,10,3",
+      Reels("rigidite", "W[,PENTES,COURBURES]", "1e-7,10,3",
             "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les pentes "
             "et sur les courbures, relatif a celui sur les niveaux (1 a 10000)",
             0, false, 1, 3,

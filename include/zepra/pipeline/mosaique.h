@@ -27,7 +27,7 @@ struct ParametresMosaique {
   std::string modele = "gain-offset";
   // Degrees of a and b; -1: chosen from the number of images (DegreAutomatique).
   int degreGain = -1, degreOffset = -1;
-  double rigidite = 1e-9;
+  double rigidite = 1e-7;
   double pentes = 10, courbures = 3;  // the pull on slopes and curvatures, relative to levels
   int bloc = 0;                       // statistics blocks, pixels of the mosaic; 0: 16
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
