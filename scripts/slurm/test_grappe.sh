@@ -33,6 +33,8 @@ done
 t=$(mktemp -d /tmp/egalise_grappe_XXXXXX)
 chmod 755 "$t" # munged checks every folder above its socket
 trap 'ArreterGrappe "$t/grappe"; rm -rf "$t"' EXIT
+# A timeout (make test) ends the script by TERM: the daemons are stopped all the same.
+trap 'exit 143' TERM INT
 echec() {
   echo "test_grappe : ECHEC : $*" >&2
   exit 1
