@@ -27,7 +27,7 @@ test: build build-asan
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	ctest --test-dir $(ASAN) --output-on-failure -j $(JOBS)
 	./scripts/deps.sh cluster || echo "make test: SLURM and munge not installed"
-	timeout 900 ./scripts/slurm/test_grappe.sh --si-possible $(BUILD)
+	timeout -k 60 900 ./scripts/slurm/test_grappe.sh --si-possible $(BUILD)
 
 # A one-node SLURM cluster on this machine (root; munged, slurmctld, slurmd started and stopped by the
 # script): the chain of scripts/slurm/ on it, and the same phases through scripts/phases_parallel.sh.
