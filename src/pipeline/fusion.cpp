@@ -26,8 +26,12 @@ inline void PourChaqueApport(const LigneContribution& l, F&& f) {
 // What every rule keeps: the band, and one unsigned per output pixel whose meaning is the rule's.
 class BaseFusion : public AccumulateurFusion {
  public:
-  explicit BaseFusion(const BandeSortie& b)
-      : m_b(b), m_suivi(static_cast<size_t>(b.y1 - b.y0) * b.colonnes, 0u), m_lignes(b.bandes) {}
+  explicit BaseFusion(const BandeSortie& b) { BaseFusion::Reprendre(b); }
+  void Reprendre(const BandeSortie& b) override {
+    m_b = b;
+    m_suivi.assign(static_cast<size_t>(b.y1 - b.y0) * b.colonnes, 0u);
+    m_lignes.resize(b.bandes);
+  }
 
  protected:
   size_t Decalage(int y) const { return static_cast<size_t>(y - m_b.y0) * m_b.colonnes; }
@@ -118,33 +122,48 @@ class Voronoi : public BaseFusion {
 };
 
 // Feathered mean: each contribution weighted by its feathering weight, sums in double in input order,
-// divided at the end.
-class Plume : public BaseFusion {
+// divided at the end. A pixel's first contribution writes its sums (0 + w v, as adding to zeroed sums
+// would), so the sums need no clearing; the band's coverage says which pixels have any.
+class Plume : public AccumulateurFusion {
  public:
-  explicit Plume(const BandeSortie& b)
-      : BaseFusion(b), m_sommes(m_suivi.size() * b.bandes, 0.0), m_poids(m_suivi.size(), 0.0) {}
+  explicit Plume(const BandeSortie& b) { Plume::Reprendre(b); }
+  void Reprendre(const BandeSortie& b) override {
+    m_b = b;
+    m_n = static_cast<size_t>(b.y1 - b.y0) * b.colonnes;
+    m_sommes.resize(m_n * b.bandes);
+    m_poids.resize(m_n);
+  }
   void Ajouter(const LigneContribution& l) override {
-    const size_t d = Decalage(l.y), n = m_suivi.size();
-    unsigned* s = Suivi(l.y);
+    const size_t d = static_cast<size_t>(l.y - m_b.y0) * m_b.colonnes, n = m_n;
+    unsigned char* couvert = m_b.couvert + d;
     double* p = m_poids.data() + d;
+    double* s = m_sommes.data() + d;
+    const int bandes = m_b.bandes;
     PourChaqueApport(l, [&](int c, int k) {
       const double w = l.poids ? l.poids[k] : 1.0;
-      for (int b = 0; b < m_b.bandes; ++b) m_sommes[b * n + d + c] += w * l.valeurs[b][k];
-      p[c] += w;
-      s[c] = 1;
+      if (couvert[c]) {
+        for (int b = 0; b < bandes; ++b) s[b * n + c] += w * l.valeurs[b][k];
+        p[c] += w;
+      } else {
+        for (int b = 0; b < bandes; ++b) s[b * n + c] = 0.0 + w * l.valeurs[b][k];
+        p[c] = 0.0 + w;
+        couvert[c] = 1;
+      }
     });
   }
   void Terminer() override {
-    CouvertureDuSuivi();
-    const size_t n = m_suivi.size();
+    const unsigned char* couvert = m_b.couvert;
     for (int b = 0; b < m_b.bandes; ++b) {
       float* r = m_b.valeurs[b];
-      for (size_t k = 0; k < n; ++k)
-        r[k] = m_poids[k] > 0 ? static_cast<float>(m_sommes[b * n + k] / m_poids[k]) : 0.0f;
+      const double* s = m_sommes.data() + b * m_n;
+      for (size_t k = 0; k < m_n; ++k)
+        r[k] = couvert[k] && m_poids[k] > 0 ? static_cast<float>(s[k] / m_poids[k]) : 0.0f;
     }
   }
 
  private:
+  BandeSortie m_b;
+  size_t m_n = 0;
   std::vector<double> m_sommes, m_poids;
 };
 

@@ -10,10 +10,13 @@ namespace {
 
 constexpr double kInfini = std::numeric_limits<double>::infinity();
 
-// Lower envelope of the parabolas (x - q)^2 + f(q) over the q where f is finite, sampled at every x
-// (Felzenszwalb and Huttenlocher): d(x) = min over q of (x - q)^2 + f(q), +infinity when f is nowhere
-// finite. v and z are work arrays of n and n + 1 entries.
-void Enveloppe(const double* f, int n, double* d, int* v, double* z) {
+// Lower envelope of the parabolas (x - q)^2 + f(q) over the q where f is finite (Felzenszwalb and
+// Huttenlocher): d(x) = min over q of (x - q)^2 + f(q), written to o[x] as a float, or as 'loin' (the
+// cap plafond^2) where d(x) is at or above it (everywhere when f is nowhere finite). v and z are work
+// arrays of n and n + 1 entries.
+void Enveloppe(const double* f, int n, double plafond, float* o, int* v, double* z) {
+  const double plafond2 = plafond * plafond;
+  const float loin = static_cast<float>(plafond2);
   int k = -1;
   for (int q = 0; q < n; ++q) {
     if (f[q] == kInfini) continue;
@@ -37,16 +40,22 @@ void Enveloppe(const double* f, int n, double* d, int* v, double* z) {
     z[k] = s;
     z[k + 1] = kInfini;
   }
-  if (k < 0) {
-    std::fill(d, d + n, kInfini);
-    return;
+  // A value under the cap lies within 'plafond' of the vertex of its parabola: only the spans around
+  // the vertices are evaluated, the rest is the cap (far from the sources, most of a line).
+  const int portee = plafond >= n ? n : static_cast<int>(std::ceil(plafond));
+  int x = 0, m = 0;
+  for (int e = 0; e <= k; ++e) {
+    const int debut = std::max(x, v[e] - portee), fin = std::min(n, v[e] + portee + 1);
+    if (fin <= debut) continue;
+    std::fill(o + x, o + debut, loin);
+    for (x = debut; x < fin; ++x) {
+      while (z[m + 1] < x) ++m;
+      const double ecart = x - v[m];
+      const double d = ecart * ecart + f[v[m]];
+      o[x] = d >= plafond2 ? loin : static_cast<float>(d);
+    }
   }
-  k = 0;
-  for (int x = 0; x < n; ++x) {
-    while (z[k + 1] < x) ++k;
-    const double e = x - v[k];
-    d[x] = e * e + f[v[k]];
-  }
+  std::fill(o + x, o + n, loin);
 }
 
 }  // namespace
@@ -58,7 +67,7 @@ namespace {
 // are left out, and a line with none left is filled at once: far from every source, the work is a
 // scan of the bytes.
 void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
-                             float* d2, std::ptrdiff_t pasD2, double plafond) {
+                             float* d2, std::ptrdiff_t pasD2, double plafond, TravailPlume& t) {
   if (largeur < 0 || hauteur < 0)
     ZEPRA_ERREUR("[Plume] (DistanceCarree) Taille " << largeur << " x " << hauteur << " invalide.");
   if (largeur == 0 || hauteur == 0) return;
@@ -67,23 +76,26 @@ void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int haute
   // Downwards: each pixel's distance to the nearest source above it in its column (or on it), kept as
   // an integer; kLoin when there is none.
   constexpr int kLoin = std::numeric_limits<int>::max();
-  std::vector<int> haut(W * hauteur);
-  std::vector<int> derniere(W, -1);
+  t.haut.resize(W * hauteur);
+  t.derniere.assign(W, -1);
+  int* derniere = t.derniere.data();
   for (int y = 0; y < hauteur; ++y) {
     const unsigned char* s = source + y * pasSource;
-    int* h = &haut[y * W];
+    int* h = &t.haut[y * W];
     for (size_t x = 0; x < W; ++x) {
       if (s[x]) derniere[x] = y;
       h[x] = derniere[x] < 0 ? kLoin : y - derniere[x];
     }
   }
   // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
-  std::fill(derniere.begin(), derniere.end(), -1);
-  std::vector<double> f(W), d(W), z(W + 1);
-  std::vector<int> v(W);
+  std::fill(derniere, derniere + W, -1);
+  t.f.resize(W);
+  t.z.resize(W + 1);
+  t.v.resize(W);
+  double* f = t.f.data();
   for (int y = hauteur - 1; y >= 0; --y) {
     const unsigned char* s = source + y * pasSource;
-    const int* h = &haut[y * W];
+    const int* h = &t.haut[y * W];
     bool proche = false;
     for (size_t x = 0; x < W; ++x) {
       if (s[x]) derniere[x] = y;
@@ -93,13 +105,11 @@ void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int haute
       proche = proche || f[x] != kInfini;
     }
     float* o = d2 + y * pasD2;
-    const float loin = static_cast<float>(plafond2);
     if (!proche) {
-      std::fill(o, o + W, loin);
+      std::fill(o, o + W, static_cast<float>(plafond2));
       continue;
     }
-    Enveloppe(f.data(), largeur, d.data(), v.data(), z.data());
-    for (size_t x = 0; x < W; ++x) o[x] = d[x] >= plafond2 ? loin : static_cast<float>(d[x]);
+    Enveloppe(f, largeur, plafond, o, t.v.data(), t.z.data());
   }
 }
 
@@ -107,7 +117,8 @@ void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int haute
 
 void DistanceCarree(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
                     float* d2, std::ptrdiff_t pasD2) {
-  DistanceCarreePlafonnee(source, largeur, hauteur, pasSource, d2, pasD2, kInfini);
+  TravailPlume t;
+  DistanceCarreePlafonnee(source, largeur, hauteur, pasSource, d2, pasD2, kInfini, t);
 }
 
 int MargePlume(double largeurPixels) {
@@ -126,7 +137,7 @@ Fenetre FenetreAgrandie(const Fenetre& f, int marge, int largeurImage, int haute
 }
 
 void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, const unsigned char* valide,
-                std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids) {
+                std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids, TravailPlume* travail) {
   const int m = MargePlume(L);
   if (f.colonne0 < 0 || f.ligne0 < 0 || f.nbColonnes < 0 || f.nbLignes < 0 ||
       static_cast<long long>(f.colonne0) + f.nbColonnes > largeurImage ||
@@ -147,14 +158,18 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
   // The grown window without clipping; what lies beyond the image is a source of distance.
   const int gw = f.nbColonnes + 2 * m, gh = f.nbLignes + 2 * m;
   const int gx0 = f.colonne0 - m, gy0 = f.ligne0 - m;
-  std::vector<unsigned char> source(static_cast<size_t>(gw) * gh, 1);
+  TravailPlume local;
+  TravailPlume& tp = travail ? *travail : local;
+  std::vector<unsigned char>& source = tp.source;
+  source.assign(static_cast<size_t>(gw) * gh, 1);
   for (int y = 0; y < a.nbLignes; ++y) {
     const unsigned char* v = valide + y * pasValide;
     unsigned char* s = &source[static_cast<size_t>(a.ligne0 - gy0 + y) * gw + (a.colonne0 - gx0)];
     for (int x = 0; x < a.nbColonnes; ++x) s[x] = !v[x];
   }
-  std::vector<float> d2(source.size());
-  DistanceCarreePlafonnee(source.data(), gw, gh, gw, d2.data(), gw, L);
+  std::vector<float>& d2 = tp.d2;
+  d2.resize(source.size());
+  DistanceCarreePlafonnee(source.data(), gw, gh, gw, d2.data(), gw, L, tp);
   for (int y = 0; y < f.nbLignes; ++y) {
     const float* d = &d2[static_cast<size_t>(y + m) * gw + m];
     const unsigned char* s = &source[static_cast<size_t>(y + m) * gw + m];

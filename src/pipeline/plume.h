@@ -33,11 +33,21 @@ int MargePlume(double largeurPixels);
 // The window grown by the margin on each side and clipped to an image of largeur x hauteur pixels.
 Fenetre FenetreAgrandie(const Fenetre& f, int marge, int largeurImage, int hauteurImage);
 
+// The buffers of PoidsPlume, kept by a caller that computes many windows so that they are not allocated
+// (and their pages zeroed by the system) again each time.
+struct TravailPlume {
+  std::vector<unsigned char> source;
+  std::vector<float> d2;
+  std::vector<int> haut, derniere, v;
+  std::vector<double> f, z;
+};
+
 // The weights of a window of an image, for a width of L pixels (L >= 0). valide holds the validity
 // (not 0 = valid) of FenetreAgrandie(fenetre, MargePlume(L), largeurImage, hauteurImage), its rows
 // pasValide apart; poids receives the window's weights, rows pasPoids apart (0 for invalid pixels).
 void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& fenetre, double largeurPixels,
-                const unsigned char* valide, std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids);
+                const unsigned char* valide, std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids,
+                TravailPlume* travail = nullptr);
 
 // The weighted sums of one output window of nbBandes bands, for the feathered mean.
 class FusionPlume {

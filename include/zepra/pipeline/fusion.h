@@ -40,6 +40,9 @@ class AccumulateurFusion {
  public:
   virtual ~AccumulateurFusion() = default;
   virtual void Ajouter(const LigneContribution& l) = 0;
+  // Starts over on another band, as a new accumulator of the rule would, keeping the memory it holds:
+  // a composer reusing one per thread spares the system zeroing fresh pages for every band.
+  virtual void Reprendre(const BandeSortie& bande) = 0;
   // Leaves the fused values in the band, and 1 in its coverage where some input contributed (the
   // value is 0 where none did).
   virtual void Terminer() = 0;
