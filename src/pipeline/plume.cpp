@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "zepra/erreur.h"
@@ -10,17 +11,29 @@ namespace {
 
 constexpr double kInfini = std::numeric_limits<double>::infinity();
 
-// Lower envelope of the parabolas (x - q)^2 + f(q) over the q where f is finite (Felzenszwalb and
-// Huttenlocher): d(x) = min over q of (x - q)^2 + f(q), written to o[x] as a float, or as 'loin' (the
-// cap plafond^2) where d(x) is at or above it (everywhere when f is nowhere finite). v and z are work
-// arrays of n and n + 1 entries.
-void Enveloppe(const double* f, int n, double plafond, float* o, int* v, double* z) {
+// The smallest distance in pixels whose square reaches plafond2: column distances under it are the
+// only ones that can bring a pixel under the cap (the largest int when there is no cap).
+int Limite(double plafond) {
+  if (!(plafond < 2147483647.0)) return std::numeric_limits<int>::max();
   const double plafond2 = plafond * plafond;
+  int limite = std::max(0, static_cast<int>(std::ceil(plafond)));
+  while (limite > 0 && static_cast<double>(limite - 1) * (limite - 1) >= plafond2) --limite;
+  while (static_cast<double>(limite) * limite < plafond2) ++limite;
+  return limite;
+}
+
+// Lower envelope of the parabolas (x - q)^2 + e(q)^2 over the q where e(q) < limite (Felzenszwalb and
+// Huttenlocher): d(x) = min over q of (x - q)^2 + e(q)^2, written to o[x] for x in [c0, c1) as a
+// float, or as the cap plafond2 where d(x) is at or above it. v and z are work arrays of n and n + 1
+// entries; some e(q) is under the limit.
+template <class E>
+void Enveloppe(const E* e, int n, int limite, double plafond2, int c0, int c1, float* o, int* v, double* z) {
   const float loin = static_cast<float>(plafond2);
+  auto f = [e](int q) { return static_cast<double>(e[q]) * e[q]; };
   int k = -1;
   for (int q = 0; q < n; ++q) {
-    if (f[q] == kInfini) continue;
-    const double fq = f[q] + static_cast<double>(q) * q;
+    if (e[q] >= limite) continue;
+    const double fq = f(q) + static_cast<double>(q) * q;
     if (k < 0) {
       k = 0;
       v[0] = q;
@@ -31,7 +44,7 @@ void Enveloppe(const double* f, int n, double plafond, float* o, int* v, double*
     double s;
     for (;;) {
       const int p = v[k];
-      s = (fq - (f[p] + static_cast<double>(p) * p)) / (2.0 * (q - p));
+      s = (fq - (f(p) + static_cast<double>(p) * p)) / (2.0 * (q - p));
       if (s > z[k]) break;
       --k;  // z[0] is -infinity, so k never goes below 0
     }
@@ -40,77 +53,88 @@ void Enveloppe(const double* f, int n, double plafond, float* o, int* v, double*
     z[k] = s;
     z[k + 1] = kInfini;
   }
-  // A value under the cap lies within 'plafond' of the vertex of its parabola: only the spans around
-  // the vertices are evaluated, the rest is the cap (far from the sources, most of a line).
-  const int portee = plafond >= n ? n : static_cast<int>(std::ceil(plafond));
-  int x = 0, m = 0;
-  for (int e = 0; e <= k; ++e) {
-    const int debut = std::max(x, v[e] - portee), fin = std::min(n, v[e] + portee + 1);
+  // A value under the cap lies less than 'limite' from the vertex of its parabola: only the spans
+  // around the vertices are evaluated, the rest is the cap (far from the sources, most of a line).
+  const int portee = std::min(limite - 1, n);
+  int x = c0, m = 0;
+  for (int j = 0; j <= k; ++j) {
+    const int debut = std::max(x, v[j] - portee), fin = std::min(c1, v[j] + portee + 1);
     if (fin <= debut) continue;
     std::fill(o + x, o + debut, loin);
     for (x = debut; x < fin; ++x) {
       while (z[m + 1] < x) ++m;
       const double ecart = x - v[m];
-      const double d = ecart * ecart + f[v[m]];
+      const double d = ecart * ecart + f(v[m]);
       o[x] = d >= plafond2 ? loin : static_cast<float>(d);
     }
   }
-  std::fill(o + x, o + n, loin);
+  if (x < c1) std::fill(o + x, o + c1, loin);
 }
 
-}  // namespace
+std::vector<unsigned char>& Colonnes(TravailPlume& t, unsigned char*) { return t.colonnes8; }
+std::vector<uint16_t>& Colonnes(TravailPlume& t, uint16_t*) { return t.colonnes16; }
+std::vector<int>& Colonnes(TravailPlume& t, int*) { return t.colonnes32; }
 
-namespace {
+// Squared distances with a cap, by lines: ligne(y, d) for y from l1 - 1 down to l0, d[x] for x in
+// [c0, c1) being the squared distance from pixel (x, y) to the nearest source, exact under plafond2
+// and plafond2 at or beyond it; d is null when the whole line is at the cap. Column distances are
+// kept in E, saturated at its largest value, which must not be under 'limite' (Limite(plafond)).
+template <class E, class Ligne>
+void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource, int limite,
+               double plafond2, int l0, int l1, int c0, int c1, TravailPlume& t, Ligne&& ligne) {
+  constexpr E kMax = std::numeric_limits<E>::max();
+  const size_t W = static_cast<size_t>(largeur);
+  std::vector<E>& tampon = Colonnes(t, static_cast<E*>(nullptr));
+  tampon.resize((static_cast<size_t>(l1 - l0) + 2) * W);
+  E* haut = tampon.data();
+  E* course = haut + static_cast<size_t>(l1 - l0) * W;
+  E* e = course + W;
+  // Downwards: each pixel's distance to the nearest source above it in its column (or on it).
+  std::fill(course, course + W, kMax);
+  for (int y = 0; y < l1; ++y) {
+    const unsigned char* s = source + y * pasSource;
+    for (size_t x = 0; x < W; ++x) course[x] = s[x] ? E(0) : course[x] < kMax ? E(course[x] + 1) : kMax;
+    if (y >= l0) std::copy(course, course + W, haut + static_cast<size_t>(y - l0) * W);
+  }
+  // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
+  std::fill(course, course + W, kMax);
+  t.ligne.resize(W);
+  t.v.resize(W);
+  t.z.resize(W + 1);
+  for (int y = hauteur - 1; y >= l0; --y) {
+    const unsigned char* s = source + y * pasSource;
+    for (size_t x = 0; x < W; ++x) course[x] = s[x] ? E(0) : course[x] < kMax ? E(course[x] + 1) : kMax;
+    if (y >= l1) continue;
+    const E* h = haut + static_cast<size_t>(y - l0) * W;
+    bool proche = false;
+    for (size_t x = 0; x < W; ++x) {
+      e[x] = std::min(h[x], course[x]);
+      proche |= e[x] < limite;
+    }
+    if (!proche) {
+      ligne(y, static_cast<const float*>(nullptr));
+      continue;
+    }
+    Enveloppe(e, largeur, limite, plafond2, c0, c1, t.ligne.data(), t.v.data(), t.z.data());
+    ligne(y, static_cast<const float*>(t.ligne.data()));
+  }
+}
 
-// DistanceCarree with a cap: squared distances at or beyond plafond^2 may be reported as plafond^2
-// (exact below). Column distances beyond the cap cannot bring any pixel under it, so their parabolas
-// are left out, and a line with none left is filled at once: far from every source, the work is a
-// scan of the bytes.
-void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
-                             float* d2, std::ptrdiff_t pasD2, double plafond, TravailPlume& t) {
+// Distances with the narrowest column type for the cap: bytes for the feathering widths in use.
+template <class Ligne>
+void DistancesPlafonnees(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
+                         double plafond, int l0, int l1, int c0, int c1, TravailPlume& t, Ligne&& ligne) {
   if (largeur < 0 || hauteur < 0)
     ZEPRA_ERREUR("[Plume] (DistanceCarree) Taille " << largeur << " x " << hauteur << " invalide.");
   if (largeur == 0 || hauteur == 0) return;
-  const size_t W = static_cast<size_t>(largeur);
+  const int limite = Limite(plafond);
   const double plafond2 = plafond * plafond;
-  // Downwards: each pixel's distance to the nearest source above it in its column (or on it), kept as
-  // an integer; kLoin when there is none.
-  constexpr int kLoin = std::numeric_limits<int>::max();
-  t.haut.resize(W * hauteur);
-  t.derniere.assign(W, -1);
-  int* derniere = t.derniere.data();
-  for (int y = 0; y < hauteur; ++y) {
-    const unsigned char* s = source + y * pasSource;
-    int* h = &t.haut[y * W];
-    for (size_t x = 0; x < W; ++x) {
-      if (s[x]) derniere[x] = y;
-      h[x] = derniere[x] < 0 ? kLoin : y - derniere[x];
-    }
-  }
-  // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
-  std::fill(derniere, derniere + W, -1);
-  t.f.resize(W);
-  t.z.resize(W + 1);
-  t.v.resize(W);
-  double* f = t.f.data();
-  for (int y = hauteur - 1; y >= 0; --y) {
-    const unsigned char* s = source + y * pasSource;
-    const int* h = &t.haut[y * W];
-    bool proche = false;
-    for (size_t x = 0; x < W; ++x) {
-      if (s[x]) derniere[x] = y;
-      const int e = std::min(h[x], derniere[x] < 0 ? kLoin : derniere[x] - y);
-      const double e2 = static_cast<double>(e) * e;
-      f[x] = e == kLoin || e2 >= plafond2 ? kInfini : e2;
-      proche = proche || f[x] != kInfini;
-    }
-    float* o = d2 + y * pasD2;
-    if (!proche) {
-      std::fill(o, o + W, static_cast<float>(plafond2));
-      continue;
-    }
-    Enveloppe(f, largeur, plafond, o, t.v.data(), t.z.data());
-  }
+  if (limite <= std::numeric_limits<unsigned char>::max())
+    Distances<unsigned char>(source, largeur, hauteur, pasSource, limite, plafond2, l0, l1, c0, c1, t, ligne);
+  else if (limite <= std::numeric_limits<uint16_t>::max())
+    Distances<uint16_t>(source, largeur, hauteur, pasSource, limite, plafond2, l0, l1, c0, c1, t, ligne);
+  else
+    Distances<int>(source, largeur, hauteur, pasSource, limite, plafond2, l0, l1, c0, c1, t, ligne);
 }
 
 }  // namespace
@@ -118,7 +142,14 @@ void DistanceCarreePlafonnee(const unsigned char* source, int largeur, int haute
 void DistanceCarree(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource,
                     float* d2, std::ptrdiff_t pasD2) {
   TravailPlume t;
-  DistanceCarreePlafonnee(source, largeur, hauteur, pasSource, d2, pasD2, kInfini, t);
+  DistancesPlafonnees(source, largeur, hauteur, pasSource, kInfini, 0, hauteur, 0, largeur, t,
+                      [&](int y, const float* d) {
+                        float* o = d2 + y * pasD2;
+                        if (d)
+                          std::copy(d, d + largeur, o);
+                        else
+                          std::fill(o, o + largeur, static_cast<float>(kInfini));
+                      });
 }
 
 int MargePlume(double largeurPixels) {
@@ -167,26 +198,24 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
     unsigned char* s = &source[static_cast<size_t>(a.ligne0 - gy0 + y) * gw + (a.colonne0 - gx0)];
     for (int x = 0; x < a.nbColonnes; ++x) s[x] = !v[x];
   }
-  std::vector<float>& d2 = tp.d2;
-  d2.resize(source.size());
-  DistanceCarreePlafonnee(source.data(), gw, gh, gw, d2.data(), gw, L, tp);
-  for (int y = 0; y < f.nbLignes; ++y) {
-    const float* d = &d2[static_cast<size_t>(y + m) * gw + m];
-    const unsigned char* s = &source[static_cast<size_t>(y + m) * gw + m];
-    float* w = poids + y * pasPoids;
-    for (int x = 0; x < f.nbColonnes; ++x) {
-      if (s[x]) {
-        w[x] = 0.0f;
-        continue;
-      }
-      if (d[x] >= L * L) {
-        w[x] = 1.0f;
-        continue;
-      }
-      const double t = std::sqrt(static_cast<double>(d[x])) / L;
-      w[x] = static_cast<float>(t * t * (3 - 2 * t));
-    }
-  }
+  // Weights of the window's lines as the distances come, from the cap alike when a whole line is at it.
+  auto poidsDe = [L](float d2) {
+    if (d2 >= L * L) return 1.0f;
+    const double t = std::sqrt(static_cast<double>(d2)) / L;
+    return static_cast<float>(t * t * (3 - 2 * t));
+  };
+  const float loin = poidsDe(static_cast<float>(L * L));
+  DistancesPlafonnees(source.data(), gw, gh, gw, L, m, m + f.nbLignes, m, m + f.nbColonnes, tp,
+                      [&](int y, const float* d) {
+                        const unsigned char* s = &source[static_cast<size_t>(y) * gw + m];
+                        float* w = poids + (y - m) * pasPoids;
+                        if (!d) {
+                          for (int x = 0; x < f.nbColonnes; ++x) w[x] = s[x] ? 0.0f : loin;
+                          return;
+                        }
+                        d += m;
+                        for (int x = 0; x < f.nbColonnes; ++x) w[x] = s[x] ? 0.0f : poidsDe(d[x]);
+                      });
 }
 
 FusionPlume::FusionPlume(int largeur, int hauteur, int nbBandes)

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 // A rectangle of pixels of an image: columns [colonne0, colonne0 + nbColonnes), lines likewise.
@@ -37,9 +38,13 @@ Fenetre FenetreAgrandie(const Fenetre& f, int marge, int largeurImage, int haute
 // (and their pages zeroed by the system) again each time.
 struct TravailPlume {
   std::vector<unsigned char> source;
-  std::vector<float> d2;
-  std::vector<int> haut, derniere, v;
-  std::vector<double> f, z;
+  std::vector<float> ligne;
+  // Column distances in the narrowest type the width allows.
+  std::vector<unsigned char> colonnes8;
+  std::vector<uint16_t> colonnes16;
+  std::vector<int> colonnes32;
+  std::vector<int> v;
+  std::vector<double> z;
 };
 
 // The weights of a window of an image, for a width of L pixels (L >= 0). valide holds the validity
