@@ -23,44 +23,57 @@ int Limite(double plafond) {
 }
 
 // Lower envelope of the parabolas (x - q)^2 + e(q)^2 over the q where e(q) < limite (Felzenszwalb and
-// Huttenlocher): d(x) = min over q of (x - q)^2 + e(q)^2, written to o[x] for x in [c0, c1) as a
-// float, or as the cap plafond2 where d(x) is at or above it. v and z are work arrays of n and n + 1
-// entries; some e(q) is under the limit.
+// Huttenlocher): d(x) = min over q of (x - q)^2 + e(q)^2. A value under the cap plafond2 lies less than
+// 'limite' from the vertex of its parabola, so only the spans of [c0, c1) around the vertices are
+// evaluated: o[x] gets d(x) as a float there (plafond2 where d(x) reaches it), and the spans are listed
+// in 'etendues', in increasing order; elsewhere d(x) is at the cap and o[x] is not written. Every
+// source (e = 0) lies in a span. v and z are work arrays of n and n + 1 entries.
 template <class E>
-void Enveloppe(const E* e, int n, int limite, double plafond2, int c0, int c1, float* o, int* v, double* z) {
+void Enveloppe(const E* e, int n, int limite, double plafond2, int c0, int c1, float* o, int* v, double* z,
+               std::vector<Etendue>& etendues) {
   const float loin = static_cast<float>(plafond2);
   auto f = [e](int q) { return static_cast<double>(e[q]) * e[q]; };
   int k = -1;
-  for (int q = 0; q < n; ++q) {
-    if (e[q] >= limite) continue;
-    const double fq = f(q) + static_cast<double>(q) * q;
-    if (k < 0) {
-      k = 0;
-      v[0] = q;
-      z[0] = -kInfini;
-      z[1] = kInfini;
-      continue;
+  constexpr int kPaquet = 32;
+  for (int q0 = 0; q0 < n; q0 += kPaquet) {
+    // Most of a line is far from every source: whole packets of it are passed at once.
+    const int q1 = std::min(n, q0 + kPaquet);
+    E plusPetit = std::numeric_limits<E>::max();
+    for (int q = q0; q < q1; ++q) plusPetit = std::min(plusPetit, e[q]);
+    if (plusPetit >= limite) continue;
+    for (int q = q0; q < q1; ++q) {
+      if (e[q] >= limite) continue;
+      const double fq = f(q) + static_cast<double>(q) * q;
+      if (k < 0) {
+        k = 0;
+        v[0] = q;
+        z[0] = -kInfini;
+        z[1] = kInfini;
+        continue;
+      }
+      double s;
+      for (;;) {
+        const int p = v[k];
+        s = (fq - (f(p) + static_cast<double>(p) * p)) / (2.0 * (q - p));
+        if (s > z[k]) break;
+        --k;  // z[0] is -infinity, so k never goes below 0
+      }
+      ++k;
+      v[k] = q;
+      z[k] = s;
+      z[k + 1] = kInfini;
     }
-    double s;
-    for (;;) {
-      const int p = v[k];
-      s = (fq - (f(p) + static_cast<double>(p) * p)) / (2.0 * (q - p));
-      if (s > z[k]) break;
-      --k;  // z[0] is -infinity, so k never goes below 0
-    }
-    ++k;
-    v[k] = q;
-    z[k] = s;
-    z[k + 1] = kInfini;
   }
-  // A value under the cap lies less than 'limite' from the vertex of its parabola: only the spans
-  // around the vertices are evaluated, the rest is the cap (far from the sources, most of a line).
+  etendues.clear();
   const int portee = std::min(limite - 1, n);
   int x = c0, m = 0;
   for (int j = 0; j <= k; ++j) {
     const int debut = std::max(x, v[j] - portee), fin = std::min(c1, v[j] + portee + 1);
     if (fin <= debut) continue;
-    std::fill(o + x, o + debut, loin);
+    if (!etendues.empty() && etendues.back().fin == debut)
+      etendues.back().fin = fin;
+    else
+      etendues.push_back({debut, fin});
     for (x = debut; x < fin; ++x) {
       while (z[m + 1] < x) ++m;
       const double ecart = x - v[m];
@@ -68,17 +81,17 @@ void Enveloppe(const E* e, int n, int limite, double plafond2, int c0, int c1, f
       o[x] = d >= plafond2 ? loin : static_cast<float>(d);
     }
   }
-  if (x < c1) std::fill(o + x, o + c1, loin);
 }
 
 std::vector<unsigned char>& Colonnes(TravailPlume& t, unsigned char*) { return t.colonnes8; }
 std::vector<uint16_t>& Colonnes(TravailPlume& t, uint16_t*) { return t.colonnes16; }
 std::vector<int>& Colonnes(TravailPlume& t, int*) { return t.colonnes32; }
 
-// Squared distances with a cap, by lines: ligne(y, d) for y from l1 - 1 down to l0, d[x] for x in
-// [c0, c1) being the squared distance from pixel (x, y) to the nearest source, exact under plafond2
-// and plafond2 at or beyond it; d is null when the whole line is at the cap. Column distances are
-// kept in E, saturated at its largest value, which must not be under 'limite' (Limite(plafond)).
+// Squared distances with a cap, by lines: ligne(y, d, etendues) for y from l1 - 1 down to l0, the
+// squared distance from pixel (x, y) to the nearest source being d[x] for x in the spans listed (exact
+// under plafond2, plafond2 at or beyond it) and plafond2 elsewhere in [c0, c1); no spans when the whole
+// line is at the cap. Column distances are kept in E, saturated at its largest value, which must not
+// be under 'limite' (Limite(plafond)).
 template <class E, class Ligne>
 void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdiff_t pasSource, int limite,
                double plafond2, int l0, int l1, int c0, int c1, TravailPlume& t, Ligne&& ligne) {
@@ -89,12 +102,15 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   E* haut = tampon.data();
   E* course = haut + static_cast<size_t>(l1 - l0) * W;
   E* e = course + W;
-  // Downwards: each pixel's distance to the nearest source above it in its column (or on it).
+  // Downwards: each pixel's distance to the nearest source above it in its column (or on it), from
+  // the line before.
+  auto suivante = [W, kMax](const unsigned char* s, const E* avant, E* apres) {
+    for (size_t x = 0; x < W; ++x) apres[x] = s[x] ? E(0) : avant[x] < kMax ? E(avant[x] + 1) : kMax;
+  };
   std::fill(course, course + W, kMax);
   for (int y = 0; y < l1; ++y) {
-    const unsigned char* s = source + y * pasSource;
-    for (size_t x = 0; x < W; ++x) course[x] = s[x] ? E(0) : course[x] < kMax ? E(course[x] + 1) : kMax;
-    if (y >= l0) std::copy(course, course + W, haut + static_cast<size_t>(y - l0) * W);
+    E* h = y >= l0 ? haut + static_cast<size_t>(y - l0) * W : course;
+    suivante(source + y * pasSource, y > l0 ? h - W : course, h);
   }
   // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
   std::fill(course, course + W, kMax);
@@ -102,21 +118,20 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   t.v.resize(W);
   t.z.resize(W + 1);
   for (int y = hauteur - 1; y >= l0; --y) {
-    const unsigned char* s = source + y * pasSource;
-    for (size_t x = 0; x < W; ++x) course[x] = s[x] ? E(0) : course[x] < kMax ? E(course[x] + 1) : kMax;
+    suivante(source + y * pasSource, course, course);
     if (y >= l1) continue;
     const E* h = haut + static_cast<size_t>(y - l0) * W;
-    bool proche = false;
+    E plusPetit = kMax;
     for (size_t x = 0; x < W; ++x) {
       e[x] = std::min(h[x], course[x]);
-      proche |= e[x] < limite;
+      plusPetit = std::min(plusPetit, e[x]);
     }
-    if (!proche) {
-      ligne(y, static_cast<const float*>(nullptr));
-      continue;
+    if (plusPetit >= limite) {
+      t.etendues.clear();
+    } else {
+      Enveloppe(e, largeur, limite, plafond2, c0, c1, t.ligne.data(), t.v.data(), t.z.data(), t.etendues);
     }
-    Enveloppe(e, largeur, limite, plafond2, c0, c1, t.ligne.data(), t.v.data(), t.z.data());
-    ligne(y, static_cast<const float*>(t.ligne.data()));
+    ligne(y, static_cast<const float*>(t.ligne.data()), t.etendues);
   }
 }
 
@@ -143,12 +158,10 @@ void DistanceCarree(const unsigned char* source, int largeur, int hauteur, std::
                     float* d2, std::ptrdiff_t pasD2) {
   TravailPlume t;
   DistancesPlafonnees(source, largeur, hauteur, pasSource, kInfini, 0, hauteur, 0, largeur, t,
-                      [&](int y, const float* d) {
+                      [&](int y, const float* d, const std::vector<Etendue>& etendues) {
                         float* o = d2 + y * pasD2;
-                        if (d)
-                          std::copy(d, d + largeur, o);
-                        else
-                          std::fill(o, o + largeur, static_cast<float>(kInfini));
+                        std::fill(o, o + largeur, static_cast<float>(kInfini));
+                        for (const Etendue& k : etendues) std::copy(d + k.debut, d + k.fin, o + k.debut);
                       });
 }
 
@@ -204,17 +217,15 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
     const double t = std::sqrt(static_cast<double>(d2)) / L;
     return static_cast<float>(t * t * (3 - 2 * t));
   };
+  // At the cap, a pixel is valid (a source has its own span).
   const float loin = poidsDe(static_cast<float>(L * L));
   DistancesPlafonnees(source.data(), gw, gh, gw, L, m, m + f.nbLignes, m, m + f.nbColonnes, tp,
-                      [&](int y, const float* d) {
-                        const unsigned char* s = &source[static_cast<size_t>(y) * gw + m];
+                      [&](int y, const float* d, const std::vector<Etendue>& etendues) {
+                        const unsigned char* s = &source[static_cast<size_t>(y) * gw];
                         float* w = poids + (y - m) * pasPoids;
-                        if (!d) {
-                          for (int x = 0; x < f.nbColonnes; ++x) w[x] = s[x] ? 0.0f : loin;
-                          return;
-                        }
-                        d += m;
-                        for (int x = 0; x < f.nbColonnes; ++x) w[x] = s[x] ? 0.0f : poidsDe(d[x]);
+                        std::fill(w, w + f.nbColonnes, loin);
+                        for (const Etendue& k : etendues)
+                          for (int x = k.debut; x < k.fin; ++x) w[x - m] = s[x] ? 0.0f : poidsDe(d[x]);
                       });
 }
 

@@ -36,6 +36,11 @@ Fenetre FenetreAgrandie(const Fenetre& f, int marge, int largeurImage, int haute
 
 // The buffers of PoidsPlume, kept by a caller that computes many windows so that they are not allocated
 // (and their pages zeroed by the system) again each time.
+// Columns [debut, fin) of a line.
+struct Etendue {
+  int debut, fin;
+};
+
 struct TravailPlume {
   std::vector<unsigned char> source;
   std::vector<float> ligne;
@@ -45,6 +50,7 @@ struct TravailPlume {
   std::vector<int> colonnes32;
   std::vector<int> v;
   std::vector<double> z;
+  std::vector<Etendue> etendues;
 };
 
 // The weights of a window of an image, for a width of L pixels (L >= 0). valide holds the validity
