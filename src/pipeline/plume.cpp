@@ -103,14 +103,22 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   E* course = haut + static_cast<size_t>(l1 - l0) * W;
   E* e = course + W;
   // Downwards: each pixel's distance to the nearest source above it in its column (or on it), from
-  // the line before.
-  auto suivante = [W, kMax](const unsigned char* s, const E* avant, E* apres) {
-    for (size_t x = 0; x < W; ++x) apres[x] = s[x] ? E(0) : avant[x] < kMax ? E(avant[x] + 1) : kMax;
+  // the line before. In place and from one row to another are separate loops, both vectorized.
+  auto pas = [kMax](E a) { return static_cast<E>(a + (a < kMax)); };
+  auto avancer = [&](const unsigned char* s, E* c) {
+    for (size_t x = 0; x < W; ++x) c[x] = s[x] ? E(0) : pas(c[x]);
   };
   std::fill(course, course + W, kMax);
   for (int y = 0; y < l1; ++y) {
-    E* h = y >= l0 ? haut + static_cast<size_t>(y - l0) * W : course;
-    suivante(source + y * pasSource, y > l0 ? h - W : course, h);
+    const unsigned char* s = source + y * pasSource;
+    if (y <= l0) {
+      avancer(s, course);
+      if (y == l0) std::copy(course, course + W, haut);
+      continue;
+    }
+    const E* avant = haut + static_cast<size_t>(y - 1 - l0) * W;
+    E* h = haut + static_cast<size_t>(y - l0) * W;
+    for (size_t x = 0; x < W; ++x) h[x] = s[x] ? E(0) : pas(avant[x]);
   }
   // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
   std::fill(course, course + W, kMax);
@@ -118,7 +126,7 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   t.v.resize(W);
   t.z.resize(W + 1);
   for (int y = hauteur - 1; y >= l0; --y) {
-    suivante(source + y * pasSource, course, course);
+    avancer(source + y * pasSource, course);
     if (y >= l1) continue;
     const E* h = haut + static_cast<size_t>(y - l0) * W;
     E plusPetit = kMax;

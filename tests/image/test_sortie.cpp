@@ -76,6 +76,41 @@ TEST(ConversionSortie, AutresTypes) {
   EXPECT_EQ(Un<float>(0.0, true, true, nan), 0.0f);
 }
 
+// Rounding without a call against std::round then clamping, for every integer type up to 32 bits, on
+// halves, values just beside them, the types' bounds and beyond, from doubles and floats.
+template <class D>
+void ArrondiContreRound() {
+  const double bas = std::numeric_limits<D>::lowest(), haut = std::numeric_limits<D>::max();
+  std::vector<double> valeurs = {
+      0.0, -0.0, 0.49999999999999994, -0.49999999999999994, 1e-300, 4503599627370495.5};
+  for (double base : {0.0, 1.0, 2.0, 41.0, 127.0, 254.0, 255.0, 32767.0, 65535.0, 2147483647.0, bas, haut})
+    for (double d : {-1.5, -1.0, -0.5, 0.0, 0.5, 1.0, 1.5})
+      for (double v : {base + d, -(base + d)})
+        for (double w : {v, std::nextafter(v, -1e300), std::nextafter(v, 1e300)}) valeurs.push_back(w);
+  for (const double v : valeurs) {
+    const double r = std::round(v);
+    const D attendu = r <= bas    ? std::numeric_limits<D>::lowest()
+                      : r >= haut ? std::numeric_limits<D>::max()
+                                  : static_cast<D>(r);
+    ASSERT_EQ(Un<D>(v), attendu) << v;
+    const float f = static_cast<float>(v);
+    const double rf = std::round(static_cast<double>(f));
+    const D attenduF = rf <= bas    ? std::numeric_limits<D>::lowest()
+                       : rf >= haut ? std::numeric_limits<D>::max()
+                                    : static_cast<D>(rf);
+    ASSERT_EQ(Un<D>(f), attenduF) << f;
+  }
+}
+
+TEST(ConversionSortie, ArrondiSansAppelCommeRound) {
+  ArrondiContreRound<unsigned char>();
+  ArrondiContreRound<signed char>();
+  ArrondiContreRound<unsigned short>();
+  ArrondiContreRound<short>();
+  ArrondiContreRound<unsigned int>();
+  ArrondiContreRound<int>();
+}
+
 // A NaN in one band invalidates the whole pixel; the alpha band follows the validity.
 TEST(ConversionSortie, PixelsEtAlpha) {
   const float source[] = {1.4f, 2.6f, 3.0f, NAN, 250.0f, 0.2f, 7, 8, 9};

@@ -37,6 +37,18 @@ inline D VersSortie(S v) {
     constexpr double bas = static_cast<double>(std::numeric_limits<D>::lowest());
     constexpr double haut = static_cast<double>(std::numeric_limits<D>::max());
     if constexpr (std::is_floating_point_v<S>) {
+      if constexpr (sizeof(D) <= 4) {
+        // Inside the type's range, the rounding of std::round without a call: the truncation, and the
+        // remainder (exact) tells which way the half goes.
+        const double x = static_cast<double>(v);
+        if (x > bas - 1 && x < haut + 1) {
+          const long long i = static_cast<long long>(x);
+          const double reste = x - static_cast<double>(i);
+          const long long r = i + (reste >= 0.5) - (reste <= -0.5);
+          if (r <= static_cast<long long>(bas)) return std::numeric_limits<D>::lowest();
+          return r >= static_cast<long long>(haut) ? std::numeric_limits<D>::max() : static_cast<D>(r);
+        }
+      }
       const double r = std::round(static_cast<double>(v));
       if (std::isnan(r)) return D{};
       if (r <= bas) return std::numeric_limits<D>::lowest();
