@@ -103,10 +103,11 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   E* course = haut + static_cast<size_t>(l1 - l0) * W;
   E* e = course + W;
   // Downwards: each pixel's distance to the nearest source above it in its column (or on it), from
-  // the line before. In place and from one row to another are separate loops, both vectorized.
+  // the line before. In place and from one row to another are separate loops, both without branches
+  // so that the compiler vectorizes them.
   auto pas = [kMax](E a) { return static_cast<E>(a + (a < kMax)); };
   auto avancer = [&](const unsigned char* s, E* c) {
-    for (size_t x = 0; x < W; ++x) c[x] = s[x] ? E(0) : pas(c[x]);
+    for (size_t x = 0; x < W; ++x) c[x] = static_cast<E>(pas(c[x]) * !s[x]);
   };
   std::fill(course, course + W, kMax);
   for (int y = 0; y < l1; ++y) {
@@ -118,7 +119,7 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
     }
     const E* avant = haut + static_cast<size_t>(y - 1 - l0) * W;
     E* h = haut + static_cast<size_t>(y - l0) * W;
-    for (size_t x = 0; x < W; ++x) h[x] = s[x] ? E(0) : pas(avant[x]);
+    for (size_t x = 0; x < W; ++x) h[x] = static_cast<E>(pas(avant[x]) * !s[x]);
   }
   // Upwards: the column distance of a line is then complete, and the line's envelope is taken at once.
   std::fill(course, course + W, kMax);
