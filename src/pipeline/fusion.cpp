@@ -139,6 +139,23 @@ class Plume : public AccumulateurFusion {
     double* p = m_poids.data() + d;
     double* s = m_sommes.data() + d;
     const int bandes = m_b.bandes;
+    if (l.contigu && bandes == 1 && l.poids) {
+      // The same sums by selects, which the compiler vectorizes: a pixel's first contribution starts
+      // from 0, an invalid input pixel leaves everything as it was.
+      const int k0 = l.colonne[l.c0] - l.c0;
+      const float* v = l.valeurs[0] + k0;
+      const float* w = l.poids + k0;
+      const unsigned char* ok = l.valide + k0;
+      for (int c = l.c0; c < l.c1; ++c) {
+        const bool dedans = ok[c] != 0, avant = couvert[c] != 0;
+        const double poids = w[c];
+        const double somme = (avant ? s[c] : 0.0) + poids * v[c], total = (avant ? p[c] : 0.0) + poids;
+        s[c] = dedans ? somme : s[c];
+        p[c] = dedans ? total : p[c];
+        couvert[c] = avant || dedans;
+      }
+      return;
+    }
     PourChaqueApport(l, [&](int c, int k) {
       const double w = l.poids ? l.poids[k] : 1.0;
       if (couvert[c]) {
@@ -153,11 +170,15 @@ class Plume : public AccumulateurFusion {
   }
   void Terminer() override {
     const unsigned char* couvert = m_b.couvert;
+    const double* p = m_poids.data();
     for (int b = 0; b < m_b.bandes; ++b) {
       float* r = m_b.valeurs[b];
       const double* s = m_sommes.data() + b * m_n;
-      for (size_t k = 0; k < m_n; ++k)
-        r[k] = couvert[k] && m_poids[k] > 0 ? static_cast<float>(s[k] / m_poids[k]) : 0.0f;
+      // Uncovered pixels divide 0 by 1 (their sums are left-overs), so that the loop has no branch.
+      for (size_t k = 0; k < m_n; ++k) {
+        const bool garde = couvert[k] && p[k] > 0;
+        r[k] = static_cast<float>((garde ? s[k] : 0.0) / (garde ? p[k] : 1.0));
+      }
     }
   }
 

@@ -907,9 +907,14 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
       std::fill(dedans.begin() + c0, dedans.begin() + c1, 0);
       continue;
     }
-    for (int c = c0; c < c1; ++c) colonne[c] -= xa;
+    bool contigu = true;
+    for (int c = c0; c < c1; ++c) {
+      colonne[c] -= xa;
+      contigu = contigu && dedans[c] && colonne[c] == colonne[c0] + (c - c0);
+    }
     LigneContribution l{static_cast<int>(i), 0,      c0, c1, dedans.data(), colonne.data(), 0, xa, w, h,
                         lignesBandes.data(), nullptr};
+    l.contigu = contigu;
     for (int y = l0; y < l1; ++y) {
       const int ly = ligneDe[y - y0];
       if (ly < 0) continue;

@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <memory>
 
 #include "outils_pipeline.h"
 #include "pipeline/multibande.h"
 #include "pipeline/plume.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/fusion.h"
 
 namespace {
 
@@ -113,6 +116,55 @@ TEST(Plume, PoidsDesColonnesPlusHautesQueLaLargeur) {
     const std::vector<double> attendu = PoidsForceBrute(valide, c.w, c.h, c.L);
     for (size_t k = 0; k < p.size(); ++k)
       ASSERT_NEAR(p[k], attendu[k], 1e-6) << c.w << "x" << c.h << " L " << c.L << " pixel " << k;
+  }
+}
+
+// The feathering rule walks consecutive input columns by selects: the same sums, bit for bit, as its
+// general walk, with invalid input pixels (NaN among them), pixels no input covers, a pixel's first
+// contribution anywhere in the inputs' order, and one accumulator reused for a second band of rows.
+TEST(Plume, LignesContiguesCommeLeCasGeneral) {
+  const int W = 41, H = 3, entrees = 3;
+  const std::unique_ptr<RegleFusion> regle = ChercherFusion("plume")->creer(ParametresFusion{10.0});
+  std::unique_ptr<AccumulateurFusion> acc[2];
+  for (int y0 : {0, 5}) {
+    std::vector<float> resultats[2];
+    for (int contigu = 0; contigu < 2; ++contigu) {
+      std::vector<float> sortie(static_cast<size_t>(W) * H, 0.0f);
+      std::vector<unsigned char> couvert(sortie.size(), 0);
+      float* plans[1] = {sortie.data()};
+      const BandeSortie bande{W, y0, y0 + H, 1, plans, couvert.data()};
+      if (acc[contigu])
+        acc[contigu]->Reprendre(bande);
+      else
+        acc[contigu] = regle->Accumulateur(bande);
+      for (int i = 0; i < entrees; ++i) {
+        // Input i covers output columns [c0, c1), from its column 3 on.
+        const int c0 = 4 * i + (y0 ? 1 : 0), c1 = W - 9 + 3 * i, n = c1 - c0 + 3;
+        std::vector<unsigned char> dedans(W, 0);
+        std::vector<int> colonne(W, 0);
+        for (int c = c0; c < c1; ++c) dedans[c] = 1, colonne[c] = c - c0 + 3;
+        for (int y = y0; y < y0 + H; ++y) {
+          std::vector<float> v(n), w(n);
+          std::vector<unsigned char> ok(n);
+          for (int k = 0; k < n; ++k) {
+            ok[k] = test::Hasard(k, y, 7 + i) > 0.25;
+            v[k] = ok[k] ? static_cast<float>(test::Hasard(k, y, 9 + i) * 250) : NAN;
+            w[k] = static_cast<float>(0.01 + test::Hasard(k, y, 13 + i));
+          }
+          const float* valeurs[1] = {v.data()};
+          LigneContribution l{i, y, c0, c1, dedans.data(), colonne.data(), 0, 0, n, H, valeurs, ok.data()};
+          l.poids = w.data();
+          l.contigu = contigu == 1;
+          acc[contigu]->Ajouter(l);
+        }
+      }
+      acc[contigu]->Terminer();
+      resultats[contigu] = sortie;
+      resultats[contigu].insert(resultats[contigu].end(), couvert.begin(), couvert.end());
+    }
+    ASSERT_EQ(resultats[0].size(), resultats[1].size());
+    for (size_t k = 0; k < resultats[0].size(); ++k)
+      ASSERT_EQ(std::memcmp(&resultats[0][k], &resultats[1][k], sizeof(float)), 0) << y0 << " " << k;
   }
 }
 

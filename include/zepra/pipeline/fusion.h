@@ -23,6 +23,9 @@ struct LigneContribution {
   const float* const* valeurs;       // per band, the input row's samples
   const unsigned char* valide;       // the input row's validity
   const float* poids = nullptr;      // the input row's feathering weights, for rules that ask for them
+  // Every output column of [c0, c1) maps into the input, on consecutive input columns from
+  // colonne[c0]: a rule may then walk both rows side by side.
+  bool contigu = false;
 };
 
 // A band of output rows [y0, y1) of 'colonnes' pixels and 'bandes' bands, all zero when handed to a
