@@ -60,7 +60,11 @@ void VersPlans(const S* src, long long n, int pas, int parPixel, int plan, const
     const S* s = src + (plan < 0 ? c : 0);
     D* o = dest + static_cast<size_t>(c - f.c0) * f.pasPlan + static_cast<size_t>(yOut) * f.pasLigne +
            static_cast<size_t>(xOut);
-    for (long long i = 0; i < n; ++i) o[i] = static_cast<D>(Convertir<V, S>(s[i * saut]));
+    // Side by side (one channel, or planar blocks): a loop the compiler vectorizes.
+    if (saut == 1)
+      for (long long i = 0; i < n; ++i) o[i] = static_cast<D>(Convertir<V, S>(s[i]));
+    else
+      for (long long i = 0; i < n; ++i) o[i] = static_cast<D>(Convertir<V, S>(s[i * saut]));
   }
 }
 

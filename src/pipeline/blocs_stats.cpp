@@ -86,6 +86,13 @@ StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, in
                                               << " pixels pour " << nbBandes
                                               << " bande(s) : trop de statistiques, augmenter le bloc.");
   m_donnees.assign(static_cast<size_t>(valeurs), 0.0);
+  // The most pixels a block can hold, times the largest square of a 16-bit sample, under 2^53.
+  long long plusX = 0, plusY = 0;
+  for (size_t k = 0; k + 1 < m_debutsColonne.size(); ++k)
+    plusX = std::max<long long>(plusX, m_debutsColonne[k + 1] - m_debutsColonne[k]);
+  for (size_t k = 0; k + 1 < m_debutsLigne.size(); ++k)
+    plusY = std::max<long long>(plusY, m_debutsLigne[k + 1] - m_debutsLigne[k]);
+  m_entiersExacts = static_cast<double>(plusX) * plusY * 65535.0 * 65535.0 < 9007199254740992.0;
 }
 
 void StatsBlocs::Verifier(int colonne0, int ligne0, int nbColonnes, int nbLignes) const {

@@ -94,6 +94,13 @@ class StatsBlocs {
 
  private:
   void Verifier(int colonne0, int ligne0, int nbColonnes, int nbLignes) const;
+  // Adds n pixels of one block's row when every valid sample is a whole number in [0, 65536) and the
+  // block's sums are whole: then every partial sum is a whole number under 2^53 (m_entiersExacts), so
+  // summing the run in integers first gives the very sums of the pixel-by-pixel additions, without
+  // their chain of dependent additions. False (nothing added) otherwise.
+  template <class T>
+  bool SommerEntiers(double* s, const T* const* bandes, std::ptrdiff_t k0, std::ptrdiff_t pasPixel,
+                     const unsigned char* valide, int n) const;
 
   GrilleBlocs m_grille;
   Placement m_placement;
@@ -102,6 +109,7 @@ class StatsBlocs {
   // The first column (line) of each block column (line) the input reaches, then the end of the last.
   std::vector<int> m_debutsColonne, m_debutsLigne;
   std::vector<double> m_donnees;  // (1 + 2 bands) values per block, lines of blocks
+  bool m_entiersExacts = false;   // a block's sums of 16-bit whole numbers stay exact in double
 };
 
 // An input's statistics as the gain-offset model needs them: totals and moments of the polynomial terms
@@ -181,6 +189,10 @@ void StatsBlocs::Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes,
     for (long kx = kx0; kx < m_nbBx && m_debutsColonne[kx] < c1; ++kx) {
       double* s = blocs + kx * pasBloc;
       const int debut = std::max(colonne0, m_debutsColonne[kx]), fin = std::min(c1, m_debutsColonne[kx + 1]);
+      if constexpr (std::is_floating_point<T>::value)
+        if (m_entiersExacts && SommerEntiers(s, bandes, dl * pasLigne + (debut - colonne0) * pasPixel,
+                                             pasPixel, v ? v + debut : nullptr, fin - debut))
+          continue;
       for (int c = debut; c < fin; ++c) {
         if (v && !v[c]) continue;
         const std::ptrdiff_t k = dl * pasLigne + (c - colonne0) * pasPixel;
@@ -198,4 +210,40 @@ void StatsBlocs::Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes,
       }
     }
   }
+}
+
+template <class T>
+bool StatsBlocs::SommerEntiers(double* s, const T* const* bandes, std::ptrdiff_t k0, std::ptrdiff_t pasPixel,
+                               const unsigned char* valide, int n) const {
+  long long compte = 0;
+  for (int c = 0; c < n; ++c) compte += !valide || valide[c];
+  if (compte == 0) return true;
+  long long sommes[2 * 64];
+  const int nb = m_nbBandes;
+  if (nb > 64) return false;
+  // Sums already holding a fraction (samples that were not whole) keep the pixel-by-pixel order.
+  for (int k = 1; k <= 2 * nb; ++k)
+    if (std::trunc(s[k]) != s[k]) return false;
+  for (int b = 0; b < nb; ++b) {
+    const T* x = bandes[b] + k0;
+    long long somme = 0, carres = 0;
+    bool entiers = true;
+    for (int c = 0; c < n; ++c) {
+      const T v = x[c * pasPixel];
+      const bool ok = !valide || valide[c];
+      const long long e = ok && v >= 0 && v < 65536 ? static_cast<long long>(v) : 0;
+      entiers = entiers && (!ok || static_cast<T>(e) == v);
+      somme += e;
+      carres += e * e;
+    }
+    if (!entiers) return false;
+    sommes[2 * b] = somme;
+    sommes[2 * b + 1] = carres;
+  }
+  s[0] += static_cast<double>(compte);
+  for (int b = 0; b < nb; ++b) {
+    s[1 + 2 * b] += static_cast<double>(sommes[2 * b]);
+    s[2 + 2 * b] += static_cast<double>(sommes[2 * b + 1]);
+  }
+  return true;
 }

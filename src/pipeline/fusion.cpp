@@ -26,8 +26,12 @@ inline void PourChaqueApport(const LigneContribution& l, F&& f) {
 // What every rule keeps: the band, and one unsigned per output pixel whose meaning is the rule's.
 class BaseFusion : public AccumulateurFusion {
  public:
-  explicit BaseFusion(const BandeSortie& b)
-      : m_b(b), m_suivi(static_cast<size_t>(b.y1 - b.y0) * b.colonnes, 0u), m_lignes(b.bandes) {}
+  explicit BaseFusion(const BandeSortie& b) { BaseFusion::Reprendre(b); }
+  void Reprendre(const BandeSortie& b) override {
+    m_b = b;
+    m_suivi.assign(static_cast<size_t>(b.y1 - b.y0) * b.colonnes, 0u);
+    m_lignes.resize(b.bandes);
+  }
 
  protected:
   size_t Decalage(int y) const { return static_cast<size_t>(y - m_b.y0) * m_b.colonnes; }
@@ -118,33 +122,69 @@ class Voronoi : public BaseFusion {
 };
 
 // Feathered mean: each contribution weighted by its feathering weight, sums in double in input order,
-// divided at the end.
-class Plume : public BaseFusion {
+// divided at the end. A pixel's first contribution writes its sums (0 + w v, as adding to zeroed sums
+// would), so the sums need no clearing; the band's coverage says which pixels have any.
+class Plume : public AccumulateurFusion {
  public:
-  explicit Plume(const BandeSortie& b)
-      : BaseFusion(b), m_sommes(m_suivi.size() * b.bandes, 0.0), m_poids(m_suivi.size(), 0.0) {}
+  explicit Plume(const BandeSortie& b) { Plume::Reprendre(b); }
+  void Reprendre(const BandeSortie& b) override {
+    m_b = b;
+    m_n = static_cast<size_t>(b.y1 - b.y0) * b.colonnes;
+    m_sommes.resize(m_n * b.bandes);
+    m_poids.resize(m_n);
+  }
   void Ajouter(const LigneContribution& l) override {
-    const size_t d = Decalage(l.y), n = m_suivi.size();
-    unsigned* s = Suivi(l.y);
+    const size_t d = static_cast<size_t>(l.y - m_b.y0) * m_b.colonnes, n = m_n;
+    unsigned char* couvert = m_b.couvert + d;
     double* p = m_poids.data() + d;
+    double* s = m_sommes.data() + d;
+    const int bandes = m_b.bandes;
+    if (l.contigu && bandes == 1 && l.poids) {
+      // The same sums by selects, which the compiler vectorizes: a pixel's first contribution starts
+      // from 0, an invalid input pixel leaves everything as it was.
+      const int k0 = l.colonne[l.c0] - l.c0;
+      const float* v = l.valeurs[0] + k0;
+      const float* w = l.poids + k0;
+      const unsigned char* ok = l.valide + k0;
+      for (int c = l.c0; c < l.c1; ++c) {
+        const bool dedans = ok[c] != 0, avant = couvert[c] != 0;
+        const double poids = w[c];
+        const double somme = (avant ? s[c] : 0.0) + poids * v[c], total = (avant ? p[c] : 0.0) + poids;
+        s[c] = dedans ? somme : s[c];
+        p[c] = dedans ? total : p[c];
+        couvert[c] = avant || dedans;
+      }
+      return;
+    }
     PourChaqueApport(l, [&](int c, int k) {
       const double w = l.poids ? l.poids[k] : 1.0;
-      for (int b = 0; b < m_b.bandes; ++b) m_sommes[b * n + d + c] += w * l.valeurs[b][k];
-      p[c] += w;
-      s[c] = 1;
+      if (couvert[c]) {
+        for (int b = 0; b < bandes; ++b) s[b * n + c] += w * l.valeurs[b][k];
+        p[c] += w;
+      } else {
+        for (int b = 0; b < bandes; ++b) s[b * n + c] = 0.0 + w * l.valeurs[b][k];
+        p[c] = 0.0 + w;
+        couvert[c] = 1;
+      }
     });
   }
   void Terminer() override {
-    CouvertureDuSuivi();
-    const size_t n = m_suivi.size();
+    const unsigned char* couvert = m_b.couvert;
+    const double* p = m_poids.data();
     for (int b = 0; b < m_b.bandes; ++b) {
       float* r = m_b.valeurs[b];
-      for (size_t k = 0; k < n; ++k)
-        r[k] = m_poids[k] > 0 ? static_cast<float>(m_sommes[b * n + k] / m_poids[k]) : 0.0f;
+      const double* s = m_sommes.data() + b * m_n;
+      // Uncovered pixels divide 0 by 1 (their sums are left-overs), so that the loop has no branch.
+      for (size_t k = 0; k < m_n; ++k) {
+        const bool garde = couvert[k] && p[k] > 0;
+        r[k] = static_cast<float>((garde ? s[k] : 0.0) / (garde ? p[k] : 1.0));
+      }
     }
   }
 
  private:
+  BandeSortie m_b;
+  size_t m_n = 0;
   std::vector<double> m_sommes, m_poids;
 };
 

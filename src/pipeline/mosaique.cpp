@@ -276,8 +276,10 @@ struct JobMosaique::Impl {
   void LireCorrections(const std::string& nom);
 
   // One row of tiles: its lines interleaved (float, bandes per pixel) and their validity.
-  void ComposerRangee(int r, std::vector<float>& valeurs, std::vector<unsigned char>& valide) const;
-  void ComposerBande(int y0, int y1, float* valeurs, unsigned char* valide) const;
+  struct Atelier;
+  void ComposerRangee(int r, std::vector<float>& valeurs, std::vector<unsigned char>& valide,
+                      Atelier& a) const;
+  void ComposerBande(int y0, int y1, float* valeurs, unsigned char* valide, Atelier& a) const;
   // Multi-band blending of the same lines, by windows of output tiles grown by the pyramids' margin.
   void ComposerMultibande(int y0, int y1, float* valeurs, unsigned char* valide) const;
   // An input's window, corrected, with its feathering weights when asked and its validity.
@@ -287,10 +289,19 @@ struct JobMosaique::Impl {
     size_t plan = 0;
     std::vector<float> lu, valeurs, poids;
     std::vector<unsigned char> ok;
+    TravailPlume plume;
     // Validity of row r of the window, from its first column.
     const unsigned char* Valide(int r) const {
       return ok.data() + static_cast<size_t>(r + dy) * g.nbColonnes + dx;
     }
+  };
+  // What one composing thread keeps from band to band: its large buffers are reused rather than
+  // allocated again, which would have the system map and zero their pages each time.
+  struct Atelier {
+    FenetreCorrigee t;
+    std::vector<float> plans;
+    std::vector<unsigned char> couvert;
+    std::unique_ptr<AccumulateurFusion> acc;
   };
   void LireCorrigee(size_t i, const Fenetre& f, bool pondere, FenetreCorrigee& t) const;
   // Rows [r0, r1) composed and compressed, handed in order to 'ecrire'.
@@ -706,7 +717,7 @@ void JobMosaique::Impl::LireCorrigee(size_t i, const Fenetre& f, bool pondere, F
   t.dy = f.ligne0 - g.ligne0;
   if (pondere) {
     t.poids.resize(static_cast<size_t>(nx) * ny);
-    PoidsPlume(w, h, f, L, t.ok.data(), g.nbColonnes, t.poids.data(), nx);
+    PoidsPlume(w, h, f, L, t.ok.data(), g.nbColonnes, t.poids.data(), nx, &t.plume);
   }
   // Planes of the corrected bands over the window.
   t.plan = static_cast<size_t>(nx) * ny;
@@ -723,7 +734,8 @@ void JobMosaique::Impl::LireCorrigee(size_t i, const Fenetre& f, bool pondere, F
   }
 }
 
-void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned char* valide) const {
+void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned char* valide,
+                                      Atelier& atelier) const {
   const int hb = y1 - y0;
   const size_t taille = static_cast<size_t>(hb) * W;
   // Lines that no input reaches (inputs far apart) are no-data at once.
@@ -738,18 +750,29 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     std::fill(valide, valide + taille, 0);
     return;
   }
-  std::vector<float> plans(taille * bandes, 0.0f);
+  // One band is fused in place; several go through planes, interleaved at the end.
   std::vector<float*> parBande(bandes);
-  for (int b = 0; b < bandes; ++b) parBande[b] = plans.data() + taille * b;
-  std::vector<unsigned char> couvert(taille, 0);
-  const BandeSortie bande{W, y0, y1, bandes, parBande.data(), couvert.data()};
-  const std::unique_ptr<AccumulateurFusion> acc = regle->Accumulateur(bande);
+  unsigned char* couvert = valide;
+  if (bandes == 1) {
+    parBande[0] = sortie;
+  } else {
+    atelier.plans.resize(taille * bandes);
+    for (int b = 0; b < bandes; ++b) parBande[b] = atelier.plans.data() + taille * b;
+  }
+  for (int b = 0; b < bandes; ++b) std::fill(parBande[b], parBande[b] + taille, 0.0f);
+  std::fill(couvert, couvert + taille, 0);
+  const BandeSortie bande{W, y0, y1, bandes, parBande.data(), couvert};
+  if (atelier.acc)
+    atelier.acc->Reprendre(bande);
+  else
+    atelier.acc = regle->Accumulateur(bande);
+  AccumulateurFusion* acc = atelier.acc.get();
   const bool pondere = regle->LargeurPlume() >= 0;
 
   std::vector<unsigned char> dedans(W, 0);
   std::vector<int> colonne(W, 0), ligneDe(hb, -1), finColonne(W, 0), finLigne(hb, 0), colonneMoyenne(W, 0);
   std::vector<float> moyennes, part(W), partLigne(hb);
-  FenetreCorrigee t;
+  FenetreCorrigee& t = atelier.t;
   std::vector<const float*> lignesBandes(bandes);
   for (size_t i = 0; i < entrees.size(); ++i) {
     const EntreeMosaique& e = *entrees[i];
@@ -888,9 +911,14 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
       std::fill(dedans.begin() + c0, dedans.begin() + c1, 0);
       continue;
     }
-    for (int c = c0; c < c1; ++c) colonne[c] -= xa;
+    bool contigu = true;
+    for (int c = c0; c < c1; ++c) {
+      colonne[c] -= xa;
+      contigu = contigu && dedans[c] && colonne[c] == colonne[c0] + (c - c0);
+    }
     LigneContribution l{static_cast<int>(i), 0,      c0, c1, dedans.data(), colonne.data(), 0, xa, w, h,
                         lignesBandes.data(), nullptr};
+    l.contigu = contigu;
     for (int y = l0; y < l1; ++y) {
       const int ly = ligneDe[y - y0];
       if (ly < 0) continue;
@@ -905,10 +933,9 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     std::fill(dedans.begin() + c0, dedans.begin() + c1, 0);
   }
   acc->Terminer();
-  for (size_t k = 0; k < taille; ++k) {
-    for (int b = 0; b < bandes; ++b) sortie[k * bandes + b] = parBande[b][k];
-    valide[k] = couvert[k];
-  }
+  if (bandes > 1)
+    for (size_t k = 0; k < taille; ++k)
+      for (int b = 0; b < bandes; ++b) sortie[k * bandes + b] = parBande[b][k];
 }
 
 void JobMosaique::Impl::ComposerMultibande(int y0, int y1, float* sortie, unsigned char* valide) const {
@@ -984,8 +1011,8 @@ void JobMosaique::Impl::ComposerMultibande(int y0, int y1, float* sortie, unsign
   }
 }
 
-void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs,
-                                       std::vector<unsigned char>& valide) const {
+void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs, std::vector<unsigned char>& valide,
+                                       Atelier& a) const {
   const int y0 = r * plan.hauteurBloc, y1 = std::min(H, y0 + plan.hauteurBloc);
   valeurs.resize(static_cast<size_t>(y1 - y0) * W * bandes);
   valide.resize(static_cast<size_t>(y1 - y0) * W);
@@ -995,7 +1022,7 @@ void JobMosaique::Impl::ComposerRangee(int r, std::vector<float>& valeurs,
     if (regle->Pyramide())
       ComposerMultibande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
     else
-      ComposerBande(y, fin, valeurs.data() + d * bandes, valide.data() + d);
+      ComposerBande(y, fin, valeurs.data() + d * bandes, valide.data() + d, a);
   }
 }
 
@@ -1011,13 +1038,14 @@ void JobMosaique::Impl::ComposerRangees(
     std::vector<float> valeurs;
     std::vector<unsigned char> valide;
     std::vector<std::vector<unsigned char>> blocs;
+    Atelier atelier;
   };
   std::vector<EnVol> lot(enVol);
   for (int r = r0; r < r1; r += enVol) {
     const int n = std::min(enVol, r1 - r);
     PourChaque(static_cast<size_t>(n), [&](size_t k) {
       EnVol& v = lot[k];
-      ComposerRangee(r + static_cast<int>(k), v.valeurs, v.valide);
+      ComposerRangee(r + static_cast<int>(k), v.valeurs, v.valide, v.atelier);
       v.blocs = encodeurs[k]->Encoder(r + static_cast<int>(k), v.valeurs.data(),
                                       static_cast<size_t>(W) * bandes * sizeof(float), v.valide.data(),
                                       static_cast<size_t>(W));

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 // A rectangle of pixels of an image: columns [colonne0, colonne0 + nbColonnes), lines likewise.
@@ -33,11 +34,31 @@ int MargePlume(double largeurPixels);
 // The window grown by the margin on each side and clipped to an image of largeur x hauteur pixels.
 Fenetre FenetreAgrandie(const Fenetre& f, int marge, int largeurImage, int hauteurImage);
 
+// The buffers of PoidsPlume, kept by a caller that computes many windows so that they are not allocated
+// (and their pages zeroed by the system) again each time.
+// Columns [debut, fin) of a line.
+struct Etendue {
+  int debut, fin;
+};
+
+struct TravailPlume {
+  std::vector<unsigned char> source;
+  std::vector<float> ligne;
+  // Column distances in the narrowest type the width allows.
+  std::vector<unsigned char> colonnes8;
+  std::vector<uint16_t> colonnes16;
+  std::vector<int> colonnes32;
+  std::vector<int> v;
+  std::vector<double> z;
+  std::vector<Etendue> etendues;
+};
+
 // The weights of a window of an image, for a width of L pixels (L >= 0). valide holds the validity
 // (not 0 = valid) of FenetreAgrandie(fenetre, MargePlume(L), largeurImage, hauteurImage), its rows
 // pasValide apart; poids receives the window's weights, rows pasPoids apart (0 for invalid pixels).
 void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& fenetre, double largeurPixels,
-                const unsigned char* valide, std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids);
+                const unsigned char* valide, std::ptrdiff_t pasValide, float* poids, std::ptrdiff_t pasPoids,
+                TravailPlume* travail = nullptr);
 
 // The weighted sums of one output window of nbBandes bands, for the feathered mean.
 class FusionPlume {

@@ -76,6 +76,53 @@ TEST(ConversionSortie, AutresTypes) {
   EXPECT_EQ(Un<float>(0.0, true, true, nan), 0.0f);
 }
 
+// Rounding without a call against std::round then clamping, for every integer type up to 32 bits, on
+// halves, values just beside them, the types' bounds and beyond. Floats into the small types take a
+// vectorized path of their own: it must agree with the general one (the same floats as doubles) on
+// validity, NaN and every no-data value's neighbours too.
+template <class D>
+void ArrondiContreRound() {
+  const double bas = std::numeric_limits<D>::lowest(), haut = std::numeric_limits<D>::max();
+  std::vector<double> valeurs = {0.0,
+                                 -0.0,
+                                 0.49999999999999994,
+                                 -0.49999999999999994,
+                                 1e-300,
+                                 4503599627370495.5,
+                                 kNaN,
+                                 1e300,
+                                 -std::numeric_limits<double>::infinity()};
+  for (double base :
+       {0.0, 1.0, 2.0, 7.0, 41.0, 127.0, 254.0, 255.0, 32767.0, 65535.0, 2147483647.0, bas, haut})
+    for (double d : {-1.5, -1.0, -0.5, 0.0, 0.5, 1.0, 1.5})
+      for (double v : {base + d, -(base + d)})
+        for (double w : {v, std::nextafter(v, -1e300), std::nextafter(v, 1e300)}) valeurs.push_back(w);
+  for (const double v : valeurs) {
+    const double r = std::round(v);
+    const D attendu = std::isnan(r) ? D{}
+                      : r <= bas    ? std::numeric_limits<D>::lowest()
+                      : r >= haut   ? std::numeric_limits<D>::max()
+                                    : static_cast<D>(r);
+    ASSERT_EQ(Un<D>(v), attendu) << v;
+    const float f = static_cast<float>(v);
+    for (const bool valide : {true, false})
+      for (const D nodata : {std::numeric_limits<D>::lowest(), std::numeric_limits<D>::max(), D{0}, D{7}}) {
+        ASSERT_EQ(Un<D>(f, valide, true, nodata), Un<D>(static_cast<double>(f), valide, true, nodata))
+            << f << " valide " << valide << " nodata " << +nodata;
+        ASSERT_EQ(Un<D>(f, valide), Un<D>(static_cast<double>(f), valide)) << f << " valide " << valide;
+      }
+  }
+}
+
+TEST(ConversionSortie, ArrondiSansAppelCommeRound) {
+  ArrondiContreRound<unsigned char>();
+  ArrondiContreRound<signed char>();
+  ArrondiContreRound<unsigned short>();
+  ArrondiContreRound<short>();
+  ArrondiContreRound<unsigned int>();
+  ArrondiContreRound<int>();
+}
+
 // A NaN in one band invalidates the whole pixel; the alpha band follows the validity.
 TEST(ConversionSortie, PixelsEtAlpha) {
   const float source[] = {1.4f, 2.6f, 3.0f, NAN, 250.0f, 0.2f, 7, 8, 9};

@@ -91,6 +91,74 @@ TEST(StatsBlocs, EgalesAuComptageDirectPourToutPlacement) {
   }
 }
 
+// Whole samples are summed by runs in integers: the sums must be bit for bit those of the
+// pixel-by-pixel additions in the reading order, also in blocks where a fraction came first (there
+// the order matters in the last bits: each block's first sample has one), for samples beyond 16 bits, NaN
+// under the mask, planar or interleaved bands.
+TEST(StatsBlocs, SommesDesEntiersCommePixelParPixel) {
+  struct Cas {
+    const char* nom;
+    double fractions;  // share of samples with a fraction
+    double grands;     // share of samples beyond 16 bits
+    int nb;
+  };
+  const Cas cas[] = {
+      {"entiers", 0, 0, 1}, {"fractions", 0.02, 0, 1}, {"grands", 0, 0.01, 2}, {"melange", 0.01, 0.01, 2}};
+  GrilleBlocs g;
+  g.colonnes = g.lignes = 64;
+  g.bloc = 16;
+  const int W = 64, H = 64;
+  for (const Cas& k : cas) {
+    std::vector<double> v(static_cast<size_t>(W) * H * k.nb);
+    std::vector<unsigned char> valide(static_cast<size_t>(W) * H);
+    for (int l = 0; l < H; ++l)
+      for (int c = 0; c < W; ++c) {
+        valide[static_cast<size_t>(l) * W + c] = test::Hasard(c, l, 3) > 0.1;
+        for (int b = 0; b < k.nb; ++b) {
+          const double h = test::Hasard(c, l, 17 + b);
+          // High values, so that the sums cross powers of two where a fraction loses bits.
+          double x = std::floor(h * 1536) + 64000;
+          if (test::Hasard(c, l, 29 + b) < k.fractions || (k.fractions > 0 && c % 16 == 0 && l % 16 == 0))
+            x += 0.3;
+          if (test::Hasard(c, l, 41 + b) < k.grands) x += 70000;
+          v[(static_cast<size_t>(l) * W + c) * k.nb + b] = valide[static_cast<size_t>(l) * W + c] ? x : NAN;
+        }
+      }
+    std::vector<double> attendu(static_cast<size_t>(4 * 4 * (1 + 2 * k.nb)), 0.0);
+    for (int l = 0; l < H; ++l)
+      for (int c = 0; c < W; ++c) {
+        if (!valide[static_cast<size_t>(l) * W + c]) continue;
+        double* a = &attendu[static_cast<size_t>((l / 16) * 4 + c / 16) * (1 + 2 * k.nb)];
+        a[0] += 1;
+        for (int b = 0; b < k.nb; ++b) {
+          const double x = v[(static_cast<size_t>(l) * W + c) * k.nb + b];
+          a[1 + 2 * b] += x;
+          a[2 + 2 * b] += x * x;
+        }
+      }
+    // Interleaved as doubles, and planar as floats when the values are floats exactly.
+    StatsBlocs entrelace(g, Placement(), W, H, k.nb);
+    std::vector<const double*> bandes(k.nb);
+    for (int b = 0; b < k.nb; ++b) bandes[b] = v.data() + b;
+    entrelace.Ajouter(0, 0, W, H, bandes.data(), k.nb, static_cast<std::ptrdiff_t>(W) * k.nb, valide.data(),
+                      W);
+    EXPECT_EQ(entrelace.Donnees(), attendu) << k.nom;
+    std::vector<float> plans(v.size());
+    bool flottants = true;
+    for (int b = 0; b < k.nb; ++b)
+      for (size_t p = 0; p < static_cast<size_t>(W) * H; ++p) {
+        plans[b * static_cast<size_t>(W) * H + p] = static_cast<float>(v[p * k.nb + b]);
+        flottants = flottants && !(plans[b * static_cast<size_t>(W) * H + p] != v[p * k.nb + b]);
+      }
+    if (!flottants) continue;
+    StatsBlocs planaire(g, Placement(), W, H, k.nb);
+    std::vector<const float*> parBande(k.nb);
+    for (int b = 0; b < k.nb; ++b) parBande[b] = plans.data() + b * static_cast<size_t>(W) * H;
+    planaire.Ajouter(0, 0, W, H, parBande.data(), 1, W, valide.data(), W);
+    EXPECT_EQ(planaire.Donnees(), attendu) << k.nom;
+  }
+}
+
 TEST(StatsBlocs, RefusesNommentLesValeurs) {
   GrilleBlocs g;
   g.colonnes = 100;

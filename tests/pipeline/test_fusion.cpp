@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <memory>
 
 #include "outils_pipeline.h"
 #include "pipeline/multibande.h"
 #include "pipeline/plume.h"
 #include "zepra/erreur.h"
+#include "zepra/pipeline/fusion.h"
 
 namespace {
 
@@ -42,6 +45,23 @@ TEST(Plume, DistanceExacteContreForceBrute) {
   }
 }
 
+// The weights of a whole image by the formula, with the brute-force distance to the nearest invalid
+// pixel or to the outside of the image.
+std::vector<double> PoidsForceBrute(const std::vector<unsigned char>& valide, int W, int H, double L) {
+  std::vector<double> attendu(valide.size(), 0.0);
+  for (int l = 0; l < H; ++l)
+    for (int c = 0; c < W; ++c) {
+      if (!valide[static_cast<size_t>(l) * W + c]) continue;
+      double d = std::min(std::min(c + 1, W - c), std::min(l + 1, H - l));
+      for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+          if (!valide[static_cast<size_t>(y) * W + x]) d = std::min(d, std::hypot(x - c, y - l));
+      const double t = L > 0 ? std::min(d, L) / L : 1;
+      attendu[static_cast<size_t>(l) * W + c] = L < 1 ? 1 : t * t * (3 - 2 * t);
+    }
+  return attendu;
+}
+
 // The weights of windows, each computed from its validity grown by the margin, equal those of the
 // whole image, which follow the formula with the brute-force distance (the image's border included).
 TEST(Plume, PoidsDesFenetresEgauxAuxPoidsDeLImage) {
@@ -54,19 +74,8 @@ TEST(Plume, PoidsDesFenetresEgauxAuxPoidsDeLImage) {
   for (double L : {0.0, 0.5, 1.0, 3.0, 7.5, 30.0}) {
     std::vector<float> image(valide.size());
     PoidsPlume(W, H, Fenetre{0, 0, W, H}, L, valide.data(), W, image.data(), W);
-    for (int l = 0; l < H; ++l)
-      for (int c = 0; c < W; ++c) {
-        double d = std::min(std::min(c + 1, W - c), std::min(l + 1, H - l));
-        for (int y = 0; y < H; ++y)
-          for (int x = 0; x < W; ++x)
-            if (!valide[static_cast<size_t>(y) * W + x]) d = std::min(d, std::hypot(x - c, y - l));
-        double attendu = 0;
-        if (valide[static_cast<size_t>(l) * W + c]) {
-          const double t = L > 0 ? std::min(d, L) / L : 1;
-          attendu = L < 1 ? 1 : t * t * (3 - 2 * t);
-        }
-        ASSERT_NEAR(image[static_cast<size_t>(l) * W + c], attendu, 1e-6) << L << " " << c << "," << l;
-      }
+    const std::vector<double> attendu = PoidsForceBrute(valide, W, H, L);
+    for (size_t k = 0; k < image.size(); ++k) ASSERT_NEAR(image[k], attendu[k], 1e-6) << L << " " << k;
     for (const Fenetre f :
          {Fenetre{0, 0, 10, 10}, Fenetre{20, 15, 13, 9}, Fenetre{40, 30, 13, 11}, Fenetre{5, 33, 30, 8}}) {
       const Fenetre a = FenetreAgrandie(f, MargePlume(L), W, H);
@@ -86,6 +95,77 @@ TEST(Plume, PoidsDesFenetresEgauxAuxPoidsDeLImage) {
   }
   EXPECT_THROW(MargePlume(-1), Erreur);
   EXPECT_THROW(PoidsPlume(W, H, Fenetre{50, 0, 10, 10}, 3, valide.data(), W, nullptr, 0), Erreur);
+}
+
+// Columns taller than the widths: column distances run past what their narrowest storage holds (255
+// for widths under 255 pixels) and must saturate as "far", not wrap back to near; widths on both
+// sides of that storage's limit, one reused work area for all.
+TEST(Plume, PoidsDesColonnesPlusHautesQueLaLargeur) {
+  struct Cas {
+    int w, h;
+    double L, densite;
+  };
+  TravailPlume travail;
+  for (const Cas& c : {Cas{6, 700, 3, 0.002}, Cas{7, 640, 40, 0}, Cas{5, 600, 254.5, 0.001},
+                       Cas{5, 620, 255.5, 0.001}, Cas{4, 900, 300, 0.0005}, Cas{300, 3, 20, 0.01}}) {
+    const std::vector<unsigned char> invalide = Masque(c.w, c.h, c.densite, c.w * 7 + c.h);
+    std::vector<unsigned char> valide(invalide.size());
+    for (size_t k = 0; k < valide.size(); ++k) valide[k] = !invalide[k];
+    std::vector<float> p(valide.size());
+    PoidsPlume(c.w, c.h, Fenetre{0, 0, c.w, c.h}, c.L, valide.data(), c.w, p.data(), c.w, &travail);
+    const std::vector<double> attendu = PoidsForceBrute(valide, c.w, c.h, c.L);
+    for (size_t k = 0; k < p.size(); ++k)
+      ASSERT_NEAR(p[k], attendu[k], 1e-6) << c.w << "x" << c.h << " L " << c.L << " pixel " << k;
+  }
+}
+
+// The feathering rule walks consecutive input columns by selects: the same sums, bit for bit, as its
+// general walk, with invalid input pixels (NaN among them), pixels no input covers, a pixel's first
+// contribution anywhere in the inputs' order, and one accumulator reused for a second band of rows.
+TEST(Plume, LignesContiguesCommeLeCasGeneral) {
+  const int W = 41, H = 3, entrees = 3;
+  const std::unique_ptr<RegleFusion> regle = ChercherFusion("plume")->creer(ParametresFusion{10.0});
+  std::unique_ptr<AccumulateurFusion> acc[2];
+  for (int y0 : {0, 5}) {
+    std::vector<float> resultats[2];
+    for (int contigu = 0; contigu < 2; ++contigu) {
+      std::vector<float> sortie(static_cast<size_t>(W) * H, 0.0f);
+      std::vector<unsigned char> couvert(sortie.size(), 0);
+      float* plans[1] = {sortie.data()};
+      const BandeSortie bande{W, y0, y0 + H, 1, plans, couvert.data()};
+      if (acc[contigu])
+        acc[contigu]->Reprendre(bande);
+      else
+        acc[contigu] = regle->Accumulateur(bande);
+      for (int i = 0; i < entrees; ++i) {
+        // Input i covers output columns [c0, c1), from its column 3 on.
+        const int c0 = 4 * i + (y0 ? 1 : 0), c1 = W - 9 + 3 * i, n = c1 - c0 + 3;
+        std::vector<unsigned char> dedans(W, 0);
+        std::vector<int> colonne(W, 0);
+        for (int c = c0; c < c1; ++c) dedans[c] = 1, colonne[c] = c - c0 + 3;
+        for (int y = y0; y < y0 + H; ++y) {
+          std::vector<float> v(n), w(n);
+          std::vector<unsigned char> ok(n);
+          for (int k = 0; k < n; ++k) {
+            ok[k] = test::Hasard(k, y, 7 + i) > 0.25;
+            v[k] = ok[k] ? static_cast<float>(test::Hasard(k, y, 9 + i) * 250) : NAN;
+            w[k] = static_cast<float>(0.01 + test::Hasard(k, y, 13 + i));
+          }
+          const float* valeurs[1] = {v.data()};
+          LigneContribution l{i, y, c0, c1, dedans.data(), colonne.data(), 0, 0, n, H, valeurs, ok.data()};
+          l.poids = w.data();
+          l.contigu = contigu == 1;
+          acc[contigu]->Ajouter(l);
+        }
+      }
+      acc[contigu]->Terminer();
+      resultats[contigu] = sortie;
+      resultats[contigu].insert(resultats[contigu].end(), couvert.begin(), couvert.end());
+    }
+    ASSERT_EQ(resultats[0].size(), resultats[1].size());
+    for (size_t k = 0; k < resultats[0].size(); ++k)
+      ASSERT_EQ(std::memcmp(&resultats[0][k], &resultats[1][k], sizeof(float)), 0) << y0 << " " << k;
+  }
 }
 
 TEST(Plume, MoyennePondereeEtAbsences) {

@@ -23,6 +23,9 @@ struct LigneContribution {
   const float* const* valeurs;       // per band, the input row's samples
   const unsigned char* valide;       // the input row's validity
   const float* poids = nullptr;      // the input row's feathering weights, for rules that ask for them
+  // Every output column of [c0, c1) maps into the input, on consecutive input columns from
+  // colonne[c0]: a rule may then walk both rows side by side.
+  bool contigu = false;
 };
 
 // A band of output rows [y0, y1) of 'colonnes' pixels and 'bandes' bands, all zero when handed to a
@@ -40,6 +43,9 @@ class AccumulateurFusion {
  public:
   virtual ~AccumulateurFusion() = default;
   virtual void Ajouter(const LigneContribution& l) = 0;
+  // Starts over on another band, as a new accumulator of the rule would, keeping the memory it holds:
+  // a composer reusing one per thread spares the system zeroing fresh pages for every band.
+  virtual void Reprendre(const BandeSortie& bande) = 0;
   // Leaves the fused values in the band, and 1 in its coverage where some input contributed (the
   // value is 0 where none did).
   virtual void Terminer() = 0;

@@ -37,6 +37,18 @@ inline D VersSortie(S v) {
     constexpr double bas = static_cast<double>(std::numeric_limits<D>::lowest());
     constexpr double haut = static_cast<double>(std::numeric_limits<D>::max());
     if constexpr (std::is_floating_point_v<S>) {
+      if constexpr (sizeof(D) <= 4) {
+        // Inside the type's range, the rounding of std::round without a call: the truncation, and the
+        // remainder (exact) tells which way the half goes.
+        const double x = static_cast<double>(v);
+        if (x > bas - 1 && x < haut + 1) {
+          const long long i = static_cast<long long>(x);
+          const double reste = x - static_cast<double>(i);
+          const long long r = i + (reste >= 0.5) - (reste <= -0.5);
+          if (r <= static_cast<long long>(bas)) return std::numeric_limits<D>::lowest();
+          return r >= static_cast<long long>(haut) ? std::numeric_limits<D>::max() : static_cast<D>(r);
+        }
+      }
       const double r = std::round(static_cast<double>(v));
       if (std::isnan(r)) return D{};
       if (r <= bas) return std::numeric_limits<D>::lowest();
@@ -91,6 +103,32 @@ inline D AcoteNodata(D nodata, S source) {
   }
 }
 
+// One band of floats into a small integer type, no alpha: ConvertirLigne's result by straight-line
+// code the compiler can vectorize (the rounding in float is exact below 2^23).
+template <class D>
+void ConvertirFlottantsCourts(const float* src, const unsigned char* valide, size_t pixels, D* dst,
+                              const ParametresSortie<D>& p, unsigned char* valideSortie) {
+  constexpr int bas = std::numeric_limits<D>::lowest(), haut = std::numeric_limits<D>::max();
+  const D remplissage = p.Remplissage();
+  const bool avecNodata = p.nodataPresent;
+  const D nodata = p.nodata;
+  // AcoteNodata's two answers: from above and from below.
+  const D dessus = static_cast<D>(nodata == haut ? nodata - 1 : nodata + 1);
+  const D dessous = static_cast<D>(nodata == bas ? nodata + 1 : nodata - 1);
+  for (size_t i = 0; i < pixels; ++i) {
+    const float v = src[i];
+    const bool ok = (!valide || valide[i] != 0) && v == v;
+    const float c = ok ? std::min(std::max(v, bas - 1.0f), haut + 1.0f) : 0.0f;
+    const int t = static_cast<int>(c);
+    const float reste = c - static_cast<float>(t);
+    const int r = std::min(std::max(t + (reste >= 0.5f) - (reste <= -0.5f), bas), haut);
+    D o = static_cast<D>(r);
+    if (avecNodata) o = o == nodata ? (v < static_cast<float>(nodata) ? dessous : dessus) : o;
+    dst[i] = ok ? o : remplissage;
+    if (valideSortie) valideSortie[i] = ok;
+  }
+}
+
 // Converts 'pixels' pixels of 'canaux' interleaved samples; 'valide' (one byte per pixel, non-zero =
 // valid) may be null for all valid. Writes canaux (+1 with alpha) samples per pixel to 'dst', and the
 // validity of each pixel to 'valideSortie' when not null.
@@ -102,6 +140,13 @@ void ConvertirLigne(const S* src, int canaux, const unsigned char* valide, size_
     if (!valide && !p.nodataPresent && !p.alpha) {
       std::copy(src, src + pixels * canaux, dst);
       if (valideSortie) std::fill(valideSortie, valideSortie + pixels, 1);
+      return;
+    }
+  }
+  if constexpr (std::is_same_v<S, float> && std::is_integral_v<D> && !std::is_same_v<D, bool> &&
+                sizeof(D) <= 2) {
+    if (canaux == 1 && !p.alpha) {
+      ConvertirFlottantsCourts(src, valide, pixels, dst, p, valideSortie);
       return;
     }
   }

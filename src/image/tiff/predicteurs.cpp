@@ -3,6 +3,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace tiff {
 
 namespace {
@@ -24,8 +28,30 @@ void AccumulerFixe(unsigned char* p, size_t echantillons) {
     }
 }
 
+// Running sums of bytes (8-bit samples, one per pixel: the most common predicted rows), 16 at a time
+// where SSE2 is there: four shifted additions give each byte the sum of itself and the 15 before it in
+// its group, modulo 256 as the plain loop's additions, then the previous group's last sum is added.
+void AccumulerOctets(unsigned char* p, size_t n) {
+  size_t i = 1;
+#if defined(__SSE2__)
+  unsigned char avant = p[0];
+  for (; i + 16 <= n; i += 16) {
+    __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    x = _mm_add_epi8(x, _mm_slli_si128(x, 1));
+    x = _mm_add_epi8(x, _mm_slli_si128(x, 2));
+    x = _mm_add_epi8(x, _mm_slli_si128(x, 4));
+    x = _mm_add_epi8(x, _mm_slli_si128(x, 8));
+    x = _mm_add_epi8(x, _mm_set1_epi8(static_cast<char>(avant)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + i), x);
+    avant = p[i + 15];
+  }
+#endif
+  for (; i < n; ++i) p[i] = static_cast<unsigned char>(p[i] + p[i - 1]);
+}
+
 template <class U>
 void Accumuler(unsigned char* p, size_t echantillons, int pas) {
+  if (sizeof(U) == 1 && pas == 1) return AccumulerOctets(p, echantillons);
   if (echantillons % pas == 0) {
     if (pas == 1) return AccumulerFixe<U, 1>(p, echantillons);
     if (pas == 3) return AccumulerFixe<U, 3>(p, echantillons);
