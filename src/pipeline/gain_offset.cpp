@@ -290,18 +290,19 @@ class SystemeGroupe {
           const double w = o.poids * (e ? m_p.poidsEcart * m_poidsEcart[k] : m_poidsMoy[k]);
           if (w == 0) continue;
           const double rhs = Ligne(k, e == 1, ligne);
+          // The lower triangle only, the one the factorisation reads; mirrored below.
           for (int a = 0; a < n2; ++a) {
             const double wa = w * ligne[a];
             if (wa == 0) continue;
             double* h = &paire[static_cast<size_t>(a) * n2];
-            for (int b = 0; b < n2; ++b) h[b] += wa * ligne[b];
+            for (int b = 0; b <= a; ++b) h[b] += wa * ligne[b];
             g(a < nU ? li * nU + a : lj * nU + a - nU) += wa * rhs;
           }
         }
       }
       for (int a = 0; a < n2; ++a)
         for (int b = 0; b < n2; ++b) {
-          const double v = paire[static_cast<size_t>(a) * n2 + b];
+          const double v = paire[b <= a ? static_cast<size_t>(a) * n2 + b : static_cast<size_t>(b) * n2 + a];
           if (a < nU && b < nU) {
             diag[li * bloc + a * nU + b] += v;
           } else if (a >= nU && b >= nU) {

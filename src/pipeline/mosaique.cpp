@@ -525,7 +525,13 @@ void JobMosaique::Impl::PlanMemoire() {
                                                      << " se lit par blocs de " << (bloc + kMio - 1) / kMio
                                                      << " Mio.");
   }
+  // Rows of tiles in flight keep the threads busy: the fused sub-band is halved (down to a quarter of a
+  // row) until one per thread fits, at the cost of reading an input block once per sub-band; then, if
+  // even one row does not fit, down to 16 lines.
+  const size_t fils = static_cast<size_t>(NbFils());
   size_t h = T;
+  while (h > std::max<size_t>(16, T / 4) && fils * (rangee + sousBandeOctets(h)) > budget) h /= 2;
+  if (fils * (rangee + sousBandeOctets(h)) > budget) h = T;
   while (h > 16 && rangee + sousBandeOctets(h) > budget) h /= 2;
   const size_t parRangee = rangee + sousBandeOctets(h);
   if (parRangee > budget)
