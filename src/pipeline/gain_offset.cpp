@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "zepra/erreur.h"
+#include "zepra/pipeline/parallele.h"
 
 namespace {
 
@@ -275,45 +276,65 @@ class SystemeGroupe {
     std::vector<double> diag(m_images.size() * bloc, 0.0);
     g = Eigen::VectorXd::Zero(static_cast<long>(m_images.size()) * nU);
     std::vector<Eigen::Triplet<double>> triplets;
-    std::vector<double> paire(static_cast<size_t>(n2) * n2);
-    double ligne[4 * kTermesMax];
-    size_t k = 0;
-    while (k < m_indices.size()) {
-      // One pair at a time: the observations are in pair order.
-      const ObservationBloc& o0 = m_obs.blocs[m_indices[k]];
-      const int li = m_local[o0.i], lj = m_local[o0.j];
-      std::fill(paire.begin(), paire.end(), 0.0);
-      for (; k < m_indices.size(); ++k) {
-        const ObservationBloc& o = m_obs.blocs[m_indices[k]];
-        if (o.i != o0.i || o.j != o0.j) break;
-        for (int e = 0; e < 2; ++e) {
-          const double w = o.poids * (e ? m_p.poidsEcart * m_poidsEcart[k] : m_poidsMoy[k]);
-          if (w == 0) continue;
-          const double rhs = Ligne(k, e == 1, ligne);
-          // The lower triangle only, the one the factorisation reads; mirrored below.
-          for (int a = 0; a < n2; ++a) {
-            const double wa = w * ligne[a];
-            if (wa == 0) continue;
-            double* h = &paire[static_cast<size_t>(a) * n2];
-            for (int b = 0; b <= a; ++b) h[b] += wa * ligne[b];
-            g(a < nU ? li * nU + a : lj * nU + a - nU) += wa * rhs;
+    // The observations are in pair order: each pair's block of the normal equations is summed on its
+    // own (in parallel, a batch of pairs at a time), then added to the system in pair order, so that
+    // the sums do not depend on the number of threads.
+    std::vector<size_t> debuts;
+    for (size_t k = 0; k < m_indices.size(); ++k) {
+      const ObservationBloc& o = m_obs.blocs[m_indices[k]];
+      if (k == 0 || o.i != m_obs.blocs[m_indices[k - 1]].i || o.j != m_obs.blocs[m_indices[k - 1]].j)
+        debuts.push_back(k);
+    }
+    debuts.push_back(m_indices.size());
+    const size_t nbPaires = debuts.size() - 1, carre = static_cast<size_t>(n2) * n2;
+    constexpr size_t kPairesParLot = 64;
+    std::vector<double> paires, gs;
+    for (size_t q0 = 0; q0 < nbPaires; q0 += kPairesParLot) {
+      const size_t nq = std::min(kPairesParLot, nbPaires - q0);
+      paires.assign(nq * carre, 0.0);
+      gs.assign(nq * n2, 0.0);
+      PourChaque(nq, [&](size_t q) {
+        double ligne[4 * kTermesMax];
+        double* paire = &paires[q * carre];
+        double* gp = &gs[q * n2];
+        for (size_t k = debuts[q0 + q]; k < debuts[q0 + q + 1]; ++k) {
+          const ObservationBloc& o = m_obs.blocs[m_indices[k]];
+          for (int e = 0; e < 2; ++e) {
+            const double w = o.poids * (e ? m_p.poidsEcart * m_poidsEcart[k] : m_poidsMoy[k]);
+            if (w == 0) continue;
+            const double rhs = Ligne(k, e == 1, ligne);
+            // The lower triangle only, the one the factorisation reads; mirrored below.
+            for (int a = 0; a < n2; ++a) {
+              const double wa = w * ligne[a];
+              if (wa == 0) continue;
+              double* h = paire + static_cast<size_t>(a) * n2;
+              for (int b = 0; b <= a; ++b) h[b] += wa * ligne[b];
+              gp[a] += wa * rhs;
+            }
           }
         }
+      });
+      for (size_t q = 0; q < nq; ++q) {
+        const ObservationBloc& o0 = m_obs.blocs[m_indices[debuts[q0 + q]]];
+        const int li = m_local[o0.i], lj = m_local[o0.j];
+        const double* paire = &paires[q * carre];
+        for (int a = 0; a < n2; ++a) g(a < nU ? li * nU + a : lj * nU + a - nU) += gs[q * n2 + a];
+        for (int a = 0; a < n2; ++a)
+          for (int b = 0; b < n2; ++b) {
+            const double v =
+                paire[b <= a ? static_cast<size_t>(a) * n2 + b : static_cast<size_t>(b) * n2 + a];
+            if (a < nU && b < nU) {
+              diag[li * bloc + a * nU + b] += v;
+            } else if (a >= nU && b >= nU) {
+              diag[lj * bloc + (a - nU) * nU + (b - nU)] += v;
+            } else {
+              // Stored even when zero: the pattern must not change between solves.
+              const int ra = a < nU ? li * nU + a : lj * nU + a - nU;
+              const int cb = b < nU ? li * nU + b : lj * nU + b - nU;
+              triplets.emplace_back(ra, cb, v);
+            }
+          }
       }
-      for (int a = 0; a < n2; ++a)
-        for (int b = 0; b < n2; ++b) {
-          const double v = paire[b <= a ? static_cast<size_t>(a) * n2 + b : static_cast<size_t>(b) * n2 + a];
-          if (a < nU && b < nU) {
-            diag[li * bloc + a * nU + b] += v;
-          } else if (a >= nU && b >= nU) {
-            diag[lj * bloc + (a - nU) * nU + (b - nU)] += v;
-          } else {
-            // Stored even when zero: the pattern must not change between solves.
-            const int ra = a < nU ? li * nU + a : lj * nU + a - nU;
-            const int cb = b < nU ? li * nU + b : lj * nU + b - nU;
-            triplets.emplace_back(ra, cb, v);
-          }
-        }
     }
     if (diagnostiquer) Diagnostiquer(diag);
     for (size_t l = 0; l < m_images.size(); ++l) {
