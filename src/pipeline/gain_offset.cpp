@@ -600,24 +600,40 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   size_t plusGrand = 0;
   for (size_t g = 0; g < R.groupes.size(); ++g)
     if (R.groupes[g].size() > R.groupes[plusGrand].size()) plusGrand = g;
+  // Every band of every group is solved on its own, in parallel; their reports are merged in order.
+  struct Issue {
+    std::pair<double, double> AB;
+    std::vector<std::string> indetermines;
+    double ecartee = 0;
+  };
+  const size_t nbGroupes = R.groupes.size();
+  std::vector<Issue> issues(static_cast<size_t>(std::max(0, nbBandes)) * nbGroupes);
+  PourChaque(issues.size(), [&](size_t t) {
+    const int b = static_cast<int>(t / nbGroupes);
+    const size_t g = t % nbGroupes;
+    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b);
+    s.Resoudre(noms);
+    Issue& x = issues[t];
+    x.AB = s.Coefficients(R.corrections);
+    x.indetermines = s.Indetermines();
+    for (size_t k = 0; k < indices[g].size(); ++k)
+      if (s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
+  });
   for (int b = 0; b < nbBandes; ++b) {
     double poids = 0, avant = 0, ecartee = 0;
-    for (size_t g = 0; g < R.groupes.size(); ++g) {
-      SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b);
-      s.Resoudre(noms);
-      const std::pair<double, double> AB = s.Coefficients(R.corrections);
+    for (size_t g = 0; g < nbGroupes; ++g) {
+      const Issue& x = issues[static_cast<size_t>(b) * nbGroupes + g];
       if (g == plusGrand) {
-        R.bandes[b].gainGlobal = AB.first;
-        R.bandes[b].offsetGlobal = AB.second;
+        R.bandes[b].gainGlobal = x.AB.first;
+        R.bandes[b].offsetGlobal = x.AB.second;
       }
       for (size_t l = 0; l < R.groupes[g].size(); ++l) {
-        const std::string& t = s.Indetermines()[l];
+        const std::string& t = x.indetermines[l];
         if (t.empty()) continue;
         std::string& d = R.images[R.groupes[g][l]].termesIndetermines;
         d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
       }
-      for (size_t k = 0; k < indices[g].size(); ++k)
-        if (s.PoidsMoyenne()[k] < 0.5) ecartee += obs.blocs[indices[g][k]].poids;
+      ecartee += x.ecartee;
     }
     // Block means before and after, over every observation.
     double apres = 0;
