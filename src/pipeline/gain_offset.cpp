@@ -122,6 +122,13 @@ class SystemeGroupe {
         m_poidsEcart[k] = 0;
     }
     m_ecartsUtiles = m_poidsEcart;
+    // The observations are in pair order: where each pair's run starts, and the end.
+    for (size_t k = 0; k < indices.size(); ++k) {
+      const ObservationBloc& o = obs.blocs[indices[k]];
+      if (k == 0 || o.i != obs.blocs[indices[k - 1]].i || o.j != obs.blocs[indices[k - 1]].j)
+        m_debutsPaires.push_back(k);
+    }
+    m_debutsPaires.push_back(indices.size());
   }
 
   // Runs the solves; the unknowns of local image k are x[k nU ..], gains scaled by 1 / G. Each solve
@@ -276,16 +283,10 @@ class SystemeGroupe {
     std::vector<double> diag(m_images.size() * bloc, 0.0);
     g = Eigen::VectorXd::Zero(static_cast<long>(m_images.size()) * nU);
     std::vector<Eigen::Triplet<double>> triplets;
-    // The observations are in pair order: each pair's block of the normal equations is summed on its
-    // own (in parallel, a batch of pairs at a time), then added to the system in pair order, so that
-    // the sums do not depend on the number of threads.
-    std::vector<size_t> debuts;
-    for (size_t k = 0; k < m_indices.size(); ++k) {
-      const ObservationBloc& o = m_obs.blocs[m_indices[k]];
-      if (k == 0 || o.i != m_obs.blocs[m_indices[k - 1]].i || o.j != m_obs.blocs[m_indices[k - 1]].j)
-        debuts.push_back(k);
-    }
-    debuts.push_back(m_indices.size());
+    // Each pair's block of the normal equations is summed on its own (in parallel, a batch of pairs at
+    // a time), then added to the system in pair order, so that the sums do not depend on the number of
+    // threads.
+    const std::vector<size_t>& debuts = m_debutsPaires;
     const size_t nbPaires = debuts.size() - 1, carre = static_cast<size_t>(n2) * n2;
     constexpr size_t kPairesParLot = 64;
     std::vector<double> paires, gs;
@@ -449,6 +450,7 @@ class SystemeGroupe {
   std::vector<int> m_local;
   double m_G = 1, m_ecartRef = 1;
   std::vector<double> m_poidsMoy, m_poidsEcart, m_ecartsUtiles;
+  std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
 };

@@ -258,6 +258,16 @@ struct JobMosaique::Impl {
   void Preparer();
   void Grille();
   void PlanMemoire();
+  // The model's settings from the job's options (degrees chosen once Preparer has run).
+  ParametresGainOffset ModeleGainOffset() const {
+    ParametresGainOffset go;
+    go.degreGain = p.degreGain;
+    go.degreOffset = p.degreOffset;
+    go.rigidite = p.rigidite;
+    go.poidsPentes = p.pentes;
+    go.poidsCourbures = p.courbures;
+    return go;
+  }
   std::string Empreinte() const;
   void VerifierTravail(const std::string& travail) const;
 
@@ -360,13 +370,7 @@ void JobMosaique::Impl::Preparer() {
     const int d = DegreAutomatique(static_cast<int>(entrees.size()));
     if (p.degreGain < 0) p.degreGain = d;
     if (p.degreOffset < 0) p.degreOffset = d;
-    ParametresGainOffset go;
-    go.degreGain = p.degreGain;
-    go.degreOffset = p.degreOffset;
-    go.rigidite = p.rigidite;
-    go.poidsPentes = p.pentes;
-    go.poidsCourbures = p.courbures;
-    go.Verifier();
+    ModeleGainOffset().Verifier();
   }
 
   Grille();
@@ -594,13 +598,7 @@ void JobMosaique::Impl::Resoudre() {
     ptrs.push_back(s.get());
   }
   const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
-  ParametresGainOffset go;
-  go.degreGain = p.degreGain;
-  go.degreOffset = p.degreOffset;
-  go.rigidite = p.rigidite;
-  go.poidsPentes = p.pentes;
-  go.poidsCourbures = p.courbures;
-  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, go, p.entrees);
+  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), p.entrees);
   for (size_t i = 0; i < entrees.size(); ++i) {
     const CorrectionGainOffset& c = R.corrections[i];
     const DiagnosticImage& d = R.images[i];
