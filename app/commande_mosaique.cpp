@@ -85,14 +85,16 @@ const std::vector<Option>& Table() {
              [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
       Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
-      Reels("rigidite", "W[,PENTES,COURBURES]", "1e-7,10,3",
+      Reels("rigidite", "W[,PENTES,COURBURES[,GAIN]]", "1e-7,10,3,30",
             "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les pentes "
-            "et sur les courbures, relatif a celui sur les niveaux (1 a 10000)",
-            0, false, 1, 3,
+            "et sur les courbures, relatif a celui sur les niveaux, et sur les pentes et courbures du "
+            "gain, relatif encore (1 a 10000)",
+            0, false, 1, 4,
             [](O& o, const Valeur& v) {
               o.parametresModele.rigidite = v.reels[0];
               if (v.reels.size() > 1) o.parametresModele.pentes = v.reels[1];
               if (v.reels.size() > 2) o.parametresModele.courbures = v.reels[2];
+              if (v.reels.size() > 3) o.parametresModele.formesGain = v.reels[3];
             }),
       Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
              [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
@@ -309,6 +311,7 @@ ParametresMosaique Parametres(const O& o) {
   p.rigidite = o.parametresModele.rigidite;
   p.pentes = o.parametresModele.pentes;
   p.courbures = o.parametresModele.courbures;
+  p.formesGain = o.parametresModele.formesGain;
   p.bloc = o.parametresModele.bloc;
   p.pas = o.pas;
   p.noegal = o.noegal;

@@ -33,6 +33,12 @@ constexpr double kRangRelatif = 1e-9;
 // gain is that far from 1, so one of the two is flat for another reason (saturation, a fill, a cloud),
 // and the equation would pull the other image's gain toward 0.
 constexpr double kRapportEcartsMin = 0.25;
+// The prior learnt from the data needs this many images in the group to measure the spread of their
+// corrections; smaller groups keep the set prior.
+constexpr size_t kImagesEmpirique = 9;
+// Spreads below this (grey levels, or value units) are taken as this: a class of terms the data leave
+// at zero is then held firmly, not infinitely.
+constexpr double kEcartEmpiriqueMin = 1e-2;
 
 const char* const kNomsTermes[kTermesMax] = {"1", "x", "y", "x2", "xy", "y2"};
 constexpr int kDegreTerme[kTermesMax] = {0, 1, 1, 2, 2, 2};
@@ -135,7 +141,10 @@ class SystemeGroupe {
   // meets the constraints C x = 0 exactly, through the Schur complement of the few constraint rows.
   void Resoudre(const std::vector<std::string>& noms) {
     const int N = static_cast<int>(m_images.size()) * m_nU;
-    const Eigen::MatrixXd C = Contraintes();
+    // With the learnt prior only the group's mean gain stays constrained: the prior then places the
+    // gains' map-wide trend as it places the offsets'.
+    const Eigen::MatrixXd tout = Contraintes(),
+                          moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
     Eigen::SimplicialLDLT<Eigen::SparseMatrix<double>> ldlt;
     const auto verifier = [&](const char* etape) {
       if (ldlt.info() != Eigen::Success)
@@ -147,6 +156,10 @@ class SystemeGroupe {
       Eigen::SparseMatrix<double> H(N, N);
       Eigen::VectorXd g;
       const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
+      m_empirique = m_p.priorEmpirique && !raide && it > std::min(kSolvesRaides, m_p.iterations - 1) &&
+                    m_images.size() >= kImagesEmpirique;
+      if (m_empirique) Etalonner();
+      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
@@ -339,7 +352,10 @@ class SystemeGroupe {
     }
     if (diagnostiquer) Diagnostiquer(diag);
     for (size_t l = 0; l < m_images.size(); ++l) {
-      AjouterPrior(m_resumes[m_images[l]], rigidite, formes, &diag[l * bloc]);
+      if (m_empirique)
+        for (int a = 0; a < nU; ++a) diag[l * bloc + a * nU + a] += m_precision[Classe(a)];
+      else
+        AjouterPrior(m_resumes[m_images[l]], rigidite, formes, &diag[l * bloc]);
       for (int a = 0; a < nU; ++a)
         for (int b = 0; b < nU; ++b) {
           triplets.emplace_back(l * nU + a, l * nU + b, diag[l * bloc + a * nU + b]);
@@ -350,7 +366,8 @@ class SystemeGroupe {
 
   // The prior of one image on its diagonal block: rigidite x area x mean square of (a - 1) v + b over the
   // image's values (mean m, deviation s) and extent, with the orthonormal terms:
-  //   sum over terms of (m alpha_t + beta_t)^2 + s^2 alpha_t^2.
+  //   sum over terms of (m alpha_t + beta_t)^2 + s^2 alpha_t^2,
+  // shapes weighted as set, plus (poidsFormesGain - 1)(m^2 + s^2) alpha_t^2 on the gain's shapes.
   void AjouterPrior(const ResumeImage& r, double rigidite, bool formes, double* d) const {
     const ResumeImage::Bande& b = r.bandes[m_bande];
     const double lambda = rigidite * r.surface;
@@ -365,12 +382,37 @@ class SystemeGroupe {
       const double l = lambda * (!formes || kDegreTerme[t] == 0 ? 1.0
                                  : kDegreTerme[t] == 1          ? m_p.poidsPentes
                                                                 : m_p.poidsCourbures);
-      if (gain) d[t * m_nU + t] += l * (mg * mg + sg * sg);
+      if (gain)
+        d[t * m_nU + t] +=
+            l * (mg * mg + sg * sg) * (formes && kDegreTerme[t] > 0 ? m_p.poidsFormesGain : 1.0);
       if (offset) d[(m_nG + t) * m_nU + m_nG + t] += l;
       if (gain && offset) {
         d[t * m_nU + m_nG + t] += l * mg;
         d[(m_nG + t) * m_nU + t] += l * mg;
       }
+    }
+  }
+
+  // Classes of unknowns for the learnt prior: gain then offset, each by degree (level, slopes, curvatures).
+  int Classe(int a) const { return a < m_nG ? kDegreTerme[a] : 3 + kDegreTerme[a - m_nG]; }
+
+  // The learnt prior, from the last solution: each class of terms gets the precision the data show,
+  // the residuals' variance per pixel over the mean square of the images' coefficients in the class
+  // (a Gaussian prior whose spread is estimated from the images themselves). The gain's shapes stay
+  // poidsFormesGain times dearer: what a polynomial gain cannot fit would otherwise spread along the
+  // smooth fields overlaps hardly see.
+  void Etalonner() {
+    double somme[6] = {}, n[6] = {};
+    for (size_t l = 0; l < m_images.size(); ++l)
+      for (int a = 0; a < m_nU; ++a) {
+        const double x = m_x(static_cast<Eigen::Index>(l) * m_nU + a);
+        somme[Classe(a)] += x * x;
+        n[Classe(a)] += 1;
+      }
+    const double variance = m_echelle * m_echelle * m_poidsMoyenObs;
+    for (int c = 0; c < 6; ++c) {
+      const double v = std::max(n[c] > 0 ? somme[c] / n[c] : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
+      m_precision[c] = variance / v * (c == 1 || c == 2 ? m_p.poidsFormesGain : 1.0);
     }
   }
 
@@ -426,6 +468,7 @@ class SystemeGroupe {
         if (e == 0 || m_ecartsUtiles[k]) absolus.push_back(std::fabs(z[k]));
       }
       const double echelle = std::max(1.4826 * Mediane(absolus), kEchelleMin * m_ecartRef);
+      if (e == 0) m_echelle = echelle, m_poidsMoyenObs = poidsMoyen;
       std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
       for (size_t k = 0; k < n; ++k) {
         const double u = std::fabs(z[k]) / echelle;
@@ -453,6 +496,10 @@ class SystemeGroupe {
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
+  // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
+  // last robust scale with the mean block area it refers to.
+  bool m_empirique = false;
+  double m_precision[6] = {}, m_echelle = 1, m_poidsMoyenObs = 1;
 };
 
 }  // namespace
@@ -466,9 +513,11 @@ void ParametresGainOffset::Verifier() const {
                  << rigidite
                  << " : un nombre strictement positif est attendu (sans elle, "
                     "une surface commune a toutes les images reste libre).");
-  if (!(poidsPentes >= 1 && poidsPentes <= 1e4 && poidsCourbures >= 1 && poidsCourbures <= 1e4))
-    ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des pentes " << poidsPentes << " et des courbures "
-                                                             << poidsCourbures << " : 1 a 1e4 attendu.");
+  if (!(poidsPentes >= 1 && poidsPentes <= 1e4 && poidsCourbures >= 1 && poidsCourbures <= 1e4 &&
+        poidsFormesGain >= 1 && poidsFormesGain <= 1e4))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des pentes " << poidsPentes << ", des courbures "
+                                                             << poidsCourbures << " et des formes du gain "
+                                                             << poidsFormesGain << " : 1 a 1e4 attendu.");
   if (!(poidsEcart >= 0 && std::isfinite(poidsEcart)))
     ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des ecarts types " << poidsEcart
                                                                    << " : positif ou nul attendu.");

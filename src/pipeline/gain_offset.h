@@ -17,27 +17,38 @@
 // equation. It is fixed on purpose:
 //  - the gain part by constraints: the group's mean gain correction (a_i - 1 averaged over the images'
 //    pixels), as a field of map position of the gain's degree, is 0, so the correction adds no gain
-//    trend the inputs did not have. A prior cannot do this: any norm of the corrections shrinks when
-//    all of them, offsets included, are scaled down, and would trade the set's contrast for smaller
-//    offsets;
+//    trend the inputs did not have. A prior alone cannot hold the mean gain: any norm of the
+//    corrections shrinks when all of them, offsets included, are scaled down, and would trade the set's
+//    contrast for smaller offsets;
 //  - the rest by a weak prior pulling every image's correction toward identity: for image i,
 //    rigidite x its valid area times the mean square, over its value distribution (mean m_i, and
 //    deviation s_i but at least a tenth of the group's level, so that the gain of a flat image is held
 //    too) and over its extent, of the change (a - 1) v + b, its slopes poidsPentes times and its
-//    curvatures poidsCourbures times dearer than its level. Inside the blind spot this picks the
-//    smallest corrections in that norm (the common offset surface has no trend of its own), and it
-//    holds the terms no observation sees. The weights on shapes are a bet on real data, where images
-//    differ mostly in level (exposure) and less in shape: a map-wide ramp can be told from the
-//    images' slopes, which it would all tilt alike, as well as from the trend of their levels. On
-//    the quality benchmark, averaged over several draws of random fields, slopes 10 times dearer bring
-//    the mosaic's error down by 5 to 43 % on 4 x 4 blocks; much dearer shapes start to put a lens
-//    fall-off shared by every image into map-wide surfaces (bench/README.md);
+//    curvatures poidsCourbures times dearer than its level, and the gain's own slopes and curvatures
+//    poidsFormesGain times dearer again. Inside the blind spot this picks the smallest corrections in
+//    that norm (the common offset surface has no trend of its own), and it holds the terms no
+//    observation sees. The weights on shapes are a bet on real data, where images differ mostly in
+//    level (exposure) and less in shape: a map-wide ramp can be told from the images' slopes, which it
+//    would all tilt alike, as well as from the trend of their levels. The gain's shapes are dearer
+//    still because overlaps see them only through the spread of the values, and what a polynomial gain
+//    cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along the smooth
+//    fields overlaps hardly see;
+//  - in groups of 9 images or more (priorEmpirique), the last solves learn that prior from the data:
+//    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
+//    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
+//    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
+//    prior whose spread is measured on the images themselves. Then only the mean gain stays
+//    constrained, and the gains' map-wide trend is placed like the offsets': as the spread of each
+//    class makes likeliest. Overlaps say nothing about the blind spot, so this is the best that can
+//    be done there on average; a prior set by hand is right only for the spread it was tuned on (on
+//    the quality benchmark the learnt prior cuts the mosaic's error by up to a quarter, bench/README.md);
 //  - then one constant gain and offset, common to the group (itself in the blind spot, so no residual
 //    changes), bring the group's mean over all valid pixels back to its value before correction, and
 //    its local contrast (the mean over blocks of the deviation inside each block) too. The local
 //    contrast is kept rather than the deviation of all pixels, because the latter includes the very
 //    offset fields being removed and would re-inflate the contrast by them.
-// rigidite is dimensionless: the prior's pull per unit of image area against one overlap pixel's
+// rigidite (the set prior's weight: groups of fewer than 9 images, and the solves before the learnt
+// prior) is dimensionless: the prior's pull per unit of image area against one overlap pixel's
 // equation; as both scale with pixel counts, one value suits small and large blocks and images. Keep it
 // tiny: overlaps see the curvature of a degree-2 field only across their width, so its effect in an
 // image's far side is weakly observed, and a prior of 1e-5 already pulls those terms toward identity by
@@ -78,6 +89,13 @@ struct ParametresGainOffset {
   // what the overlaps cannot see is then placed in the levels' trend rather than in shapes.
   double poidsPentes = 10.0;
   double poidsCourbures = 3.0;
+  // The gain's slopes and curvatures are this many times dearer again than the same change of values
+  // made by the offset's. Overlaps see a gain's shape only through the spread of the values, and what
+  // a polynomial gain cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along
+  // the smooth fields overlaps hardly see; a stiffer gain shape holds them (bench/README.md).
+  double poidsFormesGain = 30.0;
+  // In groups of 9 images or more, the last solves learn the prior from the data (below).
+  bool priorEmpirique = true;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
 

@@ -266,6 +266,7 @@ struct JobMosaique::Impl {
     go.rigidite = p.rigidite;
     go.poidsPentes = p.pentes;
     go.poidsCourbures = p.courbures;
+    go.poidsFormesGain = p.formesGain;
     return go;
   }
   std::string Empreinte() const;
@@ -1124,11 +1125,11 @@ std::string JobMosaique::Impl::Empreinte() const {
     o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
   }
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
-    << p.degreOffset << " " << p.rigidite << " " << p.pentes << " " << p.courbures << " " << grille.bloc
-    << " " << p.pas << "\nfusion " << p.fusion << " " << plume << "\nnodata " << ecriture.nodata << " "
-    << p.masqueSuffixe << "\ngrille " << mx0 << " " << my0 << " " << rx << " " << ry << " " << W << " " << H
-    << " " << moyenne << bilineaire << "\necriture " << NomTypeSortie(ecriture.type) << " "
-    << NomCompression(ecriture.compression) << " " << ecriture.niveau << " " << ecriture.qualite << " "
+    << p.degreOffset << " " << p.rigidite << " " << p.pentes << " " << p.courbures << " " << p.formesGain
+    << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion << " " << plume << "\nnodata "
+    << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " " << my0 << " " << rx << " " << ry
+    << " " << W << " " << H << " " << moyenne << bilineaire << "\necriture " << NomTypeSortie(ecriture.type)
+    << " " << NomCompression(ecriture.compression) << " " << ecriture.niveau << " " << ecriture.qualite << " "
     << ecriture.tuile << " " << ecriture.cog << " " << ecriture.epsg << "\ncorriges " << p.corriges << "\n";
   return o.str();
 }

@@ -27,6 +27,7 @@ struct ParametresModele {
   int degreGain = 2, degreOffset = 2;  // gain-offset: degrees of a(x, y) and b(x, y)
   double rigidite = 1e-7;              // gain-offset: weight of the pull toward identity
   double pentes = 10, courbures = 3;   // gain-offset: that pull on slopes and curvatures, relative
+  double formesGain = 30;              // gain-offset: and on the gain's slopes and curvatures, again
   int bloc = 0;                        // gain-offset: side of the statistics blocks in pixels, 0: 16
 };
 

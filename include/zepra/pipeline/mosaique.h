@@ -29,6 +29,7 @@ struct ParametresMosaique {
   int degreGain = -1, degreOffset = -1;
   double rigidite = 1e-7;
   double pentes = 10, courbures = 3;  // the pull on slopes and curvatures, relative to levels
+  double formesGain = 30;             // ... and on the gain's slopes and curvatures, again
   int bloc = 0;                       // statistics blocks, pixels of the mosaic; 0: 16
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
   bool noegal = false;
