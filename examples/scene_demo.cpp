@@ -281,11 +281,13 @@ bool Disque::Contient(double c, double l) const {
 }
 
 double TuileQualite::Distordre(double s, int c, int l) const {
-  return s * (1 + gain.Valeur(c, l, largeur, hauteur)) + offset.Valeur(c, l, largeur, hauteur);
+  const double g = 1 + gain.Valeur(c, l, largeur, hauteur), o = offset.Valeur(c, l, largeur, hauteur);
+  return inverse ? (s - o) / g : s * g + o;
 }
 
 double TuileQualite::Redresser(double v, int c, int l) const {
-  return (v - offset.Valeur(c, l, largeur, hauteur)) / (1 + gain.Valeur(c, l, largeur, hauteur));
+  const double g = 1 + gain.Valeur(c, l, largeur, hauteur), o = offset.Valeur(c, l, largeur, hauteur);
+  return inverse ? v * g + o : (v - o) / g;
 }
 
 bool TuileQualite::Exclu(int c, int l) const {

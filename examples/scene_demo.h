@@ -78,6 +78,9 @@ struct TuileQualite {
   std::vector<Disque> exclusions;    // masked zones, where the content is spoilt (white)
   Disque nuage;                      // a soft bright cloud added to the content (rayon 0: none)
   double intensiteNuage = 0;
+  // value = (scene - offset) / (1 + gain) + noise instead: a distortion that a gain and an offset of
+  // degree 2 undo exactly.
+  bool inverse = false;
 
   // The value before rounding of a pixel with the content's scene value s, noise left out.
   double Distordre(double s, int colonne, int ligne) const;

@@ -3,9 +3,9 @@
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
 //   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--balayage] [--fusions]
-//                       [--apercu FOLDER]
+//                       [--inverse] [--apercu FOLDER]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
-//                                  pentes=10 courbures=3 plume=60 fusion=plume"]
+//                                  pentes=10 courbures=3 formes_gain=30 appris=1 plume=60 fusion=plume"]
 #include <sys/stat.h>
 
 #include <cmath>
@@ -23,16 +23,19 @@
 #include "presets.h"
 #include "zepra/pipeline/mosaique.h"
 
+#include <Eigen/Dense>
+
 namespace {
 
 constexpr const char* kProgramme = "qualite_egalisation";
 
 void Usage() {
-  std::cout << kProgramme
-            << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--balayage] [--fusions] "
-               "[--apercu DOSSIER] [--essai "
-               "\"cle=valeur ...\"]"
-            << std::endl;
+  std::cout
+      << kProgramme
+      << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--balayage] [--fusions] [--inverse] "
+         "[--apercu DOSSIER] [--essai "
+         "\"cle=valeur ...\"]"
+      << std::endl;
 }
 
 // The compatibility driver's runs: name, options, mosaic.
@@ -139,6 +142,131 @@ Resultat LancerNouveau(const Jeu& j, const Reglages& r, const std::string& nom,
   return res;
 }
 
+// References that no overlap-based correction can be expected to beat:
+//  - defaites: each tile with its known distortion undone (only the noise is left);
+//  - ajustees: each tile corrected by the best degree-2 gain and offset fitted against the truth (the
+//    floor of the model itself);
+//  - aveugle: the known distortions undone up to what overlaps cannot see, one degree-2 gain and one
+//    degree-2 offset surface of map position per connected group, estimated at best: the surfaces that
+//    make the tiles' fields the likeliest under the generator's own distribution (levels, slopes at half
+//    and curvatures at a quarter of the amplitude; a generalised least-squares fit). On average over
+//    draws no method that sees only overlaps does better; on one draw, luck may. A field every tile has
+//    alike (the shared vignetting) is not drawn, so it is taken as known.
+enum class Reference { defaites, ajustees, aveugle };
+
+// The tiles' fields with the likeliest map-wide surfaces added, one group of overlapping tiles at a time.
+std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles) {
+  const size_t n = tuiles.size();
+  std::vector<TuileQualite> d;
+  for (const TuileMemoire& t : tuiles) d.push_back(t.def);
+  std::vector<size_t> groupe(n);
+  for (size_t i = 0; i < n; ++i) groupe[i] = i;
+  const auto racine = [&](size_t i) {
+    while (groupe[i] != i) i = groupe[i];
+    return i;
+  };
+  for (size_t i = 0; i < n; ++i)
+    for (size_t k = i + 1; k < n; ++k)
+      if (d[i].colonne0 < d[k].colonne0 + d[k].largeur && d[k].colonne0 < d[i].colonne0 + d[i].largeur &&
+          d[i].ligne0 < d[k].ligne0 + d[k].hauteur && d[k].ligne0 < d[i].ligne0 + d[i].hauteur)
+        groupe[std::max(racine(i), racine(k))] = std::min(racine(i), racine(k));
+  const Eigen::Matrix<double, 6, 1> precision =
+      (Eigen::Matrix<double, 6, 1>() << 1, 4, 4, 16, 16, 16).finished();
+  for (size_t r = 0; r < n; ++r) {
+    if (racine(r) != r) continue;
+    double X0 = 1e300, X1 = -1e300, Y0 = 1e300, Y1 = -1e300;
+    for (size_t i = 0; i < n; ++i)
+      if (racine(i) == r) {
+        X0 = std::min(X0, static_cast<double>(d[i].colonne0));
+        X1 = std::max(X1, static_cast<double>(d[i].colonne0 + d[i].largeur));
+        Y0 = std::min(Y0, static_cast<double>(d[i].ligne0));
+        Y1 = std::max(Y1, static_cast<double>(d[i].ligne0 + d[i].hauteur));
+      }
+    // Each tile's local coefficients of the map monomials 1, X, Y, X2, XY, Y2 (X, Y normalised over the
+    // group), with X = a u + b and Y = c v + e in the tile's normalised position.
+    std::vector<Eigen::Matrix<double, 6, 6>> T(n);
+    Eigen::Matrix<double, 6, 6> H = Eigen::Matrix<double, 6, 6>::Zero();
+    for (size_t i = 0; i < n; ++i) {
+      if (racine(i) != r) continue;
+      const double hx = (X1 - X0) / 2, hy = (Y1 - Y0) / 2;
+      const double a = d[i].largeur / 2.0 / hx, b = (d[i].largeur / 2.0 + d[i].colonne0 - X0 - hx) / hx;
+      const double c = d[i].hauteur / 2.0 / hy, e = (d[i].hauteur / 2.0 + d[i].ligne0 - Y0 - hy) / hy;
+      Eigen::Matrix<double, 6, 6> M;
+      M << 1, 0, 0, 0, 0, 0, b, a, 0, 0, 0, 0, e, 0, c, 0, 0, 0, b * b, 2 * a * b, 0, a * a, 0, 0, b * e,
+          a * e, b * c, 0, a * c, 0, e * e, 0, 2 * c * e, 0, 0, c * c;
+      T[i] = M.transpose();
+      H += T[i].transpose() * precision.asDiagonal() * T[i];
+    }
+    for (const bool gain : {false, true}) {
+      // A field the preset gives every tile alike (a shared vignetting) is not drawn: it is known.
+      bool commun = true;
+      for (size_t i = 0; i < n; ++i)
+        for (int k = 0; k < 6; ++k)
+          commun = commun && (gain ? d[i].gain.c[k] == d[0].gain.c[k] : d[i].offset.c[k] == d[0].offset.c[k]);
+      if (commun) continue;
+      Eigen::Matrix<double, 6, 1> g = Eigen::Matrix<double, 6, 1>::Zero();
+      for (size_t i = 0; i < n; ++i)
+        if (racine(i) == r)
+          g += T[i].transpose() * precision.asDiagonal() *
+               Eigen::Map<const Eigen::Matrix<double, 6, 1>>(gain ? d[i].gain.c : d[i].offset.c);
+      const Eigen::Matrix<double, 6, 1> P = -H.ldlt().solve(g);
+      for (size_t i = 0; i < n; ++i)
+        if (racine(i) == r)
+          Eigen::Map<Eigen::Matrix<double, 6, 1>>(gain ? d[i].gain.c : d[i].offset.c) += T[i] * P;
+    }
+  }
+  return d;
+}
+
+Resultat LancerReference(const Jeu& j, Reference quoi) {
+  Resultat res;
+  res.methode = quoi == Reference::defaites   ? "reference : distorsions defaites"
+                : quoi == Reference::ajustees ? "reference : meilleur degre 2 par tuile"
+                                              : "reference : tache aveugle estimee au mieux";
+  const std::vector<TuileQualite> aveugles =
+      quoi == Reference::aveugle ? ChampsAveugles(j.tuiles) : std::vector<TuileQualite>();
+  for (size_t i = 0; i < j.tuiles.size(); ++i) {
+    const TuileMemoire& t = j.tuiles[i];
+    const TuileQualite& def = quoi == Reference::aveugle ? aveugles[i] : t.def;
+    const int W = t.def.largeur, H = t.def.hauteur;
+    res.tuiles.emplace_back(t.valide.size());
+    std::vector<float>& x = res.tuiles.back();
+    const auto base = [&](int c, int l, double* b) {
+      const double u = 2.0 * c / W - 1, v = 2.0 * l / H - 1;
+      const double m[6] = {1, u, v, u * u, u * v, v * v};
+      for (int k = 0; k < 6; ++k) b[k] = m[k], b[6 + k] = m[k];
+    };
+    Eigen::Matrix<double, 12, 12> A = Eigen::Matrix<double, 12, 12>::Zero();
+    Eigen::Matrix<double, 12, 1> B = Eigen::Matrix<double, 12, 1>::Zero(), b;
+    const bool ajuste = quoi == Reference::ajustees;
+    if (ajuste)
+      for (int l = 0; l < H; ++l)
+        for (int c = 0; c < W; ++c) {
+          const size_t k = static_cast<size_t>(l) * W + c;
+          const size_t g = static_cast<size_t>(t.def.ligne0 + l) * j.verite.largeur + t.def.colonne0 + c;
+          if (!t.valide[k] || !j.verite.couverte[g]) continue;
+          base(c, l, b.data());
+          b.head<6>() *= t.pixels.GetLines(l)[c];
+          A += b * b.transpose();
+          B += b * j.verite.T[g];
+        }
+    const Eigen::Matrix<double, 12, 1> s =
+        ajuste ? Eigen::Matrix<double, 12, 1>(A.ldlt().solve(B)) : Eigen::Matrix<double, 12, 1>::Zero();
+    for (int l = 0; l < H; ++l)
+      for (int c = 0; c < W; ++c) {
+        const double v = t.pixels.GetLines(l)[c];
+        base(c, l, b.data());
+        b.head<6>() *= v;
+        x[static_cast<size_t>(l) * W + c] = static_cast<float>(ajuste ? b.dot(s) : def.Redresser(v, c, l));
+      }
+  }
+  Reglages r;
+  res.mosaique =
+      Composer(j.tuiles, res.tuiles, PoidsPlumes(j.tuiles, r.plume), j.verite.largeur, j.verite.hauteur, r);
+  res.ensembles = Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
+  return res;
+}
+
 // The pixels where the truth and every mosaic have data.
 std::vector<unsigned char> Commun(const Jeu& j, const std::vector<const Resultat*>& r) {
   std::vector<unsigned char> c = j.verite.couverte;
@@ -209,7 +337,7 @@ void Apercu(const std::string& chemin, const Mosaique& m, const Verite& v, int x
 void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu) {
   EnTete();
   for (const Jeu& j : jeux) {
-    std::vector<Resultat> r(5);
+    std::vector<Resultat> r(8);
     for (int k = 0; k < 3; ++k) LancerCompatibilite(egalise, j, kModelesCompatibilite[k], r[k]);
     // The front end's defaults: degrees from the number of tiles.
     Reglages defaut;
@@ -218,6 +346,9 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
     Reglages mb = defaut;
     mb.fusion = Fusion::multibande;
     r[4] = LancerNouveau(j, mb, "gain-offset, multibande");
+    r[5] = LancerReference(j, Reference::defaites);
+    r[6] = LancerReference(j, Reference::ajustees);
+    r[7] = LancerReference(j, Reference::aveugle);
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r)
       if (!x.mosaique.v.empty()) presents.push_back(&x);
@@ -270,7 +401,10 @@ void Balayage(const std::vector<Jeu>& jeux) {
     ajouter("pentes " + F(f, 0), [&](Reglages& r) { r.modele.poidsPentes = f; });
   for (double f : {1.0, 10.0})
     ajouter("courbures " + F(f, 0), [&](Reglages& r) { r.modele.poidsCourbures = f; });
+  for (double f : {1.0, 10.0, 100.0})
+    ajouter("formes du gain " + F(f, 0), [&](Reglages& r) { r.modele.poidsFormesGain = f; });
   ajouter("sans ecarts types", [](Reglages& r) { r.modele.poidsEcart = 0; });
+  ajouter("prior fixe", [](Reglages& r) { r.modele.priorEmpirique = false; });
   ajouter("sans reponderation", [](Reglages& r) { r.modele.iterations = 1; });
   std::cout << "\n| preset | settings | plain | detrended | detrended, gain too | low freq. | overlap |\n"
                "| --- | --- | --- | --- | --- | --- | --- |"
@@ -340,6 +474,10 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.poidsPentes = LireReel(valeur, cle, kProgramme);
     } else if (cle == "courbures") {
       r.modele.poidsCourbures = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "appris") {
+      r.modele.priorEmpirique = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "formes_gain") {
+      r.modele.poidsFormesGain = LireReel(valeur, cle, kProgramme);
     } else if (cle == "ecarts") {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {
@@ -373,6 +511,20 @@ void Essai(const std::vector<Jeu>& jeux, const Reglages& r) {
     x.ensembles = Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
     Mesurer(j, j.verite.couverte, x);
     Ligne(j.preset.nom + " (" + F(PlancherBruit(j)) + ")", x);
+    // What the setting is to be compared with: the tiles as they are, feathered, and the best that the
+    // blind spot allows.
+    Resultat sans;
+    sans.methode = "sans correction, plume";
+    for (const TuileMemoire& t : j.tuiles) sans.tuiles.emplace_back(t.pixels.begin(), t.pixels.end());
+    sans.mosaique = Composer(j.tuiles, sans.tuiles, PoidsPlumes(j.tuiles, r.plume), j.verite.largeur,
+                             j.verite.hauteur, r);
+    sans.ensembles = x.ensembles;
+    Resultat aveugle = LancerReference(j, Reference::aveugle);
+    for (Resultat* y : {&sans, &aveugle}) {
+      Mesurer(j, j.verite.couverte, *y);
+      Ligne(j.preset.nom + " (" + F(PlancherBruit(j)) + ")", *y);
+    }
+    std::cout << "  observations ecartees : " << F(100 * R.bandes[0].fractionEcartee, 1) << " %" << std::endl;
     for (size_t i = 0; i < R.images.size(); ++i)
       if (!R.images[i].termesIndetermines.empty() || R.images[i].groupe < 0)
         std::cout << "  " << NomTuile(i) << " : groupe " << R.images[i].groupe << ", "
@@ -387,7 +539,7 @@ int main(int argc, char** argv) {
   return ExecuterProgramme(argc, Usage, [&] {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
-    bool balayage = false, fusions = false;
+    bool balayage = false, fusions = false, inverse = false;
     unsigned tirage = 0;
     for (int i = 1; i < argc; ++i) {
       const std::string mot = argv[i];
@@ -403,6 +555,8 @@ int main(int argc, char** argv) {
         balayage = true;
       } else if (mot == "--fusions") {
         fusions = true;
+      } else if (mot == "--inverse") {
+        inverse = true;
       } else if (mot.rfind("--", 0) == 0) {
         ZEPRA_ERREUR("[" << kProgramme << "] (Options) Option inconnue : " << mot);
       } else {
@@ -418,8 +572,10 @@ int main(int argc, char** argv) {
     mots[0] = absolu;
     std::free(absolu);
     std::vector<Jeu> jeux;
-    for (const Preset& p : Presets(tirage))
+    for (Preset& p : Presets(tirage)) {
+      for (TuileQualite& t : p.tuiles) t.inverse = inverse;
       if (preset.empty() || p.nom == preset) jeux.push_back(Ecrire(p, mots[1]));
+    }
     if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
     if (!essai.empty())
       Essai(jeux, LireReglages(essai));
