@@ -88,7 +88,8 @@ const std::vector<Option>& Table() {
       Reels("rigidite", "W[,PENTES,COURBURES[,GAIN]]", "1e-7,10,3,30",
             "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les pentes "
             "et sur les courbures, relatif a celui sur les niveaux, et sur les pentes et courbures du "
-            "gain, relatif encore (1 a 10000)",
+            "gain, relatif encore (1 a 10000) ; a partir de 9 images, les dernieres resolutions "
+            "apprennent ce rappel de la dispersion des corrections des images",
             0, false, 1, 4,
             [](O& o, const Valeur& v) {
               o.parametresModele.rigidite = v.reels[0];
