@@ -142,16 +142,17 @@ Resultat LancerNouveau(const Jeu& j, const Reglages& r, const std::string& nom,
   return res;
 }
 
-// References that no overlap-based correction can be expected to beat:
+// References for what a correction can reach:
 //  - defaites: each tile with its known distortion undone (only the noise is left);
 //  - ajustees: each tile corrected by the best degree-2 gain and offset fitted against the truth (the
 //    floor of the model itself);
 //  - aveugle: the known distortions undone up to what overlaps cannot see, one degree-2 gain and one
 //    degree-2 offset surface of map position per connected group, estimated at best: the surfaces that
 //    make the tiles' fields the likeliest under the generator's own distribution (levels, slopes at half
-//    and curvatures at a quarter of the amplitude; a generalised least-squares fit). On average over
-//    draws no method that sees only overlaps does better; on one draw, luck may. A field every tile has
-//    alike (the shared vignetting) is not drawn, so it is taken as known.
+//    and curvatures at a quarter of the amplitude; a generalised least-squares fit, as if the fields
+//    were Gaussian). A yardstick for what the blind spot allows, not a strict bound: on one draw luck
+//    may beat it, and with the fields drawn uniformly a method may come slightly below it on average. A
+//    field every tile has alike (the shared vignetting) is not drawn, so it is taken as known.
 enum class Reference { defaites, ajustees, aveugle };
 
 // The tiles' fields with the likeliest map-wide surfaces added, one group of overlapping tiles at a time.
