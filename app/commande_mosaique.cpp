@@ -307,13 +307,7 @@ ParametresMosaique Parametres(const O& o) {
   p.entrees = o.entrees;
   p.sortie = o.sortie;
   p.modele = o.modele;
-  p.degreGain = o.parametresModele.degreGain;
-  p.degreOffset = o.parametresModele.degreOffset;
-  p.rigidite = o.parametresModele.rigidite;
-  p.pentes = o.parametresModele.pentes;
-  p.courbures = o.parametresModele.courbures;
-  p.formesGain = o.parametresModele.formesGain;
-  p.bloc = o.parametresModele.bloc;
+  p.gainOffset = o.parametresModele;
   p.pas = o.pas;
   p.noegal = o.noegal;
   p.fusion = o.fusion;

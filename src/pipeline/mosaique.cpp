@@ -261,12 +261,13 @@ struct JobMosaique::Impl {
   // The model's settings from the job's options (degrees chosen once Preparer has run).
   ParametresGainOffset ModeleGainOffset() const {
     ParametresGainOffset go;
-    go.degreGain = p.degreGain;
-    go.degreOffset = p.degreOffset;
-    go.rigidite = p.rigidite;
-    go.poidsPentes = p.pentes;
-    go.poidsCourbures = p.courbures;
-    go.poidsFormesGain = p.formesGain;
+    const ParametresModele& m = p.gainOffset;
+    go.degreGain = m.degreGain;
+    go.degreOffset = m.degreOffset;
+    go.rigidite = m.rigidite;
+    go.poidsPentes = m.pentes;
+    go.poidsCourbures = m.courbures;
+    go.poidsFormesGain = m.formesGain;
     return go;
   }
   std::string Empreinte() const;
@@ -369,8 +370,8 @@ void JobMosaique::Impl::Preparer() {
     ZEPRA_ERREUR("[Mosaique] (Options) Regle de fusion indisponible : " << p.fusion << ".");
   if (gainOffset) {
     const int d = DegreAutomatique(static_cast<int>(entrees.size()));
-    if (p.degreGain < 0) p.degreGain = d;
-    if (p.degreOffset < 0) p.degreOffset = d;
+    if (p.gainOffset.degreGain < 0) p.gainOffset.degreGain = d;
+    if (p.gainOffset.degreOffset < 0) p.gainOffset.degreOffset = d;
     ModeleGainOffset().Verifier();
   }
 
@@ -431,7 +432,7 @@ void JobMosaique::Impl::Preparer() {
   if (gainOffset) {
     grille.colonnes = W;
     grille.lignes = H;
-    grille.bloc = p.bloc > 0 ? p.bloc : 16;
+    grille.bloc = p.gainOffset.bloc > 0 ? p.gainOffset.bloc : 16;
     grille.Verifier();
   }
   PlanMemoire();
@@ -1124,8 +1125,9 @@ std::string JobMosaique::Impl::Empreinte() const {
     if (::stat(n.c_str(), &s) != 0) ZEPRA_ERREUR("[Mosaique] (Travail) L'image " << n << " n'existe plus.");
     o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
   }
-  o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << p.degreGain << " "
-    << p.degreOffset << " " << p.rigidite << " " << p.pentes << " " << p.courbures << " " << p.formesGain
+  const ParametresModele& m = p.gainOffset;
+  o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << m.degreGain << " "
+    << m.degreOffset << " " << m.rigidite << " " << m.pentes << " " << m.courbures << " " << m.formesGain
     << " " << grille.bloc << " " << p.pas << "\nfusion " << p.fusion << " " << plume << "\nnodata "
     << ecriture.nodata << " " << p.masqueSuffixe << "\ngrille " << mx0 << " " << my0 << " " << rx << " " << ry
     << " " << W << " " << H << " " << moyenne << bilineaire << "\necriture " << NomTypeSortie(ecriture.type)

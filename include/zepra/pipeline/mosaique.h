@@ -17,20 +17,16 @@
 
 #include "zepra/metadonnees.h"
 #include "zepra/optionsecriture.h"
+#include "zepra/pipeline/modeles.h"
 
 struct ParametresMosaique {
   std::vector<std::string> entrees;
   std::string sortie;
 
-  // Equalization: a row of the model table; gain-offset settings; the additive and multiplicative models'
-  // step.
+  // Equalization: a row of the model table; gain-offset settings (degrees -1: chosen from the number of
+  // images, DegreAutomatique); the additive and multiplicative models' step.
   std::string modele = "gain-offset";
-  // Degrees of a and b; -1: chosen from the number of images (DegreAutomatique).
-  int degreGain = -1, degreOffset = -1;
-  double rigidite = 1e-7;
-  double pentes = 10, courbures = 3;  // the pull on slopes and curvatures, relative to levels
-  double formesGain = 30;             // ... and on the gain's slopes and curvatures, again
-  int bloc = 0;                       // statistics blocks, pixels of the mosaic; 0: 16
+  ParametresModele gainOffset{-1, -1};
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
   bool noegal = false;
 
