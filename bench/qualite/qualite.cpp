@@ -20,6 +20,7 @@
 #include "etirement.h"
 #include "lire_options.h"
 #include "mesures.h"
+#include "pipeline/base_polynome.h"
 #include "presets.h"
 #include "zepra/pipeline/mosaique.h"
 
@@ -192,10 +193,9 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
       const double hx = (X1 - X0) / 2, hy = (Y1 - Y0) / 2;
       const double a = d[i].largeur / 2.0 / hx, b = (d[i].largeur / 2.0 + d[i].colonne0 - X0 - hx) / hx;
       const double c = d[i].hauteur / 2.0 / hy, e = (d[i].hauteur / 2.0 + d[i].ligne0 - Y0 - hy) / hy;
-      Eigen::Matrix<double, 6, 6> M;
-      M << 1, 0, 0, 0, 0, 0, b, a, 0, 0, 0, 0, e, 0, c, 0, 0, 0, b * b, 2 * a * b, 0, a * a, 0, 0, b * e,
-          a * e, b * c, 0, a * c, 0, e * e, 0, 2 * c * e, 0, 0, c * c;
-      T[i] = M.transpose();
+      double M[6][6];
+      base_polynome::MonomesAffines(a, b, c, e, M);
+      T[i] = Eigen::Map<const Eigen::Matrix<double, 6, 6, Eigen::RowMajor>>(&M[0][0]).transpose();
       H += T[i].transpose() * precision.asDiagonal() * T[i];
     }
     for (const bool gain : {false, true}) {

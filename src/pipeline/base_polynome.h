@@ -45,4 +45,18 @@ inline void ParLigne(const double* c, int nbTermes, double y, double& c0, double
   }
 }
 
+// The monomials 1, X, Y, X2, XY, Y2 of a position X = a x + b, Y = c y + d written in the monomials
+// 1, x, y, x2, xy, y2 of (x, y): row k holds monomial k's coefficients. How a field of map position reads
+// in one image's own position.
+inline void MonomesAffines(double a, double b, double c, double d, double m[kTermesMax][kTermesMax]) {
+  const double lignes[kTermesMax][kTermesMax] = {{1, 0, 0, 0, 0, 0},
+                                                 {b, a, 0, 0, 0, 0},
+                                                 {d, 0, c, 0, 0, 0},
+                                                 {b * b, 2 * a * b, 0, a * a, 0, 0},
+                                                 {b * d, a * d, b * c, 0, a * c, 0},
+                                                 {d * d, 0, 2 * c * d, 0, 0, c * c}};
+  for (int k = 0; k < kTermesMax; ++k)
+    for (int q = 0; q < kTermesMax; ++q) m[k][q] = lignes[k][q];
+}
+
 }  // namespace base_polynome

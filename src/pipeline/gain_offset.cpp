@@ -253,13 +253,8 @@ class SystemeGroupe {
                    b = 2 * (p.x0 + p.sx * r.largeur / 2 - X0) / (X1 - X0) - 1;
       const double c = p.sy * r.hauteur / (Y1 - Y0),
                    d = 2 * (p.y0 + p.sy * r.hauteur / 2 - Y0) / (Y1 - Y0) - 1;
-      // The monomials 1, X, Y, X2, XY, Y2 in the image's monomials 1, x, y, x2, xy, y2.
-      const double monomes[kTermesMax][kTermesMax] = {{1, 0, 0, 0, 0, 0},
-                                                      {b, a, 0, 0, 0, 0},
-                                                      {d, 0, c, 0, 0, 0},
-                                                      {b * b, 2 * a * b, 0, a * a, 0, 0},
-                                                      {b * d, a * d, b * c, 0, a * c, 0},
-                                                      {d * d, 0, 2 * c * d, 0, 0, c * c}};
+      double monomes[kTermesMax][kTermesMax];
+      base_polynome::MonomesAffines(a, b, c, d, monomes);
       const double f = r.surface / r.compte / m_G;
       for (int k = 0; k < m_nG; ++k)
         for (int t = 0; t < m_nG; ++t) {
