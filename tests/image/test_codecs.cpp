@@ -1,6 +1,6 @@
 // The lossless TIFF codecs through the codec interface: round trips over every block shape, streams
 // made by libdeflate and libzstd themselves, hostile streams (empty, cut, flipped, inflating past
-// the block), and our LZW and PackBits encoders read back by libtiff.
+// the block), our LZW and PackBits encoders read back by libtiff, and last strips coded with padding.
 #include <gtest/gtest.h>
 #include <libdeflate.h>
 #include <zstd.h>
@@ -15,6 +15,8 @@
 #include "image/tiff/codecs_externes.h"
 #include "outils_codecs_test.h"
 #include "outils_image_test.h"
+#include "zepra/erreur.h"
+#include "zepra/lecteurfenetres.h"
 
 namespace {
 
@@ -250,3 +252,74 @@ TEST(Codecs, LzwEtPackBitsRelusParLibtiff) {
 }
 
 }  // namespace
+
+// Some writers code the last strip with RowsPerStrip rows, the ones past the image as padding. Every
+// codec hands out the block's rows and nothing of the padding, whatever the size of the requests; a
+// stream longer than the padded strip is still refused by the codecs that decode whole blocks or
+// check the stream's size (the streaming ones stop at the block's end). Then a file whose last
+// Deflate strip is padded, read whole and by windows.
+TEST(Codecs, DerniereBandeCodeeAvecSesLignesDeRemplissage) {
+  for (const tiff::Codec& c : tiff::TousLesCodecs()) {
+    if (!c.encodeur) continue;
+    SCOPED_TRACE(c.nom);
+    const auto encodeur = c.encodeur(0, 90);
+    const auto decodeur = c.decodeur();
+    tiff::ContexteBloc plein = Bloc(13, 7), trop = Bloc(13, 9), dernier = Bloc(13, 3);
+    dernier.hauteurCodee = 7;
+    // JPEG streams take their tables from JPEGTables.
+    const Octets tables = c.code == 7 ? tiff::TablesJpeg(plein, 90) : Octets();
+    for (tiff::ContexteBloc* b : {&plein, &trop, &dernier}) b->tablesJpeg = c.code == 7 ? &tables : nullptr;
+    const Octets donnees = test::Donnees(static_cast<size_t>(trop.Octets()), 5);
+    Octets flux, fluxTrop;
+    encodeur->Encoder(donnees.data(), plein, flux);
+    encodeur->Encoder(donnees.data(), trop, fluxTrop);
+    // The reference: the whole strip decoded, its first rows (the data themselves when lossless).
+    Octets attendu = test::Decoder(*decodeur, flux, plein);
+    attendu.resize(static_cast<size_t>(dernier.Octets()));
+    if (c.code != 7) {
+      EXPECT_EQ(attendu, Octets(donnees.begin(), donnees.begin() + 39));
+    }
+    const bool refuse = c.code == 7 || c.code == 8 || c.code == 50000;
+    for (size_t pas : {size_t{0}, size_t{13}, size_t{5}, size_t{200}}) {
+      EXPECT_EQ(test::Decoder(*decodeur, flux, dernier, pas), attendu) << pas;
+      if (refuse)
+        EXPECT_THROW(test::Decoder(*decodeur, fluxTrop, dernier, pas), Erreur) << pas;
+      else
+        EXPECT_EQ(test::Decoder(*decodeur, fluxTrop, dernier, pas), attendu) << pas;
+    }
+  }
+
+  // 10 lines of 21 pixels in strips of 4: the last strip codes 4 lines, 2 of them padding.
+  const int colonnes = 21, lignes = 10, parBande = 4;
+  std::string pixels;
+  std::vector<uint32_t> offsets, octets;
+  const auto encodeur = tiff::TrouverCodec(8)->encodeur(0, 0);
+  Octets image(static_cast<size_t>(colonnes) * lignes);
+  for (size_t k = 0; k < image.size(); ++k) image[k] = static_cast<unsigned char>(k * 7 % 251);
+  for (int l0 = 0; l0 < lignes; l0 += parBande) {
+    Octets bande(static_cast<size_t>(colonnes) * parBande, 0xEE);
+    const size_t n = static_cast<size_t>(colonnes) * std::min(parBande, lignes - l0);
+    std::copy(image.begin() + static_cast<long>(l0) * colonnes,
+              image.begin() + static_cast<long>(l0 * colonnes + n), bande.begin());
+    Octets flux;
+    encodeur->Encoder(bande.data(), Bloc(colonnes, parBande), flux);
+    offsets.push_back(static_cast<uint32_t>(8 + pixels.size()));
+    octets.push_back(static_cast<uint32_t>(flux.size()));
+    pixels.append(flux.begin(), flux.end());
+  }
+  test::TiffTest t = test::TiffSimple(colonnes, lignes, 1, pixels);
+  t.Court(259, {8}).Long(273, offsets).Long(278, {parBande}).Long(279, octets);
+  test::DossierTemp dir;
+  t.Ecrire(dir / "bande.tif");
+  const TTImage<unsigned char> lue((dir / "bande.tif").c_str());
+  for (int l = 0; l < lignes; ++l)
+    for (int c = 0; c < colonnes; ++c)
+      ASSERT_EQ(lue.GetLines(l)[c], image[static_cast<size_t>(l) * colonnes + c]) << c << " " << l;
+  const LecteurFenetres fenetres(dir / "bande.tif");
+  std::vector<float> fenetre(5 * 3);
+  fenetres.Lire(16, 7, 5, 3, fenetre.data(), 5, 0);
+  for (int l = 0; l < 3; ++l)
+    for (int c = 0; c < 5; ++c)
+      EXPECT_EQ(fenetre[static_cast<size_t>(l) * 5 + c],
+                image[static_cast<size_t>(7 + l) * colonnes + 16 + c]);
+}

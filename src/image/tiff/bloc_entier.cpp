@@ -16,11 +16,13 @@ void DecodeurBlocEntier::Commencer(const unsigned char* donnees, size_t taille, 
 size_t DecodeurBlocEntier::Lire(unsigned char* sortie, size_t octets) {
   if (!m_decode) {
     m_decode = true;
-    const size_t total = static_cast<size_t>(m_bloc.Octets());
-    if (octets >= total) return Decompresser(sortie, total);
-    // The buffer keeps its capacity from block to block: one allocation for a file of equal blocks.
-    m_tampon.resize(total);
-    m_fin = Decompresser(m_tampon.data(), total);
+    const size_t total = static_cast<size_t>(m_bloc.Octets()),
+                 codes = static_cast<size_t>(m_bloc.OctetsCodes());
+    if (octets >= total && codes == total) return Decompresser(sortie, total);
+    // The buffer keeps its capacity from block to block: one allocation for a file of equal blocks. A
+    // padded last strip goes through it too, its padding dropped.
+    m_tampon.resize(codes);
+    m_fin = std::min(Decompresser(m_tampon.data(), codes), total);
   }
   const size_t k = std::min(octets, m_fin - m_position);
   if (k > 0) std::memcpy(sortie, m_tampon.data() + m_position, k);

@@ -11,8 +11,9 @@ namespace tiff {
 
 // The first Lire decodes the whole block: straight into the caller's buffer when the caller asks for
 // the whole block at once, else into one owned buffer of the block's size, from which this and the
-// next calls take their bytes. Either way the library is given the block's size as its output
-// capacity, so that a stream decoding past the block fails inside it instead of being cut.
+// next calls take their bytes. Either way the library is given the block's coded size
+// (ContexteBloc::OctetsCodes) as its output capacity, so that a stream decoding past it fails inside
+// the library instead of being cut.
 class DecodeurBlocEntier : public Decodeur {
  public:
   void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override;
@@ -20,7 +21,7 @@ class DecodeurBlocEntier : public Decodeur {
 
  protected:
   // Decodes the stream m_donnees / m_taille into 'sortie' (room for exactly 'capacite' bytes, the
-  // block's size); returns the decoded size, or raises an Erreur naming m_bloc.nom.
+  // block's coded size); returns the decoded size, or raises an Erreur naming m_bloc.nom.
   virtual size_t Decompresser(unsigned char* sortie, size_t capacite) = 0;
 
   const unsigned char* m_donnees = nullptr;

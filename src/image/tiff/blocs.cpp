@@ -56,6 +56,7 @@ void Blocs::OuvrirBloc(size_t k) {
   bloc.hauteur = d.disposition == DescriptionTIFF::kTuiles
                      ? d.hauteurBloc
                      : static_cast<int>(std::min<long long>(d.hauteurBloc, d.lignes - r0));
+  bloc.hauteurCodee = d.hauteurBloc;
   bloc.echantillons = d.EchantillonsBloc();
   bloc.bits = d.bits;
   bloc.photometrique = d.photometrique;

@@ -5,6 +5,7 @@
 // Private to src/image.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,9 +17,12 @@ namespace tiff {
 // What a codec needs to know of the block it works on. A block is a strip (the image's width, its
 // rows) or a tile (tile size, padded), of one plane (planar files) or of all samples.
 struct ContexteBloc {
-  std::string nom;                 // the file, for messages
-  int largeur = 0;                 // pixels per block row
-  int hauteur = 0;                 // rows of this block (the last strip may be shorter)
+  std::string nom;  // the file, for messages
+  int largeur = 0;  // pixels per block row
+  int hauteur = 0;  // rows of this block (the last strip may be shorter)
+  // Rows its stream may hold: some writers code the last strip with RowsPerStrip rows, the ones past
+  // the image as padding. The decoders accept them and hand out only 'hauteur' rows. 0: hauteur.
+  int hauteurCodee = 0;
   int echantillons = 1;            // samples per pixel in this block (1 for a plane of a planar file)
   int bits = 8;                    // bits per sample
   int photometrique = 1;           // PhotometricInterpretation (JPEG: 6 means YCbCr)
@@ -26,6 +30,9 @@ struct ContexteBloc {
   const std::vector<unsigned char>* tablesJpeg = nullptr;  // JPEGTables, null when absent
   uint64_t OctetsLigne() const { return (static_cast<uint64_t>(largeur) * echantillons * bits + 7) / 8; }
   uint64_t Octets() const { return OctetsLigne() * static_cast<uint64_t>(hauteur); }
+  uint64_t OctetsCodes() const {
+    return OctetsLigne() * static_cast<uint64_t>(std::max(hauteur, hauteurCodee));
+  }
 };
 
 // Decodes one block at a time, in order: Commencer() on the block's compressed bytes (which stay

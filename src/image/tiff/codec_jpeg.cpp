@@ -100,6 +100,7 @@ class DecodeurJpeg : public Decodeur {
   void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
     m_bloc = bloc;
     m_resteDebut = m_resteFin = 0;
+    m_livres = 0;
     // A new object for every block: tables that an earlier stream defined must not fill the gaps of
     // this one, so that a block decodes the same whatever was read before it.
     jpeg_destroy_decompress(&m_info);
@@ -115,8 +116,11 @@ class DecodeurJpeg : public Decodeur {
           jpeg_read_header(&m_info, TRUE);
         }))
       Echec("Commencer");
+    // A last strip coded with padding rows has them at its end; only the block's rows are read.
+    const int hauteur = static_cast<int>(m_info.image_height);
     if (static_cast<int>(m_info.image_width) != bloc.largeur ||
-        static_cast<int>(m_info.image_height) != bloc.hauteur || m_info.num_components != bloc.echantillons)
+        (hauteur != bloc.hauteur && hauteur != std::max(bloc.hauteur, bloc.hauteurCodee)) ||
+        m_info.num_components != bloc.echantillons)
       ZEPRA_ERREUR("[DecodeurJpeg] (Commencer) Image JPEG de "
                    << m_info.image_width << " x " << m_info.image_height << " pixels de "
                    << m_info.num_components << " composante(s) dans un bloc de " << bloc.largeur << " x "
@@ -133,6 +137,8 @@ class DecodeurJpeg : public Decodeur {
   }
 
   size_t Lire(unsigned char* sortie, size_t octets) override {
+    // Never the padding rows of a last strip.
+    octets = static_cast<size_t>(std::min<uint64_t>(octets, m_bloc.Octets() - m_livres));
     size_t n = std::min(octets, m_resteFin - m_resteDebut);
     if (n > 0) std::memcpy(sortie, m_ligne.data() + m_resteDebut, n);
     m_resteDebut += n;
@@ -161,6 +167,7 @@ class DecodeurJpeg : public Decodeur {
         n += lues * ligne;
       }
     }
+    m_livres += n;
     return n;
   }
 
@@ -187,6 +194,7 @@ class DecodeurJpeg : public Decodeur {
   ContexteBloc m_bloc;
   std::vector<unsigned char> m_ligne;  // one row, for requests that end inside a row
   size_t m_resteDebut = 0, m_resteFin = 0;
+  uint64_t m_livres = 0;  // bytes of the block handed out
 };
 
 // A destination that grows a malloc'd buffer kept from block to block: growing happens inside

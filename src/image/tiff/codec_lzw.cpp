@@ -203,9 +203,12 @@ class DecodeurLzw : public Decodeur {
   void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
     m_lzw.SetData(donnees, taille);
     m_nom = bloc.nom;
+    m_reste = bloc.Octets();
   }
+  // Never past the block: a padded last strip's stream goes on.
   size_t Lire(unsigned char* sortie, size_t octets) override {
-    const size_t n = m_lzw.Decode(sortie, octets);
+    const size_t n = m_lzw.Decode(sortie, static_cast<size_t>(std::min<uint64_t>(octets, m_reste)));
+    m_reste -= n;
     if (m_lzw.Corrompu())
       ZEPRA_ERREUR("[LZW_Decoder] (Decode) Code LZW " << m_lzw.CodeInvalide()
                                                       << " impossible dans le fichier " << m_nom << ".");
@@ -215,6 +218,7 @@ class DecodeurLzw : public Decodeur {
  private:
   LZW_Decoder m_lzw;
   std::string m_nom;
+  uint64_t m_reste = 0;
 };
 
 // The encoder. After each code but the last it adds the string just coded plus the next byte, and

@@ -76,7 +76,8 @@ class DecodeurPackbits : public Decodeur {
     m_reste = bloc.Octets();
   }
   size_t Lire(unsigned char* sortie, size_t octets) override {
-    const size_t n = m_packbits.Decode(sortie, octets);
+    // Never past the block: a padded last strip's stream goes on.
+    const size_t n = m_packbits.Decode(sortie, static_cast<size_t>(std::min<uint64_t>(octets, m_reste)));
     if (m_reste > 0 && n >= m_reste) m_packbits.SignalerDepassements();
     m_reste -= std::min<uint64_t>(m_reste, n);
     return n;

@@ -33,16 +33,19 @@ class DecodeurZstd : public DecodeurBlocEntier {
   size_t Lire(unsigned char* sortie, size_t octets) override {
     if (m_mode == kIndecis) m_mode = octets < m_bloc.Octets() && Diffusable() ? kFlux : kEntier;
     if (m_mode == kEntier) return DecodeurBlocEntier::Lire(sortie, octets);
-    ZSTD_outBuffer out{sortie, static_cast<size_t>(std::min<uint64_t>(octets, m_bloc.Octets() - m_produit)),
-                       0};
+    const uint64_t total = m_bloc.Octets(), codes = m_bloc.OctetsCodes();
+    ZSTD_outBuffer out{
+        sortie, static_cast<size_t>(std::min<uint64_t>(octets, total - std::min(total, m_produit))), 0};
     while (!m_fini && out.pos < out.size) m_fini = Decoder(out);
     m_produit += out.pos;
-    // The whole block is out: the stream must end here.
-    unsigned char octet;
-    ZSTD_outBuffer reste{&octet, 1, 0};
-    while (!m_fini && m_produit == m_bloc.Octets()) {
+    // The whole block is out: the stream must end here, or after the padding rows of a last strip.
+    unsigned char jetes[256];
+    while (!m_fini && m_produit >= total) {
+      ZSTD_outBuffer reste{jetes,
+                           static_cast<size_t>(std::min<uint64_t>(sizeof jetes, codes - m_produit + 1)), 0};
       m_fini = Decoder(reste);
-      if (reste.pos > 0) Bombe(m_bloc.Octets());
+      m_produit += reste.pos;
+      if (m_produit > codes) Bombe(codes);
     }
     return out.pos;
   }
