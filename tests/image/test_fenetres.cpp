@@ -237,6 +237,68 @@ TEST(Fenetres, DeuxFilsCommeUn) {
   }
 }
 
+// Sparse files as GDAL writes them (SPARSE_OK): blocks never written have 0 bytes, and read as the
+// no-data value, else 0. Each case, made by GDAL with some blocks absent, read whole and by windows
+// as GDAL reads it.
+TEST(Fenetres, FichiersCreuxCommeGdal) {
+  const std::string script =
+      "import sys, numpy as np\n"
+      "from osgeo import gdal\n"
+      "out, typ, nd, opts = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:]\n"
+      "ds = gdal.GetDriverByName('GTiff').Create(out, 37, 29, 2, gdal.GetDataTypeByName(typ),\n"
+      "                                          ['SPARSE_OK=TRUE'] + opts)\n"
+      "y, x = np.mgrid[0:12, 0:20]\n"
+      "for b in (1, 2):\n"
+      "    band = ds.GetRasterBand(b)\n"
+      "    if nd != '-': band.SetNoDataValue(float(nd))\n"
+      "    band.WriteArray((x * 3 + y * 7 + b * 11 + 1).astype(np.float64), 17, 17)\n"
+      "ds = None\n"
+      "ds = gdal.Open(out)\n"
+      "ds.ReadAsArray().astype(np.float64).tofile(out + '.bin')\n"
+      "band = ds.GetRasterBand(1)\n"
+      "bx, by = band.GetBlockSize()\n"
+      "print(sum(1 for j in range((29 + by - 1) // by) for i in range((37 + bx - 1) // bx)\n"
+      "          if not band.GetMetadataItem('BLOCK_SIZE_%d_%d' % (i, j), 'TIFF')))\n";
+  test::DossierTemp dir;
+  test::EcrireFichier(dir / "creux.py", script);
+  const std::string tuiles = " TILED=YES BLOCKXSIZE=16 BLOCKYSIZE=16";
+  const struct {
+    std::string type, nodata, options;
+  } cas[] = {
+      {"Byte", "-", tuiles + " COMPRESS=DEFLATE"},
+      {"UInt16", "65535", tuiles + " COMPRESS=LZW PREDICTOR=2"},
+      {"Float32", "-9999", " BLOCKYSIZE=5 COMPRESS=ZSTD PREDICTOR=3"},
+      {"Int16", "-7", tuiles + " COMPRESS=DEFLATE INTERLEAVE=BAND"},
+      {"Float32", "nan", tuiles},
+      {"Byte", "9", " BLOCKYSIZE=4"},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.type + " " + c.nodata + c.options);
+    const test::Resultat r =
+        test::Lancer(dir.chemin(), "/usr/bin/python3 creux.py c.tif " + c.type + " " + c.nodata + c.options);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    ASSERT_GT(std::stoi(r.sortie), 0) << "aucun bloc absent";
+    std::vector<double> gdal(37 * 29 * 2);
+    FILE* f = std::fopen((dir / "c.tif.bin").c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    ASSERT_EQ(std::fread(gdal.data(), sizeof(double), gdal.size(), f), gdal.size());
+    std::fclose(f);
+    const auto pareil = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+    const TTImage<double> image((dir / "c.tif").c_str());
+    const LecteurFenetres l(dir / "c.tif");
+    std::vector<double> fenetre(gdal.size());
+    l.Lire(0, 0, 37, 29, fenetre.data(), 37, 37 * 29);
+    int differences = 0;
+    for (int b = 0; b < 2; ++b)
+      for (int y = 0; y < 29; ++y)
+        for (int x = 0; x < 37; ++x) {
+          const size_t k = (static_cast<size_t>(b) * 29 + y) * 37 + x;
+          differences += !pareil(image.GetLines(y)[x * 2 + b], gdal[k]) + !pareil(fenetre[k], gdal[k]);
+        }
+    EXPECT_EQ(differences, 0);
+  }
+}
+
 // The malformed files end in an Erreur when opened or read window after window, as they do when read
 // whole.
 TEST(Fenetres, FichiersMalformes) {

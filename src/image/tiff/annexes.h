@@ -37,7 +37,8 @@ struct DescriptionTIFF {
   // Strips are blocks as wide as the image.
   int largeurBloc = 0, hauteurBloc = 0;
   // Planar files (planaire 2 with several channels) store one plane after the other: the blocks
-  // of channel c are those from c x BlocsParPlan().
+  // of channel c are those from c x BlocsParPlan(). A block of 0 bytes is absent, as in the sparse
+  // files GDAL writes (SPARSE_OK): its pixels are the file's no-data value, else 0.
   std::vector<uint64_t> offsets, octets;
   // Palette: 256 red, then 256 green, then 256 blue, 8 bits each.
   std::vector<unsigned char> palette;
@@ -53,6 +54,7 @@ struct DescriptionTIFF {
   int CanauxLus() const { return disposition == kPalette ? 3 : canaux; }
   eEnumType TypeLu() const { return disposition == kPalette ? eUInt1 : type; }
   bool Plans() const { return planaire == 2 && canaux > 1; }
+  bool Absent(size_t bloc) const { return octets[bloc] == 0; }
   // Samples of one pixel in one block: all of them, or one per plane.
   int EchantillonsBloc() const { return Plans() ? 1 : canaux; }
   uint64_t OctetsLigneBloc() const {

@@ -1,5 +1,6 @@
 // Strip and tile assembly: which rows of which blocks a rectangle needs, read or decoded in order,
-// with the byte order and predictor undone. Private to src/image.
+// with the byte order and predictor undone; the rows of absent blocks (sparse files) filled with the
+// no-data value. Private to src/image.
 //
 // At any time a reader holds one block of compressed bytes, and one block row when rows cannot be
 // decoded in place (a decoder that cannot stream holds one decoded block besides). Rows go straight
@@ -49,10 +50,11 @@ class Blocs {
           const long long xPremier = SurGrille(x0, a, pas), xFin = std::min<long long>(x1, b);
           if (xPremier >= xFin) continue;
           const size_t k = static_cast<size_t>(plan * d.BlocsParPlan() + by * d.BlocsParLigne() + bx);
+          const bool decode = !m_brut && !d.Absent(k);
           long long y = Debut(k, r0, yPremier);
           while (y < yFin) {
             if (y < yPremier || (y - y0) % pas != 0) {
-              if (!m_brut) LireLignes(k, y - r0, m_ligne.data(), 1);
+              if (decode) LireLignes(k, y - r0, m_ligne.data(), 1);
               ++y;
               continue;
             }
@@ -61,18 +63,17 @@ class Blocs {
             if (p) {
               long long n = 1;
               while (pas == 1 && y + n < yFin && cible(yOut + n, a) == p + n * m_octetsLigne) ++n;
-              LireLignes(k, y - r0, p, n);
-              for (long long i = 0; i < n; ++i) m_post.Appliquer(p + i * m_octetsLigne);
+              if (LireLignes(k, y - r0, p, n))
+                for (long long i = 0; i < n; ++i) m_post.Appliquer(p + i * m_octetsLigne);
               y += n;
               continue;
             }
-            LireLignes(k, y - r0, m_ligne.data(), 1);
-            m_post.Appliquer(m_ligne.data());
+            if (LireLignes(k, y - r0, m_ligne.data(), 1)) m_post.Appliquer(m_ligne.data());
             segment(static_cast<const unsigned char*>(m_ligne.data()), yOut, a, xPremier, xFin,
                     d.Plans() ? plan : -1);
             ++y;
           }
-          if (!m_brut) {
+          if (decode) {
             m_bloc = k;
             m_prochaine = yFin - r0;
           }
@@ -92,8 +93,9 @@ class Blocs {
   // band after band) resumes where the decoder stopped.
   long long Debut(size_t k, long long r0, long long yPremier);
   void OuvrirBloc(size_t k);
-  // n rows of block k from row 'ligne' of the block, into p.
-  void LireLignes(size_t k, long long ligne, unsigned char* p, long long n);
+  // n rows of block k from row 'ligne' of the block, into p; false when they need no post-processing
+  // (an absent block's rows, filled with the no-data value as the caller will take it).
+  bool LireLignes(size_t k, long long ligne, unsigned char* p, long long n);
 
   static constexpr size_t kAucun = static_cast<size_t>(-1);
   std::shared_ptr<const DescriptionTIFF> m_desc;
@@ -106,6 +108,7 @@ class Blocs {
   long long m_prochaine = 0;  // and the next row it will give
   std::vector<unsigned char> m_compresse;
   std::vector<unsigned char> m_ligne;
+  std::vector<unsigned char> m_vide;  // a row of an absent block
 };
 
 }  // namespace tiff

@@ -229,6 +229,11 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
   for (uint64_t b = 0; b < nbBlocs; ++b) {
     const long long offset = Entier(tagOffsets, b);
     const long long octets = Entier(tagOctets, b);
+    if (octets == 0 && offset >= 0) {  // absent: nothing to check or to read
+      d.offsets[static_cast<size_t>(b)] = static_cast<uint64_t>(offset);
+      d.octets[static_cast<size_t>(b)] = 0;
+      continue;
+    }
     const uint64_t r0 = b % d.BlocsParPlan() / static_cast<uint64_t>(d.BlocsParLigne()) * d.hauteurBloc;
     const uint64_t lignes =
         bandes ? std::min<uint64_t>(d.hauteurBloc, d.lignes - r0) : static_cast<uint64_t>(d.hauteurBloc);
