@@ -40,6 +40,19 @@ constexpr size_t kImagesEmpirique = 9;
 // at zero is then held firmly, not infinitely.
 constexpr double kEcartEmpiriqueMin = 1e-2;
 
+// Gauss-Legendre nodes and weights on [-1, 1], 8 points: exact for polynomials of degree 15, and far
+// below a grey level's rounding for the smooth inverse of a gain field.
+constexpr int kNoeuds = 8;
+constexpr double kNoeud[kNoeuds] = {-0.9602898564975363, -0.7966664774136267, -0.5255324099163290,
+                                    -0.1834346424956498, 0.1834346424956498,  0.5255324099163290,
+                                    0.7966664774136267,  0.9602898564975363};
+constexpr double kPoidsNoeud[kNoeuds] = {0.1012285362903763, 0.2223810344533745, 0.3137066458778873,
+                                         0.3626837833783620, 0.3626837833783620, 0.3137066458778873,
+                                         0.2223810344533745, 0.1012285362903763};
+// A gain field is taken as at least this where it is inverted: a correction that flattens an image
+// to nothing is not a gain.
+constexpr double kGainMin = 0.05;
+
 const char* const kNomsTermes[kTermesMax] = {"1", "x", "y", "x2", "xy", "y2"};
 constexpr int kDegreTerme[kTermesMax] = {0, 1, 1, 2, 2, 2};
 
@@ -158,6 +171,10 @@ class SystemeGroupe {
       const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
       m_empirique = m_p.priorEmpirique && !raide && it > std::min(kSolvesRaides, m_p.iterations - 1) &&
                     m_images.size() >= kImagesEmpirique;
+      if (m_p.gainDistorsion && !m_distorsion && it > std::min(kSolvesRaides, m_p.iterations - 1)) {
+        InverserGains();
+        m_distorsion = true;
+      }
       if (m_empirique) Etalonner();
       const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
@@ -186,12 +203,14 @@ class SystemeGroupe {
   std::pair<double, double> Coefficients(std::vector<CorrectionGainOffset>& corrections) const {
     // Mean and local contrast before and after, areas in common-grid pixels.
     double aire = 0, somme = 0, sommeApres = 0, ecarts = 0, ecartsApres = 0;
+    Eigen::VectorXd correction = m_x;
+    if (m_distorsion) InverserGains(correction);
     for (size_t k = 0; k < m_images.size(); ++k) {
       const ResumeImage& r = m_resumes[m_images[k]];
       if (r.compte <= 0) continue;
       const ResumeImage::Bande& b = r.bandes[m_bande];
       const double f = r.surface / r.compte;
-      const double* x = m_x.data() + k * m_nU;
+      const double* x = correction.data() + k * m_nU;
       double ds = 0, de = 0;
       for (int t = 0; t < m_nG; ++t) {
         ds += x[t] / m_G * b.momentsValeur[t];
@@ -210,7 +229,7 @@ class SystemeGroupe {
     if (!std::isfinite(B)) B = 0.0;
     for (size_t k = 0; k < m_images.size(); ++k) {
       CorrectionGainOffset& c = corrections[m_images[k]];
-      const double* x = m_x.data() + k * m_nU;
+      const double* x = correction.data() + k * m_nU;
       double* a = c.Gain(m_bande);
       double* o = c.Offset(m_bande);
       for (int t = 0; t < m_nG; ++t) a[t] = A * x[t] / m_G;
@@ -220,6 +239,28 @@ class SystemeGroupe {
     }
     return {A, B};
   }
+
+  // Replaces each image's gain field in x (unknowns' scale) by the polynomial fitted over the image to
+  // its counterpart: a correction's gain a becomes the distortion's A = 1 - 1 / a, and the distortion's
+  // A the correction's a = 1 / (1 - A) (the same map, both signs changed). Offsets are left as they are.
+  void InverserGains(Eigen::VectorXd& x) const {
+    const double signe = m_distorsion ? -1.0 : 1.0;
+    for (size_t k = 0; k < m_images.size(); ++k) {
+      double* g = x.data() + k * m_nU;
+      double inverse[kTermesMax] = {};
+      for (int p = 0; p < kNoeuds; ++p)
+        for (int q = 0; q < kNoeuds; ++q) {
+          double t[kTermesMax];
+          base_polynome::Termes(kNoeud[p], kNoeud[q], t);
+          double champ = 0;
+          for (int u = 0; u < m_nG; ++u) champ += g[u] / m_G * t[u];
+          const double v = signe * (1 - 1 / std::max(1 + signe * champ, kGainMin));
+          for (int u = 0; u < m_nG; ++u) inverse[u] += kPoidsNoeud[p] * kPoidsNoeud[q] / 4 * v * m_G * t[u];
+        }
+      for (int u = 0; u < m_nG; ++u) g[u] = inverse[u];
+    }
+  }
+  void InverserGains() { InverserGains(m_x); }
 
   // The terms of each image its observations alone do not determine, from the first (unweighted) solve.
   const std::vector<std::string>& Indetermines() const { return m_indetermines; }
@@ -273,6 +314,27 @@ class SystemeGroupe {
     const double* ti = &m_termes[k * 2 * kTermesMax];
     const double* tj = ti + kTermesMax;
     const double vi = ecart ? s[1] : s[0], vj = ecart ? s[3] : s[2];
+    if (m_distorsion) {
+      // s = v / (1 - A) + b, linearised at the current solution: the gain's column is v / (1 - A)^2.
+      const ObservationBloc& o = m_obs.blocs[m_indices[k]];
+      const double* xi = m_x.data() + m_local[o.i] * m_nU;
+      const double* xj = m_x.data() + m_local[o.j] * m_nU;
+      double Ai = 0, Aj = 0;
+      for (int t = 0; t < m_nG; ++t) {
+        Ai += xi[t] / m_G * ti[t];
+        Aj += xj[t] / m_G * tj[t];
+      }
+      const double di = std::max(1 - Ai, kGainMin), dj = std::max(1 - Aj, kGainMin);
+      for (int t = 0; t < m_nG; ++t) {
+        ligne[t] = vi / (di * di) / m_G * ti[t];
+        ligne[m_nU + t] = -vj / (dj * dj) / m_G * tj[t];
+      }
+      for (int t = 0; t < m_nO; ++t) {
+        ligne[m_nG + t] = ecart ? 0.0 : ti[t];
+        ligne[m_nU + m_nG + t] = ecart ? 0.0 : -tj[t];
+      }
+      return vi * (2 * Ai - 1) / (di * di) - vj * (2 * Aj - 1) / (dj * dj);
+    }
     for (int t = 0; t < m_nG; ++t) {
       ligne[t] = vi / m_G * ti[t];
       ligne[m_nU + t] = -vj / m_G * tj[t];
@@ -494,6 +556,8 @@ class SystemeGroupe {
   // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
   // last robust scale with the mean block area it refers to.
   bool m_empirique = false;
+  // Whether the unknowns' gains are the distortion's (the last solves, gainDistorsion).
+  bool m_distorsion = false;
   double m_precision[6] = {}, m_echelle = 1, m_poidsMoyenObs = 1;
 };
 

@@ -64,6 +64,22 @@ inline Tuile FaireTuile(int x0, int y0, int w, int h, const std::vector<double>&
   return t;
 }
 
+// A tile as a camera distorts the scene: scene x (1 + g) + noise, g the field of the given gain
+// coefficients. Its exact correction, 1 / (1 + g), is not a polynomial: 'vraie' is left at identity.
+inline Tuile FaireTuileVignettee(int x0, int y0, int w, int h, const std::vector<double>& gain, double bruit,
+                                 uint32_t graine) {
+  Tuile t = FaireTuile(x0, y0, w, h, {0}, {0});
+  const int dg = gain.size() == 1 ? 0 : gain.size() == 3 ? 1 : 2;
+  CorrectionGainOffset g(w, h, 1, dg, 0);
+  for (size_t k = 0; k < gain.size(); ++k) g.Gain(0)[k] = gain[k];
+  for (int l = 0; l < h; ++l)
+    for (int c = 0; c < w; ++c) {
+      const double s = Scene(x0 + c, y0 + l) + bruit * 2 * (Hasard(c + 7 * x0, l + 13 * y0, graine) - 0.5);
+      t(c, l) = static_cast<float>(s * g.A(0, c + 0.5, l + 0.5));
+    }
+  return t;
+}
+
 struct Donnees {
   std::vector<StatsBlocs> stats;
   std::vector<ResumeImage> resumes;

@@ -242,6 +242,9 @@ TEST(GainOffset, RetrouveUneCorrectionConnue) {
     ParametresGainOffset p;
     p.degreGain = c.degreGain;
     p.degreOffset = c.degreOffset;
+    // The correction's own model throughout, in which these tiles' correction is exact (the
+    // distortion's gain is checked below).
+    p.gainDistorsion = false;
     const ResultatGainOffset R = Resoudre(d, p);
     const test::Ecarts e = test::EcartsAuVrai(tuiles, R.corrections);
     const test::Ecarts avant =
@@ -254,6 +257,42 @@ TEST(GainOffset, RetrouveUneCorrectionConnue) {
       EXPECT_EQ(di.groupe, 0);
       EXPECT_TRUE(di.termesIndetermines.empty()) << di.termesIndetermines;
     }
+  }
+}
+
+// The last solves estimate the gain as the distortion's. On tiles a camera distorts (scene x (1 + g),
+// whose correction is not a polynomial) that comes closer to the scene than the correction's model,
+// outside the map-wide surfaces; on tiles distorted by the inverse of a polynomial correction it is the
+// other way round. Both remove most of the error overlaps can tell.
+TEST(GainOffset, GainEstimeCommeCeluiDeLaDistorsion) {
+  std::vector<test::Tuile> camera, inverse;
+  for (int k = 0; k < 16; ++k) {
+    std::vector<double> a, b;
+    Distorsion(60 + k, 0, 0.16, a, b);
+    a.resize(6);
+    for (int t = 3; t < 6; ++t) a[t] = 0.02 * (2 * test::Hasard(t, 3, 60 + k) - 1);
+    camera.push_back(test::FaireTuileVignettee(k % 4 * 96, k / 4 * 96, 128, 128, a, 0, 0));
+    inverse.push_back(FaireTuile(k % 4 * 96, k / 4 * 96, 128, 128, a, {0}));
+  }
+  const struct {
+    const std::vector<test::Tuile>& tuiles;
+    bool distorsionMeilleure;
+  } cas[] = {{camera, true}, {inverse, false}};
+  for (const auto& c : cas) {
+    const test::Donnees d = test::ObserverBlocs(c.tuiles, 8);
+    ParametresGainOffset correction;
+    correction.gainDistorsion = false;
+    const double avecDistorsion =
+        test::EcartsAuVrai(c.tuiles, Resoudre(d, ParametresGainOffset()).corrections).residu;
+    const double sans = test::EcartsAuVrai(c.tuiles, Resoudre(d, correction).corrections).residu;
+    if (c.distorsionMeilleure)
+      EXPECT_LT(avecDistorsion, 0.8 * sans) << sans;
+    else
+      EXPECT_LT(sans, 0.8 * avecDistorsion) << avecDistorsion;
+    const double avant =
+        test::EcartsAuVrai(c.tuiles, std::vector<CorrectionGainOffset>(16, CorrectionGainOffset(128, 128)))
+            .residu;
+    EXPECT_LT(std::max(avecDistorsion, sans), 0.3 * avant) << avecDistorsion << " " << sans;
   }
 }
 
