@@ -42,15 +42,15 @@
 //    class makes likeliest. Overlaps say nothing about the blind spot, so this is the best that can
 //    be done there on average; a prior set by hand is right only for the spread it was tuned on (on
 //    the quality benchmark the learnt prior cuts the mosaic's error by up to a quarter, bench/README.md);
-//  - the last solves (those of the learnt prior, whatever the group's size) estimate the gain as the
-//    distortion's rather than the correction's (gainDistorsion): the scene s = v / (1 - A) + b, A and b
-//    polynomials, the equations linearised at the previous solve, and the correction's gain a is then
-//    fitted to 1 / (1 - A) over each image (Gauss-Legendre, 8 x 8). Cameras and haze multiply the
-//    scene by a smooth field, whose inverse is not a polynomial: fitted as a correction, its small
-//    misfit drives the map-wide gain field, which overlaps see only through the images' gain
-//    differences; fitted as a distortion it has none. The offset stays the correction's, so that a
-//    map-wide offset field stays exactly in the blind spot. The first solves keep the linear model:
-//    changed content must be found first, or a cloud, taken for a gain, weighs more once the
+//  - the last two solves (after the stiff ones and the first re-weighted one, in groups of any size)
+//    estimate the gain as the distortion's rather than the correction's (gainDistorsion): the scene
+//    s = v / (1 - A) + b, A and b polynomials, the equations linearised at the previous solve, and the
+//    correction's gain a is then fitted to 1 / (1 - A) over each image (Gauss-Legendre, 8 x 8). A
+//    lens's fall-off and haze multiply the scene by a smooth field, whose inverse is not a polynomial:
+//    fitted as a correction, its small misfit drives the map-wide gain field, which overlaps see only
+//    through the images' gain differences; fitted as a distortion it has none. The offset stays the
+//    correction's, so that a map-wide offset field stays exactly in the blind spot. The first solves keep the
+//    linear model: changed content must be found first, or a cloud, taken for a gain, weighs more once the
 //    equations are linearised there (bench/README.md);
 //  - then one constant gain and offset, common to the group (itself in the blind spot, so no residual
 //    changes), bring the group's mean over all valid pixels back to its value before correction, and
