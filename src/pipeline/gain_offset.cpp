@@ -168,10 +168,11 @@ class SystemeGroupe {
     for (int it = 0; it < m_p.iterations; ++it) {
       Eigen::SparseMatrix<double> H(N, N);
       Eigen::VectorXd g;
-      const bool raide = it < std::min(kSolvesRaides, m_p.iterations - 1);
-      m_empirique = m_p.priorEmpirique && !raide && it > std::min(kSolvesRaides, m_p.iterations - 1) &&
-                    m_images.size() >= kImagesEmpirique;
-      if (m_p.gainDistorsion && !m_distorsion && it > std::min(kSolvesRaides, m_p.iterations - 1)) {
+      // The stiff solves, one plain re-weighted solve, then the last ones.
+      const int premierPlain = std::min(kSolvesRaides, m_p.iterations - 1);
+      const bool raide = it<premierPlain, derniers = it> premierPlain;
+      m_empirique = m_p.priorEmpirique && derniers && m_images.size() >= kImagesEmpirique;
+      if (m_p.gainDistorsion && !m_distorsion && derniers) {
         InverserGains();
         m_distorsion = true;
       }
@@ -314,36 +315,28 @@ class SystemeGroupe {
     const double* ti = &m_termes[k * 2 * kTermesMax];
     const double* tj = ti + kTermesMax;
     const double vi = ecart ? s[1] : s[0], vj = ecart ? s[3] : s[2];
+    // The correction's model is the distortion's at A = 0, where every factor below is exactly 1: the
+    // scene s = v / (1 - A) + b, linearised at the current solution (the gain's column v / (1 - A)^2).
+    double Ai = 0, Aj = 0;
     if (m_distorsion) {
-      // s = v / (1 - A) + b, linearised at the current solution: the gain's column is v / (1 - A)^2.
       const ObservationBloc& o = m_obs.blocs[m_indices[k]];
       const double* xi = m_x.data() + m_local[o.i] * m_nU;
       const double* xj = m_x.data() + m_local[o.j] * m_nU;
-      double Ai = 0, Aj = 0;
       for (int t = 0; t < m_nG; ++t) {
         Ai += xi[t] / m_G * ti[t];
         Aj += xj[t] / m_G * tj[t];
       }
-      const double di = std::max(1 - Ai, kGainMin), dj = std::max(1 - Aj, kGainMin);
-      for (int t = 0; t < m_nG; ++t) {
-        ligne[t] = vi / (di * di) / m_G * ti[t];
-        ligne[m_nU + t] = -vj / (dj * dj) / m_G * tj[t];
-      }
-      for (int t = 0; t < m_nO; ++t) {
-        ligne[m_nG + t] = ecart ? 0.0 : ti[t];
-        ligne[m_nU + m_nG + t] = ecart ? 0.0 : -tj[t];
-      }
-      return vi * (2 * Ai - 1) / (di * di) - vj * (2 * Aj - 1) / (dj * dj);
     }
+    const double di = std::max(1 - Ai, kGainMin), dj = std::max(1 - Aj, kGainMin);
     for (int t = 0; t < m_nG; ++t) {
-      ligne[t] = vi / m_G * ti[t];
-      ligne[m_nU + t] = -vj / m_G * tj[t];
+      ligne[t] = vi / (di * di) / m_G * ti[t];
+      ligne[m_nU + t] = -vj / (dj * dj) / m_G * tj[t];
     }
     for (int t = 0; t < m_nO; ++t) {
       ligne[m_nG + t] = ecart ? 0.0 : ti[t];
       ligne[m_nU + m_nG + t] = ecart ? 0.0 : -tj[t];
     }
-    return vj - vi;
+    return vi * (2 * Ai - 1) / (di * di) - vj * (2 * Aj - 1) / (dj * dj);
   }
 
   void Assembler(Eigen::SparseMatrix<double>& H, Eigen::VectorXd& g, bool diagnostiquer, double rigidite,
