@@ -254,15 +254,22 @@ TEST(Codecs, LzwEtPackBitsRelusParLibtiff) {
 }  // namespace
 
 // Some writers code the last strip with RowsPerStrip rows, the ones past the image as padding. Every
-// codec hands out the block's rows and nothing of the padding, whatever the size of the requests; a
-// stream longer than the padded strip is still refused by the codecs that decode whole blocks or
-// check the stream's size (the streaming ones stop at the block's end). Then a file whose last
-// Deflate strip is padded, read whole and by windows.
+// codec (uncompressed blocks too, their stream being the bytes themselves) hands out the block's
+// rows and nothing of the padding, whatever the size of the requests; a stream longer than the
+// padded strip is still refused by the codecs that decode whole blocks or check the stream's size
+// (the streaming ones stop at the block's end). Then a file whose last Deflate strip is padded, read
+// whole and by windows.
 TEST(Codecs, DerniereBandeCodeeAvecSesLignesDeRemplissage) {
   for (const tiff::Codec& c : tiff::TousLesCodecs()) {
-    if (!c.encodeur) continue;
+    if (!c.encodeur && c.code != 1) continue;
     SCOPED_TRACE(c.nom);
-    const auto encodeur = c.encodeur(0, 90);
+    const auto encodeur = c.encodeur ? c.encodeur(0, 90) : nullptr;
+    auto encoder = [&](const Octets& d, const tiff::ContexteBloc& b, Octets& flux) {
+      if (encodeur)
+        encodeur->Encoder(d.data(), b, flux);
+      else
+        flux.assign(d.begin(), d.begin() + static_cast<long>(b.Octets()));
+    };
     const auto decodeur = c.decodeur();
     tiff::ContexteBloc plein = Bloc(13, 7), trop = Bloc(13, 9), dernier = Bloc(13, 3);
     dernier.hauteurCodee = 7;
@@ -271,8 +278,8 @@ TEST(Codecs, DerniereBandeCodeeAvecSesLignesDeRemplissage) {
     for (tiff::ContexteBloc* b : {&plein, &trop, &dernier}) b->tablesJpeg = c.code == 7 ? &tables : nullptr;
     const Octets donnees = test::Donnees(static_cast<size_t>(trop.Octets()), 5);
     Octets flux, fluxTrop;
-    encodeur->Encoder(donnees.data(), plein, flux);
-    encodeur->Encoder(donnees.data(), trop, fluxTrop);
+    encoder(donnees, plein, flux);
+    encoder(donnees, trop, fluxTrop);
     // The reference: the whole strip decoded, its first rows (the data themselves when lossless).
     Octets attendu = test::Decoder(*decodeur, flux, plein);
     attendu.resize(static_cast<size_t>(dernier.Octets()));

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "image/tiff/codec.h"
 #include "image/tiff/decodeurs.h"
+#include "outils_codecs_test.h"
 #include "outils_image_test.h"
 
 namespace {
@@ -118,6 +120,8 @@ TEST(PackBits, FluxEcritsALaMainEtDepassements) {
             "WARNING : [PackBits_Decoder] (Decode) Cas n==-128 : noop ???\n");
 
   // Overruns, reported after the call; nothing is written past the output or what the input holds.
+  // Through the codec interface, on a block of 'taille' bytes: reported once, by the call that
+  // completes the block, whatever the requests; a block left short is not complete.
   struct Cas {
     Octets flux;
     size_t taille, ecrits;
@@ -126,13 +130,21 @@ TEST(PackBits, FluxEcritsALaMainEtDepassements) {
   const std::string w = "WARNING : [PackBits_Decoder] (Decode) Depassement de ";
   const Cas cas[] = {{{0xFD, 0x41}, 2, 2, w + "out de 2\n"},     // -3: 0x41 four times, two fit
                      {{0x05, 'a', 'b'}, 6, 2, w + "in de 4\n"},  // 5: six literal bytes, two present
-                     {{0xFE}, 6, 0, w + "in de 1\n"}};           // a repeat with no byte to repeat
+                     {{0x05, 'a', 'b'}, 2, 2, w + "in de 4\n"},
+                     {{0xFE}, 6, 0, w + "in de 1\n"}};  // a repeat with no byte to repeat
   for (const Cas& c : cas) {
     PackBits_Decoder d(c.flux.data(), c.flux.size());
     Octets tampon(c.taille + 16, 0xEE);
     EXPECT_EQ(d.Decode(tampon.data(), c.taille), c.ecrits);
     EXPECT_EQ(tampon[c.ecrits], 0xEE);
     EXPECT_EQ(test::Avertissements([&] { d.SignalerDepassements(); }), c.avertissement);
+    const auto decodeur = tiff::TrouverCodec(32773)->decodeur();
+    for (size_t pas : {size_t{0}, size_t{1}, c.taille + 3})
+      EXPECT_EQ(test::Avertissements([&] {
+                  test::Decoder(*decodeur, c.flux, test::Bloc(static_cast<int>(c.taille), 1), pas);
+                }),
+                c.ecrits == c.taille ? c.avertissement : "")
+          << pas;
   }
 }
 

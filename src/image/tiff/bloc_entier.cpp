@@ -5,7 +5,7 @@
 
 namespace tiff {
 
-void DecodeurBlocEntier::Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) {
+void DecodeurBlocEntier::Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) {
   m_donnees = donnees;
   m_taille = taille;
   m_bloc = bloc;
@@ -13,16 +13,16 @@ void DecodeurBlocEntier::Commencer(const unsigned char* donnees, size_t taille, 
   m_decode = false;
 }
 
-size_t DecodeurBlocEntier::Lire(unsigned char* sortie, size_t octets) {
+size_t DecodeurBlocEntier::Decoder(unsigned char* sortie, size_t octets) {
   if (!m_decode) {
     m_decode = true;
     const size_t total = static_cast<size_t>(m_bloc.Octets()),
                  codes = static_cast<size_t>(m_bloc.OctetsCodes());
-    if (octets >= total && codes == total) return Decompresser(sortie, total);
+    if (octets == total && codes == total) return Decompresser(sortie, total);
     // The buffer keeps its capacity from block to block: one allocation for a file of equal blocks. A
-    // padded last strip goes through it too, its padding dropped.
+    // padded last strip goes through it too; Lire never reaches its padding.
     m_tampon.resize(codes);
-    m_fin = std::min(Decompresser(m_tampon.data(), codes), total);
+    m_fin = Decompresser(m_tampon.data(), codes);
   }
   const size_t k = std::min(octets, m_fin - m_position);
   if (k > 0) std::memcpy(sortie, m_tampon.data() + m_position, k);

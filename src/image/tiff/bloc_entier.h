@@ -15,11 +15,10 @@ namespace tiff {
 // (ContexteBloc::OctetsCodes) as its output capacity, so that a stream decoding past it fails inside
 // the library instead of being cut.
 class DecodeurBlocEntier : public Decodeur {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override;
-  size_t Lire(unsigned char* sortie, size_t octets) override;
-
  protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override;
+  size_t Decoder(unsigned char* sortie, size_t octets) override;
+
   // Decodes the stream m_donnees / m_taille into 'sortie' (room for exactly 'capacite' bytes, the
   // block's coded size); returns the decoded size, or raises an Erreur naming m_bloc.nom.
   virtual size_t Decompresser(unsigned char* sortie, size_t capacite) = 0;
@@ -30,7 +29,7 @@ class DecodeurBlocEntier : public Decodeur {
 
  private:
   std::vector<unsigned char> m_tampon;
-  size_t m_position = 0, m_fin = 0;  // bytes of m_tampon handed out / decoded
+  size_t m_position = 0, m_fin = 0;  // bytes of m_tampon handed out / decoded, padding included
   bool m_decode = false;
 };
 

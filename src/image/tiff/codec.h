@@ -44,11 +44,34 @@ struct ContexteBloc {
 // A decoder that cannot stream decodes the whole block at the first Lire: straight into the caller's
 // bytes when that call asks for the whole block (the reader does so when the destination's rows are
 // contiguous), otherwise into one buffer of the block's size that the next calls read from.
+//
+// Nothing past the block's Octets() is ever handed out, whatever is asked: the padding rows of a
+// last strip are dropped (whole-block codecs decode them and drop them, streaming ones stop before
+// them). That cap is kept here, once per call, so the codecs only implement Ouvrir and Decoder and
+// are never asked for a byte past the block.
 class Decodeur {
  public:
   virtual ~Decodeur() = default;
-  virtual void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) = 0;
-  virtual size_t Lire(unsigned char* sortie, size_t octets) = 0;
+  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) {
+    m_reste = bloc.Octets();
+    Ouvrir(donnees, taille, bloc);
+  }
+  size_t Lire(unsigned char* sortie, size_t octets) {
+    if (octets > m_reste) octets = static_cast<size_t>(m_reste);
+    const size_t n = Decoder(sortie, octets);
+    m_reste -= n;
+    return n;
+  }
+
+ protected:
+  virtual void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) = 0;
+  // 'octets' is at most Reste(): writes at most that many bytes and returns how many.
+  virtual size_t Decoder(unsigned char* sortie, size_t octets) = 0;
+  // Bytes of the block not handed out before this call: a call that returns Reste() ends the block.
+  uint64_t Reste() const { return m_reste; }
+
+ private:
+  uint64_t m_reste = 0;
 };
 
 // Encodes one whole block (ContexteBloc::Octets() bytes, predictor already applied) into 'sortie',

@@ -97,10 +97,10 @@ class DecodeurJpeg : public Decodeur {
   DecodeurJpeg(const DecodeurJpeg&) = delete;
   DecodeurJpeg& operator=(const DecodeurJpeg&) = delete;
 
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+ protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
     m_bloc = bloc;
     m_resteDebut = m_resteFin = 0;
-    m_livres = 0;
     // A new object for every block: tables that an earlier stream defined must not fill the gaps of
     // this one, so that a block decodes the same whatever was read before it.
     jpeg_destroy_decompress(&m_info);
@@ -136,9 +136,8 @@ class DecodeurJpeg : public Decodeur {
     m_ligne.resize(static_cast<size_t>(bloc.OctetsLigne()));
   }
 
-  size_t Lire(unsigned char* sortie, size_t octets) override {
-    // Never the padding rows of a last strip.
-    octets = static_cast<size_t>(std::min<uint64_t>(octets, m_bloc.Octets() - m_livres));
+  // Lire stops before the padding rows of a last strip: libjpeg decodes them only if asked.
+  size_t Decoder(unsigned char* sortie, size_t octets) override {
     size_t n = std::min(octets, m_resteFin - m_resteDebut);
     if (n > 0) std::memcpy(sortie, m_ligne.data() + m_resteDebut, n);
     m_resteDebut += n;
@@ -167,7 +166,6 @@ class DecodeurJpeg : public Decodeur {
         n += lues * ligne;
       }
     }
-    m_livres += n;
     return n;
   }
 
@@ -194,7 +192,6 @@ class DecodeurJpeg : public Decodeur {
   ContexteBloc m_bloc;
   std::vector<unsigned char> m_ligne;  // one row, for requests that end inside a row
   size_t m_resteDebut = 0, m_resteFin = 0;
-  uint64_t m_livres = 0;  // bytes of the block handed out
 };
 
 // A destination that grows a malloc'd buffer kept from block to block: growing happens inside

@@ -198,17 +198,15 @@ namespace tiff {
 
 namespace {
 
+// Streams: a padded last strip's stream goes on past the block, where Lire stops asking.
 class DecodeurLzw : public Decodeur {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+ protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
     m_lzw.SetData(donnees, taille);
     m_nom = bloc.nom;
-    m_reste = bloc.Octets();
   }
-  // Never past the block: a padded last strip's stream goes on.
-  size_t Lire(unsigned char* sortie, size_t octets) override {
-    const size_t n = m_lzw.Decode(sortie, static_cast<size_t>(std::min<uint64_t>(octets, m_reste)));
-    m_reste -= n;
+  size_t Decoder(unsigned char* sortie, size_t octets) override {
+    const size_t n = m_lzw.Decode(sortie, octets);
     if (m_lzw.Corrompu())
       ZEPRA_ERREUR("[LZW_Decoder] (Decode) Code LZW " << m_lzw.CodeInvalide()
                                                       << " impossible dans le fichier " << m_nom << ".");
@@ -218,7 +216,6 @@ class DecodeurLzw : public Decodeur {
  private:
   LZW_Decoder m_lzw;
   std::string m_nom;
-  uint64_t m_reste = 0;
 };
 
 // The encoder. After each code but the last it adds the string just coded plus the next byte, and

@@ -68,24 +68,20 @@ namespace tiff {
 
 namespace {
 
-// Warns of the overruns once the block's last byte has been asked for.
+// Streams, like LZW. Warns of the overruns once the block's last byte has been handed out.
 class DecodeurPackbits : public Decodeur {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+ protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc&) override {
     m_packbits.SetData(donnees, taille);
-    m_reste = bloc.Octets();
   }
-  size_t Lire(unsigned char* sortie, size_t octets) override {
-    // Never past the block: a padded last strip's stream goes on.
-    const size_t n = m_packbits.Decode(sortie, static_cast<size_t>(std::min<uint64_t>(octets, m_reste)));
-    if (m_reste > 0 && n >= m_reste) m_packbits.SignalerDepassements();
-    m_reste -= std::min<uint64_t>(m_reste, n);
+  size_t Decoder(unsigned char* sortie, size_t octets) override {
+    const size_t n = m_packbits.Decode(sortie, octets);
+    if (n > 0 && n == Reste()) m_packbits.SignalerDepassements();
     return n;
   }
 
  private:
   PackBits_Decoder m_packbits;
-  uint64_t m_reste = 0;
 };
 
 // PackBits, row by row as TIFF asks: a run of three equal bytes or more is a repeat (control byte

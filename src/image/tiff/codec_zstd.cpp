@@ -21,36 +21,24 @@ namespace tiff {
 namespace {
 
 class DecodeurZstd : public DecodeurBlocEntier {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
-    DecodeurBlocEntier::Commencer(donnees, taille, bloc);
+ protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc& bloc) override {
+    DecodeurBlocEntier::Ouvrir(donnees, taille, bloc);
     m_mode = kIndecis;
     m_entree = {donnees, taille, 0};
-    m_produit = 0;
     m_fini = false;
   }
 
-  size_t Lire(unsigned char* sortie, size_t octets) override {
+  size_t Decoder(unsigned char* sortie, size_t octets) override {
     if (m_mode == kIndecis) m_mode = octets < m_bloc.Octets() && Diffusable() ? kFlux : kEntier;
-    if (m_mode == kEntier) return DecodeurBlocEntier::Lire(sortie, octets);
-    const uint64_t total = m_bloc.Octets(), codes = m_bloc.OctetsCodes();
-    ZSTD_outBuffer out{
-        sortie, static_cast<size_t>(std::min<uint64_t>(octets, total - std::min(total, m_produit))), 0};
-    while (!m_fini && out.pos < out.size) m_fini = Decoder(out);
-    m_produit += out.pos;
+    if (m_mode == kEntier) return DecodeurBlocEntier::Decoder(sortie, octets);
+    ZSTD_outBuffer out{sortie, octets, 0};
+    while (!m_fini && out.pos < out.size) m_fini = Avancer(out);
     // The whole block is out: the stream must end here, or after the padding rows of a last strip.
-    unsigned char jetes[256];
-    while (!m_fini && m_produit >= total) {
-      ZSTD_outBuffer reste{jetes,
-                           static_cast<size_t>(std::min<uint64_t>(sizeof jetes, codes - m_produit + 1)), 0};
-      m_fini = Decoder(reste);
-      m_produit += reste.pos;
-      if (m_produit > codes) Bombe(codes);
-    }
+    if (!m_fini && out.pos == Reste()) Finir();
     return out.pos;
   }
 
- protected:
   size_t Decompresser(unsigned char* sortie, size_t capacite) override {
     // libzstd takes an empty input for a stream of no frames.
     if (m_taille == 0) Tronque();
@@ -83,8 +71,23 @@ class DecodeurZstd : public DecodeurBlocEntier {
     return true;
   }
 
+  // Decodes what follows the block up to the stream's end, dropped: the padding rows of a last strip,
+  // a bomb past them.
+  void Finir() {
+    const uint64_t codes = m_bloc.OctetsCodes();
+    uint64_t produit = m_bloc.Octets();
+    unsigned char jetes[256];
+    while (!m_fini) {
+      ZSTD_outBuffer reste{jetes, static_cast<size_t>(std::min<uint64_t>(sizeof jetes, codes - produit + 1)),
+                           0};
+      m_fini = Avancer(reste);
+      produit += reste.pos;
+      if (produit > codes) Bombe(codes);
+    }
+  }
+
   // One step of streaming into 'out'; true at the end of the stream (its last frame complete).
-  bool Decoder(ZSTD_outBuffer& out) {
+  bool Avancer(ZSTD_outBuffer& out) {
     const size_t avant = out.pos, lus = m_entree.pos;
     const size_t r = ZSTD_decompressStream(m_d.get(), &out, &m_entree);
     if (ZSTD_isError(r)) Corrompu(r);
@@ -112,7 +115,6 @@ class DecodeurZstd : public DecodeurBlocEntier {
   Possede<ZSTD_DCtx, ZSTD_freeDCtx> m_d = Posseder<ZSTD_freeDCtx>(ZSTD_createDCtx(), "DecodeurZstd");
   Mode m_mode = kIndecis;
   ZSTD_inBuffer m_entree{nullptr, 0, 0};
-  uint64_t m_produit = 0;
   bool m_fini = false;  // the stream has ended
 };
 

@@ -21,12 +21,12 @@ namespace {
 // Uncompressed blocks. The reader reads their rows from the file itself; this row serves whoever
 // goes through the table (the writer, tests).
 class DecodeurSans : public Decodeur {
- public:
-  void Commencer(const unsigned char* donnees, size_t taille, const ContexteBloc&) override {
+ protected:
+  void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc&) override {
     m_donnees = donnees;
     m_reste = taille;
   }
-  size_t Lire(unsigned char* sortie, size_t octets) override {
+  size_t Decoder(unsigned char* sortie, size_t octets) override {
     const size_t n = std::min(octets, m_reste);
     if (n > 0) std::memcpy(sortie, m_donnees, n);
     m_donnees += n;
@@ -36,7 +36,7 @@ class DecodeurSans : public Decodeur {
 
  private:
   const unsigned char* m_donnees = nullptr;
-  size_t m_reste = 0;
+  size_t m_reste = 0;  // of the stream: a block stored short ends early
 };
 
 std::unique_ptr<Decodeur> DecodeurSansCompression() { return std::make_unique<DecodeurSans>(); }
