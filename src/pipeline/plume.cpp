@@ -105,7 +105,7 @@ void Distances(const unsigned char* source, int largeur, int hauteur, std::ptrdi
   // Downwards: each pixel's distance to the nearest source above it in its column (or on it), from
   // the line before. In place and from one row to another are separate loops, both without branches
   // so that the compiler vectorizes them.
-  auto pas = [kMax](E a) { return static_cast<E>(a + (a < kMax)); };
+  auto pas = [](E a) { return static_cast<E>(a + (a < kMax)); };
   auto avancer = [&](const unsigned char* s, E* c) {
     for (size_t x = 0; x < W; ++x) c[x] = static_cast<E>(pas(c[x]) * !s[x]);
   };
@@ -238,8 +238,7 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
                       });
 }
 
-FusionPlume::FusionPlume(int largeur, int hauteur, int nbBandes)
-    : m_largeur(largeur), m_hauteur(hauteur), m_nbBandes(nbBandes) {
+FusionPlume::FusionPlume(int largeur, int hauteur, int nbBandes) : m_largeur(largeur), m_hauteur(hauteur) {
   if (largeur < 0 || hauteur < 0 || nbBandes < 1 ||
       static_cast<double>(largeur) * hauteur * nbBandes > static_cast<double>(1LL << 31))
     ZEPRA_ERREUR("[FusionPlume] (FusionPlume) Fenetre de " << largeur << " x " << hauteur << " x " << nbBandes

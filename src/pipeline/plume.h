@@ -72,6 +72,6 @@ class FusionPlume {
   void Terminer(int bande, int ligne, float* sortie, float nodata) const;
 
  private:
-  int m_largeur, m_hauteur, m_nbBandes;
+  int m_largeur, m_hauteur;
   std::vector<double> m_sommes, m_poids;  // per band, lines of the window
 };

@@ -3,7 +3,7 @@
 // that no request is overfilled and that a block is never exceeded.
 //   byte 0: width - 1 (mod 48)   byte 1: rows - 1 (mod 48)
 //   byte 2: samples (bits 0-1: 1, 3, 4, 2), bits per sample (bits 2-3: 8, 16, 32, 64), photometric
-//           (bits 4-5: 1, 2, 6, 6)
+//           (bits 4-5: 1, 2, 6, 6), padding rows coded past the block (bits 6-7: 0, 1, 7, 16)
 //   byte 3: bytes per request, 0 for the whole block at once
 // The rest is the compressed block (the JPEG target first takes its tables from it).
 #pragma once
@@ -30,6 +30,8 @@ inline tiff::ContexteBloc Contexte(const uint8_t* d) {
   b.echantillons = kEchantillons[d[2] & 3];
   b.bits = kBits[(d[2] >> 2) & 3];
   b.photometrique = kPhotometrique[(d[2] >> 4) & 3];
+  static constexpr int kRemplissage[] = {0, 1, 7, 16};
+  if (const int r = kRemplissage[(d[2] >> 6) & 3]) b.hauteurCodee = b.hauteur + r;
   return b;
 }
 
