@@ -13,7 +13,6 @@ namespace tiff {
 namespace {
 
 class DecodeurDeflate : public DecodeurBlocEntier {
- public:
  protected:
   size_t Decompresser(unsigned char* sortie, size_t capacite) override {
     size_t lus = 0;

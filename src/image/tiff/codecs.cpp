@@ -18,8 +18,8 @@ uint64_t BornePackBits(uint64_t octets);
 
 namespace {
 
-// Uncompressed blocks. The reader reads their rows from the file itself; this row serves whoever
-// goes through the table (the writer, tests).
+// Uncompressed blocks. The reader reads their rows from the file itself; the row keeps the table
+// complete for whoever decodes through it by code (the fuzz targets, tests).
 class DecodeurSans : public Decodeur {
  protected:
   void Ouvrir(const unsigned char* donnees, size_t taille, const ContexteBloc&) override {
