@@ -99,6 +99,33 @@ inline std::vector<std::string> Lignes(const std::string& texte) {
   return lignes;
 }
 
+// The numbers of the JSON array that follows "cle": in a text (gdalinfo -json's), empty without it.
+inline std::vector<double> TableauJson(const std::string& json, const std::string& cle) {
+  std::vector<double> v;
+  size_t i = json.find("\"" + cle + "\":");
+  if (i == std::string::npos) return v;
+  i = json.find('[', i);
+  const size_t fin = json.find(']', i);
+  for (const char* p = json.c_str() + i + 1; p < json.c_str() + fin;) {
+    char* suite = nullptr;
+    const double x = std::strtod(p, &suite);
+    if (suite == p) {
+      ++p;
+    } else {
+      v.push_back(x);
+      p = suite;
+    }
+  }
+  return v;
+}
+
+// How many times 'motif' occurs in 'texte'.
+inline size_t Occurrences(const std::string& texte, const std::string& motif) {
+  size_t n = 0;
+  for (size_t i = texte.find(motif); i != std::string::npos; i = texte.find(motif, i + 1)) ++n;
+  return n;
+}
+
 // The text of the Erreur that f raises, or "(pas d'Erreur)".
 template <class F>
 std::string TexteErreur(F&& f) {

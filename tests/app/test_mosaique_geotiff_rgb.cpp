@@ -32,26 +32,6 @@ double Verite(double X, double Y, int b) {
 double Gain(int k, int b) { return 1 + 0.05 * ((k * 7 + b * 3) % 7 - 3); }
 double Offset(int k, int b) { return 5.0 * ((k * 5 + b * 2) % 7 - 3); }
 
-// The numbers of the JSON array that follows "cle": in a gdalinfo -json text.
-std::vector<double> Tableau(const std::string& json, const std::string& cle) {
-  std::vector<double> v;
-  size_t i = json.find("\"" + cle + "\":");
-  if (i == std::string::npos) return v;
-  i = json.find('[', i);
-  const size_t fin = json.find(']', i);
-  for (const char* p = json.c_str() + i + 1; p < json.c_str() + fin;) {
-    char* suite = nullptr;
-    const double x = std::strtod(p, &suite);
-    if (suite == p) {
-      ++p;
-    } else {
-      v.push_back(x);
-      p = suite;
-    }
-  }
-  return v;
-}
-
 std::set<std::string> Contenu(const std::string& dossier) {
   std::set<std::string> s;
   for (const auto& e : std::filesystem::recursive_directory_iterator(dossier)) s.insert(e.path().string());
@@ -135,11 +115,12 @@ TEST_F(MosaiqueRGB, ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes)
 
   const std::string jEgal = test::Lancer(d->chemin(), "gdalinfo -json egal.tif").sortie;
   const std::string jWarp = test::Lancer(d->chemin(), "gdalinfo -json warp.tif").sortie;
-  const std::vector<double> taille = Tableau(jEgal, "size"), gt = Tableau(jEgal, "geoTransform");
+  const std::vector<double> taille = test::TableauJson(jEgal, "size"),
+                            gt = test::TableauJson(jEgal, "geoTransform");
   ASSERT_EQ(taille.size(), 2u) << jEgal;
   ASSERT_EQ(gt.size(), 6u) << jEgal;
-  EXPECT_EQ(taille, Tableau(jWarp, "size"));
-  const std::vector<double> gtWarp = Tableau(jWarp, "geoTransform");
+  EXPECT_EQ(taille, test::TableauJson(jWarp, "size"));
+  const std::vector<double> gtWarp = test::TableauJson(jWarp, "geoTransform");
   ASSERT_EQ(gtWarp.size(), 6u);
   for (int i = 0; i < 6; ++i) EXPECT_NEAR(gt[i], gtWarp[i], 1e-6) << i;
   // The union of the footprints, to the far edges.
@@ -148,11 +129,7 @@ TEST_F(MosaiqueRGB, ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes)
   // The inputs' CRS and no-data on every band.
   EXPECT_NE(jEgal.find("\"coordinateSystem\""), std::string::npos);
   EXPECT_NE(jEgal.find("2154]]"), std::string::npos) << jEgal;
-  size_t nodata = 0;
-  for (size_t i = jEgal.find("\"noDataValue\":0"); i != std::string::npos;
-       i = jEgal.find("\"noDataValue\":0", i + 1))
-    ++nodata;
-  EXPECT_EQ(nodata, 3u) << jEgal;
+  EXPECT_EQ(test::Occurrences(jEgal, "\"noDataValue\":0"), 3u) << jEgal;
 
   const TTImage<float> egal((*d / "egal.tif").c_str()), naif((*d / "naif.tif").c_str()),
       egal0((*d / "egal0.tif").c_str());
@@ -169,20 +146,15 @@ TEST_F(MosaiqueRGB, ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes)
   }
 }
 
-struct Refus {
-  const char* arguments;
-  int statut;
-  const char* debut;  // start of stderr
-};
-
 TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
   test::DossierTemp e;
   const std::string t = d->chemin() + "/";
-  // A tile in another CRS, a one-band tile, a folder, a list of names.
+  // A tile in another CRS, a one-band tile; the output an input, or in a folder nobody can write.
+  // (Lines refused before any file is opened are in the command-line table.)
   test::Resultat r = test::Lancer(e.chemin(), "gdal_translate -q -a_srs EPSG:32631 '" + t +
                                                   "t1.tif' utm.tif && "
                                                   "gdal_translate -q -b 1 '" +
-                                                  t + "t1.tif' gris.tif && mkdir dossier lecture");
+                                                  t + "t1.tif' gris.tif && mkdir lecture");
   ASSERT_EQ(r.statut, 0) << r.sortie;
   // root writes anywhere: /proc stands for a folder nobody can write.
   const std::string lectureSeule = geteuid() == 0 ? "/proc/m.tif" : "lecture/m.tif";
@@ -194,16 +166,10 @@ TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
       {a + "utm.tif -o m.tif", "1",
        "egalise mosaique : [Mosaique] (Entrees) L'image utm.tif est dans le systeme EPSG:32631"},
       {a + "gris.tif -o m.tif", "1", "egalise mosaique : [Mosaique] (Entrees) L'image gris.tif a 1 bande(s)"},
-      {"@absente.txt -o m.tif", "1", "egalise mosaique : liste d'images absente.txt illisible"},
-      {a + "-o m.tif --threads 0", "2", "egalise mosaique : valeur '0' de --threads"},
-      {a + "-o m.tif --pas -1", "2", "egalise mosaique : valeur '-1' de --pas"},
-      {a + "-o m.tif --resolution abc", "2", "egalise mosaique : valeur 'abc' de --resolution"},
       {a + "'" + t + "t1.tif' -o '" + t + "t1.tif'", "1",
        "egalise mosaique : [Verification] (VerifierChemins) La sortie"},
       {a + "-o " + lectureSeule, "1",
        "egalise mosaique : [Verification] (VerifierChemins) Impossible d'ecrire dans le dossier"},
-      {a + "dossier -o m.tif", "1",
-       "egalise mosaique : [Verification] (VerifierChemins) L'entree dossier n'est pas un fichier"},
   };
   const std::set<std::string> avant = Contenu(e.chemin()), tuiles = Contenu(d->chemin());
   for (const auto& c : rouges) {

@@ -189,11 +189,7 @@ TEST(GenererDemo, TuilesGeoTIFFPlaceesEtDistorsionsConformesAuFichier) {
     const int bandes = std::string(c) == "t" ? 3 : 1;
     EXPECT_NE(j.find("2154]]"), std::string::npos) << j;
     EXPECT_NE(j.find("\"COMPRESSION\":\"DEFLATE\""), std::string::npos) << j;
-    size_t n = 0;
-    for (size_t i = j.find("\"noDataValue\":0"); i != std::string::npos;
-         i = j.find("\"noDataValue\":0", i + 1))
-      ++n;
-    EXPECT_EQ(n, static_cast<size_t>(bandes)) << j;
+    EXPECT_EQ(test::Occurrences(j, "\"noDataValue\":0"), static_cast<size_t>(bandes)) << j;
     EXPECT_NE(j.find("\"geoTransform\":[\n    650025.5,\n    0.5,"), std::string::npos) << j;
   }
   // Where tiles (0, 0) and (0, 1) overlap, their values with the distortions of distorsions.txt undone

@@ -90,6 +90,37 @@ T Valeur(int x, int y, int c) {
   }
 }
 
+// Writes an image of T samples given by f(x, y, band), valid where v(x, y), 'parAppel' lines per call
+// (the last call shorter); returns the file's plan.
+template <class T, class F, class V>
+PlanEcriture Ecrire(const std::string& nom, const Valeurs& options, TPoint2D<int> taille, int canaux, F f,
+                    V v, const GeoreferenceEcriture& georef = GeoreferenceEcriture(), int parAppel = 1) {
+  EcrivainGeoTIFF e(nom, LireOptionsEcriture(options), taille, canaux, CodeType<T>::value, georef);
+  const int w = taille.x;
+  std::vector<T> lignes(static_cast<size_t>(w) * canaux * parAppel);
+  std::vector<unsigned char> valide(static_cast<size_t>(w) * parAppel);
+  for (int y0 = 0; y0 < taille.y; y0 += parAppel) {
+    const int k = std::min(parAppel, taille.y - y0);
+    for (int j = 0; j < k; ++j)
+      for (int x = 0; x < w; ++x) {
+        valide[j * w + x] = v(x, y0 + j);
+        for (int b = 0; b < canaux; ++b)
+          lignes[(static_cast<size_t>(j) * w + x) * canaux + b] = f(x, y0 + j, b);
+      }
+    e.EcrireLignes(lignes.data(), w * canaux * sizeof(T), k, valide.data(), w);
+  }
+  const PlanEcriture plan = e.Plan();
+  e.Terminer();
+  return plan;
+}
+
+// GDAL's validator of cloud-optimized files, with its full check, on e.tif.
+test::Resultat ValiderCog(const DossierTemp& dir) {
+  return Lancer(dir.chemin(),
+                "/usr/bin/python3 /usr/lib/python3/dist-packages/osgeo_utils/samples/"
+                "validate_cloud_optimized_geotiff.py --full-check=yes e.tif");
+}
+
 struct Cas {
   const char* nom;
   Valeurs options;
@@ -102,27 +133,10 @@ struct Cas {
 template <class T>
 void AllerRetour(const DossierTemp& dir, const Cas& c) {
   const std::string nom = dir / "e.tif";
-  const OptionsEcriture options = LireOptionsEcriture(c.options);
   const int w = c.taille.x, h = c.taille.y, n = c.canaux;
-  PlanEcriture plan;
-  {
-    EcrivainGeoTIFF e(nom, options, c.taille, n, CodeType<T>::value);
-    plan = e.Plan();
-    std::vector<T> lignes(static_cast<size_t>(w) * n * 3);
-    std::vector<unsigned char> valide(static_cast<size_t>(w) * 3);
-    // Three lines at a time, the last call shorter.
-    for (int y0 = 0; y0 < h; y0 += 3) {
-      const int k = std::min(3, h - y0);
-      for (int j = 0; j < k; ++j)
-        for (int x = 0; x < w; ++x) {
-          valide[j * w + x] = Valide(x, y0 + j);
-          for (int b = 0; b < n; ++b)
-            lignes[(static_cast<size_t>(j) * w + x) * n + b] = Valeur<T>(x, y0 + j, b);
-        }
-      e.EcrireLignes(lignes.data(), w * n * sizeof(T), k, valide.data(), w);
-    }
-    e.Terminer();
-  }
+  // Three lines at a time, the last call shorter.
+  const PlanEcriture plan =
+      Ecrire<T>(nom, c.options, c.taille, n, Valeur<T>, Valide, GeoreferenceEcriture(), 3);
   TTImage<T> attendu(w, h, TagNbCanaux(plan.canaux));
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x)
@@ -161,11 +175,7 @@ void AllerRetour(const DossierTemp& dir, const Cas& c) {
   EXPECT_EQ(erreurs, "");
   if (plan.cog) {
     EXPECT_EQ(Json(dir, "e.tif", "d['metadata']['IMAGE_STRUCTURE'].get('LAYOUT')"), "COG");
-    const test::Resultat v =
-        Lancer(dir.chemin(),
-               "/usr/bin/python3 "
-               "/usr/lib/python3/dist-packages/osgeo_utils/samples/validate_cloud_optimized_geotiff.py "
-               "--full-check=yes e.tif");
+    const test::Resultat v = ValiderCog(dir);
     EXPECT_EQ(v.statut, 0) << v.sortie;
     EXPECT_NE(v.sortie.find("is a valid cloud optimized GeoTIFF"), std::string::npos) << v.sortie;
     EXPECT_EQ(Json(dir, "e.tif", "len(d['bands'][0].get('overviews', []))"),
@@ -217,23 +227,6 @@ TEST_P(EcrivainGeoTIFFCodec, AllersRetours) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, EcrivainGeoTIFFCodec, ::testing::Values("none", "lzw", "deflate", "zstd"));
-
-// Writes an image of T samples given by f(x, y, band), valid where v(x, y).
-template <class T, class F, class V>
-void Ecrire(const std::string& nom, const Valeurs& options, TPoint2D<int> taille, int canaux, F f, V v,
-            const GeoreferenceEcriture& georef = GeoreferenceEcriture()) {
-  EcrivainGeoTIFF e(nom, LireOptionsEcriture(options), taille, canaux, CodeType<T>::value, georef);
-  std::vector<T> ligne(static_cast<size_t>(taille.x) * canaux);
-  std::vector<unsigned char> valide(static_cast<size_t>(taille.x));
-  for (int y = 0; y < taille.y; ++y) {
-    for (int x = 0; x < taille.x; ++x) {
-      valide[x] = v(x, y);
-      for (int b = 0; b < canaux; ++b) ligne[static_cast<size_t>(x) * canaux + b] = f(x, y, b);
-    }
-    e.EcrireLignes(ligne.data(), 0, 1, valide.data(), 0);
-  }
-  e.Terminer();
-}
 
 std::vector<double> Nombres(const std::string& texte) {
   std::vector<double> v;
@@ -411,10 +404,6 @@ TEST(EcrivainGeoTIFF, EchecsSansFichier) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // The same writer through the registry: TTImage::Sauver and ImageFicOut with GeoTIFF options.
 TEST(EcrivainGeoTIFF, ParLeRegistre) {
   DossierTemp dir;
@@ -469,10 +458,6 @@ TEST(EcrivainGeoTIFF, ParLeRegistre) {
                "[ImageFicOut] (SetNbCanaux) Valeur non identique pour l'image");
 }
 
-}  // namespace
-
-namespace {
-
 // A file assembled from rows of blocks compressed apart is the file written line by line, byte for
 // byte; a COG gets its overviews from the rows' lines.
 TEST(EcrivainGeoTIFF, RangeesEncodeesAilleurs) {
@@ -506,10 +491,6 @@ TEST(EcrivainGeoTIFF, RangeesEncodeesAilleurs) {
                "[EcrivainGeoTIFF] (EcrireRangeeEncodee) Les lignes de la rangee manquent pour les apercus");
 }
 
-}  // namespace
-
-namespace {
-
 // An orientation written as GeoTIFF tags reads back the same, and GDAL places the file as it places
 // the same grid given by the world file we write.
 TEST(EcrivainGeoTIFF, OrientationEtWorldFile) {
@@ -537,10 +518,6 @@ TEST(EcrivainGeoTIFF, OrientationEtWorldFile) {
   EXPECT_EQ(Json(dir, "g.tif", transformation), Json(dir, "w.tif", transformation));
 }
 
-}  // namespace
-
-namespace {
-
 // Tags read from an input are copied, those of its layout and georeferencing are not.
 TEST(EcrivainGeoTIFF, TagsCopies) {
   DossierTemp dir;
@@ -565,10 +542,6 @@ TEST(EcrivainGeoTIFF, TagsCopies) {
   EXPECT_EQ(info.find("Tile"), std::string::npos) << info;
   EXPECT_EQ(info.find("33550"), std::string::npos) << info;
 }
-
-}  // namespace
-
-namespace {
 
 // JPEG: the loss of GDAL's JPEG at the same quality, away from the holes, and the internal mask that
 // GDAL and our reader find exactly.
@@ -630,9 +603,7 @@ TEST(EcrivainGeoTIFF, JpegEtSonMasque) {
         }
       EXPECT_EQ(SansTagsInconnus(test::Tiffinfo(dir, "e.tif")), "");
       if (v[0].first == "cog") {
-        const test::Resultat r = Lancer(dir.chemin(),
-                                        "/usr/bin/python3 /usr/lib/python3/dist-packages/osgeo_utils/samples/"
-                                        "validate_cloud_optimized_geotiff.py --full-check=yes e.tif");
+        const test::Resultat r = ValiderCog(dir);
         EXPECT_EQ(r.statut, 0) << r.sortie;
       }
     }

@@ -143,58 +143,41 @@ TEST(OptionsEcriture, Plans) {
 
 TEST(OptionsEcriture, RefusDesPlans) {
   struct Cas {
-    Valeurs valeurs;
-    TPoint2D<int> taille;
-    int canaux;
-    eEnumType type;
     std::string message;
+    Valeurs valeurs;
+    int canaux = 1;
+    eEnumType type = eUInt1;
+    TPoint2D<int> taille = {8, 8};
   };
+  const std::string jpeg = "JPEG seulement pour 1 ou 3 canaux";
   const std::vector<Cas> cas = {
-      {{{"compression", "jpeg"}},
-       {8, 8},
-       4,
-       eUInt1,
-       "JPEG seulement pour 1 ou 3 canaux de 8 bits : 4 canaux uint8 demandes pour le fichier m.tif."},
-      {{{"compression", "jpeg"}, {"alpha", ""}}, {8, 8}, 3, eUInt1, "JPEG seulement pour 1 ou 3 canaux"},
-      {{{"compression", "jpeg"}},
-       {8, 8},
-       1,
-       eUInt2,
-       "JPEG seulement pour 1 ou 3 canaux de 8 bits : 1 canaux uint16"},
-      {{{"compression", "jpeg"}, {"type", "int8"}}, {8, 8}, 1, eUInt1, "JPEG seulement pour 1 ou 3 canaux"},
-      {{{"compression", "jpeg"}, {"entrelacement", "planaire"}},
-       {8, 8},
-       3,
-       eUInt1,
-       "JPEG et entrelacement planaire s'excluent pour le fichier m.tif."},
-      {{{"compression", "jpeg"}, {"bandes", "8"}},
-       {8, 80},
+      {jpeg + " de 8 bits : 4 canaux uint8 demandes pour le fichier m.tif.", {{"compression", "jpeg"}}, 4},
+      {jpeg, {{"compression", "jpeg"}, {"alpha", ""}}, 3},
+      {jpeg + " de 8 bits : 1 canaux uint16", {{"compression", "jpeg"}}, 1, eUInt2},
+      {jpeg, {{"compression", "jpeg"}, {"type", "int8"}}},
+      {"JPEG et entrelacement planaire s'excluent pour le fichier m.tif.",
+       {{"compression", "jpeg"}, {"entrelacement", "planaire"}},
+       3},
+      {"8 lignes par bande : un multiple de 16 est attendu avec JPEG (fichier m.tif).",
+       {{"compression", "jpeg"}, {"bandes", "8"}},
        1,
        eUInt1,
-       "8 lignes par bande : un multiple de 16 est attendu avec JPEG (fichier m.tif)."},
-      {{{"predicteur", "flottant"}},
-       {8, 8},
+       {8, 80}},
+      {"Predicteur 3 impossible pour des echantillons uint8 (fichier m.tif).", {{"predicteur", "flottant"}}},
+      {"Predicteur 2 impossible pour des echantillons 1 bit (fichier m.tif).",
+       {{"predicteur", "horizontal"}, {"compression", "lzw"}},
        1,
-       eUInt1,
-       "Predicteur 3 impossible pour des echantillons uint8 (fichier m.tif)."},
-      {{{"predicteur", "horizontal"}, {"compression", "lzw"}},
-       {8, 8},
-       1,
-       eBool,
-       "Predicteur 2 impossible pour des echantillons 1 bit (fichier m.tif)."},
-      {{{"predicteur", "2"}, {"compression", "none"}},
-       {8, 8},
-       1,
-       eUInt1,
-       "Pas de predicteur avec la compression none pour le fichier m.tif."},
-      {{{"nodata", "256"}}, {8, 8}, 1, eUInt1, "No-data 256 impossible en uint8 pour le fichier m.tif."},
-      {{{"nodata", "-1"}, {"type", "uint16"}}, {8, 8}, 1, eFloat4, "No-data -1 impossible en uint16"},
-      {{{"nodata", "2.5"}}, {8, 8}, 1, eInt2, "No-data 2.5 impossible en int16"},
-      {{{"nodata", "nan"}}, {8, 8}, 1, eInt4, "No-data nan impossible en int32"},
-      {{{"nodata", "1e39"}}, {8, 8}, 1, eFloat4, "No-data 9.9999999999999994e+38 hors des valeurs float32"},
-      {{{"epsg", "99999"}}, {8, 8}, 1, eUInt1, "[Crs] (DepuisEpsg) Code EPSG 99999 inconnu."},
-      {{{"format", "classique"}}, {70000, 70000}, 1, eUInt1, "Le fichier m.tif peut depasser 4 Gio"},
-      {{}, {0, 8}, 1, eUInt1, "Image de 0 x 8 x 1 impossible pour le fichier m.tif."},
+       eBool},
+      {"Pas de predicteur avec la compression none pour le fichier m.tif.",
+       {{"predicteur", "2"}, {"compression", "none"}}},
+      {"No-data 256 impossible en uint8 pour le fichier m.tif.", {{"nodata", "256"}}},
+      {"No-data -1 impossible en uint16", {{"nodata", "-1"}, {"type", "uint16"}}, 1, eFloat4},
+      {"No-data 2.5 impossible en int16", {{"nodata", "2.5"}}, 1, eInt2},
+      {"No-data nan impossible en int32", {{"nodata", "nan"}}, 1, eInt4},
+      {"No-data 9.9999999999999994e+38 hors des valeurs float32", {{"nodata", "1e39"}}, 1, eFloat4},
+      {"[Crs] (DepuisEpsg) Code EPSG 99999 inconnu.", {{"epsg", "99999"}}},
+      {"Le fichier m.tif peut depasser 4 Gio", {{"format", "classique"}}, 1, eUInt1, {70000, 70000}},
+      {"Image de 0 x 8 x 1 impossible pour le fichier m.tif.", {}, 1, eUInt1, {0, 8}},
   };
   for (const Cas& c : cas) {
     SCOPED_TRACE(c.message);

@@ -37,16 +37,7 @@ void Lancer(const test::DossierTemp& d, const std::string& commande) {
 std::vector<double> GeoTransform(const test::DossierTemp& d, const std::string& fichier) {
   const test::Resultat r = test::Lancer(d.chemin(), "gdalinfo -json '" + fichier + "'");
   EXPECT_EQ(r.statut, 0) << r.sortie;
-  std::vector<double> gt;
-  const size_t p = r.sortie.find("\"geoTransform\"");
-  if (p == std::string::npos) return gt;
-  const char* c = r.sortie.c_str() + r.sortie.find('[', p) + 1;
-  for (int i = 0; i < 6; ++i) {
-    char* fin = nullptr;
-    gt.push_back(std::strtod(c, &fin));
-    for (c = fin; *c == ',' || std::isspace(static_cast<unsigned char>(*c));) ++c;
-  }
-  return gt;
+  return test::TableauJson(r.sortie, "geoTransform");
 }
 
 // Pixel centres (corners and middle of the image) where gdalinfo's geotransform puts them, to a

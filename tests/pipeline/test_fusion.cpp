@@ -22,6 +22,13 @@ std::vector<unsigned char> Masque(int w, int h, double densite, uint32_t graine)
   return m;
 }
 
+// The complement: valid pixels where Masque puts none.
+std::vector<unsigned char> Valides(int w, int h, double densiteInvalides, uint32_t graine) {
+  std::vector<unsigned char> v = Masque(w, h, densiteInvalides, graine);
+  for (unsigned char& x : v) x = !x;
+  return v;
+}
+
 TEST(Plume, DistanceExacteContreForceBrute) {
   struct Cas {
     int w, h;
@@ -66,9 +73,7 @@ std::vector<double> PoidsForceBrute(const std::vector<unsigned char>& valide, in
 // whole image, which follow the formula with the brute-force distance (the image's border included).
 TEST(Plume, PoidsDesFenetresEgauxAuxPoidsDeLImage) {
   const int W = 53, H = 41;
-  const std::vector<unsigned char> invalide = Masque(W, H, 0.01, 9);
-  std::vector<unsigned char> valide(invalide.size());
-  for (size_t k = 0; k < valide.size(); ++k) valide[k] = !invalide[k];
+  std::vector<unsigned char> valide = Valides(W, H, 0.01, 9);
   for (int l = 30; l < 41; ++l)
     for (int c = 0; c < 12; ++c) valide[static_cast<size_t>(l) * W + c] = 0;  // a no-data corner
   for (double L : {0.0, 0.5, 1.0, 3.0, 7.5, 30.0}) {
@@ -108,9 +113,7 @@ TEST(Plume, PoidsDesColonnesPlusHautesQueLaLargeur) {
   TravailPlume travail;
   for (const Cas& c : {Cas{6, 700, 3, 0.002}, Cas{7, 640, 40, 0}, Cas{5, 600, 254.5, 0.001},
                        Cas{5, 620, 255.5, 0.001}, Cas{4, 900, 300, 0.0005}, Cas{300, 3, 20, 0.01}}) {
-    const std::vector<unsigned char> invalide = Masque(c.w, c.h, c.densite, c.w * 7 + c.h);
-    std::vector<unsigned char> valide(invalide.size());
-    for (size_t k = 0; k < valide.size(); ++k) valide[k] = !invalide[k];
+    const std::vector<unsigned char> valide = Valides(c.w, c.h, c.densite, c.w * 7 + c.h);
     std::vector<float> p(valide.size());
     PoidsPlume(c.w, c.h, Fenetre{0, 0, c.w, c.h}, c.L, valide.data(), c.w, p.data(), c.w, &travail);
     const std::vector<double> attendu = PoidsForceBrute(valide, c.w, c.h, c.L);

@@ -2,13 +2,10 @@
 // closer to the truth than without equalization, the same bytes for any thread count and for the
 // phased run, and the work folder refuses what does not belong to it.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "outils_test.h"
 #include "zepra/crs.h"
@@ -26,6 +23,27 @@ double Verite(int b, int x, int y) {
   return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
 }
 
+// The grid of a tile whose first pixel is pixel (c0, l0) of the block's grid.
+GeoreferenceEcriture Grille(int c0, int l0, int epsg = 2154) {
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = kX0 + c0 * kPas;
+  g.y0 = kY0 - l0 * kPas;
+  g.pasX = g.pasY = kPas;
+  g.crs = CrsDepuisEpsg(epsg);
+  return g;
+}
+
+// An 8-bit file of n x n pixels of 'bandes' bands, every sample 'valeur'.
+void Uniforme(const std::string& nom, OptionsEcriture o, int n, int bandes, float valeur,
+              const GeoreferenceEcriture& g = GeoreferenceEcriture()) {
+  o.type = eUInt1;
+  const std::vector<float> ligne(static_cast<size_t>(n) * bandes, valeur);
+  EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), bandes, eFloat4, g);
+  e.EcrireLignes(eFloat4, ligne.data(), 0, n);
+  e.Terminer();
+}
+
 // A 2 x 2 block of 3-band 8-bit tiles of n x n pixels, each band of each tile with its own gain and
 // offset.
 std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
@@ -38,14 +56,8 @@ std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
   for (int i = 0; i < 2; ++i)
     for (int j = 0; j < 2; ++j) {
       const int c0 = j * (n - kRecouvrement), l0 = i * (n - kRecouvrement);
-      GeoreferenceEcriture g;
-      g.grille = true;
-      g.x0 = kX0 + c0 * kPas;
-      g.y0 = kY0 - l0 * kPas;
-      g.pasX = g.pasY = kPas;
-      g.crs = CrsDepuisEpsg(2154);
       const std::string nom = dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif";
-      EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, g);
+      EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, Grille(c0, l0));
       std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
       for (int y = 0; y < n; ++y) {
         for (int x = 0; x < n; ++x)
@@ -123,41 +135,30 @@ TEST(JobMosaique, MemesOctetsPourToutNombreDeFilsEtEnPhases) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   // Multi-band blending composes by windows of its own: the same bytes too.
-  for (const bool multibande : {false, true}) {
-    std::string reference;
-    for (const int fils : {1, 2}) {
-      FixerNbFils(fils);
-      ParametresMosaique p = Parametres(t, d / "f.tif");
-      if (multibande) p.fusion = "multibande";
-      JobMosaique(p).Executer();
-      const std::string octets = test::LireFichier(d / "f.tif");
-      if (reference.empty()) reference = octets;
-      EXPECT_TRUE(octets == reference) << fils << " fils, multibande " << multibande;
-    }
-    FixerNbFils(0);
-  }
-  for (const bool cog : {false, true}) {
+  for (const char* cas : {"", "multibande", "cog"}) {
+    const std::string c = cas;
+    ParametresMosaique p = Parametres(t, d / "f.tif");
+    if (c == "multibande") p.fusion = "multibande";
+    p.ecriture.cog = c == "cog";
     std::string reference;
     for (const int fils : {1, 2, 8}) {
       FixerNbFils(fils);
-      ParametresMosaique p = Parametres(t, d / "f.tif");
-      p.ecriture.cog = cog;
       JobMosaique(p).Executer();
       const std::string octets = test::LireFichier(d / "f.tif");
       if (reference.empty()) reference = octets;
-      EXPECT_TRUE(octets == reference) << fils << " fils, cog " << cog;
+      EXPECT_TRUE(octets == reference) << fils << " fils, " << c;
     }
+    FixerNbFils(0);
+    if (c == "multibande") continue;
     // The phases, parts in any order, each in a fresh job as separate processes would.
-    ParametresMosaique p = Parametres(t, d / "p.tif");
-    p.ecriture.cog = cog;
-    const std::string travail = d / (cog ? "travail_cog" : "travail");
+    p.sortie = d / "p.tif";
+    const std::string travail = d / ("travail" + c);
     for (int i = 4; i >= 1; --i) JobMosaique(p).PhaseObserver(travail, i);
     JobMosaique(p).PhaseResoudre(travail);
     for (int k : {3, 1, 2}) JobMosaique(p).PhaseComposer(travail, k, 3);
     JobMosaique(p).PhaseComposer(travail, 2, 3);  // a finished part is not redone
     JobMosaique(p).PhaseAssembler(travail);
-    EXPECT_TRUE(test::LireFichier(d / "p.tif") == reference) << "phases, cog " << cog;
-    FixerNbFils(0);
+    EXPECT_TRUE(test::LireFichier(d / "p.tif") == reference) << "phases, " << c;
   }
 }
 
@@ -166,13 +167,8 @@ TEST(JobMosaique, DossierDeTravailRefuseCeQuiNeLuiAppartientPas) {
   const std::vector<std::string> t = Tuiles(d.chemin());
   const ParametresMosaique p = Parametres(t, d / "p.tif");
   const std::string w = d / "w";
-  auto refus = [&](const std::function<void()>& f, const std::string& debut) {
-    try {
-      f();
-      ADD_FAILURE() << "accepte : " << debut;
-    } catch (const Erreur& e) {
-      EXPECT_NE(std::string(e.Texte()).find(debut), std::string::npos) << e.Texte();
-    }
+  auto refus = [&](const std::function<void()>& f, const std::string& fragment) {
+    test::Refuse(f, "", {fragment});
   };
   refus([&] { JobMosaique(p).PhaseResoudre(w); }, "L'observation de l'image 1");
   refus([&] { JobMosaique(p).PhaseComposer(w, 1, 2); }, "corrections.bin manque");
@@ -198,72 +194,24 @@ TEST(JobMosaique, DossierDeTravailRefuseCeQuiNeLuiAppartientPas) {
 TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  // A 1-band tile and a tile in another system.
-  OptionsEcriture o;
-  o.type = eUInt1;
-  GeoreferenceEcriture g;
-  g.grille = true;
-  g.x0 = kX0;
-  g.y0 = kY0;
-  g.pasX = g.pasY = kPas;
-  g.crs = CrsDepuisEpsg(2154);
-  std::vector<float> ligne(kN * kBandes, 50.0f);
-  {
-    EcrivainGeoTIFF e(d / "une.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4, g);
-    for (int y = 0; y < kN; ++y) e.EcrireLignes(eFloat4, ligne.data(), kN * sizeof(float), 1);
-    e.Terminer();
-  }
-  g.crs = CrsDepuisEpsg(32631);
-  {
-    EcrivainGeoTIFF e(d / "utm.tif", o, TPoint2D<int>(kN, kN), kBandes, eFloat4, g);
-    for (int y = 0; y < kN; ++y) e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
-    e.Terminer();
-  }
-  // One strip of 2400 x 2400 x 3 bytes, more than a ceiling of 16 MiB.
-  {
-    OptionsEcriture bande = o;
-    bande.tuilee = false;
-    bande.lignesBande = 2400;
-    g.crs = CrsDepuisEpsg(2154);
-    std::vector<float> large(2400 * kBandes, 50.0f);
-    EcrivainGeoTIFF e(d / "bande.tif", bande, TPoint2D<int>(2400, 2400), kBandes, eFloat4, g);
-    for (int y = 0; y < 2400; ++y) e.EcrireLignes(eFloat4, large.data(), large.size() * sizeof(float), 1);
-    e.Terminer();
-  }
-  struct Cas {
-    std::string entree;
-    const char* message;
-  };
-  const Cas cas[] = {{d / "une.tif", "a 1 bande(s)"},
-                     {d / "utm.tif", "dans le systeme EPSG:32631"},
-                     {d / "bande.tif", "se lit par blocs de 17 Mio"}};
-  for (const Cas& c : cas) {
+  // A 1-band tile, a tile in another system, and one strip of 2400 x 2400 x 3 bytes, more than a
+  // ceiling of 16 MiB.
+  Uniforme(d / "une.tif", OptionsEcriture(), kN, 1, 50, Grille(0, 0));
+  Uniforme(d / "utm.tif", OptionsEcriture(), kN, kBandes, 50, Grille(0, 0, 32631));
+  OptionsEcriture bande;
+  bande.tuilee = false;
+  bande.lignesBande = 2400;
+  Uniforme(d / "bande.tif", bande, 2400, kBandes, 50, Grille(0, 0));
+  const std::pair<const char*, const char*> cas[] = {{"une.tif", "a 1 bande(s)"},
+                                                     {"utm.tif", "dans le systeme EPSG:32631"},
+                                                     {"bande.tif", "se lit par blocs de 17 Mio"}};
+  for (const auto& [entree, message] : cas) {
     ParametresMosaique p = Parametres(t, d / "m.tif");
-    p.entrees.push_back(c.entree);
+    p.entrees.push_back(d / entree);
     p.memoireMio = 16;
-    try {
-      JobMosaique job(p);
-      ADD_FAILURE() << c.entree;
-    } catch (const Erreur& e) {
-      EXPECT_NE(std::string(e.Texte()).find(c.message), std::string::npos) << e.Texte();
-    }
+    test::Refuse([&] { JobMosaique job(p); }, "", {message});
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
   }
-}
-
-// Peak resident memory of a child run, in MiB.
-double MemoireMaxEnfant(const std::string& dossier, const std::string& commande) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (chdir(dossier.c_str()) != 0) _exit(127);
-    execl("/bin/sh", "sh", "-c", commande.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  int statut = 0;
-  struct rusage u;
-  wait4(pid, &statut, 0, &u);
-  EXPECT_TRUE(WIFEXITED(statut) && WEXITSTATUS(statut) == 0) << commande;
-  return u.ru_maxrss / 1024.0;
 }
 
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
@@ -276,68 +224,62 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   Tuiles(d.chemin(), 1024);
   const double plafond = 16, octetsFloat = 4.0 * 1024 * 1024 * kBandes * 4 / (1 << 20);
   ASSERT_GE(octetsFloat, 3 * plafond);
-  const double pic =
-      MemoireMaxEnfant(d.chemin(), std::string("exec '") + EGALISE_EXE +
-                                       "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 "
-                                       "--quiet --memoire 16");
-  EXPECT_LT(pic, plafond + 48) << "pic " << pic << " Mio";
+  long kio = 0;
+  const test::Resultat r = test::Lancer(d.chemin(),
+                                        std::string("exec '") + EGALISE_EXE +
+                                            "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 "
+                                            "--quiet --memoire 16",
+                                        kio);
+  EXPECT_EQ(r.statut, 0) << r.sortie;
+  EXPECT_LT(kio / 1024.0, plafond + 48) << "pic " << kio / 1024.0 << " Mio";
   EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
-// A coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit output), by
-// default; nearest when asked.
-TEST(JobMosaique, PixelPlusGrosMoyenneParDefaut) {
+// Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
+// output) by default, nearest when asked; bilinear on a grid twice finer lies between the four input
+// pixels around each centre.
+TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   const TTImage<float> e(t[0].c_str());
-  for (const char* methode : {"", "proche"}) {
+  const auto moyenne = [&](int x, int y, int b) {
+    return std::round(
+        (e(2 * x, 2 * y, b) + e(2 * x + 1, 2 * y, b) + e(2 * x, 2 * y + 1, b) + e(2 * x + 1, 2 * y + 1, b)) /
+        4);
+  };
+  const auto bilineaire = [&](int x, int y, int b) {
+    const double u = (x + 0.5) / 2 - 0.5, v = (y + 0.5) / 2 - 0.5;
+    const int k = static_cast<int>(std::floor(u)), r = static_cast<int>(std::floor(v));
+    const double fx = u - k, fy = v - r;
+    return (1 - fy) * ((1 - fx) * e(k, r, b) + fx * e(k + 1, r, b)) +
+           fy * ((1 - fx) * e(k, r + 1, b) + fx * e(k + 1, r + 1, b));
+  };
+  const struct {
+    const char* methode;
+    double pas;
+    std::function<double(int, int, int)> attendu;
+    int marge;  // output pixels left out at each border
+    double tolerance;
+  } cas[] = {{"", 2 * kPas, moyenne, 0, 0.51},
+             {"proche", 2 * kPas, [&](int x, int y, int b) { return e(2 * x + 1, 2 * y + 1, b); }, 0, 0.51},
+             {"bilineaire", kPas / 2, bilineaire, 2, 1e-3}};
+  for (const auto& c : cas) {
     ParametresMosaique p = Parametres({t[0]}, d / "g.tif");
     p.noegal = true;
-    p.resolutionX = p.resolutionY = 2 * kPas;
-    p.reechantillonnage = methode;
+    p.resolutionX = p.resolutionY = c.pas;
+    p.reechantillonnage = c.methode;
+    if (c.pas < kPas) p.ecriture.type = eFloat4;
     JobMosaique(p).Executer();
     const TTImage<float> m((d / "g.tif").c_str());
-    ASSERT_EQ(m.iGetNbColonnes(), kN / 2);
+    const int n = static_cast<int>(kN * kPas / c.pas);
+    ASSERT_EQ(m.iGetNbColonnes(), n) << c.methode;
     long differents = 0;
-    for (int y = 0; y < kN / 2; ++y)
-      for (int x = 0; x < kN / 2; ++x)
-        for (int b = 0; b < kBandes; ++b) {
-          const double attendu = *methode ? e(2 * x + 1, 2 * y + 1, b)
-                                          : std::round((e(2 * x, 2 * y, b) + e(2 * x + 1, 2 * y, b) +
-                                                        e(2 * x, 2 * y + 1, b) + e(2 * x + 1, 2 * y + 1, b)) /
-                                                       4);
-          differents += std::fabs(m(x, y, b) - attendu) > 0.51;
-        }
-    EXPECT_EQ(differents, 0) << methode;
+    for (int y = c.marge; y < n - c.marge; ++y)
+      for (int x = c.marge; x < n - c.marge; ++x)
+        for (int b = 0; b < kBandes; ++b)
+          differents += std::fabs(m(x, y, b) - c.attendu(x, y, b)) > c.tolerance;
+    EXPECT_EQ(differents, 0) << c.methode;
   }
-}
-
-// Bilinear interpolation on a grid twice finer: between the four input pixels around each centre.
-TEST(JobMosaique, BilineaireSurUneGrillePlusFine) {
-  test::DossierTemp d;
-  const std::vector<std::string> t = Tuiles(d.chemin());
-  const TTImage<float> e(t[0].c_str());
-  ParametresMosaique p = Parametres({t[0]}, d / "b.tif");
-  p.noegal = true;
-  p.resolutionX = p.resolutionY = kPas / 2;
-  p.reechantillonnage = "bilineaire";
-  p.ecriture.type = eFloat4;
-  JobMosaique(p).Executer();
-  const TTImage<float> m((d / "b.tif").c_str());
-  ASSERT_EQ(m.iGetNbColonnes(), 2 * kN);
-  long differents = 0;
-  for (int y = 2; y < 2 * kN - 2; ++y)
-    for (int x = 2; x < 2 * kN - 2; ++x) {
-      const double u = (x + 0.5) / 2 - 0.5, v = (y + 0.5) / 2 - 0.5;
-      const int k = static_cast<int>(std::floor(u)), r = static_cast<int>(std::floor(v));
-      const double fx = u - k, fy = v - r;
-      for (int b = 0; b < kBandes; ++b) {
-        const double attendu = (1 - fy) * ((1 - fx) * e(k, r, b) + fx * e(k + 1, r, b)) +
-                               fy * ((1 - fx) * e(k, r + 1, b) + fx * e(k + 1, r + 1, b));
-        differents += std::fabs(m(x, y, b) - attendu) > 1e-3;
-      }
-    }
-  EXPECT_EQ(differents, 0);
 }
 
 // An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
@@ -351,7 +293,7 @@ TEST(JobMosaique, MasqueDExclusionParSuffixe) {
     EcrivainGeoTIFF e(d / "t00_masque.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4);
     std::vector<float> ligne(kN);
     for (int x = 0; x < kN; ++x) ligne[x] = x < kN / 2 ? 1.0f : 0.0f;
-    for (int y = 0; y < kN; ++y) e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    e.EcrireLignes(eFloat4, ligne.data(), 0, kN);
     e.Terminer();
   }
   ParametresMosaique p = Parametres({t[0]}, d / "x.tif");
