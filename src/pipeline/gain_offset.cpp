@@ -165,12 +165,13 @@ class SystemeGroupe {
                      << m_bande + 1 << " : " << etape << " du systeme des images "
                      << ListeImages(noms, m_images) << " impossible (" << N << " inconnues).");
     };
+    // The stiff solves, one plain re-weighted solve, then the last ones.
+    const int premierPlain = std::min(kSolvesRaides, m_p.iterations - 1);
     for (int it = 0; it < m_p.iterations; ++it) {
       Eigen::SparseMatrix<double> H(N, N);
       Eigen::VectorXd g;
-      // The stiff solves, one plain re-weighted solve, then the last ones.
-      const int premierPlain = std::min(kSolvesRaides, m_p.iterations - 1);
-      const bool raide = it<premierPlain, derniers = it> premierPlain;
+      const bool raide = it < premierPlain;
+      const bool derniers = it > premierPlain;
       m_empirique = m_p.priorEmpirique && derniers && m_images.size() >= kImagesEmpirique;
       if (m_p.gainDistorsion && !m_distorsion && derniers) {
         InverserGains();
