@@ -390,7 +390,8 @@ int Main_mosaique(int argc, char** argv) {
     if (!o.quiet) std::cerr << "egalise mosaique : termine" << std::endl;
     return 0;
   } catch (const Erreur& e) {
-    std::cerr << "egalise mosaique : " << e.Texte() << std::endl;
+    // The log keeps where the error was raised; the console says what went wrong.
+    std::cerr << "egalise mosaique : " << e.Phrase() << std::endl;
     if (log.is_open()) log << "erreur : " << e.Texte() << std::endl;
     return 1;
   } catch (const std::exception& e) {

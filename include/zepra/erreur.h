@@ -12,6 +12,8 @@ class Erreur {
   // Writes the message as it stands (no newline) by the log-line rule of Systeme.
   void Message() const;
   const TChaine& Texte() const { return m_message; }
+  // The text without the source location ZEPRA_ERREUR appends: what a user needs to read.
+  std::string Phrase() const;
 
  private:
   TChaine m_message;

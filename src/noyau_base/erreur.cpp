@@ -2,12 +2,24 @@
 
 #include "zepra/systeme.h"
 
+namespace {
+const char kDebutLieu[] = " (Fichier : ";
+}
+
 void Erreur::Message() const { Systeme::Ecrire(m_message.str()); }
+
+std::string Erreur::Phrase() const {
+  const std::string& t = m_message.str();
+  const size_t debut = t.rfind(kDebutLieu);
+  if (debut == std::string::npos || t.back() != ')' || t.find(" ; ligne ", debut) == std::string::npos)
+    return t;
+  return t.substr(0, debut);
+}
 
 namespace zepra_detail {
 void LeverErreur(const std::string& texte, const char* fichier, int ligne) {
   std::ostringstream message;
-  message << texte << " (Fichier : " << fichier << " ; ligne " << ligne << ")";
+  message << texte << kDebutLieu << fichier << " ; ligne " << ligne << ")";
   throw Erreur(TChaine(message.str()));
 }
 }  // namespace zepra_detail

@@ -104,12 +104,16 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
         d.chemin(), "('" EGALISE_EXE "' mosaique " + std::string(c.arguments) + " > sortie 2> erreur)");
     EXPECT_EQ(r.statut, c.statut) << c.arguments;
     std::string attendu = c.erreur;
-    // Every message names the command; "=" stands for the path checks' class and method.
-    if (attendu[0] == '=') attendu = "[Verification] (VerifierChemins) " + attendu.substr(1);
+    // Every message names the command; "=" stands for the path checks' class and method, and their
+    // message is the whole line (where in the source it was raised is for the log only).
+    const bool entier = attendu[0] == '=';
+    if (entier) attendu = "[Verification] (VerifierChemins) " + attendu.substr(1) + "\n";
     if (!attendu.empty() && attendu != "*") attendu = "egalise mosaique : " + attendu;
     const std::string erreur = test::LireFichier(d / "erreur"), sortie = test::LireFichier(d / "sortie");
     if (attendu == "*")
       EXPECT_NE(erreur.find(calcul), std::string::npos) << c.arguments << "\n" << erreur;
+    else if (entier)
+      EXPECT_EQ(erreur, attendu) << c.arguments;
     else
       EXPECT_TRUE(test::Commence(erreur, attendu)) << c.arguments << "\n" << erreur;
     // The hint comes with usage errors only.
@@ -120,6 +124,15 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
     for (const char* f : {"log.txt", "m.tif", "m.TIFF", "m.ori", "absent"})
       EXPECT_FALSE(std::filesystem::exists(d / f)) << c.arguments << " : " << f;
   }
+  // A failed run's --log file keeps the error with where it was raised.
+  ASSERT_EQ(
+      test::Lancer(d.chemin(), "('" EGALISE_EXE "' mosaique absent.tif -o m.tif --log journal.txt 2> erreur)")
+          .statut,
+      1);
+  const std::string phrase =
+      "[Verification] (VerifierChemins) L'image absent.tif n'existe pas ou n'est pas lisible.";
+  EXPECT_EQ(test::LireFichier(d / "erreur"), "egalise mosaique : " + phrase + "\n");
+  EXPECT_TRUE(test::Commence(test::LireFichier(d / "journal.txt"), "erreur : " + phrase + " (Fichier : "));
 }
 
 OptionsCommandeMosaique Lire(std::vector<std::string> mots, int statut = 0) {
