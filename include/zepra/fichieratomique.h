@@ -23,3 +23,7 @@ class FichierAtomique {
   std::ofstream m_flux;
   bool m_valide = false;
 };
+
+// Why the last write failed when the system says so in a way a user can act on (" (plus de place sur
+// le disque)", a quota, a size limit, a device error), or "": for the end of a write failure message.
+std::string CauseEchecEcriture();

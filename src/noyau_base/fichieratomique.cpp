@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "zepra/erreur.h"
@@ -22,8 +23,24 @@ FichierAtomique::~FichierAtomique() {
 void FichierAtomique::Valider() {
   if (m_valide) return;
   m_flux.close();
-  if (m_flux.fail()) ZEPRA_ERREUR(m_tag << " Echec de l'ecriture du fichier " << m_nom);
+  if (m_flux.fail())
+    ZEPRA_ERREUR(m_tag << " Echec de l'ecriture du fichier " << m_nom << CauseEchecEcriture());
   if (std::rename(m_temporaire.c_str(), m_nom.c_str()) != 0)
     ZEPRA_ERREUR(m_tag << " Impossible de renommer " << m_temporaire << " en " << m_nom);
   m_valide = true;
+}
+
+std::string CauseEchecEcriture() {
+  switch (errno) {
+    case ENOSPC:
+      return " (plus de place sur le disque)";
+    case EDQUOT:
+      return " (quota de disque depasse)";
+    case EFBIG:
+      return " (fichier trop grand pour le systeme de fichiers ou la limite du processus)";
+    case EIO:
+      return " (erreur d'entree-sortie du disque)";
+    default:
+      return "";
+  }
 }

@@ -178,6 +178,15 @@ TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
     EXPECT_TRUE(test::Commence(r.sortie, c[2])) << c[0] << "\n" << r.sortie;
     EXPECT_EQ(Contenu(e.chemin()), avant) << c[0];
   }
+  // A write that fails halfway (files over 64 blocks refused to the process): why, and nothing left.
+  r = test::Lancer(e.chemin(), "trap '' XFSZ; ulimit -f 64; '" EGALISE_EXE "' mosaique " + a + "'" + t +
+                                   "t1.tif' -o m.tif --quiet --compression none");
+  EXPECT_EQ(r.statut, 1) << r.sortie;
+  EXPECT_TRUE(test::Commence(r.sortie,
+                             "egalise mosaique : [EcrivainGeoTIFF] Echec de l'ecriture du fichier m.tif "
+                             "(fichier trop grand"))
+      << r.sortie;
+  EXPECT_EQ(Contenu(e.chemin()), avant);
   EXPECT_EQ(Contenu(d->chemin()), tuiles);
 }
 

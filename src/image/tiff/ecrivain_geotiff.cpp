@@ -330,7 +330,8 @@ void EcrivainGeoTIFF::Impl::Placer(int n, const std::vector<std::vector<unsigned
           ZEPRA_ERREUR(kClasse << " Le fichier " << nom
                                << " depasse 4 Gio : format bigtiff ou auto attendu pour ces donnees.");
       }
-  if (!*niveau.flux) ZEPRA_ERREUR(kClasse << " Echec de l'ecriture du fichier " << nom);
+  if (!*niveau.flux)
+    ZEPRA_ERREUR(kClasse << " Echec de l'ecriture du fichier " << nom << CauseEchecEcriture());
   ++niveau.rangee;
 }
 
@@ -432,7 +433,9 @@ void EcrivainGeoTIFF::Terminer() {
     for (size_t n = e.niveaux.size(); n-- > 0;) {
       Depot& d = *e.niveaux[n].depot;
       d.flux.close();
-      if (d.flux.fail()) ZEPRA_ERREUR(kClasse << " Echec de l'ecriture du fichier temporaire " << d.nom);
+      if (d.flux.fail())
+        ZEPRA_ERREUR(kClasse << " Echec de l'ecriture du fichier temporaire " << d.nom
+                             << CauseEchecEcriture());
       std::ifstream lu(d.nom, std::ios::binary);
       while (lu) {
         lu.read(tampon.data(), static_cast<std::streamsize>(tampon.size()));
