@@ -107,11 +107,11 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
     const float* v = valeurs + m_bandes[b] * n;
     if (m_regle == RegleValidite::kNodata && !std::isnan(m_nodata)) {
       const float nodata = static_cast<float>(m_nodata);
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != nodata;
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != nodata;
     } else if (m_regle == RegleValidite::kZero) {
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != 0.0f;
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != 0.0f;
     } else {
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]);
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]);
     }
   }
   if (m_regle == RegleValidite::kAlpha) {

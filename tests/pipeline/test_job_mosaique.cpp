@@ -282,6 +282,51 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
   }
 }
 
+// Infinite samples of float inputs hold no data, as NaN ones: they reach neither the statistics nor the
+// blend, where one would have spread over every level of the pyramids, and the mosaic is finite.
+TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
+  test::DossierTemp d;
+  std::vector<std::string> t;
+  for (int j = 0; j < 2; ++j) {
+    OptionsEcriture o;
+    o.type = eFloat4;
+    const int c0 = j * (kN - kRecouvrement);
+    t.push_back(d / ("f" + std::to_string(j) + ".tif"));
+    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), kBandes, eFloat4, Grille(c0, 0));
+    std::vector<float> ligne(static_cast<size_t>(kN) * kBandes);
+    for (int y = 0; y < kN; ++y) {
+      for (int x = 0; x < kN; ++x)
+        for (int b = 0; b < kBandes; ++b) ligne[x * kBandes + b] = static_cast<float>(Verite(b, c0 + x, y));
+      // One infinite sample in the overlap, one outside.
+      if (j == 0 && y == 50) ligne[(kN - 10) * kBandes] = INFINITY;
+      if (j == 1 && y == 10) ligne[(kN - 10) * kBandes + 1] = -INFINITY;
+      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    }
+    e.Terminer();
+  }
+  const std::pair<const char*, const char*> cas[] = {{"gain-offset", "plume"},
+                                                     {"gain-offset", "multibande"},
+                                                     {"additif", "moyenne"},
+                                                     {"additif", "multibande"}};
+  for (const auto& [modele, fusion] : cas) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.modele = modele;
+    p.fusion = fusion;
+    JobMosaique(p).Executer();
+    const TTImage<float> m((d / "m.tif").c_str());
+    long infinis = 0, vides = 0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x)
+        for (int b = 0; b < kBandes; ++b) {
+          infinis += !std::isfinite(m(x, y, b));
+          vides += m(x, y, b) == 0;
+        }
+    EXPECT_EQ(infinis, 0) << modele << " " << fusion;
+    // The pixel outside the overlap is no-data on every band.
+    EXPECT_LE(vides, kBandes) << modele << " " << fusion;
+  }
+}
+
 // An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
 // pixels out: there the mosaic is no-data.
 TEST(JobMosaique, MasqueDExclusionParSuffixe) {
