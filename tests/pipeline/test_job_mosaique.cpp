@@ -214,6 +214,22 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   }
 }
 
+// A tile is written whole, padded beyond the mosaic's edge: on a mosaic of 280 x 280 pixels, rows of
+// tiles of 2048 (resp. 8192) lines fit a ceiling of 16 (resp. 64) MiB, their tiles of 2048 x 2048 x 3
+// (resp. 8192 x 8192 x 3) bytes do not. (The same mosaic with --tuile 65536 took 12 GiB a tile.)
+TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  for (const auto& [tuile, plafond] : {std::pair<int, int>(2048, 16), {8192, 64}}) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.ecriture.tuile = tuile;
+    p.memoireMio = plafond;
+    test::Refuse([&] { JobMosaique(p).Executer(); }, "",
+                 {"--memoire " + std::to_string(plafond) + " Mio", "x " + std::to_string(tuile)});
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << tuile;
+  }
+}
+
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
 // the process's own constant (code, libraries, the statistics and the system: under 48 MiB here).
 TEST(JobMosaique, MemoireSousLePlafond) {
