@@ -343,6 +343,23 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
   }
 }
 
+// Every malformed file, georeferenced by a world file, is refused by the job with a message that names
+// it, whether the reader's own message does or not.
+TEST(JobMosaique, FichiersMalformesNommes) {
+  test::DossierTemp d;
+  const std::string dossier = std::string(ZEPRA_SOURCE_DIR) + "/tests/image/malformes/";
+  for (const std::string& n : test::Lignes(test::Lancer(dossier, "ls *.tif").sortie)) {
+    const std::string entree = d / n;
+    std::filesystem::copy_file(dossier + n, entree, std::filesystem::copy_options::overwrite_existing);
+    std::ofstream(entree.substr(0, entree.size() - 4) + ".tfw") << "0.5\n0\n0\n-0.5\n650000.25\n6860000\n";
+    ParametresMosaique p = Parametres({entree}, d / "m.tif");
+    p.noegal = true;
+    const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
+    EXPECT_NE(texte.find(entree), std::string::npos) << n << " : " << texte;
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << n;
+  }
+}
+
 // An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
 // pixels out: there the mosaic is no-data.
 TEST(JobMosaique, MasqueDExclusionParSuffixe) {
