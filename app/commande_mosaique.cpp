@@ -362,14 +362,16 @@ int Main_mosaique(int argc, char** argv) {
     // heap rather than mapped and zeroed by the kernel each time (the peak stays the same).
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
     mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    // The assembling phase alone writes the mosaic; the other phases only check its name. Checked
+    // before the log is opened: it must not grow an input.
+    const bool ecritSortie = o.etape.empty() || o.etape == "assembler";
+    VerifierChemins(o.entrees, o.sortie, ecritSortie ? o.corriges : std::string(),
+                    {{"--rapport", o.rapport}, {"--log", o.log}});
     if (!o.log.empty()) {
       log.open(o.log, std::ios::app);
       if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");
     }
     SuiviConsole suivi(o.quiet, log.is_open() ? &log : nullptr);
-    // The assembling phase alone writes the mosaic; the other phases only check its name.
-    const bool ecritSortie = o.etape.empty() || o.etape == "assembler";
-    VerifierChemins(o.entrees, o.sortie, ecritSortie ? o.corriges : std::string());
     JobMosaique job(Parametres(o), &suivi);
     if (o.etape.empty())
       job.Executer();

@@ -506,8 +506,10 @@ void JobMosaique::Impl::PlanMemoire() {
   if (regle->LargeurPlume() >= 0)
     for (const auto& e : entrees) marge = std::max(marge, MargePlume(plume / e->PasX()));
   const size_t octetsSortie = static_cast<size_t>(plan.bits == 1 ? 1 : plan.bits / 8) * plan.canaux;
-  // A row of tiles: its float lines and validity, and its compressed blocks (at worst its samples).
-  const size_t rangee = Wz * T * (sizeof(float) * bandes + 1 + octetsSortie);
+  // A row of tiles: its float lines and validity, its compressed blocks (at worst their samples, tiles
+  // whole beyond the right edge), and its encoder's block, a copy of it and the codec's output.
+  const size_t L = static_cast<size_t>(plan.largeurBloc), Wblocs = (Wz + L - 1) / L * L;
+  const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + (Wblocs + 3 * L) * T * octetsSortie;
   auto sousBandeOctets = [&](size_t h) {
     // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin.
     const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;

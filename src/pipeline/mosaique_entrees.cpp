@@ -24,12 +24,24 @@ std::string SansExtension(const std::string& nom) {
   return nom.substr(0, point);
 }
 
+// f(), its Erreur naming the image when the reader's message does not: some readers' messages were
+// written for a tool that reads one file.
+template <class F>
+auto Nommer(const std::string& nom, F&& f) -> decltype(f()) {
+  try {
+    return f();
+  } catch (const Erreur& e) {
+    if (e.Texte().str().find(nom) != std::string::npos) throw;
+    ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " ne se lit pas : " << e.Texte());
+  }
+}
+
 }  // namespace
 
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
                                const std::string& suffixe)
     : m_nom(nom) {
-  m_fichier = std::make_unique<LecteurFenetres>(nom);
+  m_fichier = Nommer(nom, [&] { return std::make_unique<LecteurFenetres>(nom); });
   const TPoint2D<int> t = m_fichier->Taille();
   m_colonnes = t.x;
   m_lignes = t.y;
@@ -69,7 +81,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     m_nodata = m_meta->nodata;
   } else if (m_alpha >= 0) {
     m_regle = RegleValidite::kAlpha;
-  } else if ((m_masque = OuvrirMasqueFenetres(nom))) {
+  } else if ((m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom); }))) {
     m_regle = RegleValidite::kMasque;
   }
 
@@ -78,7 +90,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     if (!FichierExiste(m_nomExclusion))
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << m_nomExclusion << " de l'image " << nom
                                                                  << " n'existe pas.");
-    m_exclusion = std::make_unique<LecteurFenetres>(m_nomExclusion);
+    m_exclusion = Nommer(m_nomExclusion, [&] { return std::make_unique<LecteurFenetres>(m_nomExclusion); });
     if (m_exclusion->Taille() != t)
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
                    << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
@@ -107,11 +119,11 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
     const float* v = valeurs + m_bandes[b] * n;
     if (m_regle == RegleValidite::kNodata && !std::isnan(m_nodata)) {
       const float nodata = static_cast<float>(m_nodata);
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != nodata;
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != nodata;
     } else if (m_regle == RegleValidite::kZero) {
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]) && v[k] != 0.0f;
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != 0.0f;
     } else {
-      for (size_t k = 0; k < n; ++k) valide[k] &= !std::isnan(v[k]);
+      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]);
     }
   }
   if (m_regle == RegleValidite::kAlpha) {

@@ -9,7 +9,9 @@
 #include "zepra/lecteurfenetres.h"
 #include "zepra/metadonnees.h"
 
-// Which pixels of an input hold data: the first rule that applies, in this order.
+// Which pixels of an input hold data: the first rule that applies, in this order. A NaN or infinite
+// sample (a float input, or a float64 one beyond float) is out under every rule: one would spread over the
+// blend and the statistics.
 enum class RegleValidite {
   kNodata,  // a given no-data value (--nodata, else the file's tag): a pixel with it in a band is out
   kAlpha,   // the alpha band: 0 is out

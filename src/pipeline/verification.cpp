@@ -29,6 +29,20 @@ bool Identifier(const std::string& chemin, Identite& id) {
   return true;
 }
 
+// Where a file that may not exist yet would be: its folder resolved (links, "..") and its name.
+std::filesystem::path Place(const std::string& chemin) {
+  const std::filesystem::path p(chemin);
+  std::error_code ec;
+  const std::filesystem::path d =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(Dossier(chemin), ec), ec);
+  return ec ? p : d / p.filename();
+}
+
+// The name without its extension, as the companions of a file are named.
+std::string Souche(const std::string& chemin) {
+  return std::filesystem::path(chemin).replace_extension().string();
+}
+
 }  // namespace
 
 bool DossierInscriptible(const std::string& dossier) {
@@ -41,7 +55,8 @@ bool DossierInscriptible(const std::string& dossier) {
 }
 
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
-                     const std::string& corriges) {
+                     const std::string& corriges,
+                     const std::vector<std::pair<std::string, std::string>>& annexes) {
   const char* tag = "[Verification] (VerifierChemins)";
   std::map<Identite, std::string> vues;
   for (const std::string& e : entrees) {
@@ -67,6 +82,30 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
   if (!DossierInscriptible(Dossier(sortie)))
     ZEPRA_ERREUR(tag << " Impossible d'ecrire dans le dossier " << Dossier(sortie) << " de la sortie "
                      << sortie << ".");
+  // An input's own .ori or world file is read before its GeoTIFF tags.
+  const std::filesystem::path soucheSortie = Place(Souche(sortie));
+  for (const std::string& e : entrees)
+    if (Place(Souche(e)) == soucheSortie)
+      ZEPRA_ERREUR(tag << " La sortie " << sortie << " ecrirait " << Souche(sortie) << ".ori et "
+                       << Souche(sortie) << ".tfw, ou se lit le georeferencement de l'entree " << e << ".");
+  std::vector<std::pair<std::string, std::string>> ecrits;
+  for (const auto& [option, fichier] : annexes) {
+    if (fichier.empty()) continue;
+    if (Identifier(fichier, id) && vues.count(id))
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est l'image d'entree "
+                       << vues[id] << ".");
+    if (Place(fichier) == Place(sortie))
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie
+                       << ".");
+    for (const auto& [autre, nom] : ecrits)
+      if (Place(fichier) == Place(nom))
+        ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi celui de " << autre
+                         << ".");
+    if (!DossierInscriptible(Dossier(fichier)))
+      ZEPRA_ERREUR(tag << " Impossible d'ecrire dans le dossier " << Dossier(fichier) << " du fichier "
+                       << fichier << " de " << option << ".");
+    ecrits.push_back({option, fichier});
+  }
   if (corriges.empty()) return;
   if (!std::filesystem::is_directory(corriges))
     ZEPRA_ERREUR(tag << " Le dossier des images corrigees " << corriges << " n'existe pas.");

@@ -93,6 +93,17 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --corriges .", 1, "=L'image corrigee ./a.tif remplacerait l'entree a.tif."},
       {"a.tif sous/a.tif -o m.tif --corriges corriges", 1,
        "=Les images a.tif et sous/a.tif auraient la meme image corrigee corriges/a.tif."},
+      // The mosaic's .ori and .tfw would take over an input's georeferencing; the report and the log
+      // would replace or grow an input or the mosaic.
+      {"a.tif b.tif -o b.TIFF", 1,
+       "=La sortie b.TIFF ecrirait b.ori et b.tfw, ou se lit le georeferencement de l'entree b.tif."},
+      {"a.tif -o m.tif --rapport a.tif", 1, "=Le fichier a.tif de --rapport est l'image d'entree a.tif."},
+      {"a.tif -o m.tif --log ./a.tif", 1, "=Le fichier ./a.tif de --log est l'image d'entree a.tif."},
+      {"a.tif -o m.tif --rapport ./m.tif", 1, "=Le fichier ./m.tif de --rapport est aussi la sortie m.tif."},
+      {"a.tif -o m.tif --rapport r.json --log r.json", 1,
+       "=Le fichier r.json de --log est aussi celui de --rapport."},
+      {"a.tif -o m.tif --rapport absent/r.json", 1,
+       "=Impossible d'ecrire dans le dossier absent du fichier absent/r.json de --rapport."},
       // Valid lines: everything is checked, then the job opens the inputs.
       {"a.tif @liste.txt -o m.TIFF --nodata -9999 --pas=2.5 --threads 1 --fusion voronoi --compression zstd "
        "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",
@@ -121,8 +132,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
     EXPECT_TRUE(test::Commence(sortie, c.sortie)) << c.arguments << "\n" << sortie;
     EXPECT_TRUE(*c.sortie || sortie.empty()) << c.arguments << "\n" << sortie;
     // Dispatched before the log is opened; nothing written.
-    for (const char* f : {"log.txt", "m.tif", "m.TIFF", "m.ori", "absent"})
+    for (const char* f : {"log.txt", "m.tif", "m.TIFF", "m.ori", "absent", "b.TIFF", "b.ori", "r.json"})
       EXPECT_FALSE(std::filesystem::exists(d / f)) << c.arguments << " : " << f;
+    EXPECT_EQ(test::LireFichier(d / "a.tif"), "image") << c.arguments;
   }
   // A failed run's --log file keeps the error with where it was raised.
   ASSERT_EQ(

@@ -214,6 +214,22 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   }
 }
 
+// A tile is written whole, padded beyond the mosaic's edge: on a mosaic of 280 x 280 pixels, rows of
+// tiles of 2048 (resp. 8192) lines fit a ceiling of 16 (resp. 64) MiB, their tiles of 2048 x 2048 x 3
+// (resp. 8192 x 8192 x 3) bytes do not. (The same mosaic with --tuile 65536 took 12 GiB a tile.)
+TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  for (const auto& [tuile, plafond] : {std::pair<int, int>(2048, 16), {8192, 64}}) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.ecriture.tuile = tuile;
+    p.memoireMio = plafond;
+    test::Refuse([&] { JobMosaique(p).Executer(); }, "",
+                 {"--memoire " + std::to_string(plafond) + " Mio", "x " + std::to_string(tuile)});
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << tuile;
+  }
+}
+
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
 // the process's own constant (code, libraries, the statistics and the system: under 48 MiB here).
 TEST(JobMosaique, MemoireSousLePlafond) {
@@ -279,6 +295,68 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
         for (int b = 0; b < kBandes; ++b)
           differents += std::fabs(m(x, y, b) - c.attendu(x, y, b)) > c.tolerance;
     EXPECT_EQ(differents, 0) << c.methode;
+  }
+}
+
+// Infinite samples of float inputs hold no data, as NaN ones: they reach neither the statistics nor the
+// blend, where one would have spread over every level of the pyramids, and the mosaic is finite.
+TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
+  test::DossierTemp d;
+  std::vector<std::string> t;
+  for (int j = 0; j < 2; ++j) {
+    OptionsEcriture o;
+    o.type = eFloat4;
+    const int c0 = j * (kN - kRecouvrement);
+    t.push_back(d / ("f" + std::to_string(j) + ".tif"));
+    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), kBandes, eFloat4, Grille(c0, 0));
+    std::vector<float> ligne(static_cast<size_t>(kN) * kBandes);
+    for (int y = 0; y < kN; ++y) {
+      for (int x = 0; x < kN; ++x)
+        for (int b = 0; b < kBandes; ++b) ligne[x * kBandes + b] = static_cast<float>(Verite(b, c0 + x, y));
+      // One infinite sample in the overlap, one outside.
+      if (j == 0 && y == 50) ligne[(kN - 10) * kBandes] = INFINITY;
+      if (j == 1 && y == 10) ligne[(kN - 10) * kBandes + 1] = -INFINITY;
+      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    }
+    e.Terminer();
+  }
+  const std::pair<const char*, const char*> cas[] = {{"gain-offset", "plume"},
+                                                     {"gain-offset", "multibande"},
+                                                     {"additif", "moyenne"},
+                                                     {"additif", "multibande"}};
+  for (const auto& [modele, fusion] : cas) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.modele = modele;
+    p.fusion = fusion;
+    JobMosaique(p).Executer();
+    const TTImage<float> m((d / "m.tif").c_str());
+    long infinis = 0, vides = 0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x)
+        for (int b = 0; b < kBandes; ++b) {
+          infinis += !std::isfinite(m(x, y, b));
+          vides += m(x, y, b) == 0;
+        }
+    EXPECT_EQ(infinis, 0) << modele << " " << fusion;
+    // The pixel outside the overlap is no-data on every band.
+    EXPECT_LE(vides, kBandes) << modele << " " << fusion;
+  }
+}
+
+// Every malformed file, georeferenced by a world file, is refused by the job with a message that names
+// it, whether the reader's own message does or not.
+TEST(JobMosaique, FichiersMalformesNommes) {
+  test::DossierTemp d;
+  const std::string dossier = std::string(ZEPRA_SOURCE_DIR) + "/tests/image/malformes/";
+  for (const std::string& n : test::Lignes(test::Lancer(dossier, "ls *.tif").sortie)) {
+    const std::string entree = d / n;
+    std::filesystem::copy_file(dossier + n, entree, std::filesystem::copy_options::overwrite_existing);
+    std::ofstream(entree.substr(0, entree.size() - 4) + ".tfw") << "0.5\n0\n0\n-0.5\n650000.25\n6860000\n";
+    ParametresMosaique p = Parametres({entree}, d / "m.tif");
+    p.noegal = true;
+    const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
+    EXPECT_NE(texte.find(entree), std::string::npos) << n << " : " << texte;
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << n;
   }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 // Refuses, naming the file and the reason: an input that does not exist or is not a regular file (a
@@ -10,8 +11,12 @@
 // existing non-file, an output whose extension is not .tif or .tiff (any case), an output folder where no
 // file can be created, and, when 'corriges' is not empty, a corrected-images folder that does not exist or
 // cannot be written, or where a corrected image would replace an input or another corrected image.
+// Also an output whose .ori and .tfw (written beside it, same name) would land where an input's
+// georeferencing is read, and, for each (option, file) of 'annexes' with a file (the report, the log):
+// a file that is an input, the output or another annexe's, or in a folder where no file can be created.
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
-                     const std::string& corriges);
+                     const std::string& corriges,
+                     const std::vector<std::pair<std::string, std::string>>& annexes = {});
 
 // Whether a file can be created in the folder: one is made under a temporary name and removed.
 bool DossierInscriptible(const std::string& dossier);
