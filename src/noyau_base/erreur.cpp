@@ -13,7 +13,10 @@ std::string Erreur::Phrase() const {
   const size_t debut = t.rfind(kDebutLieu);
   if (debut == std::string::npos || t.back() != ')' || t.find(" ; ligne ", debut) == std::string::npos)
     return t;
-  return t.substr(0, debut);
+  // Some messages end their own line before the location.
+  size_t fin = debut;
+  while (fin > 0 && (t[fin - 1] == '\n' || t[fin - 1] == ' ')) --fin;
+  return t.substr(0, fin);
 }
 
 namespace zepra_detail {

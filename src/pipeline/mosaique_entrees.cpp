@@ -32,7 +32,7 @@ auto Nommer(const std::string& nom, F&& f) -> decltype(f()) {
     return f();
   } catch (const Erreur& e) {
     if (e.Texte().str().find(nom) != std::string::npos) throw;
-    ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " ne se lit pas : " << e.Texte());
+    ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " ne se lit pas : " << e.Phrase());
   }
 }
 

@@ -356,6 +356,8 @@ TEST(JobMosaique, FichiersMalformesNommes) {
     p.noegal = true;
     const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
     EXPECT_NE(texte.find(entree), std::string::npos) << n << " : " << texte;
+    // One place where it was raised, at the end.
+    EXPECT_EQ(texte.find(" (Fichier : "), texte.rfind(" (Fichier : ")) << n << " : " << texte;
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << n;
   }
 }
