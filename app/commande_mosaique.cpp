@@ -70,6 +70,12 @@ Option Choix(const char* nom, const char* metavar, const char* defaut, const cha
   o.choixDisponible = disponible;
   return o;
 }
+void Rigidite(const Valeur& v, ParametresModele& m) {
+  m.rigidite = v.reels[0];
+  if (v.reels.size() > 1) m.pentes = v.reels[1];
+  if (v.reels.size() > 2) m.courbures = v.reels[2];
+  if (v.reels.size() > 3) m.formesGain = v.reels[3];
+}
 const std::vector<Option>& Table() {
   static const std::vector<Option> table = {
       Texte("output", 'o', "FICHIER", nullptr, "la mosaique a ecrire, GeoTIFF (.tif ou .tiff) ; obligatoire",
@@ -85,18 +91,22 @@ const std::vector<Option>& Table() {
              [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
       Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
-      Reels("rigidite", "W[,PENTES,COURBURES[,GAIN]]", "1e-7,10,3,30",
-            "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les pentes "
-            "et sur les courbures, relatif a celui sur les niveaux, et sur les pentes et courbures du "
-            "gain, relatif encore (1 a 10000) ; a partir de 9 images, les dernieres resolutions "
-            "apprennent ce rappel de la dispersion des corrections des images",
-            0, false, 1, 4,
-            [](O& o, const Valeur& v) {
-              o.parametresModele.rigidite = v.reels[0];
-              if (v.reels.size() > 1) o.parametresModele.pentes = v.reels[1];
-              if (v.reels.size() > 2) o.parametresModele.courbures = v.reels[2];
-              if (v.reels.size() > 3) o.parametresModele.formesGain = v.reels[3];
-            }),
+      [] {
+        Option o = Reels("rigidite", "W[,PENTES,COURBURES[,GAIN]]", "1e-7,10,3,30",
+                         "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les "
+                         "pentes et sur les courbures, relatif a celui sur les niveaux, et sur les pentes et "
+                         "courbures du gain, relatif encore (1 a 10000) ; a partir de 9 images, les "
+                         "dernieres resolutions apprennent ce rappel de la dispersion des corrections des "
+                         "images",
+                         0, false, 1, 4, [](O& o, const Valeur& v) { Rigidite(v, o.parametresModele); });
+        // The model's own bounds, refused as a usage error.
+        o.verifier = [](const Valeur& v) {
+          ParametresModele m;
+          Rigidite(v, m);
+          return RefusGainOffset(m);
+        };
+        return o;
+      }(),
       Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
              [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
       Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),

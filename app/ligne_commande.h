@@ -45,6 +45,8 @@ struct OptionCommande {
   // False while the work the option asks for is not built: the option is read and checked, then the
   // run refuses it.
   bool disponible = true;
+  // A check of the value as a whole once its kind and bounds are good: "" or the reason it is not.
+  std::string (*verifier)(const Valeur&) = nullptr;
 };
 
 // What the reading of a command line gives.
@@ -94,7 +96,8 @@ ResultatLecture LireCommande(const std::vector<OptionCommande<Options>>& table, 
       DescriptionValeur d{op.genre, op.min, op.max, op.minExclu, op.nanPermis, op.nbMin, op.nbMax, {}};
       if (op.choix) d.choix = op.choix();
       const std::string raison = LireValeur(d, mot, v);
-      if (!raison.empty()) return "valeur '" + mot + "' de " + nom + " : " + raison;
+      const std::string refus = raison.empty() && op.verifier ? op.verifier(v) : raison;
+      if (!refus.empty()) return "valeur '" + mot + "' de " + nom + " : " + refus;
     }
     op.appliquer(o, v);
     r.donnees.emplace_back(std::string("--") + op.nom, mot);

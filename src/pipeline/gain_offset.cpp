@@ -578,6 +578,31 @@ void ParametresGainOffset::Verifier() const {
     ZEPRA_ERREUR("[GainOffset] (Verifier) " << iterations << " iterations : 1 a 50 attendu.");
 }
 
+ParametresGainOffset ParametresGainOffset::De(const ParametresModele& m) {
+  ParametresGainOffset go;
+  go.degreGain = m.degreGain;
+  go.degreOffset = m.degreOffset;
+  go.rigidite = m.rigidite;
+  go.poidsPentes = m.pentes;
+  go.poidsCourbures = m.courbures;
+  go.poidsFormesGain = m.formesGain;
+  return go;
+}
+
+std::string RefusGainOffset(const ParametresModele& m) {
+  ParametresGainOffset go = ParametresGainOffset::De(m);
+  // Automatic degrees are decided by the job, always within range.
+  if (go.degreGain < 0) go.degreGain = 0;
+  if (go.degreOffset < 0) go.degreOffset = 0;
+  try {
+    go.Verifier();
+  } catch (const Erreur& e) {
+    const std::string phrase = e.Phrase(), tag = "[GainOffset] (Verifier) ";
+    return phrase.compare(0, tag.size(), tag) == 0 ? phrase.substr(tag.size()) : phrase;
+  }
+  return "";
+}
+
 CorrectionGainOffset::CorrectionGainOffset(int largeur, int hauteur, int nbBandes, int degreGain,
                                            int degreOffset)
     : m_largeur(largeur),

@@ -87,6 +87,7 @@
 
 #include "pipeline/base_polynome.h"
 #include "pipeline/blocs_stats.h"
+#include "zepra/pipeline/modeles.h"
 
 struct ParametresGainOffset {
   // Degree 2 for both: a vignetting, shared or not, is a degree-2 gain, and lower degrees miss it badly
@@ -113,6 +114,8 @@ struct ParametresGainOffset {
 
   // Refuses out-of-range values, naming them.
   void Verifier() const;
+  // The model's settings from a job's; a negative (automatic) degree is taken as given.
+  static ParametresGainOffset De(const ParametresModele& m);
 };
 
 // The correction of one image: for each band, the coefficients of a - 1 and of b.

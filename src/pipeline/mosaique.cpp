@@ -259,17 +259,7 @@ struct JobMosaique::Impl {
   void Grille();
   void PlanMemoire();
   // The model's settings from the job's options (degrees chosen once Preparer has run).
-  ParametresGainOffset ModeleGainOffset() const {
-    ParametresGainOffset go;
-    const ParametresModele& m = p.gainOffset;
-    go.degreGain = m.degreGain;
-    go.degreOffset = m.degreOffset;
-    go.rigidite = m.rigidite;
-    go.poidsPentes = m.pentes;
-    go.poidsCourbures = m.courbures;
-    go.poidsFormesGain = m.formesGain;
-    return go;
-  }
+  ParametresGainOffset ModeleGainOffset() const { return ParametresGainOffset::De(p.gainOffset); }
   std::string Empreinte() const;
   void VerifierTravail(const std::string& travail) const;
 

@@ -59,6 +59,11 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --emprise 10,0,5,5", 2, "--emprise : XMIN < XMAX et YMIN < YMAX"},
       {"a.tif -o m.tif --rigidite 1e-9,10,3,4,5", 2,
        "valeur '1e-9,10,3,4,5' de --rigidite : 1 a 4 nombres separes par des virgules"},
+      // The model's own bounds, before any file is opened.
+      {"a.tif -o m.tif --rigidite 0", 2,
+       "valeur '0' de --rigidite : Rigidite 0 : un nombre strictement positif"},
+      {"a.tif -o m.tif --rigidite 1e-7,10,3,2e4", 2,
+       "valeur '1e-7,10,3,2e4' de --rigidite : Poids des pentes 10, "},
       {"a.tif -o m.tif --fusion moyen", 2,
        "valeur 'moyen' de --fusion : attendu : moyenne, voronoi, min, max, plume, "
        "multibande\n"},
@@ -136,15 +141,20 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       EXPECT_FALSE(std::filesystem::exists(d / f)) << c.arguments << " : " << f;
     EXPECT_EQ(test::LireFichier(d / "a.tif"), "image") << c.arguments;
   }
-  // A failed run's --log file keeps the error with where it was raised.
-  ASSERT_EQ(
-      test::Lancer(d.chemin(), "('" EGALISE_EXE "' mosaique absent.tif -o m.tif --log journal.txt 2> erreur)")
-          .statut,
-      1);
-  const std::string phrase =
-      "[Verification] (VerifierChemins) L'image absent.tif n'existe pas ou n'est pas lisible.";
-  EXPECT_EQ(test::LireFichier(d / "erreur"), "egalise mosaique : " + phrase + "\n");
-  EXPECT_TRUE(test::Commence(test::LireFichier(d / "journal.txt"), "erreur : " + phrase + " (Fichier : "));
+  // A failed run's --log file keeps the error with where it was raised (a fake image: the paths are
+  // checked before the log is opened, the images after).
+  ASSERT_EQ(test::Lancer(d.chemin(),
+                         "('" EGALISE_EXE "' mosaique a.tif -o m.tif --log journal.txt --quiet 2> erreur)")
+                .statut,
+            1);
+  const std::string erreur = test::LireFichier(d / "erreur"), debut = "egalise mosaique : ";
+  ASSERT_TRUE(test::Commence(erreur, debut) && erreur.find(calcul) != std::string::npos) << erreur;
+  EXPECT_EQ(erreur.find(" (Fichier : "), std::string::npos) << erreur;
+  const std::string phrase = erreur.substr(debut.size(), erreur.size() - debut.size() - 1);
+  const std::string journal = test::LireFichier(d / "journal.txt");
+  EXPECT_TRUE(test::Commence(journal, "erreur : " + phrase) &&
+              journal.find(" (Fichier : ") != std::string::npos)
+      << journal;
 }
 
 OptionsCommandeMosaique Lire(std::vector<std::string> mots, int statut = 0) {

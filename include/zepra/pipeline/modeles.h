@@ -31,6 +31,10 @@ struct ParametresModele {
   int bloc = 0;                        // gain-offset: side of the statistics blocks in pixels, 0: 16
 };
 
+// Why the gain-offset model cannot run with these settings, "" when it can: its own checks, for a
+// command line to refuse them before any work.
+std::string RefusGainOffset(const ParametresModele& m);
+
 class ModeleCorrection {
  public:
   virtual ~ModeleCorrection() = default;
