@@ -237,6 +237,7 @@ struct JobMosaique::Impl {
   int enVol = 1;      // rows of tiles composed at once
   int sousBande = 0;  // lines composed at once within a row
   int lignesObservation = 0;
+  int corrigesEnVol = 1;    // corrected images written at once
   bool moyenne = false;     // output pixels averaged from the input pixels in them
   bool bilineaire = false;  // output pixels interpolated between the four input pixels around them
 
@@ -538,6 +539,23 @@ void JobMosaique::Impl::PlanMemoire() {
                  << " pixels) demande au moins " << (parRangee + kMio - 1) / kMio << " Mio.");
   sousBande = static_cast<int>(h);
   enVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parRangee)));
+  // Corrected images: each is written a row of its tiles at a time (read, corrected, encoded), as many
+  // at once as fit.
+  if (!p.corriges.empty()) {
+    size_t parImage = 0;
+    for (const auto& e : entrees) {
+      const size_t w = static_cast<size_t>(e->Colonnes()), wBlocs = (w + L - 1) / L * L;
+      const size_t octets = w * T * (sizeof(float) * (e->Canaux() + bandes) + 1) +
+                            (wBlocs + 3 * L) * T * octetsSortie + e->OctetsLecture(e->Colonnes(), 1);
+      if (octets > budget)
+        ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
+                     << p.memoireMio << " Mio : l'image corrigee de " << e->Nom() << " (" << w << " x " << T
+                     << " pixels par rangee de tuiles) demande au moins " << (octets + kMio - 1) / kMio
+                     << " Mio.");
+      parImage = std::max(parImage, octets);
+    }
+    corrigesEnVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parImage)));
+  }
   // Observation windows: full-width rows of the widest input, one per thread.
   const size_t parLigne = static_cast<size_t>(largeurMax) * (sizeof(float) * canauxMax + 1);
   lignesObservation = static_cast<int>(
@@ -1268,7 +1286,13 @@ void JobMosaique::Executer() {
     j.EcrireOri();
   });
   if (!j.p.corriges.empty())
-    j.Etape("images corrigees", [&] { PourChaque(j.entrees.size(), [&](size_t i) { j.EcrireCorrige(i); }); });
+    j.Etape("images corrigees", [&] {
+      // corrigesEnVol writers, each taking every corrigesEnVol-th image.
+      const size_t k = static_cast<size_t>(j.corrigesEnVol);
+      PourChaque(std::min(k, j.entrees.size()), [&](size_t s) {
+        for (size_t i = s; i < j.entrees.size(); i += k) j.EcrireCorrige(i);
+      });
+    });
   j.rapport.colonnes = j.W;
   j.rapport.lignes = j.H;
   j.rapport.bandesSortie = j.plan.canaux;

@@ -228,6 +228,20 @@ TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
                  {"--memoire " + std::to_string(plafond) + " Mio", "x " + std::to_string(tuile)});
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif")) << tuile;
   }
+  // The corrected images too: given what one input's mosaic needs, its corrected image (its own
+  // channels read beside the corrected bands) does not fit, and is refused before any work.
+  ParametresMosaique p = Parametres({t[0]}, d / "m.tif");
+  p.ecriture.tuile = 8192;
+  p.memoireMio = 16;
+  const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
+  const size_t k = texte.find("demande au moins ");
+  ASSERT_NE(k, std::string::npos) << texte;
+  p.memoireMio = std::stoi(texte.substr(k + 17));
+  std::filesystem::create_directory(d / "corr");
+  p.corriges = d / "corr";
+  test::Refuse([&] { JobMosaique(p).Executer(); }, "", {"l'image corrigee de " + t[0]});
+  EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  EXPECT_TRUE(std::filesystem::is_empty(d / "corr"));
 }
 
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
