@@ -467,7 +467,9 @@ void JobMosaique::Impl::Grille() {
     maxY = oy - std::floor((oy - p.emprise[3]) / ry + 1e-9) * ry;
   }
   const double w = std::round((maxX - minX) / rx), h = std::round((maxY - minY) / ry);
-  if (!(w >= 1 && h >= 1)) ZEPRA_ERREUR("[Mosaique] (Grille) L'emprise de la mosaique est vide.");
+  if (!(w >= 1 && h >= 1))
+    ZEPRA_ERREUR("[Mosaique] (Grille) L'emprise de la mosaique est vide (moins d'un pixel de "
+                 << rx << " x " << ry << " m).");
   if (w > 2147483647.0 || h > 2147483647.0)
     ZEPRA_ERREUR("[Mosaique] (Grille) Une mosaique de " << w << " x " << h << " pixels est trop grande.");
   W = static_cast<int>(w);
@@ -478,6 +480,14 @@ void JobMosaique::Impl::Grille() {
   double couvert = 0;
   for (const auto& e : entrees) couvert += e->Colonnes() * e->PasX() * e->Lignes() * e->PasY();
   const double surface = w * rx * h * ry;
+  if (p.empriseDonnee) {
+    // An extent beside every input is more often a mistake (units, system) than a wish.
+    bool touche = false;
+    for (const auto& e : entrees)
+      touche = touche || (e->X0() < maxX && e->X0() + e->Colonnes() * e->PasX() > minX && e->Y0() > minY &&
+                          e->Y0() - e->Lignes() * e->PasY() < maxY);
+    if (!touche) Avertir("L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.");
+  }
   if (!p.empriseDonnee && couvert < 0.25 * surface)
     Avertir("Les entrees ne couvrent que " + std::to_string(static_cast<int>(100 * couvert / surface)) +
             " % de la mosaique de " + std::to_string(W) + " x " + std::to_string(H) +

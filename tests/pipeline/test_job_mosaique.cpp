@@ -376,6 +376,65 @@ TEST(JobMosaique, FichiersMalformesNommes) {
   }
 }
 
+// What the job warns about, on its progress interface and in the report: an image that overlaps no
+// other, inputs far apart, an image with no valid pixel, a constant one (whose gain and offset its
+// overlaps cannot tell apart), an extent that misses every input.
+TEST(JobMosaique, Avertissements) {
+  struct Suivi : SuiviMosaique {
+    std::vector<std::string> textes;
+    void Avertissement(const std::string& t) override { textes.push_back(t); }
+  };
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  OptionsEcriture o;
+  o.nodataPresent = true;
+  o.nodata = 0;
+  Uniforme(d / "loin.tif", o, kN, kBandes, 80, Grille(4000, 0));
+  Uniforme(d / "vide.tif", o, kN, kBandes, std::nanf(""), Grille(60, 60));  // NaN: written as no-data
+  Uniforme(d / "constante.tif", o, kN, kBandes, 90, Grille(60, 60));
+  const struct {
+    std::vector<std::string> entrees;
+    bool emprise;
+    std::vector<std::string> attendus;
+  } cas[] = {
+      {t, false, {}},
+      {{t[0], t[1], t[2], t[3], d / "loin.tif"},
+       false,
+       {"Les entrees ne couvrent que ",
+        "L'image " + d / "loin.tif" + " ne recouvre aucune autre image : elle garde ses valeurs."}},
+      {{t[0], t[1], t[2], t[3], d / "vide.tif"},
+       false,
+       {"L'image " + d / "vide.tif" + " n'a aucun pixel valide."}},
+      {{t[0], t[1], t[2], t[3], d / "constante.tif"},
+       false,
+       {"L'image " + d / "constante.tif" +
+        " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;"}},
+      {t,
+       true,
+       {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.",
+        "L'image " + t[0] + " n'a aucun", "L'image " + t[1] + " n'a aucun", "L'image " + t[2] + " n'a aucun",
+        "L'image " + t[3] + " n'a aucun"}},
+  };
+  for (const auto& c : cas) {
+    ParametresMosaique p = Parametres(c.entrees, d / "m.tif");
+    if (c.emprise) {
+      p.empriseDonnee = true;
+      const double e[4] = {kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100};
+      std::copy(e, e + 4, p.emprise);
+    }
+    Suivi s;
+    JobMosaique job(p, &s);
+    job.Executer();
+    const std::string rapport = job.RapportJson({});
+    ASSERT_EQ(s.textes.size(), c.attendus.size())
+        << c.entrees.size() << (s.textes.empty() ? "" : s.textes[0]);
+    for (size_t k = 0; k < s.textes.size(); ++k) {
+      EXPECT_TRUE(test::Commence(s.textes[k], c.attendus[k])) << s.textes[k];
+      EXPECT_NE(rapport.find(c.attendus[k]), std::string::npos) << c.attendus[k];
+    }
+  }
+}
+
 // An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
 // pixels out: there the mosaic is no-data.
 TEST(JobMosaique, MasqueDExclusionParSuffixe) {
