@@ -546,7 +546,8 @@ void JobMosaique::Impl::PlanMemoire() {
   if (parRangee > budget)
     ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
                  << p.memoireMio << " Mio : une rangee de tuiles de la mosaique (" << W << " x " << T
-                 << " pixels) demande au moins " << (parRangee + kMio - 1) / kMio << " Mio.");
+                 << " pixels) demande au moins " << (parRangee + kMio - 1) / kMio << " Mio (des tuiles de "
+                 << T << " pixels : voir --tuile).");
   sousBande = static_cast<int>(h);
   enVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parRangee)));
   // Corrected images: each is written a row of its tiles at a time (read, corrected, encoded), as many
@@ -561,7 +562,7 @@ void JobMosaique::Impl::PlanMemoire() {
         ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
                      << p.memoireMio << " Mio : l'image corrigee de " << e->Nom() << " (" << w << " x " << T
                      << " pixels par rangee de tuiles) demande au moins " << (octets + kMio - 1) / kMio
-                     << " Mio.");
+                     << " Mio (des tuiles de " << T << " pixels : voir --tuile).");
       parImage = std::max(parImage, octets);
     }
     corrigesEnVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parImage)));
