@@ -507,10 +507,14 @@ void JobMosaique::Impl::PlanMemoire() {
   if (regle->LargeurPlume() >= 0)
     for (const auto& e : entrees) marge = std::max(marge, MargePlume(plume / e->PasX()));
   const size_t octetsSortie = static_cast<size_t>(plan.bits == 1 ? 1 : plan.bits / 8) * plan.canaux;
-  // A row of tiles: its float lines and validity, its compressed blocks (at worst their samples, tiles
-  // whole beyond the right edge), and its encoder's block, a copy of it and the codec's output.
-  const size_t L = static_cast<size_t>(plan.largeurBloc), Wblocs = (Wz + L - 1) / L * L;
-  const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + (Wblocs + 3 * L) * T * octetsSortie;
+  // The encoding of a row of tiles of an image 'largeur' wide: its compressed blocks (at worst their
+  // samples, tiles whole beyond the right edge), its encoder's block, a copy of it and the codec's output.
+  const size_t L = static_cast<size_t>(plan.largeurBloc);
+  const auto encodage = [&](size_t largeur) {
+    return ((largeur + L - 1) / L * L + 3 * L) * T * octetsSortie;
+  };
+  // A row of tiles of the mosaic: its float lines and validity, and its encoding.
+  const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + encodage(Wz);
   auto sousBandeOctets = [&](size_t h) {
     // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin.
     const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;
@@ -555,9 +559,9 @@ void JobMosaique::Impl::PlanMemoire() {
   if (!p.corriges.empty()) {
     size_t parImage = 0;
     for (const auto& e : entrees) {
-      const size_t w = static_cast<size_t>(e->Colonnes()), wBlocs = (w + L - 1) / L * L;
-      const size_t octets = w * T * (sizeof(float) * (e->Canaux() + bandes) + 1) +
-                            (wBlocs + 3 * L) * T * octetsSortie + e->OctetsLecture(e->Colonnes(), 1);
+      const size_t w = static_cast<size_t>(e->Colonnes());
+      const size_t octets = w * T * (sizeof(float) * (e->Canaux() + bandes) + 1) + encodage(w) +
+                            e->OctetsLecture(e->Colonnes(), 1);
       if (octets > budget)
         ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
                      << p.memoireMio << " Mio : l'image corrigee de " << e->Nom() << " (" << w << " x " << T

@@ -89,16 +89,18 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
       ZEPRA_ERREUR(tag << " La sortie " << sortie << " ecrirait " << Souche(sortie) << ".ori et "
                        << Souche(sortie) << ".tfw, ou se lit le georeferencement de l'entree " << e << ".");
   std::vector<std::pair<std::string, std::string>> ecrits;
+  const std::filesystem::path placeSortie = Place(sortie);
   for (const auto& [option, fichier] : annexes) {
     if (fichier.empty()) continue;
     if (Identifier(fichier, id) && vues.count(id))
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est l'image d'entree "
                        << vues[id] << ".");
-    if (Place(fichier) == Place(sortie))
+    const std::filesystem::path place = Place(fichier);
+    if (place == placeSortie)
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie
                        << ".");
     for (const auto& [autre, nom] : ecrits)
-      if (Place(fichier) == Place(nom))
+      if (place == Place(nom))
         ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi celui de " << autre
                          << ".");
     if (!DossierInscriptible(Dossier(fichier)))
