@@ -23,6 +23,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <sstream>
 
 #include "pipeline/blocs_stats.h"
@@ -45,6 +46,15 @@ namespace {
 constexpr size_t kMio = size_t(1) << 20;
 // The widest default feathering, in output pixels.
 constexpr double kPlumeMax = 64;
+
+// One line of an input corrected in place. A gain can carry a value near the float limit past it (or a
+// historical multiplicative model divide by almost 0): the result is held at the largest float, so that
+// the mosaic and the corrected images never hold an infinity.
+void CorrigerFini(const CorrectionImage& c, int bande, int y, int x0, int n, float* v) {
+  c.CorrigerLigne(bande, y, x0, n, v);
+  constexpr float kMax = std::numeric_limits<float>::max();
+  for (int k = 0; k < n; ++k) v[k] = v[k] > kMax ? kMax : v[k] < -kMax ? -kMax : v[k];
+}
 
 double MemoireMaxMio() {
   struct rusage u;
@@ -760,7 +770,7 @@ void JobMosaique::Impl::LireCorrigee(size_t i, const Fenetre& f, bool pondere, F
       const float* s = t.lu.data() + static_cast<size_t>(canal) * g.nbColonnes * g.nbLignes +
                        static_cast<size_t>(r + t.dy) * g.nbColonnes + t.dx;
       std::copy(s, s + nx, v);
-      corrections[i]->CorrigerLigne(b, f.ligne0 + r, f.colonne0, nx, v);
+      CorrigerFini(*corrections[i], b, f.ligne0 + r, f.colonne0, nx, v);
     }
   }
 }
@@ -1116,7 +1126,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
       for (int b = 0; b < bandes; ++b) {
         const float* s = lu.data() + static_cast<size_t>(e.Canal(b)) * w * n + static_cast<size_t>(r) * w;
         std::copy(s, s + w, ligne.begin());
-        corrections[i]->CorrigerLigne(b, y0 + r, 0, w, ligne.data());
+        CorrigerFini(*corrections[i], b, y0 + r, 0, w, ligne.data());
         float* d = v.data() + static_cast<size_t>(r) * w * bandes + b;
         for (int x = 0; x < w; ++x) d[static_cast<size_t>(x) * bandes] = ligne[x];
       }

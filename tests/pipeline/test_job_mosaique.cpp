@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 
 #include "outils_test.h"
 #include "zepra/crs.h"
@@ -354,6 +355,47 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
     EXPECT_EQ(infinis, 0) << modele << " " << fusion;
     // The pixel outside the overlap is no-data on every band.
     EXPECT_LE(vides, kBandes) << modele << " " << fusion;
+  }
+}
+
+// Float tiles near the float limit, the second at half the first's level with one spot at the limit
+// outside the overlap: its gain goes above 1 and carries that spot past the largest float. The mosaic
+// and the corrected images hold it there, never an infinity.
+TEST(JobMosaique, ValeursAuBordDesFlottants) {
+  test::DossierTemp d;
+  std::filesystem::create_directory(d / "corr");
+  std::vector<std::string> t;
+  for (int j = 0; j < 2; ++j) {
+    OptionsEcriture o;
+    o.type = eFloat4;
+    const int c0 = j * (kN - kRecouvrement);
+    t.push_back(d / ("f" + std::to_string(j) + ".tif"));
+    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), 1, eFloat4, Grille(c0, 0));
+    std::vector<float> ligne(kN);
+    for (int y = 0; y < kN; ++y) {
+      for (int x = 0; x < kN; ++x)
+        ligne[x] = static_cast<float>((j == 0 ? 1e36 : 0.5e36) * Verite(0, c0 + x, y));
+      if (j == 1 && y < 10) std::fill(ligne.end() - 10, ligne.end(), 3.3e38f);
+      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    }
+    e.Terminer();
+  }
+  for (const char* fusion : {"plume", "multibande", "moyenne"}) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.fusion = fusion;
+    p.corriges = d / "corr";
+    JobMosaique(p).Executer();
+    for (const std::string& f : {d / "m.tif", d / "corr/f1.tif"}) {
+      const TTImage<float> m(f.c_str());
+      long infinis = 0, auBord = 0;
+      for (int y = 0; y < m.iGetNbLignes(); ++y)
+        for (int x = 0; x < m.iGetNbColonnes(); ++x) {
+          infinis += !std::isfinite(m(x, y, 0));
+          auBord += m(x, y, 0) == std::numeric_limits<float>::max();
+        }
+      EXPECT_EQ(infinis, 0) << fusion << " " << f;
+      EXPECT_EQ(auBord, 100) << fusion << " " << f;
+    }
   }
 }
 
