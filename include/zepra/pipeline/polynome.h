@@ -24,12 +24,17 @@ constexpr int kDegreMaxPolynome = 50;
 // Complete polynomial of total degree d: every term x^i y^j with i + j <= d, (d + 1)(d + 2) / 2 of them,
 // in the order of Monome2D. The coefficients follow the same order; they are empty until set.
 // Evaluating a polynomial whose coefficients do not match its terms raises an Erreur.
-// The two evaluations are virtual, as the established interface has them; the destructor is not, so
-// a derived polynomial must not be deleted through this type.
+// The two evaluations are virtual, as the established interface has them, and so is the destructor,
+// so that a derived polynomial may be deleted through this type.
 class Polynome2D {
  public:
   // A negative degree makes a polynomial with no term (its value is 0).
   explicit Polynome2D(int degre);
+  virtual ~Polynome2D() = default;
+  Polynome2D(const Polynome2D&) = default;
+  Polynome2D(Polynome2D&&) = default;
+  Polynome2D& operator=(const Polynome2D&) = default;
+  Polynome2D& operator=(Polynome2D&&) = default;
 
   virtual double operator()(double x, double y) const;
   virtual double operator()(const T2D<double>& p) const { return (*this)(p.x, p.y); }
