@@ -7,6 +7,7 @@
 
 #include "egalise.h"
 #include "mosaique.h"
+#include "sorties.h"
 #include "zepra/pipeline/composition.h"
 #include "zepra/pipeline/entrees.h"
 #include "zepra/pipeline/integrales.h"
@@ -111,7 +112,9 @@ void Main_nouveau(int argc, char** argv) {
             << std::endl;
 
   // Equalization: observed values from the Wallis images when there are some, no data where the
-  // ortho-image is 0; the corrected values replace the ortho-images.
+  // ortho-image is 0; the corrected values replace the ortho-images. An error once some of them are
+  // saved (another cannot be, nor can the mosaic) removes them.
+  SortiesEcrites solutions(n);
   if (!o.noegal) {
     std::cout << "Debut du calcul" << std::endl;
     std::vector<ImageObservee> observees(n);
@@ -131,7 +134,9 @@ void Main_nouveau(int argc, char** argv) {
       const SourceMemoire source(entrees[i].image);
       PuitsMemoire puits(entrees[i].image);
       Corriger(source, *corrections[i], puits);
-      entrees[i].image.Sauver(Voisin(o.entrees[i], "Solution_").c_str());
+      const std::string nom = Voisin(o.entrees[i], "Solution_");
+      entrees[i].image.Sauver(nom.c_str());
+      solutions.Noter(i, nom, true);
     });
     std::cout << "Fin du calcul" << std::endl;
   }
@@ -147,4 +152,5 @@ void Main_nouveau(int argc, char** argv) {
   for (size_t i = 0; i < n; ++i) composees[i] = ImageComposee{sources[i].get(), geos[i]};
   const std::unique_ptr<RegleFusion> regle = ChercherFusion(NomFusion(o.fusion))->creer(ParametresFusion());
   ComposerEtSauver(composees, GeoCarto(oriMosaique), *regle, oriMosaique, o.sortie);
+  solutions.Garder();
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "egalise.h"
+#include "sorties.h"
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
 #include "zepra/pipeline/polynome.h"
@@ -71,13 +72,15 @@ Paire DebutPaire(int argc, char** argv) {
   return LirePaire(argv, 2);
 }
 
-void Sauver(const TTImage<float>& image, const std::string& nom) {
+void Sauver(const TTImage<float>& image, const std::string& nom, SortiesEcrites& sorties) {
   image.Sauver(nom.c_str(), 0, OptionsImageOut::defaut());
+  sorties.Ajouter(nom);
 }
 
-void SauverPolynome(const Polynome2D& p, const char* nom, const char* commande) {
+void SauverPolynome(const Polynome2D& p, const char* nom, const char* commande, SortiesEcrites& sorties) {
   if (!p.Sauver(nom))
     ZEPRA_ERREUR("[Main_walis_new] (" << commande << ") Impossible d'ecrire " << nom << ".");
+  sorties.Ajouter(nom);
 }
 
 // Base-10 integer from the leading digits (none gives 0), as the half-width has always been read;
@@ -91,17 +94,17 @@ int LireDemiLargeur(const char* texte, const char* commande) {
   return static_cast<int>(v);
 }
 
-void Prelisse(int argc, char** argv, bool polynomial) {
+void Prelisse(int argc, char** argv, bool polynomial, SortiesEcrites& sorties) {
   Paire p = DebutPaire(argc, argv);
   if (polynomial)
     PrelissePolyWalis(p.image, p.masque, kDegrePrelissePoly, 2 * kDemiLargeurWalis, kCibleWalis.x,
                       kCibleWalis.y, 1);
   else
     PrelisseWalisMoy(p.image, p.masque, kCibleWalis);
-  Sauver(p.image, "imreet.tif");
+  Sauver(p.image, "imreet.tif", sorties);
 }
 
-void WalisImageReference(int argc, char** argv) {
+void WalisImageReference(int argc, char** argv, SortiesEcrites& sorties) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 4, "image masque image_reference masque_reference");
   Paire p = LirePaire(argv, 2);
@@ -114,10 +117,10 @@ void WalisImageReference(int argc, char** argv) {
   TTImage<float> gainOffset;
   GainOffsetWalisReference(p.image, p.masque, r.image, r.masque, gainOffset, kDemiLargeurWalis);
   AppliqueGainOffset(p.image, gainOffset);
-  Sauver(p.image, "imfin.tif");
+  Sauver(p.image, "imfin.tif", sorties);
 }
 
-void AppliqueGainOffsetCommande(int argc, char** argv) {
+void AppliqueGainOffsetCommande(int argc, char** argv, SortiesEcrites& sorties) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 3, "image gain offset");
   TTImage<float> image = LireImage(argv[2]);
@@ -130,19 +133,19 @@ void AppliqueGainOffsetCommande(int argc, char** argv) {
                                       << ") doivent avoir la taille de l'image " << argv[2] << " ("
                                       << image.iGetNbColonnes() << " x " << image.iGetNbLignes() << ").");
   AppliqueGainOffset(image, gain, offset);
-  Sauver(image, "res.tif");
+  Sauver(image, "res.tif", sorties);
 }
 
-void ModeleMonoImage(int argc, char** argv) {
+void ModeleMonoImage(int argc, char** argv, SortiesEcrites& sorties) {
   Paire p = DebutPaire(argc, argv);
   const Polynome2D modele = ModelePolynomialMonoImage(p.image, p.masque, 1, kDegreModele);
-  Sauver(p.image, "res.tif");
-  SauverPolynome(modele, "fout.txt", argv[1]);
+  Sauver(p.image, "res.tif", sorties);
+  SauverPolynome(modele, "fout.txt", argv[1], sorties);
 }
 
 // Pairs (image, mask) from argv[2]; each image's positions are taken from its own centre. Each pair is
 // read twice, once to gather its equations and once to write its model, so only one pair is in memory.
-void ModeleMultiImages(int argc, char** argv) {
+void ModeleMultiImages(int argc, char** argv, SortiesEcrites& sorties) {
   const char* commande = argv[1];
   const char* usage = "image1 masque1 [image2 masque2 ...]";
   VerifierArguments(argc, commande, 2, usage);
@@ -160,33 +163,33 @@ void ModeleMultiImages(int argc, char** argv) {
   for (int i = 2; i + 1 < argc; i += 2) {
     Paire p = LirePaire(argv, i);
     AppliquerModele(p.image, p.masque, modele);
-    Sauver(p.image, std::string(argv[i]) + "res.tif");
+    Sauver(p.image, std::string(argv[i]) + "res.tif", sorties);
   }
-  SauverPolynome(modele, "fout.txt", commande);
+  SauverPolynome(modele, "fout.txt", commande, sorties);
 }
 
-void MoyMasqueCommande(int argc, char** argv) {
+void MoyMasqueCommande(int argc, char** argv, SortiesEcrites& sorties) {
   const char* commande = argv[1];
   VerifierArguments(argc, commande, 3, "image masque demi-largeur");
   const int rayon = LireDemiLargeur(argv[4], commande);
   Paire p = LirePaire(argv, 2);
   MoyMasque(p.image, p.masque, rayon);
-  Sauver(p.image, "imlisse.tif");
+  Sauver(p.image, "imlisse.tif", sorties);
 }
 
-void Stats(int argc, char** argv) {
+void Stats(int argc, char** argv, SortiesEcrites& sorties) {
   const Paire p = DebutPaire(argc, argv);
   TTImage<float> moyenne, ecartType;
   StatsLocales(p.image, p.masque, kDemiLargeurStats, moyenne, ecartType);
-  Sauver(moyenne, "moy.tif");
-  Sauver(ecartType, "stdev.tif");
+  Sauver(moyenne, "moy.tif", sorties);
+  Sauver(ecartType, "stdev.tif", sorties);
 }
 
-void GainOffsetWalisCommande(int argc, char** argv) {
+void GainOffsetWalisCommande(int argc, char** argv, SortiesEcrites& sorties) {
   const Paire p = DebutPaire(argc, argv);
   TTImage<float> gainOffset;
   GainOffsetWalisFenetre(p.image, p.masque, gainOffset, kCibleWalis);
-  Sauver(gainOffset, "imreet.tif");
+  Sauver(gainOffset, "imreet.tif", sorties);
 }
 
 }  // namespace
@@ -194,9 +197,9 @@ void GainOffsetWalisCommande(int argc, char** argv) {
 void Main_walis_new(int argc, char** argv) {
   if (argc < 2 || !argv[1]) return;
   // The order of the comparisons is the established one; a name that is none of the nine does nothing.
-  const std::pair<const char*, void (*)(int, char**)> commandes[] = {
-      {"PrelisseWalis:Moy", [](int n, char** v) { Prelisse(n, v, false); }},
-      {"PrelisseWalis:Poly", [](int n, char** v) { Prelisse(n, v, true); }},
+  const std::pair<const char*, void (*)(int, char**, SortiesEcrites&)> commandes[] = {
+      {"PrelisseWalis:Moy", [](int n, char** v, SortiesEcrites& s) { Prelisse(n, v, false, s); }},
+      {"PrelisseWalis:Poly", [](int n, char** v, SortiesEcrites& s) { Prelisse(n, v, true, s); }},
       {"WalisImageReference", WalisImageReference},
       {"AppliqueGainOffset", AppliqueGainOffsetCommande},
       {"ModelePolynomialMonoImage", ModeleMonoImage},
@@ -205,6 +208,12 @@ void Main_walis_new(int argc, char** argv) {
       {"Stats", Stats},
       {"GainOffsetWalis", GainOffsetWalisCommande},
   };
+  // A command that fails after writing some of its files removes them.
   for (const auto& [nom, commande] : commandes)
-    if (!std::strcmp(argv[1], nom)) return commande(argc, argv);
+    if (!std::strcmp(argv[1], nom)) {
+      SortiesEcrites sorties;
+      commande(argc, argv, sorties);
+      sorties.Garder();
+      return;
+    }
 }

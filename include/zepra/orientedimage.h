@@ -24,6 +24,9 @@
 // ecrireImage; if the image fails, the orientation files written are removed.
 void SauverAvecOrientation(const OrientationOld& ori, const char* nomOri,
                            const std::function<void()>& ecrireImage);
+// Removes an image written by TTOrientedImage::Sauver(image) and its orientation files (".ori", and
+// the ".tfw" beside it); what is absent is skipped.
+void SupprimerAvecOrientation(const char* image);
 
 class OrientedImageIn {
  public:

@@ -9,27 +9,41 @@
 #include "zepra/erreur.h"
 #include "zepra/systeme.h"
 
-void SauverAvecOrientation(const OrientationOld& ori, const char* nomOri,
-                           const std::function<void()>& ecrireImage) {
-  ori.Sauver(nomOri);
-  try {
-    ecrireImage();
-  } catch (...) {
-    TChaine tfw(nomOri);
-    tfw.SetExtension("tfw");
-    std::remove(nomOri);
-    std::remove(tfw.c_str());
-    throw;
-  }
-}
-
 namespace {
+
+// The orientation file and the world file beside it.
+void SupprimerOrientation(const char* nomOri) {
+  TChaine tfw(nomOri);
+  tfw.SetExtension("tfw");
+  std::remove(nomOri);
+  std::remove(tfw.c_str());
+}
 
 std::string NomOrientation(const char* image) {
   TChaine nom(image);
   nom.SetExtension(".ori");
   return nom.str();
 }
+
+}  // namespace
+
+void SauverAvecOrientation(const OrientationOld& ori, const char* nomOri,
+                           const std::function<void()>& ecrireImage) {
+  ori.Sauver(nomOri);
+  try {
+    ecrireImage();
+  } catch (...) {
+    SupprimerOrientation(nomOri);
+    throw;
+  }
+}
+
+void SupprimerAvecOrientation(const char* image) {
+  std::remove(image);
+  SupprimerOrientation(NomOrientation(image).c_str());
+}
+
+namespace {
 
 std::string Contexte(const std::string& image, const std::string& ori) {
   return " (image " + image + ", orientation " + ori + ")";

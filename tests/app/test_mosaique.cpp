@@ -337,4 +337,42 @@ TEST(MosaiqueJob, SortieRefuseeAvantLaComposition) {
   }
 }
 
+// A run that fails once corrected images are written (one of them, or the mosaic, cannot be) leaves
+// none of them: the error comes after the same console lines, and no "Solution_" file remains.
+TEST(MosaiqueJob, UneErreurApresLesCorrectionsNeLaisseAucuneSolution) {
+  struct Cas {
+    const char* preparation;  // shell commands run in the folder first
+    const char* t4;           // the word naming the fifth tile
+    const char* options;
+    const char* message;  // its beginning
+  } cas[] = {
+      // The tile's file without an extension: its corrected image has none either.
+      {"mv Ort_t4.tif Ort_t4", "t4", "", "[TTIMAGE] (Sauver) Aucune extension pour le fichier Solution_t4"},
+      // Read by its content, written by its name: no float PGM.
+      {"mv Ort_t4.tif Ort_t4.pgm", "t4.pgm", "",
+       "[ImageFicOut_PNM] (Constructeur) Type de pixel Float4 (float) non gere pour Solution_t4.pgm"},
+      {"mkdir Solution_t4.tif", "t4.tif", "", "[ImageFicOut_Raster] (Constructeur) Impossible de renommer"},
+      {"", "t4.tif", "--output m.xyz",
+       "[ImageFicOut] (Contructeur) Extension non reconnue pour le fichier m.xyz"},
+      {"", "t4.tif", "--output nul/m.tif",
+       "[CartoProjOrientation] (Dump) Impossible de creer le fichier nul/m.ori"},
+  };
+  for (const Cas& c : cas) {
+    test::DossierTemp d;
+    std::string noms = EcrireGrille(d.chemin(), false);
+    noms.replace(noms.find("t4.tif"), 6, c.t4);
+    ASSERT_EQ(
+        test::Lancer(d.chemin(), std::string("true ") + (*c.preparation ? "&& " : "") + c.preparation).statut,
+        0);
+    const test::Resultat r = test::Egalise(d.chemin(), noms + "--pas 4 " + c.options);
+    EXPECT_EQ(r.statut, 255) << c.preparation << c.options << "\n" << r.sortie;
+    EXPECT_NE(r.sortie.find("\nDecomposition LDLt OK\n"), std::string::npos) << r.sortie;
+    const std::string log = test::LireFichier(d / "log.txt");
+    EXPECT_NE(log.find("\nException :\n" + std::string(c.message)), std::string::npos) << log;
+    for (const auto& f : std::filesystem::directory_iterator(d.chemin()))
+      EXPECT_FALSE(f.is_regular_file() && f.path().filename().string().rfind("Solution_", 0) == 0)
+          << c.preparation << c.options << " " << f.path();
+  }
+}
+
 }  // namespace

@@ -3,6 +3,8 @@
 // own) and the errors of use.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "outils_test.h"
 #include "pipeline/outils_radiometrie.h"
 #include "zepra/pipeline/prelissage.h"
@@ -45,6 +47,29 @@ TEST(SousCommandes, UsageEtEntreesQuiNeConviennentPas) {
   // A mask of the wrong size.
   echoue("Stats i.tif m.tif", "",
          "[Main_walis_new] (Stats) Le masque m.tif (10 x 7) n'a pas la taille de l'image i.tif (10 x 8).");
+
+  // A command whose last file cannot be written (a folder holds its name) leaves none of those it
+  // wrote before.
+  TTImage<bool>(10, 8, true).Sauver((d / "m8.tif").c_str());
+  for (const char* dossier : {"stdev.tif", "fout.txt"}) std::filesystem::create_directory(d / dossier);
+  const std::string fout = "Impossible d'ecrire fout.txt.";
+  const struct {
+    const char* arguments;
+    const char* console;
+    std::string message;
+    const char* premier;
+  } derniers[] = {
+      {"Stats i.tif m8.tif", "", "[ImageFicOut_Raster] (Constructeur) Impossible de renommer stdev.tif",
+       "moy.tif"},
+      {"ModelePolynomialMonoImage i.tif m8.tif", "80 equations\n",
+       "[Main_walis_new] (ModelePolynomialMonoImage) " + fout, "res.tif"},
+      {"ModelePolynomialMultiImages i.tif m8.tif i.tif m8.tif", "160 equations\n",
+       "[Main_walis_new] (ModelePolynomialMultiImages) " + fout, "i.tifres.tif"},
+  };
+  for (const auto& c : derniers) {
+    echoue(c.arguments, c.console, c.message);
+    EXPECT_FALSE(std::filesystem::exists(d / c.premier)) << c.arguments;
+  }
 }
 
 TEST(SousCommandes, LesNeufCommandesSurDesFichiersTiff) {
