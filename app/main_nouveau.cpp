@@ -115,6 +115,9 @@ void Main_nouveau(int argc, char** argv) {
   // ortho-image is 0; the corrected values replace the ortho-images. An error once some of them are
   // saved (another cannot be, nor can the mosaic) removes them.
   SortiesEcrites solutions(n);
+  std::vector<std::string> nomsSolution(n);
+  for (size_t i = 0; i < n; ++i) nomsSolution[i] = Voisin(o.entrees[i], "Solution_");
+  const std::vector<bool> aEcrire = DerniersNoms(nomsSolution);  // an input given twice is written once
   if (!o.noegal) {
     std::cout << "Debut du calcul" << std::endl;
     std::vector<ImageObservee> observees(n);
@@ -134,9 +137,9 @@ void Main_nouveau(int argc, char** argv) {
       const SourceMemoire source(entrees[i].image);
       PuitsMemoire puits(entrees[i].image);
       Corriger(source, *corrections[i], puits);
-      const std::string nom = Voisin(o.entrees[i], "Solution_");
-      entrees[i].image.Sauver(nom.c_str());
-      solutions.Noter(i, nom, true);
+      if (!aEcrire[i]) return;
+      entrees[i].image.Sauver(nomsSolution[i].c_str());
+      solutions.Noter(i, nomsSolution[i], true);
     });
     std::cout << "Fin du calcul" << std::endl;
   }

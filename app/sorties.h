@@ -26,3 +26,7 @@ class SortiesEcrites {
   };
   std::vector<Fichier> m_fichiers;
 };
+
+// For each name, whether no later one designates the same file (folders compared once resolved): a
+// file named several times is written once, by its last name, as writing them all in order leaves it.
+std::vector<bool> DerniersNoms(const std::vector<std::string>& noms);

@@ -24,6 +24,10 @@ class FichierAtomique {
   bool m_valide = false;
 };
 
+// ".part" and a suffix no other temporary file of this process has, even one of the same name
+// opened by another thread: for the temporary files written beside a final name.
+std::string SuffixeTemporaire();
+
 // Why the last write failed when the system says so in a way a user can act on (" (plus de place sur
 // le disque)", a quota, a size limit, a device error), or "": for the end of a write failure message.
 std::string CauseEchecEcriture();

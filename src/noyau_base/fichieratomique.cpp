@@ -2,13 +2,19 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
 #include "zepra/erreur.h"
 
+std::string SuffixeTemporaire() {
+  static std::atomic<unsigned long> numero{0};
+  return ".part" + std::to_string(getpid()) + "_" + std::to_string(numero++);
+}
+
 FichierAtomique::FichierAtomique(const std::string& nom, const std::string& tag)
-    : m_nom(nom), m_temporaire(nom + ".part" + std::to_string(getpid())), m_tag(tag) {
+    : m_nom(nom), m_temporaire(nom + SuffixeTemporaire()), m_tag(tag) {
   m_flux.open(m_temporaire, std::ios::out | std::ios::binary | std::ios::trunc);
   if (!m_flux.is_open()) ZEPRA_ERREUR(m_tag << " Impossible de creer le fichier " << m_nom);
 }

@@ -375,4 +375,20 @@ TEST(MosaiqueJob, UneErreurApresLesCorrectionsNeLaisseAucuneSolution) {
   }
 }
 
+// An input given several times, under one name or another: its corrected image is written once and
+// the run ends as a run on one thread does, whatever the threads' timing (they once shared the
+// temporary file and one of them failed to rename it).
+TEST(MosaiqueJob, LaMemeImageDonneePlusieursFois) {
+  test::DossierTemp d;
+  const std::string arguments = EcrireGrille(d.chemin(), false) + "t4.tif ./t4.tif t4.tif --pas 4";
+  ASSERT_EQ(test::Lancer(d.chemin(), "taskset -c 0 '" EGALISE_EXE "' " + arguments).statut, 0);
+  const std::string octets =
+      test::LireFichier(d / "Solution_t4.tif") + test::LireFichier(d / "big_image.tif");
+  for (int k = 0; k < 4; ++k) {
+    const test::Resultat r = test::Egalise(d.chemin(), arguments);
+    ASSERT_EQ(r.statut, 0) << k << "\n" << test::LireFichier(d / "log.txt");
+    EXPECT_EQ(test::LireFichier(d / "Solution_t4.tif") + test::LireFichier(d / "big_image.tif"), octets);
+  }
+}
+
 }  // namespace

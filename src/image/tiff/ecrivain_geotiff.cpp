@@ -2,8 +2,6 @@
 // row compressed when complete, the overviews (COG) fed line by line, the directories written last.
 #include "zepra/ecrivaingeotiff.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -235,8 +233,7 @@ void EcrivainGeoTIFF::Impl::Preparer(const OptionsEcriture& options, const Geore
   fichier = std::make_unique<FichierAtomique>(nom, std::string(kClasse) + " (Constructeur)");
   if (plan.cog) {
     for (size_t n = 0; n < niveaux.size(); ++n) {
-      niveaux[n].depot =
-          std::make_unique<Depot>(nom + ".niveau" + std::to_string(n) + ".part" + std::to_string(getpid()));
+      niveaux[n].depot = std::make_unique<Depot>(nom + ".niveau" + std::to_string(n) + SuffixeTemporaire());
       niveaux[n].flux = &niveaux[n].depot->flux;
     }
   } else {
