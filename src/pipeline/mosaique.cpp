@@ -405,6 +405,12 @@ void JobMosaique::Impl::Preparer() {
   georef.pasX = rx;
   georef.pasY = ry;
   if (e0.Crs()) georef.crs = *e0.Crs();
+  // The writer would refuse it too, but only once every pixel is composed.
+  if (ecriture.epsg != 0 && georef.crs.Connu() &&
+      ComparerCrs(CrsDepuisEpsg(ecriture.epsg), georef.crs) == EgaliteCrs::kDifferent)
+    ZEPRA_ERREUR("[Mosaique] (Grille) --epsg " << ecriture.epsg << " : les entrees sont dans le systeme "
+                                               << DecrireCrs(georef.crs)
+                                               << " ; la mosaique ne les reprojette pas.");
   plan = PlanifierEcriture(ecriture, TPoint2D<int>(W, H), bandes, eFloat4, p.sortie);
 
   // Feathering width: half the median overlap width, when not given.

@@ -203,12 +203,20 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   bande.tuilee = false;
   bande.lignesBande = 2400;
   Uniforme(d / "bande.tif", bande, 2400, kBandes, 50, Grille(0, 0));
-  const std::pair<const char*, const char*> cas[] = {{"une.tif", "a 1 bande(s)"},
-                                                     {"utm.tif", "dans le systeme EPSG:32631"},
-                                                     {"bande.tif", "se lit par blocs de 17 Mio"}};
-  for (const auto& [entree, message] : cas) {
+  // An EPSG code for the mosaic that is not the tiles' system: nothing reprojects them.
+  const struct {
+    const char* entree;
+    int epsg;
+    const char* message;
+  } cas[] = {
+      {"une.tif", 0, "a 1 bande(s)"},
+      {"utm.tif", 0, "dans le systeme EPSG:32631"},
+      {"bande.tif", 0, "se lit par blocs de 17 Mio"},
+      {nullptr, 32631, "[Mosaique] (Grille) --epsg 32631 : les entrees sont dans le systeme EPSG:2154"}};
+  for (const auto& [entree, epsg, message] : cas) {
     ParametresMosaique p = Parametres(t, d / "m.tif");
-    p.entrees.push_back(d / entree);
+    if (entree) p.entrees.push_back(d / entree);
+    p.ecriture.epsg = epsg;
     p.memoireMio = 16;
     test::Refuse([&] { JobMosaique job(p); }, "", {message});
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
