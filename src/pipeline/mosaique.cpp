@@ -338,12 +338,13 @@ void JobMosaique::Impl::Preparer() {
     entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
   const EntreeMosaique& e0 = *entrees[0];
   bandes = e0.Bandes();
-  alpha = e0.Alpha();
   for (const auto& e : entrees) {
-    if (e->Bandes() != bandes || e->Alpha() != alpha)
-      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
-                   << e->Nom() << " a " << e->Bandes() << " bande(s)" << (e->Alpha() ? " et un alpha" : "")
-                   << ", " << e0.Nom() << " en a " << bandes << (alpha ? " et un alpha" : "") << ".");
+    // An alpha says where the data is, as a mask or a no-data value do: tiles may mix them, and the
+    // mosaic has an alpha when one of them has.
+    alpha = alpha || e->Alpha();
+    if (e->Bandes() != bandes)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " a " << e->Bandes() << " bande(s), "
+                                                   << e0.Nom() << " en a " << bandes << ".");
     if (e->Type() != e0.Type())
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est de type " << NomTypeSortie(e->Type())
                                                    << ", " << e0.Nom() << " de type "
@@ -398,7 +399,8 @@ void JobMosaique::Impl::Preparer() {
       }
     ecriture.nodata = avec ? avec->NodataFichierValeur() : 0.0;
   }
-  ecriture.alpha = alpha;
+  // JPEG holds no alpha: the validity goes to its internal mask.
+  ecriture.alpha = alpha && ecriture.compression != CompressionTIFF::kJPEG;
   georef.grille = true;
   georef.x0 = mx0;
   georef.y0 = my0;
@@ -1110,6 +1112,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   const std::string nom = p.corriges + "/" + base;
   OptionsEcriture o = ecriture;
   o.cog = false;
+  o.alpha = ecriture.alpha && e.Alpha();
   GeoreferenceEcriture g;
   g.grille = true;
   g.x0 = e.X0();

@@ -1,0 +1,135 @@
+// egalise mosaique on tiles as survey software and GDAL write them (YCbCr JPEG with an internal mask,
+// RGBA, 16-bit bands with a no-data tag in strips or planes, float with NaN), each case two
+// overlapping tiles made by python3-gdal: the --noegal mosaic against gdalwarp's nearest pixel where
+// one tile alone covers it, its holes and its bands as gdalinfo reads them.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "outils_test.h"
+
+namespace {
+
+// tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, a smooth
+// texture times GAIN, its 40 x 30 upper-left corner without data (mask, alpha, no-data or NaN).
+const char* kTuile = R"(import sys, numpy as np
+from osgeo import gdal, osr
+gdal.UseExceptions()
+nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
+w, h, pas = 240, 200, 0.5
+nb = {'masque': 3, 'alpha': 3, 'nodata16': 4, 'nan': 1}[sorte]
+gdt = {'nodata16': gdal.GDT_UInt16, 'nan': gdal.GDT_Float32}.get(sorte, gdal.GDT_Byte)
+X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
+m = gdal.GetDriverByName('MEM').Create('', w, h, nb + (sorte == 'alpha'), gdt)
+m.SetGeoTransform((x0, pas, 0, y0, 0, -pas))
+s = osr.SpatialReference(); s.ImportFromEPSG(2154); m.SetProjection(s.ExportToWkt())
+valide = np.ones((h, w), bool); valide[:30, :40] = False
+for b in range(nb):
+    v = gain * (100 + 60 * np.sin(X / 9.0 + b) * np.cos(Y / 7.0 - b))
+    if sorte == 'nodata16': v *= 40
+    if sorte == 'nodata16': v[~valide] = 0; m.GetRasterBand(b + 1).SetNoDataValue(0)
+    if sorte == 'nan': v[~valide] = np.nan; m.GetRasterBand(b + 1).SetNoDataValue(float('nan'))
+    m.GetRasterBand(b + 1).WriteArray(v)
+if sorte == 'alpha':
+    m.GetRasterBand(4).WriteArray(valide * 255)
+    m.GetRasterBand(4).SetColorInterpretation(gdal.GCI_AlphaBand)
+if sorte == 'masque':
+    m.CreateMaskBand(gdal.GMF_PER_DATASET)
+    m.GetRasterBand(1).GetMaskBand().WriteArray(valide * 255)
+gdal.SetConfigOption('GDAL_TIFF_INTERNAL_MASK', 'YES')
+d = gdal.GetDriverByName('GTiff').CreateCopy(nom, m, options=sys.argv[6:])
+d.BuildOverviews('AVERAGE', [2, 4])
+)";
+
+// oracle.py MOSAIQUE ENTREE...: prints "trous N horsentrees N ecart E bandes INTERPRETATIONS", E the
+// largest difference from gdalwarp's nearest pixel on the mosaic's grid where one input alone covers
+// a pixel valid in the mosaic (the mosaic's validity from its alpha, else from its GDAL mask).
+const char* kOracle = R"(import sys, subprocess, numpy as np
+from osgeo import gdal
+gdal.UseExceptions()
+o = gdal.Open(sys.argv[1]); g = o.GetGeoTransform(); W, H = o.RasterXSize, o.RasterYSize
+bandes = [o.GetRasterBand(i + 1) for i in range(o.RasterCount)]
+noms = [gdal.GetColorInterpretationName(b.GetColorInterpretation()) for b in bandes]
+A = o.ReadAsArray().reshape(len(bandes), H, W).astype(float)
+donnees = [i for i, n in enumerate(noms) if n != 'Alpha']
+valide = A[noms.index('Alpha')] > 0 if 'Alpha' in noms else bandes[0].GetMaskBand().ReadAsArray() > 0
+n = np.zeros((H, W), int); ecart = np.zeros((H, W))
+for k, e in enumerate(sys.argv[2:]):
+    subprocess.run(['gdalwarp', '-q', '-overwrite', '-ovr', 'NONE', '-r', 'near', '-te', str(g[0]),
+                    str(g[3] + H * g[5]), str(g[0] + W * g[1]), str(g[3]), '-ts', str(W), str(H),
+                    '-dstalpha', '-ot', 'Float64', e, 'w.tif'], check=True)
+    B = gdal.Open('w.tif').ReadAsArray()
+    v = B[-1] > 0
+    n += v
+    d = np.max(np.abs(A[donnees] - B[:len(donnees)]), axis=0)
+    ecart = np.where(v & (n == 1), d, np.where(v, 0, ecart))
+print('trous', int(((n > 0) & ~valide).sum()), 'horsentrees', int(((n == 0) & valide).sum()),
+      'ecart', float(np.nanmax(np.where(valide & (n == 1), ecart, 0))), 'bandes', ','.join(noms))
+)";
+
+struct Cas {
+  const char* tuiles[2][2];  // the kind and the creation options of each tile
+  const char* options;
+  double ecartMax;
+  const char* bandes;
+};
+
+TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
+  const char* jpeg = "COMPRESS=JPEG PHOTOMETRIC=YCBCR TILED=YES BLOCKXSIZE=128 BLOCKYSIZE=128";
+  const Cas cas[] = {
+      {{{"masque", jpeg}, {"masque", jpeg}}, "", 0, "Red,Green,Blue"},
+      {{{"masque", jpeg}, {"masque", jpeg}}, "--compression jpeg", 40, "Red,Green,Blue"},
+      {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}}, "", 0, "Red,Green,Blue,Alpha"},
+      // JPEG holds no alpha: the validity goes to the internal mask.
+      {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}},
+       "--compression jpeg --cog",
+       40,
+       "Red,Green,Blue"},
+      // A mask and an alpha both say where the data is.
+      {{{"masque", jpeg}, {"alpha", "COMPRESS=DEFLATE"}}, "", 0, "Red,Green,Blue,Alpha"},
+      {{{"alpha", "COMPRESS=DEFLATE"}, {"masque", jpeg}}, "", 0, "Red,Green,Blue,Alpha"},
+      {{{"nodata16", "COMPRESS=LZW PREDICTOR=2"},
+        {"nodata16", "COMPRESS=ZSTD PREDICTOR=2 TILED=YES INTERLEAVE=BAND BIGTIFF=YES"}},
+       "--compression zstd",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      {{{"nan", "COMPRESS=DEFLATE PREDICTOR=3"}, {"nan", "TILED=YES"}}, "--cog --tuile 128", 0, "Gray"},
+  };
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  std::ofstream(d / "oracle.py") << kOracle;
+  for (const Cas& c : cas) {
+    std::string t = std::string(c.tuiles[0][0]) + " / " + c.tuiles[1][0] + " " + c.options;
+    SCOPED_TRACE(t);
+    for (int k = 0; k < 2; ++k) {
+      std::string co;
+      std::istringstream s(c.tuiles[k][1]);
+      for (std::string o; s >> o;) co += " " + o;
+      const test::Resultat r = test::Lancer(
+          d.chemin(), "/usr/bin/python3 tuile.py t" + std::to_string(k) + ".tif " + c.tuiles[k][0] +
+                          (k ? " 650070 6859960 1.2" : " 650000 6860000 1") + co);
+      ASSERT_EQ(r.statut, 0) << r.sortie;
+    }
+    test::Resultat r = test::Egalise(
+        d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --noegal --quiet ") + c.options);
+    EXPECT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_EQ(r.sortie, "");
+    if (r.statut != 0) continue;
+    r = test::Lancer(d.chemin(), "/usr/bin/python3 oracle.py m.tif t0.tif t1.tif");
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    std::istringstream s(r.sortie);
+    std::string mot, bandes;
+    long trous = -1, hors = -1;
+    double ecart = -1;
+    s >> mot >> trous >> mot >> hors >> mot >> ecart >> mot >> bandes;
+    EXPECT_EQ(trous, 0) << r.sortie;
+    EXPECT_EQ(hors, 0) << r.sortie;
+    EXPECT_LE(ecart, c.ecartMax) << r.sortie;
+    EXPECT_GE(ecart, 0) << r.sortie;
+    EXPECT_EQ(bandes, c.bandes) << r.sortie;
+  }
+}
+
+}  // namespace
