@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -210,6 +211,14 @@ std::string TableauJson(int bandes, int n, const std::function<const double*(int
     r += "]";
   }
   return r + "]";
+}
+
+// Ends a GeoTIFF we write. GDAL takes NAME.aux.xml (statistics, no-data), NAME.ovr (overviews) and
+// NAME.msk (mask) as parts of NAME: those an earlier file of that name left would describe this one
+// wrongly, so they go once it is in place, as GDAL's own writers remove them.
+void Terminer(EcrivainGeoTIFF& ecrivain, const std::string& nom) {
+  ecrivain.Terminer();
+  for (const char* annexe : {".aux.xml", ".ovr", ".msk"}) std::remove((nom + annexe).c_str());
 }
 
 struct Chrono {
@@ -1142,7 +1151,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
     ecrivain.EcrireLignes(eFloat4, v.data(), static_cast<size_t>(w) * bandes * sizeof(float), n, ok.data(),
                           w);
   }
-  ecrivain.Terminer();
+  Terminer(ecrivain, nom);
 }
 
 void JobMosaique::Impl::EcrireOri() const {
@@ -1316,7 +1325,7 @@ void JobMosaique::Executer() {
                                                      static_cast<size_t>(j.W) * j.bandes * sizeof(float),
                                                      cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
                       });
-    ecrivain.Terminer();
+    Terminer(ecrivain, j.p.sortie);
     j.EcrireOri();
   });
   if (!j.p.corriges.empty())
@@ -1477,7 +1486,7 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
       attendue = r1;
     }
     if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");
-    ecrivain.Terminer();
+    Terminer(ecrivain, j.p.sortie);
     j.EcrireOri();
   });
   j.rapport.colonnes = j.W;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -133,3 +134,48 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
 }
 
 }  // namespace
+
+// GDAL reads NAME.aux.xml, NAME.ovr and NAME.msk as parts of NAME: those an earlier mosaic of the
+// same name left (gdalinfo -stats, gdaladdo -ro) would lend the new one their statistics, overviews
+// and mask. Written in one process or by phases, the mosaic and the corrected images lose them; the
+// inputs keep theirs.
+TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  const std::string lignes[] = {
+      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet",
+      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 1 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 2 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape resoudre && " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape composer --partie 1/1 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape assembler"};
+  test::Resultat r = test::Lancer(d.chemin(),
+                                  "mkdir c w && /usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
+                                  "/usr/bin/python3 tuile.py t1.tif alpha 650070 6859960 1.2 && "
+                                  "gdalinfo -stats t0.tif > /dev/null && touch t0.tif.msk");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const std::string fichiers[] = {"m.tif", "c/t0.tif", "c/t1.tif"};
+  for (const std::string& ligne : lignes) {
+    SCOPED_TRACE(ligne);
+    std::string annexes;
+    for (const std::string& f : fichiers)
+      annexes += " && gdal_translate -q -outsize 8 8 t1.tif " + f + " && gdalinfo -stats " + f +
+                 " > /dev/null && gdaladdo -q -ro " + f + " 2 && touch " + f + ".msk";
+    r = test::Lancer(d.chemin(), "true" + annexes);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    r = test::Egalise(d.chemin(), ligne);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    for (const std::string& f : fichiers)
+      for (const char* annexe : {".aux.xml", ".ovr", ".msk"})
+        EXPECT_FALSE(std::filesystem::exists(d / (f + annexe))) << f << annexe;
+    EXPECT_TRUE(std::filesystem::exists(d / "t0.tif.aux.xml"));
+    EXPECT_TRUE(std::filesystem::exists(d / "t0.tif.msk"));
+    r = test::Lancer(d.chemin(), "gdalinfo m.tif");
+    EXPECT_EQ(r.sortie.find("Overviews"), std::string::npos) << r.sortie;
+    EXPECT_EQ(r.sortie.find("STATISTICS_"), std::string::npos) << r.sortie;
+    EXPECT_NE(r.sortie.find("Size is 380, 280"), std::string::npos) << r.sortie;
+  }
+}
