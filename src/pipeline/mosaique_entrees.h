@@ -11,7 +11,8 @@
 
 // Which pixels of an input hold data: the first rule that applies, in this order. A NaN or infinite
 // sample (a float input, or a float64 one beyond float) is out under every rule: one would spread over the
-// blend and the statistics.
+// blend and the statistics. A pixel the file's mask leaves out is out under every rule too: GDAL reads
+// a file that has a mask by its mask, and a JPEG file's no-data value does not survive its compression.
 enum class RegleValidite {
   kNodata,  // a given no-data value (--nodata, else the file's tag): a pixel with it in a band is out
   kAlpha,   // the alpha band: 0 is out

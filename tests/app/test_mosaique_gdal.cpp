@@ -14,13 +14,14 @@
 namespace {
 
 // tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, a smooth
-// texture times GAIN, its 40 x 30 upper-left corner without data (mask, alpha, no-data or NaN).
+// texture times GAIN, its 40 x 30 upper-left corner without data (mask, alpha, no-data or NaN;
+// masquenodata: a mask and a no-data tag of 0 that no sample has, GDAL going by the mask).
 const char* kTuile = R"(import sys, numpy as np
 from osgeo import gdal, osr
 gdal.UseExceptions()
 nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
 w, h, pas = 240, 200, 0.5
-nb = {'masque': 3, 'alpha': 3, 'nodata16': 4, 'nan': 1}[sorte]
+nb = {'masque': 3, 'masquenodata': 3, 'alpha': 3, 'nodata16': 4, 'nan': 1}[sorte]
 gdt = {'nodata16': gdal.GDT_UInt16, 'nan': gdal.GDT_Float32}.get(sorte, gdal.GDT_Byte)
 X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
 m = gdal.GetDriverByName('MEM').Create('', w, h, nb + (sorte == 'alpha'), gdt)
@@ -32,11 +33,12 @@ for b in range(nb):
     if sorte == 'nodata16': v *= 40
     if sorte == 'nodata16': v[~valide] = 0; m.GetRasterBand(b + 1).SetNoDataValue(0)
     if sorte == 'nan': v[~valide] = np.nan; m.GetRasterBand(b + 1).SetNoDataValue(float('nan'))
+    if sorte == 'masquenodata': m.GetRasterBand(b + 1).SetNoDataValue(0)
     m.GetRasterBand(b + 1).WriteArray(v)
 if sorte == 'alpha':
     m.GetRasterBand(4).WriteArray(valide * 255)
     m.GetRasterBand(4).SetColorInterpretation(gdal.GCI_AlphaBand)
-if sorte == 'masque':
+if sorte.startswith('masque'):
     m.CreateMaskBand(gdal.GMF_PER_DATASET)
     m.GetRasterBand(1).GetMaskBand().WriteArray(valide * 255)
 gdal.SetConfigOption('GDAL_TIFF_INTERNAL_MASK', 'YES')
@@ -82,6 +84,7 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
   const Cas cas[] = {
       {{{"masque", jpeg}, {"masque", jpeg}}, "", 0, "Red,Green,Blue"},
       {{{"masque", jpeg}, {"masque", jpeg}}, "--compression jpeg", 40, "Red,Green,Blue"},
+      {{{"masquenodata", jpeg}, {"masquenodata", "COMPRESS=DEFLATE"}}, "", 0, "Red,Green,Blue"},
       {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}}, "", 0, "Red,Green,Blue,Alpha"},
       // JPEG holds no alpha: the validity goes to the internal mask.
       {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}},
@@ -155,7 +158,7 @@ TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
   test::Resultat r = test::Lancer(d.chemin(),
                                   "mkdir c w && /usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
                                   "/usr/bin/python3 tuile.py t1.tif alpha 650070 6859960 1.2 && "
-                                  "gdalinfo -stats t0.tif > /dev/null && touch t0.tif.msk");
+                                  "gdalinfo -stats t0.tif > /dev/null");
   ASSERT_EQ(r.statut, 0) << r.sortie;
   const std::string fichiers[] = {"m.tif", "c/t0.tif", "c/t1.tif"};
   for (const std::string& ligne : lignes) {
@@ -172,7 +175,6 @@ TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
       for (const char* annexe : {".aux.xml", ".ovr", ".msk"})
         EXPECT_FALSE(std::filesystem::exists(d / (f + annexe))) << f << annexe;
     EXPECT_TRUE(std::filesystem::exists(d / "t0.tif.aux.xml"));
-    EXPECT_TRUE(std::filesystem::exists(d / "t0.tif.msk"));
     r = test::Lancer(d.chemin(), "gdalinfo m.tif");
     EXPECT_EQ(r.sortie.find("Overviews"), std::string::npos) << r.sortie;
     EXPECT_EQ(r.sortie.find("STATISTICS_"), std::string::npos) << r.sortie;
