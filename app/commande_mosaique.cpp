@@ -177,8 +177,10 @@ const std::vector<Option>& Table() {
              [](O& o, const Valeur& v) { o.tuile = static_cast<int>(v.entier); }),
       Drapeau("cog", 0, "ecrire un GeoTIFF optimise pour le nuage (COG), avec ses apercus",
               [](O& o, const Valeur&) { o.cog = true; }),
-      Entier("epsg", "CODE", "le systeme des entrees", "systeme de reference de la mosaique (code EPSG)", 1,
-             999999, [](O& o, const Valeur& v) { o.epsg = static_cast<int>(v.entier); }),
+      Entier(
+          "epsg", "CODE", "le systeme des entrees",
+          "systeme de reference (code EPSG) de la mosaique et des entrees placees sans systeme (world file)",
+          1, 999999, [](O& o, const Valeur& v) { o.epsg = static_cast<int>(v.entier); }),
       Texte("rapport", 0, "FICHIER.json", nullptr, "rapport JSON du calcul",
             [](O& o, const Valeur& v) { o.rapport = v.texte; }),
       Entier("threads", "N", "les coeurs dont dispose le processus", "nombre de fils de calcul", 1, 4096,

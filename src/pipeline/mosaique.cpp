@@ -347,6 +347,8 @@ void JobMosaique::Impl::Preparer() {
     entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
   const EntreeMosaique& e0 = *entrees[0];
   bandes = e0.Bandes();
+  std::unique_ptr<SystemeReference> epsg;
+  if (p.ecriture.epsg != 0) epsg = std::make_unique<SystemeReference>(CrsDepuisEpsg(p.ecriture.epsg));
   for (const auto& e : entrees) {
     // An alpha says where the data is, as a mask or a no-data value do: tiles may mix them, and the
     // mosaic has an alpha when one of them has.
@@ -358,14 +360,23 @@ void JobMosaique::Impl::Preparer() {
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est de type " << NomTypeSortie(e->Type())
                                                    << ", " << e0.Nom() << " de type "
                                                    << NomTypeSortie(e0.Type()) << ".");
+    // A tile placed by a world file has no system: --epsg gives it, and is checked against those that
+    // have one (nothing reprojects them).
     const SystemeReference* a = e0.Crs();
     const SystemeReference* b = e->Crs();
     const bool ca = a && a->Connu(), cb = b && b->Connu();
-    if (ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent))
+    if (epsg) {
+      if (cb && ComparerCrs(*epsg, *b) == EgaliteCrs::kDifferent)
+        ZEPRA_ERREUR("[Mosaique] (Entrees) --epsg " << p.ecriture.epsg << " : l'image " << e->Nom()
+                                                    << " est dans le systeme " << DecrireCrs(*b)
+                                                    << " ; la mosaique ne la reprojette pas.");
+    } else if (ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent)) {
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est dans le systeme "
                                                    << (cb ? DecrireCrs(*b) : std::string("inconnu")) << ", "
                                                    << e0.Nom() << " dans le systeme "
-                                                   << (ca ? DecrireCrs(*a) : std::string("inconnu")) << ".");
+                                                   << (ca ? DecrireCrs(*a) : std::string("inconnu"))
+                                                   << (ca != cb ? " : donner --epsg." : "."));
+    }
   }
 
   // Model and fusion, by their table rows.
@@ -416,12 +427,6 @@ void JobMosaique::Impl::Preparer() {
   georef.pasX = rx;
   georef.pasY = ry;
   if (e0.Crs()) georef.crs = *e0.Crs();
-  // The writer would refuse it too, but only once every pixel is composed.
-  if (ecriture.epsg != 0 && georef.crs.Connu() &&
-      ComparerCrs(CrsDepuisEpsg(ecriture.epsg), georef.crs) == EgaliteCrs::kDifferent)
-    ZEPRA_ERREUR("[Mosaique] (Grille) --epsg " << ecriture.epsg << " : les entrees sont dans le systeme "
-                                               << DecrireCrs(georef.crs)
-                                               << " ; la mosaique ne les reprojette pas.");
   plan = PlanifierEcriture(ecriture, TPoint2D<int>(W, H), bandes, eFloat4, p.sortie);
 
   // Feathering width: half the median overlap width, when not given.
