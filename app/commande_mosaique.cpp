@@ -123,8 +123,8 @@ const std::vector<Option>& Table() {
             [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; }),
       [] {
         Option o = Reels("nodata", "V", "l'etiquette commune des entrees, sinon 0",
-                         "valeur sans donnee des entrees et de la mosaique", -kInfini, false, 1, 1,
-                         [](O& o, const Valeur& v) {
+                         "valeur sans donnee de la mosaique et des entrees sans etiquette", -kInfini, false,
+                         1, 1, [](O& o, const Valeur& v) {
                            o.nodataDonne = true;
                            o.nodata = v.reels[0];
                          });

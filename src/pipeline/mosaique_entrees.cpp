@@ -74,12 +74,12 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     ZEPRA_ERREUR("[Mosaique] (Entrees) La grille de " << nom << " est inutilisable.");
 
   m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom); });
-  if (nodataDonne) {
-    m_regle = RegleValidite::kNodata;
-    m_nodata = nodata;
-  } else if (m_meta && m_meta->nodataPresent) {
+  if (m_meta && m_meta->nodataPresent) {
     m_regle = RegleValidite::kNodata;
     m_nodata = m_meta->nodata;
+  } else if (nodataDonne) {
+    m_regle = RegleValidite::kNodata;
+    m_nodata = nodata;
   } else if (m_alpha >= 0) {
     m_regle = RegleValidite::kAlpha;
   } else if (m_masque) {
@@ -127,7 +127,7 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
       for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]);
     }
   }
-  if (m_regle == RegleValidite::kAlpha) {
+  if (m_alpha >= 0) {
     const float* a = valeurs + m_alpha * n;
     for (size_t k = 0; k < n; ++k) valide[k] &= a[k] != 0.0f;
   }

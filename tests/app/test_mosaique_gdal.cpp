@@ -15,14 +15,15 @@ namespace {
 
 // tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, a smooth
 // texture times GAIN, its 40 x 30 upper-left corner without data (mask, alpha, no-data or NaN;
-// masquenodata: a mask and a no-data tag of 0 that no sample has, GDAL going by the mask).
+// masquenodata: a mask and a no-data tag of 0 that no sample has, GDAL going by the mask;
+// nodata16max: the tag 65535).
 const char* kTuile = R"(import sys, numpy as np
 from osgeo import gdal, osr
 gdal.UseExceptions()
 nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
 w, h, pas = 240, 200, 0.5
-nb = {'masque': 3, 'masquenodata': 3, 'alpha': 3, 'nodata16': 4, 'nan': 1}[sorte]
-gdt = {'nodata16': gdal.GDT_UInt16, 'nan': gdal.GDT_Float32}.get(sorte, gdal.GDT_Byte)
+nb = {'masque': 3, 'masquenodata': 3, 'alpha': 3, 'nodata16': 4, 'nodata16max': 4, 'nan': 1}[sorte]
+gdt = {'nodata16': gdal.GDT_UInt16, 'nodata16max': gdal.GDT_UInt16, 'nan': gdal.GDT_Float32}.get(sorte, gdal.GDT_Byte)
 X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
 m = gdal.GetDriverByName('MEM').Create('', w, h, nb + (sorte == 'alpha'), gdt)
 m.SetGeoTransform((x0, pas, 0, y0, 0, -pas))
@@ -30,8 +31,9 @@ s = osr.SpatialReference(); s.ImportFromEPSG(2154); m.SetProjection(s.ExportToWk
 valide = np.ones((h, w), bool); valide[:30, :40] = False
 for b in range(nb):
     v = gain * (100 + 60 * np.sin(X / 9.0 + b) * np.cos(Y / 7.0 - b))
-    if sorte == 'nodata16': v *= 40
+    if sorte.startswith('nodata16'): v *= 40
     if sorte == 'nodata16': v[~valide] = 0; m.GetRasterBand(b + 1).SetNoDataValue(0)
+    if sorte == 'nodata16max': v[~valide] = 65535; m.GetRasterBand(b + 1).SetNoDataValue(65535)
     if sorte == 'nan': v[~valide] = np.nan; m.GetRasterBand(b + 1).SetNoDataValue(float('nan'))
     if sorte == 'masquenodata': m.GetRasterBand(b + 1).SetNoDataValue(0)
     m.GetRasterBand(b + 1).WriteArray(v)
@@ -99,6 +101,19 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
        "--compression zstd",
        0,
        "Gray,Undefined,Undefined,Undefined"},
+      // Each tile keeps its own tag; --nodata is the mosaic's value. The alpha holds with --nodata.
+      {{{"nodata16", "TILED=YES"}, {"nodata16max", "TILED=YES"}},
+       "--nodata 0",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      {{{"nodata16max", "TILED=YES"}, {"nodata16", "TILED=YES"}},
+       "--nodata 65535",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      {{{"alpha", "COMPRESS=DEFLATE"}, {"alpha", "COMPRESS=DEFLATE"}},
+       "--nodata 255",
+       0,
+       "Red,Green,Blue,Alpha"},
       {{{"nan", "COMPRESS=DEFLATE PREDICTOR=3"}, {"nan", "TILED=YES"}}, "--cog --tuile 128", 0, "Gray"},
   };
   test::DossierTemp d;
