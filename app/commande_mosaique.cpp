@@ -279,8 +279,8 @@ std::string AideMosaique() {
 
 namespace {
 
-// Stage lines and warnings on stderr (and warnings and errors in the --log file); a progress bar per
-// stage when stderr is a terminal.
+// Stage lines and warnings on stderr unless --quiet (warnings and errors in the --log file even then);
+// a progress bar per stage when stderr is a terminal.
 class SuiviConsole : public SuiviMosaique {
  public:
   SuiviConsole(bool quiet, std::ofstream* log) : m_quiet(quiet), m_log(log), m_terminal(isatty(2) != 0) {}
@@ -299,7 +299,7 @@ class SuiviConsole : public SuiviMosaique {
   }
   void Avertissement(const std::string& t) override {
     Fermer();
-    std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
+    if (!m_quiet) std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
     if (m_log) *m_log << "avertissement : " << t << std::endl;
   }
   void Fermer() {

@@ -196,3 +196,34 @@ TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
     EXPECT_NE(r.sortie.find("Size is 380, 280"), std::string::npos) << r.sortie;
   }
 }
+
+// Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it.
+TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  test::Resultat r = test::Lancer(d.chemin(),
+                                  "/usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
+                                  "/usr/bin/python3 tuile.py t1.tif alpha 650500 6860000 1.2");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const std::string avertissement = "avertissement : L'image t0.tif ne recouvre aucune autre image";
+  const struct {
+    const char* options;
+    bool console, journal;
+  } cas[] = {{"", true, false},
+             {"--log l.txt", true, true},
+             {"--quiet", false, false},
+             {"--quiet --log l.txt", false, true}};
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.options);
+    std::filesystem::remove(d / "l.txt");
+    r = test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif ") + c.options);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_EQ(r.sortie.find("egalise mosaique : " + avertissement) != std::string::npos, c.console)
+        << r.sortie;
+    EXPECT_EQ(r.sortie.find("egalise mosaique : composition") != std::string::npos, c.console) << r.sortie;
+    if (!c.console) {
+      EXPECT_EQ(r.sortie, "");
+    }
+    EXPECT_EQ(test::Commence(test::LireFichier(d / "l.txt"), avertissement), c.journal);
+  }
+}
