@@ -418,6 +418,12 @@ void JobMosaique::Impl::Preparer() {
         avec = e.get();
       }
     ecriture.nodata = avec ? avec->NodataFichierValeur() : 0.0;
+    // The writer would refuse it without saying how to choose another.
+    if (avec && ecriture.type != eFloat4 && ecriture.type != eFloat8 &&
+        !NodataEntierPossible(ecriture.nodata, ecriture.type))
+      ZEPRA_ERREUR("[Mosaique] (Entrees) La valeur sans donnee "
+                   << TexteNodata(ecriture.nodata) << " de " << avec->Nom() << " ne tient pas en "
+                   << NomTypeSortie(ecriture.type) << " : donner --nodata.");
   }
   // JPEG holds no alpha: the validity goes to its internal mask.
   ecriture.alpha = alpha && ecriture.compression != CompressionTIFF::kJPEG;

@@ -227,3 +227,41 @@ TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
     EXPECT_EQ(test::Commence(test::LireFichier(d / "l.txt"), avertissement), c.journal);
   }
 }
+
+// Refusals that name their remedy, and the remedy accepted.
+TEST(MosaiqueGDAL, RefusEtRemede) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  const struct {
+    const char* tuiles[2];
+    const char* options;
+    int statut;
+    const char* message;
+  } cas[] = {
+      {{"nan", "nan"},
+       "--type uint8",
+       1,
+       "La valeur sans donnee nan de t1.tif ne tient pas en uint8 : donner --nodata."},
+      {{"nan", "nan"}, "--type uint8 --nodata 0", 0, ""},
+      {{"nodata16", "nodata16"}, "--type int8", 0, ""},
+      {{"nodata16max", "nodata16max"},
+       "--type int16",
+       1,
+       "La valeur sans donnee 65535 de t1.tif ne tient pas en int16"},
+      {{"nodata16", "nodata16max"}, "", 1, "valeurs sans donnee differentes (0, 65535) : donner --nodata."},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(std::string(c.tuiles[0]) + " " + c.tuiles[1] + " " + c.options);
+    test::Resultat r =
+        test::Lancer(d.chemin(), std::string("/usr/bin/python3 tuile.py t0.tif ") + c.tuiles[0] +
+                                     " 650000 6860000 1 && /usr/bin/python3 tuile.py t1.tif " + c.tuiles[1] +
+                                     " 650070 6859960 1.2");
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    std::filesystem::remove(d / "m.tif");
+    r = test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --quiet ") + c.options);
+    EXPECT_EQ(r.statut, c.statut) << r.sortie;
+    EXPECT_EQ(r.sortie.empty(), !*c.message) << r.sortie;
+    EXPECT_NE(r.sortie.find(c.message), std::string::npos) << r.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), c.statut == 0);
+  }
+}
