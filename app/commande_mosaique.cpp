@@ -123,8 +123,8 @@ const std::vector<Option>& Table() {
             [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; }),
       [] {
         Option o = Reels("nodata", "V", "l'etiquette commune des entrees, sinon 0",
-                         "valeur sans donnee des entrees et de la mosaique", -kInfini, false, 1, 1,
-                         [](O& o, const Valeur& v) {
+                         "valeur sans donnee de la mosaique et des entrees sans etiquette", -kInfini, false,
+                         1, 1, [](O& o, const Valeur& v) {
                            o.nodataDonne = true;
                            o.nodata = v.reels[0];
                          });
@@ -177,8 +177,10 @@ const std::vector<Option>& Table() {
              [](O& o, const Valeur& v) { o.tuile = static_cast<int>(v.entier); }),
       Drapeau("cog", 0, "ecrire un GeoTIFF optimise pour le nuage (COG), avec ses apercus",
               [](O& o, const Valeur&) { o.cog = true; }),
-      Entier("epsg", "CODE", "le systeme des entrees", "systeme de reference de la mosaique (code EPSG)", 1,
-             999999, [](O& o, const Valeur& v) { o.epsg = static_cast<int>(v.entier); }),
+      Entier(
+          "epsg", "CODE", "le systeme des entrees",
+          "systeme de reference (code EPSG) de la mosaique et des entrees placees sans systeme (world file)",
+          1, 999999, [](O& o, const Valeur& v) { o.epsg = static_cast<int>(v.entier); }),
       Texte("rapport", 0, "FICHIER.json", nullptr, "rapport JSON du calcul",
             [](O& o, const Valeur& v) { o.rapport = v.texte; }),
       Entier("threads", "N", "les coeurs dont dispose le processus", "nombre de fils de calcul", 1, 4096,
@@ -277,8 +279,8 @@ std::string AideMosaique() {
 
 namespace {
 
-// Stage lines and warnings on stderr (and warnings and errors in the --log file); a progress bar per
-// stage when stderr is a terminal.
+// Stage lines and warnings on stderr unless --quiet (warnings and errors in the --log file even then);
+// a progress bar per stage when stderr is a terminal.
 class SuiviConsole : public SuiviMosaique {
  public:
   SuiviConsole(bool quiet, std::ofstream* log) : m_quiet(quiet), m_log(log), m_terminal(isatty(2) != 0) {}
@@ -297,7 +299,7 @@ class SuiviConsole : public SuiviMosaique {
   }
   void Avertissement(const std::string& t) override {
     Fermer();
-    std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
+    if (!m_quiet) std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
     if (m_log) *m_log << "avertissement : " << t << std::endl;
   }
   void Fermer() {

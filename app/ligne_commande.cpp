@@ -107,7 +107,10 @@ std::string LireListe(const std::string& fichier, std::vector<std::string>& noms
   std::ifstream f(fichier);
   if (!f.is_open()) return "liste d'images " + fichier + " illisible";
   size_t lus = 0;
-  for (std::string ligne; std::getline(f, ligne);) {
+  bool premiere = true;
+  for (std::string ligne; std::getline(f, ligne); premiere = false) {
+    // Windows editors start a UTF-8 file with a byte order mark; it is no part of the first path.
+    if (premiere && ligne.rfind("\xEF\xBB\xBF", 0) == 0) ligne.erase(0, 3);
     const size_t debut = ligne.find_first_not_of(" \t\r"), fin = ligne.find_last_not_of(" \t\r");
     if (debut == std::string::npos) continue;
     noms.push_back(ligne.substr(debut, fin - debut + 1));

@@ -60,6 +60,10 @@ OptionsEcriture LireOptionsEcriture(const std::vector<std::pair<std::string, std
 const char* NomCompression(CompressionTIFF c);
 const char* NomTypeSortie(eEnumType type);
 
+// Whether an integer sample type holds the no-data value v (NaN, a fraction or a value out of range
+// does not).
+bool NodataEntierPossible(double v, eEnumType type);
+
 // Everything about the file decided before any pixel: one value per choice, no "auto" left.
 struct PlanEcriture {
   TPoint2D<int> taille;

@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -212,6 +213,14 @@ std::string TableauJson(int bandes, int n, const std::function<const double*(int
   return r + "]";
 }
 
+// Ends a GeoTIFF we write. GDAL takes NAME.aux.xml (statistics, no-data), NAME.ovr (overviews) and
+// NAME.msk (mask) as parts of NAME: those an earlier file of that name left would describe this one
+// wrongly, so they go once it is in place, as GDAL's own writers remove them.
+void Terminer(EcrivainGeoTIFF& ecrivain, const std::string& nom) {
+  ecrivain.Terminer();
+  for (const char* annexe : {".aux.xml", ".ovr", ".msk"}) std::remove((nom + annexe).c_str());
+}
+
 struct Chrono {
   std::chrono::steady_clock::time_point debut = std::chrono::steady_clock::now();
   double Secondes() const {
@@ -338,24 +347,36 @@ void JobMosaique::Impl::Preparer() {
     entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
   const EntreeMosaique& e0 = *entrees[0];
   bandes = e0.Bandes();
-  alpha = e0.Alpha();
+  std::unique_ptr<SystemeReference> epsg;
+  if (p.ecriture.epsg != 0) epsg = std::make_unique<SystemeReference>(CrsDepuisEpsg(p.ecriture.epsg));
   for (const auto& e : entrees) {
-    if (e->Bandes() != bandes || e->Alpha() != alpha)
-      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
-                   << e->Nom() << " a " << e->Bandes() << " bande(s)" << (e->Alpha() ? " et un alpha" : "")
-                   << ", " << e0.Nom() << " en a " << bandes << (alpha ? " et un alpha" : "") << ".");
+    // An alpha says where the data is, as a mask or a no-data value do: tiles may mix them, and the
+    // mosaic has an alpha when one of them has.
+    alpha = alpha || e->Alpha();
+    if (e->Bandes() != bandes)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " a " << e->Bandes() << " bande(s), "
+                                                   << e0.Nom() << " en a " << bandes << ".");
     if (e->Type() != e0.Type())
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est de type " << NomTypeSortie(e->Type())
                                                    << ", " << e0.Nom() << " de type "
                                                    << NomTypeSortie(e0.Type()) << ".");
+    // A tile placed by a world file has no system: --epsg gives it, and is checked against those that
+    // have one (nothing reprojects them).
     const SystemeReference* a = e0.Crs();
     const SystemeReference* b = e->Crs();
     const bool ca = a && a->Connu(), cb = b && b->Connu();
-    if (ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent))
+    if (epsg) {
+      if (cb && ComparerCrs(*epsg, *b) == EgaliteCrs::kDifferent)
+        ZEPRA_ERREUR("[Mosaique] (Entrees) --epsg " << p.ecriture.epsg << " : l'image " << e->Nom()
+                                                    << " est dans le systeme " << DecrireCrs(*b)
+                                                    << " ; la mosaique ne la reprojette pas.");
+    } else if (ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent)) {
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est dans le systeme "
                                                    << (cb ? DecrireCrs(*b) : std::string("inconnu")) << ", "
                                                    << e0.Nom() << " dans le systeme "
-                                                   << (ca ? DecrireCrs(*a) : std::string("inconnu")) << ".");
+                                                   << (ca ? DecrireCrs(*a) : std::string("inconnu"))
+                                                   << (ca != cb ? " : donner --epsg." : "."));
+    }
   }
 
   // Model and fusion, by their table rows.
@@ -397,8 +418,15 @@ void JobMosaique::Impl::Preparer() {
         avec = e.get();
       }
     ecriture.nodata = avec ? avec->NodataFichierValeur() : 0.0;
+    // The writer would refuse it without saying how to choose another.
+    if (avec && ecriture.type != eFloat4 && ecriture.type != eFloat8 &&
+        !NodataEntierPossible(ecriture.nodata, ecriture.type))
+      ZEPRA_ERREUR("[Mosaique] (Entrees) La valeur sans donnee "
+                   << TexteNodata(ecriture.nodata) << " de " << avec->Nom() << " ne tient pas en "
+                   << NomTypeSortie(ecriture.type) << " : donner --nodata.");
   }
-  ecriture.alpha = alpha;
+  // JPEG holds no alpha: the validity goes to its internal mask.
+  ecriture.alpha = alpha && ecriture.compression != CompressionTIFF::kJPEG;
   georef.grille = true;
   georef.x0 = mx0;
   georef.y0 = my0;
@@ -1104,6 +1132,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   const std::string nom = p.corriges + "/" + base;
   OptionsEcriture o = ecriture;
   o.cog = false;
+  o.alpha = ecriture.alpha && e.Alpha();
   GeoreferenceEcriture g;
   g.grille = true;
   g.x0 = e.X0();
@@ -1133,7 +1162,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
     ecrivain.EcrireLignes(eFloat4, v.data(), static_cast<size_t>(w) * bandes * sizeof(float), n, ok.data(),
                           w);
   }
-  ecrivain.Terminer();
+  Terminer(ecrivain, nom);
 }
 
 void JobMosaique::Impl::EcrireOri() const {
@@ -1307,7 +1336,7 @@ void JobMosaique::Executer() {
                                                      static_cast<size_t>(j.W) * j.bandes * sizeof(float),
                                                      cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
                       });
-    ecrivain.Terminer();
+    Terminer(ecrivain, j.p.sortie);
     j.EcrireOri();
   });
   if (!j.p.corriges.empty())
@@ -1468,7 +1497,7 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
       attendue = r1;
     }
     if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");
-    ecrivain.Terminer();
+    Terminer(ecrivain, j.p.sortie);
     j.EcrireOri();
   });
   j.rapport.colonnes = j.W;

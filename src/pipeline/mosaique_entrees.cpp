@@ -73,15 +73,16 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
         std::isfinite(m_pasY)))
     ZEPRA_ERREUR("[Mosaique] (Entrees) La grille de " << nom << " est inutilisable.");
 
-  if (nodataDonne) {
-    m_regle = RegleValidite::kNodata;
-    m_nodata = nodata;
-  } else if (m_meta && m_meta->nodataPresent) {
+  m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom); });
+  if (m_meta && m_meta->nodataPresent) {
     m_regle = RegleValidite::kNodata;
     m_nodata = m_meta->nodata;
+  } else if (nodataDonne) {
+    m_regle = RegleValidite::kNodata;
+    m_nodata = nodata;
   } else if (m_alpha >= 0) {
     m_regle = RegleValidite::kAlpha;
-  } else if ((m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom); }))) {
+  } else if (m_masque) {
     m_regle = RegleValidite::kMasque;
   }
 
@@ -111,7 +112,7 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
   const size_t n = static_cast<size_t>(nx) * ny;
   m_fichier->Lire(x0, y0, nx, ny, valeurs, nx, n);
   // Validity starts from the mask (or all valid), then each rule takes pixels out.
-  if (m_regle == RegleValidite::kMasque)
+  if (m_masque)
     m_masque->Lire(x0, y0, nx, ny, valide, nx);
   else
     std::fill(valide, valide + n, 1);
@@ -126,7 +127,7 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
       for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]);
     }
   }
-  if (m_regle == RegleValidite::kAlpha) {
+  if (m_alpha >= 0) {
     const float* a = valeurs + m_alpha * n;
     for (size_t k = 0; k < n; ++k) valide[k] &= a[k] != 0.0f;
   }

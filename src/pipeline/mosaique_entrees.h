@@ -9,20 +9,24 @@
 #include "zepra/lecteurfenetres.h"
 #include "zepra/metadonnees.h"
 
-// Which pixels of an input hold data: the first rule that applies, in this order. A NaN or infinite
-// sample (a float input, or a float64 one beyond float) is out under every rule: one would spread over the
-// blend and the statistics.
+// Which values of an input hold no data: the first rule that applies, in this order. Besides, a pixel
+// is out under every rule where the file's alpha is 0 or its mask leaves it out (GDAL reads a file that
+// has a mask by its mask, and a JPEG file's no-data value does not survive its compression), and where
+// a sample is NaN or infinite (a float input, or a float64 one beyond float: one would spread over the
+// blend and the statistics).
 enum class RegleValidite {
-  kNodata,  // a given no-data value (--nodata, else the file's tag): a pixel with it in a band is out
-  kAlpha,   // the alpha band: 0 is out
-  kMasque,  // the internal mask or the .msk beside the file: 0 is out
+  kNodata,  // the file's no-data tag, else --nodata: a pixel with it in a band is out (the tag is the
+            // file's own word: --nodata is the mosaic's value, and that of the inputs without a tag)
+  kAlpha,   // an alpha band and no value rule
+  kMasque,  // the internal mask or the .msk beside the file, and no value rule
   kZero,    // otherwise 0 in a band is out
 };
 
 class EntreeMosaique {
  public:
   // Opens the file and its masks, reads its georeferencing; an Erreur naming the file otherwise.
-  // nodataDonne / nodata: the --nodata option; suffixe: the exclusion mask's suffix, empty for none.
+  // nodataDonne / nodata: the --nodata option, for a file without a no-data tag; suffixe: the exclusion
+  // mask's suffix, empty for none.
   EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata, const std::string& suffixe);
 
   const std::string& Nom() const { return m_nom; }

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "commande_mosaique.h"
+#include "ligne_commande.h"
 #include "outils_test.h"
 
 namespace {
@@ -190,6 +191,26 @@ TEST(CommandeMosaique, ReglagesLus) {
                                           "--reechantillonnage", "bilineaire", "--fusion", "multibande"});
   EXPECT_TRUE(r.resolutionX == 0.5 && r.resolutionY == 2);
   EXPECT_TRUE(r.indisponibles.empty());
+}
+
+// List files as editors and spreadsheets save them: Windows line ends, blanks around a path, a UTF-8
+// byte order mark before the first one, no end of line at the end.
+TEST(CommandeMosaique, ListesDImages) {
+  test::DossierTemp t;
+  const std::pair<const char*, std::vector<std::string>> cas[] = {
+      {"a.tif\nb.tif\n", {"a.tif", "b.tif"}},
+      {"\xEF\xBB\xBF"
+       "a.tif\r\nvol 2.tif\r\n",
+       {"a.tif", "vol 2.tif"}},
+      {"\xEF\xBB\xBF\r\n  a.tif \t\r\n\n", {"a.tif"}},
+      {"a.tif", {"a.tif"}},
+  };
+  for (const auto& [contenu, noms] : cas) {
+    std::ofstream(t / "l.txt", std::ios::binary) << contenu;
+    std::vector<std::string> lus;
+    EXPECT_EQ(LireListe(t / "l.txt", lus), "") << contenu;
+    EXPECT_EQ(lus, noms) << contenu;
+  }
 }
 
 }  // namespace

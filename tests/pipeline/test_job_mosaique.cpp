@@ -11,6 +11,7 @@
 #include "outils_test.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
+#include "zepra/lecteurfenetres.h"
 #include "zepra/pipeline/mosaique.h"
 #include "zepra/pipeline/parallele.h"
 #include "zepra/ttimage.h"
@@ -203,15 +204,62 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   bande.tuilee = false;
   bande.lignesBande = 2400;
   Uniforme(d / "bande.tif", bande, 2400, kBandes, 50, Grille(0, 0));
-  const std::pair<const char*, const char*> cas[] = {{"une.tif", "a 1 bande(s)"},
-                                                     {"utm.tif", "dans le systeme EPSG:32631"},
-                                                     {"bande.tif", "se lit par blocs de 17 Mio"}};
-  for (const auto& [entree, message] : cas) {
+  // An EPSG code for the mosaic that is not the tiles' system: nothing reprojects them.
+  const struct {
+    const char* entree;
+    int epsg;
+    const char* message;
+  } cas[] = {{"une.tif", 0, "a 1 bande(s)"},
+             {"utm.tif", 0, "dans le systeme EPSG:32631"},
+             {"bande.tif", 0, "se lit par blocs de 17 Mio"},
+             {nullptr, 32631, "--epsg 32631 : l'image"}};
+  for (const auto& [entree, epsg, message] : cas) {
     ParametresMosaique p = Parametres(t, d / "m.tif");
-    p.entrees.push_back(d / entree);
+    if (entree) p.entrees.push_back(d / entree);
+    p.ecriture.epsg = epsg;
     p.memoireMio = 16;
     test::Refuse([&] { JobMosaique job(p); }, "", {message});
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  }
+}
+
+// Tiles placed by a world file have no system: --epsg gives it, and must be the system of the tiles
+// that have one; without it, they do not mix with those.
+TEST(JobMosaique, SystemeDesEntreesEtEpsg) {
+  test::DossierTemp d;
+  const struct {
+    int crs[2];  // of each tile, 0 for none
+    int epsg;
+    const char* message;  // empty: accepted, the mosaic in EPSG:epsg
+  } cas[] = {
+      {{2154, 0}, 0, "est dans le systeme inconnu, "},
+      {{0, 2154}, 0, "dans le systeme inconnu : donner --epsg."},
+      {{0, 2154}, 2154, ""},
+      {{0, 0}, 2154, ""},
+      {{2154, 2154}, 2154, ""},
+      {{0, 2154}, 32631, "--epsg 32631 : l'image"},
+      {{2154, 0}, 32631, "dans le systeme EPSG:2154 ; la mosaique ne la reprojette pas."},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(std::to_string(c.crs[0]) + " " + std::to_string(c.crs[1]) + " --epsg " +
+                 std::to_string(c.epsg));
+    ParametresMosaique p = Parametres({d / "a.tif", d / "b.tif"}, d / "m.tif");
+    for (int k = 0; k < 2; ++k) {
+      GeoreferenceEcriture g = Grille(k * 40, k * 30);
+      g.crs = c.crs[k] ? CrsDepuisEpsg(c.crs[k]) : SystemeReference();
+      Uniforme(p.entrees[k], OptionsEcriture(), 64, kBandes, 50 + 20 * k, g);
+    }
+    p.ecriture.epsg = c.epsg;
+    std::filesystem::remove(d / "m.tif");
+    if (*c.message) {
+      test::Refuse([&] { JobMosaique job(p); }, "[Mosaique] (Entrees) ", {c.message});
+      EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+      continue;
+    }
+    JobMosaique(p).Executer();
+    const LecteurFenetres m(d / "m.tif");
+    ASSERT_NE(m.Metadonnees(), nullptr);
+    EXPECT_EQ(m.Metadonnees()->crs.epsg, c.epsg);
   }
 }
 

@@ -33,8 +33,8 @@ constexpr Nom<PredicteurTIFF> kPredicteurs[] = {
     {"2", PredicteurTIFF::kHorizontal}, {"flottant", PredicteurTIFF::kFlottant},
     {"3", PredicteurTIFF::kFlottant}};
 constexpr Nom<ConteneurTIFF> kFormats[] = {{"classique", ConteneurTIFF::kClassique},
-                                        {"bigtiff", ConteneurTIFF::kBigTIFF},
-                                        {"auto", ConteneurTIFF::kSiNecessaire}};
+                                           {"bigtiff", ConteneurTIFF::kBigTIFF},
+                                           {"auto", ConteneurTIFF::kSiNecessaire}};
 constexpr Nom<bool> kEntrelacements[] = {{"pixel", false}, {"planaire", true}};
 
 constexpr const char* kTag = "[OptionsEcriture] (Lire)";
@@ -123,13 +123,7 @@ double NodataDuType(double v, eEnumType type, const std::string& nom) {
                    << TexteNodata(v) << " hors des valeurs float32 pour le fichier " << nom << ".");
     return static_cast<double>(static_cast<float>(v));
   }
-  double min = 0, max = 0;
-  AppliquerType(type, [&](auto tag) {
-    using T = typename decltype(tag)::type;
-    min = static_cast<double>(std::numeric_limits<T>::lowest());
-    max = static_cast<double>(std::numeric_limits<T>::max());
-  });
-  if (!(v >= min && v <= max) || v != std::floor(v))
+  if (!NodataEntierPossible(v, type))
     ZEPRA_ERREUR("[OptionsEcriture] (Planifier) No-data " << TexteNodata(v) << " impossible en "
                                                           << NomTypeSortie(type) << " pour le fichier " << nom
                                                           << ".");
@@ -137,6 +131,16 @@ double NodataDuType(double v, eEnumType type, const std::string& nom) {
 }
 
 }  // namespace
+
+bool NodataEntierPossible(double v, eEnumType type) {
+  double min = 0, max = 0;
+  AppliquerType(type, [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    min = static_cast<double>(std::numeric_limits<T>::lowest());
+    max = static_cast<double>(std::numeric_limits<T>::max());
+  });
+  return v >= min && v <= max && v == std::floor(v);
+}
 
 bool OptionsEcriture::operator==(const OptionsEcriture& o) const {
   const bool memeNodata = nodataPresent == o.nodataPresent && (!nodataPresent || nodata == o.nodata ||

@@ -1,0 +1,267 @@
+// egalise mosaique on tiles as survey software and GDAL write them (YCbCr JPEG with an internal mask,
+// RGBA, 16-bit bands with a no-data tag in strips or planes, float with NaN), each case two
+// overlapping tiles made by python3-gdal: the --noegal mosaic against gdalwarp's nearest pixel where
+// one tile alone covers it, its holes and its bands as gdalinfo reads them.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "outils_test.h"
+
+namespace {
+
+// tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, a smooth
+// texture times GAIN, its 40 x 30 upper-left corner without data (mask, alpha, no-data or NaN;
+// masquenodata: a mask and a no-data tag of 0 that no sample has, GDAL going by the mask;
+// nodata16max: the tag 65535).
+const char* kTuile = R"(import sys, numpy as np
+from osgeo import gdal, osr
+gdal.UseExceptions()
+nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
+w, h, pas = 240, 200, 0.5
+nb = {'masque': 3, 'masquenodata': 3, 'alpha': 3, 'nodata16': 4, 'nodata16max': 4, 'nan': 1}[sorte]
+gdt = {'nodata16': gdal.GDT_UInt16, 'nodata16max': gdal.GDT_UInt16, 'nan': gdal.GDT_Float32}.get(sorte, gdal.GDT_Byte)
+X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
+m = gdal.GetDriverByName('MEM').Create('', w, h, nb + (sorte == 'alpha'), gdt)
+m.SetGeoTransform((x0, pas, 0, y0, 0, -pas))
+s = osr.SpatialReference(); s.ImportFromEPSG(2154); m.SetProjection(s.ExportToWkt())
+valide = np.ones((h, w), bool); valide[:30, :40] = False
+for b in range(nb):
+    v = gain * (100 + 60 * np.sin(X / 9.0 + b) * np.cos(Y / 7.0 - b))
+    if sorte.startswith('nodata16'): v *= 40
+    if sorte == 'nodata16': v[~valide] = 0; m.GetRasterBand(b + 1).SetNoDataValue(0)
+    if sorte == 'nodata16max': v[~valide] = 65535; m.GetRasterBand(b + 1).SetNoDataValue(65535)
+    if sorte == 'nan': v[~valide] = np.nan; m.GetRasterBand(b + 1).SetNoDataValue(float('nan'))
+    if sorte == 'masquenodata': m.GetRasterBand(b + 1).SetNoDataValue(0)
+    m.GetRasterBand(b + 1).WriteArray(v)
+if sorte == 'alpha':
+    m.GetRasterBand(4).WriteArray(valide * 255)
+    m.GetRasterBand(4).SetColorInterpretation(gdal.GCI_AlphaBand)
+if sorte.startswith('masque'):
+    m.CreateMaskBand(gdal.GMF_PER_DATASET)
+    m.GetRasterBand(1).GetMaskBand().WriteArray(valide * 255)
+gdal.SetConfigOption('GDAL_TIFF_INTERNAL_MASK', 'YES')
+d = gdal.GetDriverByName('GTiff').CreateCopy(nom, m, options=sys.argv[6:])
+d.BuildOverviews('AVERAGE', [2, 4])
+)";
+
+// oracle.py MOSAIQUE ENTREE...: prints "trous N horsentrees N ecart E bandes INTERPRETATIONS", E the
+// largest difference from gdalwarp's nearest pixel on the mosaic's grid where one input alone covers
+// a pixel valid in the mosaic (the mosaic's validity from its alpha, else from its GDAL mask).
+const char* kOracle = R"(import sys, subprocess, numpy as np
+from osgeo import gdal
+gdal.UseExceptions()
+o = gdal.Open(sys.argv[1]); g = o.GetGeoTransform(); W, H = o.RasterXSize, o.RasterYSize
+bandes = [o.GetRasterBand(i + 1) for i in range(o.RasterCount)]
+noms = [gdal.GetColorInterpretationName(b.GetColorInterpretation()) for b in bandes]
+A = o.ReadAsArray().reshape(len(bandes), H, W).astype(float)
+donnees = [i for i, n in enumerate(noms) if n != 'Alpha']
+valide = A[noms.index('Alpha')] > 0 if 'Alpha' in noms else bandes[0].GetMaskBand().ReadAsArray() > 0
+n = np.zeros((H, W), int); ecart = np.zeros((H, W))
+for k, e in enumerate(sys.argv[2:]):
+    subprocess.run(['gdalwarp', '-q', '-overwrite', '-ovr', 'NONE', '-r', 'near', '-te', str(g[0]),
+                    str(g[3] + H * g[5]), str(g[0] + W * g[1]), str(g[3]), '-ts', str(W), str(H),
+                    '-dstalpha', '-ot', 'Float64', e, 'w.tif'], check=True)
+    B = gdal.Open('w.tif').ReadAsArray()
+    v = B[-1] > 0
+    n += v
+    d = np.max(np.abs(A[donnees] - B[:len(donnees)]), axis=0)
+    ecart = np.where(v & (n == 1), d, np.where(v, 0, ecart))
+print('trous', int(((n > 0) & ~valide).sum()), 'horsentrees', int(((n == 0) & valide).sum()),
+      'ecart', float(np.nanmax(np.where(valide & (n == 1), ecart, 0))), 'bandes', ','.join(noms))
+)";
+
+struct Cas {
+  const char* tuiles[2][2];  // the kind and the creation options of each tile
+  const char* options;
+  double ecartMax;
+  const char* bandes;
+};
+
+TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
+  const char* jpeg = "COMPRESS=JPEG PHOTOMETRIC=YCBCR TILED=YES BLOCKXSIZE=128 BLOCKYSIZE=128";
+  const Cas cas[] = {
+      {{{"masque", jpeg}, {"masque", jpeg}}, "", 0, "Red,Green,Blue"},
+      {{{"masque", jpeg}, {"masque", jpeg}}, "--compression jpeg", 40, "Red,Green,Blue"},
+      {{{"masquenodata", jpeg}, {"masquenodata", "COMPRESS=DEFLATE"}}, "", 0, "Red,Green,Blue"},
+      {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}}, "", 0, "Red,Green,Blue,Alpha"},
+      // JPEG holds no alpha: the validity goes to the internal mask.
+      {{{"alpha", "COMPRESS=DEFLATE TILED=YES"}, {"alpha", "COMPRESS=LZW"}},
+       "--compression jpeg --cog",
+       40,
+       "Red,Green,Blue"},
+      // A mask and an alpha both say where the data is.
+      {{{"masque", jpeg}, {"alpha", "COMPRESS=DEFLATE"}}, "", 0, "Red,Green,Blue,Alpha"},
+      {{{"alpha", "COMPRESS=DEFLATE"}, {"masque", jpeg}}, "", 0, "Red,Green,Blue,Alpha"},
+      {{{"nodata16", "COMPRESS=LZW PREDICTOR=2"},
+        {"nodata16", "COMPRESS=ZSTD PREDICTOR=2 TILED=YES INTERLEAVE=BAND BIGTIFF=YES"}},
+       "--compression zstd",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      // Each tile keeps its own tag; --nodata is the mosaic's value. The alpha holds with --nodata.
+      {{{"nodata16", "TILED=YES"}, {"nodata16max", "TILED=YES"}},
+       "--nodata 0",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      {{{"nodata16max", "TILED=YES"}, {"nodata16", "TILED=YES"}},
+       "--nodata 65535",
+       0,
+       "Gray,Undefined,Undefined,Undefined"},
+      {{{"alpha", "COMPRESS=DEFLATE"}, {"alpha", "COMPRESS=DEFLATE"}},
+       "--nodata 255",
+       0,
+       "Red,Green,Blue,Alpha"},
+      {{{"nan", "COMPRESS=DEFLATE PREDICTOR=3"}, {"nan", "TILED=YES"}}, "--cog --tuile 128", 0, "Gray"},
+  };
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  std::ofstream(d / "oracle.py") << kOracle;
+  for (const Cas& c : cas) {
+    std::string t = std::string(c.tuiles[0][0]) + " / " + c.tuiles[1][0] + " " + c.options;
+    SCOPED_TRACE(t);
+    for (int k = 0; k < 2; ++k) {
+      std::string co;
+      std::istringstream s(c.tuiles[k][1]);
+      for (std::string o; s >> o;) co += " " + o;
+      const test::Resultat r = test::Lancer(
+          d.chemin(), "/usr/bin/python3 tuile.py t" + std::to_string(k) + ".tif " + c.tuiles[k][0] +
+                          (k ? " 650070 6859960 1.2" : " 650000 6860000 1") + co);
+      ASSERT_EQ(r.statut, 0) << r.sortie;
+    }
+    test::Resultat r = test::Egalise(
+        d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --noegal --quiet ") + c.options);
+    EXPECT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_EQ(r.sortie, "");
+    if (r.statut != 0) continue;
+    r = test::Lancer(d.chemin(), "/usr/bin/python3 oracle.py m.tif t0.tif t1.tif");
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    std::istringstream s(r.sortie);
+    std::string mot, bandes;
+    long trous = -1, hors = -1;
+    double ecart = -1;
+    s >> mot >> trous >> mot >> hors >> mot >> ecart >> mot >> bandes;
+    EXPECT_EQ(trous, 0) << r.sortie;
+    EXPECT_EQ(hors, 0) << r.sortie;
+    EXPECT_LE(ecart, c.ecartMax) << r.sortie;
+    EXPECT_GE(ecart, 0) << r.sortie;
+    EXPECT_EQ(bandes, c.bandes) << r.sortie;
+  }
+}
+
+}  // namespace
+
+// GDAL reads NAME.aux.xml, NAME.ovr and NAME.msk as parts of NAME: those an earlier mosaic of the
+// same name left (gdalinfo -stats, gdaladdo -ro) would lend the new one their statistics, overviews
+// and mask. Written in one process or by phases, the mosaic and the corrected images lose them; the
+// inputs keep theirs.
+TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  const std::string lignes[] = {
+      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet",
+      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 1 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 2 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape resoudre && " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape composer --partie 1/1 "
+      "&& " EGALISE_EXE
+      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape assembler"};
+  test::Resultat r = test::Lancer(d.chemin(),
+                                  "mkdir c w && /usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
+                                  "/usr/bin/python3 tuile.py t1.tif alpha 650070 6859960 1.2 && "
+                                  "gdalinfo -stats t0.tif > /dev/null");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const std::string fichiers[] = {"m.tif", "c/t0.tif", "c/t1.tif"};
+  for (const std::string& ligne : lignes) {
+    SCOPED_TRACE(ligne);
+    std::string annexes;
+    for (const std::string& f : fichiers)
+      annexes += " && gdal_translate -q -outsize 8 8 t1.tif " + f + " && gdalinfo -stats " + f +
+                 " > /dev/null && gdaladdo -q -ro " + f + " 2 && touch " + f + ".msk";
+    r = test::Lancer(d.chemin(), "true" + annexes);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    r = test::Egalise(d.chemin(), ligne);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    for (const std::string& f : fichiers)
+      for (const char* annexe : {".aux.xml", ".ovr", ".msk"})
+        EXPECT_FALSE(std::filesystem::exists(d / (f + annexe))) << f << annexe;
+    EXPECT_TRUE(std::filesystem::exists(d / "t0.tif.aux.xml"));
+    r = test::Lancer(d.chemin(), "gdalinfo m.tif");
+    EXPECT_EQ(r.sortie.find("Overviews"), std::string::npos) << r.sortie;
+    EXPECT_EQ(r.sortie.find("STATISTICS_"), std::string::npos) << r.sortie;
+    EXPECT_NE(r.sortie.find("Size is 380, 280"), std::string::npos) << r.sortie;
+  }
+}
+
+// Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it.
+TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  test::Resultat r = test::Lancer(d.chemin(),
+                                  "/usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
+                                  "/usr/bin/python3 tuile.py t1.tif alpha 650500 6860000 1.2");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  const std::string avertissement = "avertissement : L'image t0.tif ne recouvre aucune autre image";
+  const struct {
+    const char* options;
+    bool console, journal;
+  } cas[] = {{"", true, false},
+             {"--log l.txt", true, true},
+             {"--quiet", false, false},
+             {"--quiet --log l.txt", false, true}};
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.options);
+    std::filesystem::remove(d / "l.txt");
+    r = test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif ") + c.options);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_EQ(r.sortie.find("egalise mosaique : " + avertissement) != std::string::npos, c.console)
+        << r.sortie;
+    EXPECT_EQ(r.sortie.find("egalise mosaique : composition") != std::string::npos, c.console) << r.sortie;
+    if (!c.console) {
+      EXPECT_EQ(r.sortie, "");
+    }
+    EXPECT_EQ(test::Commence(test::LireFichier(d / "l.txt"), avertissement), c.journal);
+  }
+}
+
+// Refusals that name their remedy, and the remedy accepted.
+TEST(MosaiqueGDAL, RefusEtRemede) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  const struct {
+    const char* tuiles[2];
+    const char* options;
+    int statut;
+    const char* message;
+  } cas[] = {
+      {{"nan", "nan"},
+       "--type uint8",
+       1,
+       "La valeur sans donnee nan de t1.tif ne tient pas en uint8 : donner --nodata."},
+      {{"nan", "nan"}, "--type uint8 --nodata 0", 0, ""},
+      {{"nodata16", "nodata16"}, "--type int8", 0, ""},
+      {{"nodata16max", "nodata16max"},
+       "--type int16",
+       1,
+       "La valeur sans donnee 65535 de t1.tif ne tient pas en int16"},
+      {{"nodata16", "nodata16max"}, "", 1, "valeurs sans donnee differentes (0, 65535) : donner --nodata."},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(std::string(c.tuiles[0]) + " " + c.tuiles[1] + " " + c.options);
+    test::Resultat r =
+        test::Lancer(d.chemin(), std::string("/usr/bin/python3 tuile.py t0.tif ") + c.tuiles[0] +
+                                     " 650000 6860000 1 && /usr/bin/python3 tuile.py t1.tif " + c.tuiles[1] +
+                                     " 650070 6859960 1.2");
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    std::filesystem::remove(d / "m.tif");
+    r = test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --quiet ") + c.options);
+    EXPECT_EQ(r.statut, c.statut) << r.sortie;
+    EXPECT_EQ(r.sortie.empty(), !*c.message) << r.sortie;
+    EXPECT_NE(r.sortie.find(c.message), std::string::npos) << r.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), c.statut == 0);
+  }
+}
