@@ -378,7 +378,7 @@ int Main_mosaique(int argc, char** argv) {
     // before the log is opened: it must not grow an input.
     const bool ecritSortie = o.etape.empty() || o.etape == "assembler";
     VerifierChemins(o.entrees, o.sortie, ecritSortie ? o.corriges : std::string(),
-                    {{"--rapport", o.rapport}, {"--log", o.log}});
+                    {{"--rapport", o.rapport}, {"--log", o.log}}, o.masqueSuffixe);
     if (!o.log.empty()) {
       log.open(o.log, std::ios::app);
       if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");

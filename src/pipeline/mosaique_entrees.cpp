@@ -17,13 +17,6 @@ bool FichierExiste(const std::string& nom) {
   return ::stat(nom.c_str(), &s) == 0 && S_ISREG(s.st_mode);
 }
 
-// The name without its extension (the last dot after the last slash).
-std::string SansExtension(const std::string& nom) {
-  const size_t point = nom.rfind('.'), barre = nom.rfind('/');
-  if (point == std::string::npos || (barre != std::string::npos && point < barre)) return nom;
-  return nom.substr(0, point);
-}
-
 // f(), its Erreur naming the image when the reader's message does not: some readers' messages were
 // written for a tool that reads one file.
 template <class F>
@@ -37,6 +30,13 @@ auto Nommer(const std::string& nom, F&& f) -> decltype(f()) {
 }
 
 }  // namespace
+
+std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe) {
+  // The name without its extension: up to the last dot after the last slash.
+  const size_t point = image.rfind('.'), barre = image.rfind('/');
+  if (point == std::string::npos || (barre != std::string::npos && point < barre)) return image + suffixe;
+  return image.substr(0, point) + suffixe;
+}
 
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
                                const std::string& suffixe)
@@ -87,7 +87,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
   }
 
   if (!suffixe.empty()) {
-    m_nomExclusion = SansExtension(nom) + suffixe;
+    m_nomExclusion = NomMasqueExclusion(nom, suffixe);
     if (!FichierExiste(m_nomExclusion))
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << m_nomExclusion << " de l'image " << nom
                                                                  << " n'existe pas.");

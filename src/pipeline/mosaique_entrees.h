@@ -22,6 +22,9 @@ enum class RegleValidite {
   kZero,    // otherwise 0 in a band is out
 };
 
+// The exclusion mask beside an image: its name without extension followed by the suffix.
+std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe);
+
 class EntreeMosaique {
  public:
   // Opens the file and its masks, reads its georeferencing; an Erreur naming the file otherwise.

@@ -10,6 +10,7 @@
 #include <map>
 #include <utility>
 
+#include "pipeline/mosaique_entrees.h"
 #include "zepra/erreur.h"
 
 namespace {
@@ -43,6 +44,25 @@ std::string Souche(const std::string& chemin) {
   return std::filesystem::path(chemin).replace_extension().string();
 }
 
+// What the job reads beside an input, besides the input itself: its exclusion mask, GDAL's external
+// mask, and the files its georeferencing may come from (each extension in the case forms looked for).
+// Each with how a message names it.
+std::vector<std::pair<std::string, std::string>> LusAvec(const std::string& entree,
+                                                         const std::string& suffixe) {
+  std::vector<std::pair<std::string, std::string>> lus;
+  if (!suffixe.empty())
+    lus.push_back({NomMasqueExclusion(entree, suffixe), "le masque d'exclusion de l'entree " + entree});
+  const std::string lu = "un fichier lu avec l'entree " + entree;
+  lus.push_back({entree + ".msk", lu});
+  for (std::string ext : {"ori", "tfw", "tifw", "wld", "prj"}) {
+    std::string haut = ext;
+    std::transform(haut.begin(), haut.end(), haut.begin(), [](unsigned char c) { return std::toupper(c); });
+    for (const std::string& forme : {ext, haut, haut.substr(0, 1) + ext.substr(1)})
+      lus.push_back({std::filesystem::path(entree).replace_extension(forme).string(), lu});
+  }
+  return lus;
+}
+
 }  // namespace
 
 bool DossierInscriptible(const std::string& dossier) {
@@ -56,9 +76,17 @@ bool DossierInscriptible(const std::string& dossier) {
 
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
                      const std::string& corriges,
-                     const std::vector<std::pair<std::string, std::string>>& annexes) {
+                     const std::vector<std::pair<std::string, std::string>>& annexes,
+                     const std::string& suffixeMasque) {
   const char* tag = "[Verification] (VerifierChemins)";
   std::map<Identite, std::string> vues;
+  // The files read with the inputs that exist, and how to name them.
+  std::map<Identite, std::string> lus;
+  for (const std::string& e : entrees)
+    for (const auto& [fichier, description] : LusAvec(e, suffixeMasque)) {
+      Identite id;
+      if (Identifier(fichier, id)) lus.emplace(id, description);
+    }
   for (const std::string& e : entrees) {
     struct stat s;
     if (stat(e.c_str(), &s) != 0)
@@ -72,6 +100,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
   Identite id;
   if (Identifier(sortie, id) && vues.count(id))
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " est l'image d'entree " << vues[id] << ".");
+  if (Identifier(sortie, id) && lus.count(id))
+    ZEPRA_ERREUR(tag << " La sortie " << sortie << " est " << lus[id] << ".");
   if (std::filesystem::exists(sortie) && !std::filesystem::is_regular_file(sortie))
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " existe et n'est pas un fichier.");
   std::string extension = std::filesystem::path(sortie).extension().string();
@@ -95,6 +125,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     if (Identifier(fichier, id) && vues.count(id))
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est l'image d'entree "
                        << vues[id] << ".");
+    if (Identifier(fichier, id) && lus.count(id))
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est " << lus[id] << ".");
     const std::filesystem::path place = Place(fichier);
     if (place == placeSortie)
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie
@@ -119,6 +151,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     const std::string cible = corriges + "/" + nom;
     if (Identifier(cible, id) && vues.count(id))
       ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait l'entree " << vues[id] << ".");
+    if (Identifier(cible, id) && lus.count(id))
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << lus[id] << ".");
     const auto [it, nouveau] = noms.emplace(nom, e);
     if (!nouveau)
       ZEPRA_ERREUR(tag << " Les images " << it->second << " et " << e << " auraient la meme image corrigee "

@@ -22,7 +22,9 @@ struct Cas {
 
 TEST(CommandeMosaique, TableDesLignesDeCommande) {
   test::DossierTemp d;
-  for (const char* f : {"a.tif", "b.tif", "-a.tif", "sous/a.tif"}) {
+  // Besides the images, files read with them: b.tif's exclusion mask, world file and GDAL mask.
+  const char* const lus[] = {"b_m.tif", "b.tfw", "b.tif.msk"};
+  for (const char* f : {"a.tif", "b.tif", "-a.tif", "sous/a.tif", "sous/b_m.tif", lus[0], lus[1], lus[2]}) {
     std::filesystem::create_directories(std::filesystem::path(d / f).parent_path());
     std::ofstream(d / f) << "image";
   }
@@ -110,6 +112,15 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
        "=Le fichier r.json de --log est aussi celui de --rapport."},
       {"a.tif -o m.tif --rapport absent/r.json", 1,
        "=Impossible d'ecrire dans le dossier absent du fichier absent/r.json de --rapport."},
+      // Nor may they replace a file read with an input.
+      {"a.tif b.tif -o b_m.tif --masque-suffixe _m.tif", 1,
+       "=La sortie b_m.tif est le masque d'exclusion de l'entree b.tif."},
+      {"b.tif -o m.tif --rapport b.tfw", 1,
+       "=Le fichier b.tfw de --rapport est un fichier lu avec l'entree b.tif."},
+      {"b.tif -o m.tif --log ./b.tif.msk", 1,
+       "=Le fichier ./b.tif.msk de --log est un fichier lu avec l'entree b.tif."},
+      {"sous/b_m.tif b.tif -o m.tif --masque-suffixe _m.tif --corriges .", 1,
+       "=L'image corrigee ./b_m.tif remplacerait le masque d'exclusion de l'entree b.tif."},
       // Valid lines: everything is checked, then the job opens the inputs.
       {"a.tif @liste.txt -o m.TIFF --nodata -9999 --pas=2.5 --threads 1 --fusion voronoi --compression zstd "
        "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",
@@ -141,6 +152,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
     for (const char* f : {"log.txt", "m.tif", "m.TIFF", "m.ori", "absent", "b.TIFF", "b.ori", "r.json"})
       EXPECT_FALSE(std::filesystem::exists(d / f)) << c.arguments << " : " << f;
     EXPECT_EQ(test::LireFichier(d / "a.tif"), "image") << c.arguments;
+    for (const char* f : lus) EXPECT_EQ(test::LireFichier(d / f), "image") << c.arguments << " : " << f;
   }
   // A failed run's --log file keeps the error with where it was raised (a fake image: the paths are
   // checked before the log is opened, the images after).

@@ -14,9 +14,13 @@
 // Also an output whose .ori and .tfw (written beside it, same name) would land where an input's
 // georeferencing is read, and, for each (option, file) of 'annexes' with a file (the report, the log):
 // a file that is an input, the output or another annexe's, or in a folder where no file can be created.
+// The output, the annexes and the corrected images must not be a file read with an input either: its
+// exclusion mask (its name without extension followed by 'suffixeMasque', when not empty), its .msk,
+// its .ori, world file or .prj.
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
                      const std::string& corriges,
-                     const std::vector<std::pair<std::string, std::string>>& annexes = {});
+                     const std::vector<std::pair<std::string, std::string>>& annexes = {},
+                     const std::string& suffixeMasque = std::string());
 
 // Whether a file can be created in the folder: one is made under a temporary name and removed.
 bool DossierInscriptible(const std::string& dossier);
