@@ -225,6 +225,8 @@ const std::vector<Option>& Table() {
 std::string VerifierEnsemble(const O& o) {
   if (o.entrees.empty()) return "aucune image en entree";
   if (o.sortie.empty()) return "l'option -o/--output est obligatoire";
+  if (!ExtensionGeoTIFF(o.sortie))
+    return "-o " + o.sortie + " : l'extension .tif ou .tiff (GeoTIFF) est attendue";
   if (o.tuile % 16 != 0) return "--tuile " + std::to_string(o.tuile) + " : un multiple de 16 est attendu";
   if (o.niveau != 0) {
     const int max = o.compression == "deflate" ? 12

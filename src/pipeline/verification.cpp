@@ -65,6 +65,13 @@ std::vector<std::pair<std::string, std::string>> LusAvec(const std::string& entr
 
 }  // namespace
 
+bool ExtensionGeoTIFF(const std::string& chemin) {
+  std::string extension = std::filesystem::path(chemin).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return extension == ".tif" || extension == ".tiff";
+}
+
 bool DossierInscriptible(const std::string& dossier) {
   std::string modele = dossier + "/.egalise_essai_XXXXXX";
   const int f = mkstemp(modele.data());
@@ -104,10 +111,7 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " est " << lus[id] << ".");
   if (std::filesystem::exists(sortie) && !std::filesystem::is_regular_file(sortie))
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " existe et n'est pas un fichier.");
-  std::string extension = std::filesystem::path(sortie).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  if (extension != ".tif" && extension != ".tiff")
+  if (!ExtensionGeoTIFF(sortie))
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " doit avoir l'extension .tif ou .tiff (GeoTIFF).");
   if (!DossierInscriptible(Dossier(sortie)))
     ZEPRA_ERREUR(tag << " Impossible d'ecrire dans le dossier " << Dossier(sortie) << " de la sortie "

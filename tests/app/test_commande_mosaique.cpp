@@ -29,6 +29,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
     std::ofstream(d / f) << "image";
   }
   std::filesystem::create_directories(d / "dossier");
+  std::filesystem::create_directories(d / "dossier.tif");
   std::filesystem::create_directories(d / "corriges");
   std::ofstream(d / "liste.txt") << "  b.tif\r\n\n";
   std::ofstream(d / "vide.txt") << "\n   \n";
@@ -94,8 +95,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"dossier -o m.tif", 1, "=L'entree dossier n'est pas un fichier (un dossier ?)."},
       {"a.tif @liste.txt ./a.tif -o m.tif", 1, "=L'image ./a.tif est donnee deux fois (deja comme a.tif)."},
       {"a.tif b.tif -o ./b.tif", 1, "=La sortie ./b.tif est l'image d'entree b.tif."},
-      {"a.tif -o dossier", 1, "=La sortie dossier existe et n'est pas un fichier."},
-      {"a.tif -o m.png", 1, "=La sortie m.png doit avoir l'extension .tif ou .tiff (GeoTIFF)."},
+      {"a.tif -o dossier.tif", 1, "=La sortie dossier.tif existe et n'est pas un fichier."},
+      {"a.tif -o m.png", 2, "-o m.png : l'extension .tif ou .tiff (GeoTIFF) est attendue\n"},
+      {"a.tif --output=m", 2, "-o m : l'extension .tif ou .tiff (GeoTIFF) est attendue\n"},
       {"a.tif -o absent/m.tif", 1, "=Impossible d'ecrire dans le dossier absent de la sortie absent/m.tif."},
       {"a.tif -o m.tif --corriges absent", 1, "=Le dossier des images corrigees absent n'existe pas."},
       {"a.tif -o m.tif --corriges .", 1, "=L'image corrigee ./a.tif remplacerait l'entree a.tif."},

@@ -22,5 +22,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
                      const std::vector<std::pair<std::string, std::string>>& annexes = {},
                      const std::string& suffixeMasque = std::string());
 
+// Whether the path ends in .tif or .tiff, any case: the mosaic is a GeoTIFF.
+bool ExtensionGeoTIFF(const std::string& chemin);
+
 // Whether a file can be created in the folder: one is made under a temporary name and removed.
 bool DossierInscriptible(const std::string& dossier);
