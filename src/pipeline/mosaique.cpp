@@ -1324,7 +1324,11 @@ void JobMosaique::Executer() {
       j.stats.resize(j.entrees.size());
       PourChaque(j.entrees.size(), [&](size_t i) { j.stats[i] = j.Observer(i); });
     });
-  j.Etape("resolution", [&] { j.Resoudre(); });
+  // Without equalization there is nothing to solve: the identity corrections are set unannounced.
+  if (j.p.noegal)
+    j.Resoudre();
+  else
+    j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();
   j.Etape("composition", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);

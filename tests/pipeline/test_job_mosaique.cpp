@@ -469,6 +469,34 @@ TEST(JobMosaique, FichiersMalformesNommes) {
 // What the job warns about, on its progress interface and in the report: an image that overlaps no
 // other, inputs far apart, an image with no valid pixel, a constant one (whose gain and offset its
 // overlaps cannot tell apart), an extent that misses every input.
+// The stages announced on the progress interface: only those that do something.
+TEST(JobMosaique, EtapesAnnoncees) {
+  struct Suivi : SuiviMosaique {
+    std::string etapes;
+    void Etape(const std::string& nom) override { etapes += nom + ";"; }
+  };
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const struct {
+    const char* modele;
+    bool noegal;
+    const char* etapes;
+  } cas[] = {
+      {"gain-offset", false, "preparation;observation;resolution;composition;"},
+      {"additif", false, "preparation;resolution;composition;"},
+      {"gain-offset", true, "preparation;composition;"},
+      {"additif", true, "preparation;composition;"},
+  };
+  for (const auto& c : cas) {
+    ParametresMosaique p = Parametres(t, d / "m.tif");
+    p.modele = c.modele;
+    p.noegal = c.noegal;
+    Suivi s;
+    JobMosaique(p, &s).Executer();
+    EXPECT_EQ(s.etapes, c.etapes) << c.modele << " " << c.noegal;
+  }
+}
+
 TEST(JobMosaique, Avertissements) {
   struct Suivi : SuiviMosaique {
     std::vector<std::string> textes;
