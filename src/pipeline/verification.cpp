@@ -104,11 +104,17 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     if (!nouvelle)
       ZEPRA_ERREUR(tag << " L'image " << e << " est donnee deux fois (deja comme " << it->second << ").");
   }
-  Identite id;
-  if (Identifier(sortie, id) && vues.count(id))
-    ZEPRA_ERREUR(tag << " La sortie " << sortie << " est l'image d'entree " << vues[id] << ".");
-  if (Identifier(sortie, id) && lus.count(id))
-    ZEPRA_ERREUR(tag << " La sortie " << sortie << " est " << lus[id] << ".");
+  // What a file written at 'chemin' would replace: an input (named after 'entree'), a file read with
+  // one, or nothing ("").
+  const auto remplace = [&](const std::string& chemin, const char* entree) -> std::string {
+    Identite id;
+    if (!Identifier(chemin, id)) return "";
+    if (const auto e = vues.find(id); e != vues.end()) return entree + e->second;
+    const auto l = lus.find(id);
+    return l != lus.end() ? l->second : "";
+  };
+  if (const std::string r = remplace(sortie, "l'image d'entree "); !r.empty())
+    ZEPRA_ERREUR(tag << " La sortie " << sortie << " est " << r << ".");
   if (std::filesystem::exists(sortie) && !std::filesystem::is_regular_file(sortie))
     ZEPRA_ERREUR(tag << " La sortie " << sortie << " existe et n'est pas un fichier.");
   if (!ExtensionGeoTIFF(sortie))
@@ -126,11 +132,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
   const std::filesystem::path placeSortie = Place(sortie);
   for (const auto& [option, fichier] : annexes) {
     if (fichier.empty()) continue;
-    if (Identifier(fichier, id) && vues.count(id))
-      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est l'image d'entree "
-                       << vues[id] << ".");
-    if (Identifier(fichier, id) && lus.count(id))
-      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est " << lus[id] << ".");
+    if (const std::string r = remplace(fichier, "l'image d'entree "); !r.empty())
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est " << r << ".");
     const std::filesystem::path place = Place(fichier);
     if (place == placeSortie)
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie
@@ -153,10 +156,8 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
   for (const std::string& e : entrees) {
     const std::string nom = std::filesystem::path(e).filename().string();
     const std::string cible = corriges + "/" + nom;
-    if (Identifier(cible, id) && vues.count(id))
-      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait l'entree " << vues[id] << ".");
-    if (Identifier(cible, id) && lus.count(id))
-      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << lus[id] << ".");
+    if (const std::string r = remplace(cible, "l'entree "); !r.empty())
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << r << ".");
     const auto [it, nouveau] = noms.emplace(nom, e);
     if (!nouveau)
       ZEPRA_ERREUR(tag << " Les images " << it->second << " et " << e << " auraient la meme image corrigee "

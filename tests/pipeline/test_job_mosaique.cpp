@@ -93,6 +93,29 @@ double Ecart(const std::string& mosaique, int b) {
   return std::sqrt(e / n);
 }
 
+// Two float tiles f0.tif and f1.tif side by side, the second kN - kRecouvrement pixels to the right, of
+// 'bandes' interleaved bands; remplir(j, y, c0, ligne) makes line y of tile j, whose first column is
+// column c0 of the block.
+std::vector<std::string> PaireFlottante(
+    const std::string& dossier, int bandes,
+    const std::function<void(int, int, int, std::vector<float>&)>& remplir) {
+  std::vector<std::string> t;
+  OptionsEcriture o;
+  o.type = eFloat4;
+  for (int j = 0; j < 2; ++j) {
+    const int c0 = j * (kN - kRecouvrement);
+    t.push_back(dossier + "/f" + std::to_string(j) + ".tif");
+    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), bandes, eFloat4, Grille(c0, 0));
+    std::vector<float> ligne(static_cast<size_t>(kN) * bandes);
+    for (int y = 0; y < kN; ++y) {
+      remplir(j, y, c0, ligne);
+      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+    }
+    e.Terminer();
+  }
+  return t;
+}
+
 ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
   ParametresMosaique p;
   p.entrees = entrees;
@@ -365,24 +388,14 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
 // blend, where one would have spread over every level of the pyramids, and the mosaic is finite.
 TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
   test::DossierTemp d;
-  std::vector<std::string> t;
-  for (int j = 0; j < 2; ++j) {
-    OptionsEcriture o;
-    o.type = eFloat4;
-    const int c0 = j * (kN - kRecouvrement);
-    t.push_back(d / ("f" + std::to_string(j) + ".tif"));
-    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), kBandes, eFloat4, Grille(c0, 0));
-    std::vector<float> ligne(static_cast<size_t>(kN) * kBandes);
-    for (int y = 0; y < kN; ++y) {
-      for (int x = 0; x < kN; ++x)
-        for (int b = 0; b < kBandes; ++b) ligne[x * kBandes + b] = static_cast<float>(Verite(b, c0 + x, y));
-      // One infinite sample in the overlap, one outside.
-      if (j == 0 && y == 50) ligne[(kN - 10) * kBandes] = INFINITY;
-      if (j == 1 && y == 10) ligne[(kN - 10) * kBandes + 1] = -INFINITY;
-      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
-    }
-    e.Terminer();
-  }
+  const std::vector<std::string> t =
+      PaireFlottante(d.chemin(), kBandes, [](int j, int y, int c0, std::vector<float>& ligne) {
+        for (int x = 0; x < kN; ++x)
+          for (int b = 0; b < kBandes; ++b) ligne[x * kBandes + b] = static_cast<float>(Verite(b, c0 + x, y));
+        // One infinite sample in the overlap, one outside.
+        if (j == 0 && y == 50) ligne[(kN - 10) * kBandes] = INFINITY;
+        if (j == 1 && y == 10) ligne[(kN - 10) * kBandes + 1] = -INFINITY;
+      });
   const std::pair<const char*, const char*> cas[] = {{"gain-offset", "plume"},
                                                      {"gain-offset", "multibande"},
                                                      {"additif", "moyenne"},
@@ -412,22 +425,12 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
 TEST(JobMosaique, ValeursAuBordDesFlottants) {
   test::DossierTemp d;
   std::filesystem::create_directory(d / "corr");
-  std::vector<std::string> t;
-  for (int j = 0; j < 2; ++j) {
-    OptionsEcriture o;
-    o.type = eFloat4;
-    const int c0 = j * (kN - kRecouvrement);
-    t.push_back(d / ("f" + std::to_string(j) + ".tif"));
-    EcrivainGeoTIFF e(t.back(), o, TPoint2D<int>(kN, kN), 1, eFloat4, Grille(c0, 0));
-    std::vector<float> ligne(kN);
-    for (int y = 0; y < kN; ++y) {
-      for (int x = 0; x < kN; ++x)
-        ligne[x] = static_cast<float>((j == 0 ? 1e36 : 0.5e36) * Verite(0, c0 + x, y));
-      if (j == 1 && y < 10) std::fill(ligne.end() - 10, ligne.end(), 3.3e38f);
-      e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
-    }
-    e.Terminer();
-  }
+  const std::vector<std::string> t =
+      PaireFlottante(d.chemin(), 1, [](int j, int y, int c0, std::vector<float>& ligne) {
+        for (int x = 0; x < kN; ++x)
+          ligne[x] = static_cast<float>((j == 0 ? 1e36 : 0.5e36) * Verite(0, c0 + x, y));
+        if (j == 1 && y < 10) std::fill(ligne.end() - 10, ligne.end(), 3.3e38f);
+      });
   for (const char* fusion : {"plume", "multibande", "moyenne"}) {
     ParametresMosaique p = Parametres(t, d / "m.tif");
     p.fusion = fusion;
