@@ -1,7 +1,6 @@
 // The mosaic job of the compatibility mode: its command line, its console lines and the conventions of
 // its files ("Ort_", "Incid_" and "Solution_" beside each input name, band 0 only, 0 as no data, masks
 // all or none, masks widened by a disc) around the stages of the pipeline library.
-#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -17,6 +16,7 @@
 #include "zepra/pipeline/prelissage.h"
 #include "zepra/pipeline/walis.h"
 #include "zepra/stringpp.h"
+#include "zepra/systeme.h"
 
 namespace {
 
@@ -64,7 +64,7 @@ void Main_nouveau(int argc, char** argv) {
   for (size_t i = 0; i < n; ++i) {
     nomsOrtho[i] = Voisin(o.entrees[i], "Ort_");
     nomsIncid[i] = Voisin(o.entrees[i], "Incid_");
-    tousLesMasques = tousLesMasques && std::ifstream(nomsIncid[i]).is_open();
+    tousLesMasques = tousLesMasques && Systeme::ExisteFichier(nomsIncid[i].c_str());
   }
   std::vector<ImageEntree> entrees(n);
   PourChaqueOrdonne(

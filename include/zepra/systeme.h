@@ -52,6 +52,9 @@ class Systeme {
   static TChaine& FormatteTime(double secondes, TChaine& out);
 
   static bool ExisteFichier(const char* chemin);
+  // False for a named pipe, socket or character device: opening one to read waits for a writer or
+  // never ends, and none holds an image. True otherwise, absent paths included (their open fails).
+  static bool Ouvrable(const char* chemin);
   // Throws when lstat fails.
   static bool EstRepertoire(const char* chemin);
   static TChaine RepertoireCourant();

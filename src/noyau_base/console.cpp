@@ -209,8 +209,16 @@ TChaine& Systeme::FormatteTime(double secondes, TChaine& out) {
   return out;
 }
 
+bool Systeme::Ouvrable(const char* chemin) {
+  struct stat etat;
+  if (!chemin || stat(chemin, &etat) != 0) return true;
+  return !S_ISFIFO(etat.st_mode) && !S_ISSOCK(etat.st_mode) && !S_ISCHR(etat.st_mode);
+}
+
 bool Systeme::ExisteFichier(const char* chemin) {
   if (!chemin || !*chemin) return false;
+  // A pipe exists, like a folder; the readers refuse both without opening them.
+  if (!Ouvrable(chemin)) return true;
   std::ifstream f(chemin);
   return f.is_open();
 }

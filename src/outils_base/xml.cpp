@@ -9,6 +9,7 @@
 
 #include "zepra/erreur.h"
 #include "zepra/fichieratomique.h"
+#include "zepra/systeme.h"
 
 namespace {
 
@@ -245,7 +246,8 @@ void XNodeXML::Write(std::ostream& flux) const {
 
 bool XParserXML::Parse(const std::string& fichier) {
   m_fichier = fichier;
-  std::ifstream flux(fichier, std::ios::binary);
+  std::ifstream flux;
+  if (Systeme::Ouvrable(fichier.c_str())) flux.open(fichier, std::ios::binary);
   if (!flux.is_open()) {
     m_racine = XNodeXML();
     return false;

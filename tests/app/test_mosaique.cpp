@@ -2,6 +2,8 @@
 // distortions and overlaps are known.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <Eigen/Dense>
 #include <algorithm>
 #include <cmath>
@@ -392,3 +394,36 @@ TEST(MosaiqueJob, LaMemeImageDonneePlusieursFois) {
 }
 
 }  // namespace
+
+// A named pipe where an image, its orientation or its mask is looked for: opening it to read would
+// wait for a writer forever. Each run must end, refused like a folder of that name, or without it when
+// the file is optional. The runs are bounded by timeout so that a regression fails rather than hangs.
+TEST(MosaiqueJob, UnTubeNommeAuLieuDUnFichierNeBloquePas) {
+  struct Cas {
+    const char* tube;
+    const char* arguments;
+    int statut;
+  };
+  const Cas cas[] = {
+      {"Ort_t0.tif", "t0.tif t1.tif --pas 4", 255},
+      {"Ort_t0.ori", "t0.tif t1.tif --pas 4", 255},
+      {"Incid_t0.tif", "t0.tif t1.tif --pas 4", 255},
+      {"Ort_t2.rle", "t0.tif t2.rle --pas 4", 255},
+      {"Ort_t0.ori", "mosaique Ort_t0.tif Ort_t1.tif -o m.tif --quiet", 1},
+      {"Ort_t0.tif.msk", "mosaique Ort_t0.tif Ort_t1.tif -o m.tif --quiet", 1},
+  };
+  for (const Cas& c : cas) {
+    test::DossierTemp d;
+    EcrireGrille(d.chemin(), false);
+    EcrireIncid(d.chemin(), "t1.tif", -1);  // the masks are read when every input has one
+    std::filesystem::remove(d / c.tube);
+    ASSERT_EQ(mkfifo((d / c.tube).c_str(), 0600), 0) << c.tube;
+    const test::Resultat r =
+        test::Lancer(d.chemin(), "timeout 60 '" EGALISE_EXE "' " + std::string(c.arguments));
+    EXPECT_EQ(r.statut, c.statut) << c.tube << " " << c.arguments << "\n" << r.sortie;
+    if (c.statut == 255) {
+      EXPECT_NE(test::LireFichier(d / "log.txt").find("Exception :"), std::string::npos);
+    }
+    EXPECT_FALSE(std::filesystem::exists(d / "big_image.tif") || std::filesystem::exists(d / "m.tif"));
+  }
+}

@@ -146,6 +146,7 @@ std::string NomDalle(const std::string& nom, int i, int j) {
 }
 
 bool CheckMagic_TIFF(const std::string& nom) {
+  if (!Systeme::Ouvrable(nom.c_str())) return false;
   std::ifstream f(nom, std::ios::in | std::ios::binary);
   unsigned char o[4] = {0, 0, 0, 0};
   if (!f.read(reinterpret_cast<char*>(o), 4)) return false;

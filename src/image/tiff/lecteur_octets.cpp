@@ -1,11 +1,12 @@
 #include "lecteur_octets.h"
 
 #include "zepra/erreur.h"
+#include "zepra/systeme.h"
 
 namespace tiff {
 
 LecteurOctets::LecteurOctets(const std::string& nom) : m_nom(nom) {
-  m_flux.open(nom, std::ios::in | std::ios::binary);
+  if (Systeme::Ouvrable(nom.c_str())) m_flux.open(nom, std::ios::in | std::ios::binary);
   if (!m_flux.is_open())
     ZEPRA_ERREUR("[LecteurOctets] (Constructeur) Impossible d'ouvrir le fichier " << nom);
   m_flux.seekg(0, std::ios::end);

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "zepra/erreur.h"
+#include "zepra/systeme.h"
 #include "zepra/xml.h"
 
 namespace {
@@ -34,6 +35,7 @@ bool LecteurTexte::Charger(const char* fichier, std::string& contenu, const char
 LecteurTexte::Etat LecteurTexte::ChargerSiPresent(const char* fichier, std::string& contenu,
                                                   const char* tag) {
   if (!fichier) return Etat::kAbsent;
+  if (!Systeme::Ouvrable(fichier)) return Etat::kIllisible;
   std::ifstream f(fichier, std::ios::binary);
   if (!f.is_open()) return Etat::kAbsent;
   struct stat etat;
