@@ -84,6 +84,10 @@ inline Resultat Egalise(const std::string& dossier, const std::string& arguments
   return Lancer(dossier, std::string("'") + EGALISE_EXE + "' " + arguments);
 }
 
+inline void EcrireFichier(const std::string& chemin, const std::string& octets) {
+  std::ofstream(chemin, std::ios::binary).write(octets.data(), static_cast<std::streamsize>(octets.size()));
+}
+
 inline std::string LireFichier(const std::string& chemin) {
   std::ifstream f(chemin, std::ios::binary);
   std::ostringstream s;

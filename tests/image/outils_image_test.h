@@ -87,10 +87,6 @@ inline std::string Le(uint64_t v, int octets) {
   return o;
 }
 
-inline void EcrireFichier(const std::string& chemin, const std::string& octets) {
-  std::ofstream(chemin, std::ios::binary).write(octets.data(), static_cast<std::streamsize>(octets.size()));
-}
-
 // Warnings written while f runs (f lets no exception out).
 template <class F>
 std::string Avertissements(F&& f) {

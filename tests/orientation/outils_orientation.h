@@ -17,10 +17,6 @@
 
 namespace test {
 
-inline void Ecrire(const std::string& chemin, const std::string& contenu) {
-  std::ofstream(chemin, std::ios::binary) << contenu;
-}
-
 inline std::unique_ptr<CartoProjOrientation> Carto(double x0, double y0, int zone, long nc, long nl,
                                                    double px, double py) {
   return std::unique_ptr<CartoProjOrientation>(static_cast<CartoProjOrientation*>(

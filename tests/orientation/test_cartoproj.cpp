@@ -45,7 +45,7 @@ TEST(CartoProj, FormatsEtEcritureAllerRetourParTable) {
   const std::string f = d / "a.ori", b = d / "b.ori";
   for (const auto& [texte, attendu] : cas) {
     SCOPED_TRACE(texte);
-    test::Ecrire(f, texte);
+    test::EcrireFichier(f, texte);
     const CartoProjOrientation lu(f.c_str());
     EXPECT_EQ(test::Nombres(lu), attendu);
     lu.Dump(b.c_str(), 1);
@@ -89,14 +89,14 @@ TEST(CartoProj, FichiersRefusesParTable) {
   test::DossierTemp d;
   const std::string f = d / "a.ori";
   for (const auto& [contenu, debut, fragment] : cas) {
-    test::Ecrire(f, contenu);
+    test::EcrireFichier(f, contenu);
     Refuse([&] { CartoProjOrientation x(f.c_str()); }, debut, {f, fragment});
   }
   for (const std::string& absent : {d / "absent.ori", d.chemin()})
     Refuse([&] { CartoProjOrientation x(absent.c_str()); },
            "CartoProjOrientation : probleme d'ouverture du fichier", {absent});
   // A file far too large for an orientation is refused before it is read.
-  test::Ecrire(f, "CARTO\n" + std::string(2 << 20, ' ') + "1 2 0 1 1 1 1\n");
+  test::EcrireFichier(f, "CARTO\n" + std::string(2 << 20, ' ') + "1 2 0 1 1 1 1\n");
   Refuse([&] { CartoProjOrientation x(f.c_str()); }, "CartoProjOrientation : Fichier", {"trop gros"});
 }
 
@@ -120,7 +120,8 @@ TEST(CartoProj, ReglesDeZoneParTable) {
   const std::string f = d / "z.ori";
   for (const auto& [zone, y, refus, yAttendu] : cas) {
     SCOPED_TRACE(std::to_string(zone) + " " + std::to_string(y));
-    test::Ecrire(f, "CARTO\n0 " + std::to_string(y * 1000) + "\n" + std::to_string(zone) + "\n1 1\n1 1\n");
+    test::EcrireFichier(
+        f, "CARTO\n0 " + std::to_string(y * 1000) + "\n" + std::to_string(zone) + "\n1 1\n1 1\n");
     const int z = zone;
     double yAxono = y, yCarto = y;
     if (refus) {

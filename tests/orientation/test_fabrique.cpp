@@ -16,11 +16,12 @@ TEST(FabriqueOrientation, NeufCandidatsDansLOrdre) {
   test::DossierTemp d;
   for (int i = 0; i < 9; ++i) {
     const std::string n = std::to_string(10 + i), geometrie = i == 5 ? "Euclid" : "Carto";
-    test::Ecrire(d / "a" + ext[i],
-                 i < 3   ? "CARTO\n0 0\n0\n" + n + " 20\n1 1\n"
-                 : i < 6 ? "<FileOriMnt><Geometrie>eGeomMNT" + geometrie + "</Geometrie><NombrePixels>" + n +
-                               " 20</NombrePixels><ResolutionPlani>1 -1</ResolutionPlani></FileOriMnt>"
-                         : "MAPUNITS XDIM 1 , YDIM 1 , NROWS 20 NCOLS " + n);
+    test::EcrireFichier(d / "a" + ext[i],
+                        i < 3 ? "CARTO\n0 0\n0\n" + n + " 20\n1 1\n"
+                        : i < 6
+                            ? "<FileOriMnt><Geometrie>eGeomMNT" + geometrie + "</Geometrie><NombrePixels>" +
+                                  n + " 20</NombrePixels><ResolutionPlani>1 -1</ResolutionPlani></FileOriMnt>"
+                            : "MAPUNITS XDIM 1 , YDIM 1 , NROWS 20 NCOLS " + n);
   }
   for (int i = 0; i < 9; ++i) {
     EXPECT_EQ(ImageOrientation::CreateImageOrientation((d / "a.tif").c_str())->GetNs(), 10 + i) << ext[i];
@@ -50,13 +51,13 @@ TEST(FabriqueOrientation, GenreReconnuOuRefuseParTable) {
   };
   for (const auto& [nom, contenu, debut] : cas) {
     test::DossierTemp d;
-    test::Ecrire(d / nom, contenu);
+    test::EcrireFichier(d / nom, contenu);
     Refuse([&] { ImageOrientation::CreateImageOrientation((d / "a.tif").c_str()); }, debut, {d / nom});
   }
   // A carto file read as another model: refused by that model's reader (the same code for every model).
   test::DossierTemp d;
   const std::string f = d / "c.ori";
-  test::Ecrire(f, "CARTO\n1000 2000\n0\n10 20\n1000 1000\n");
+  test::EcrireFichier(f, "CARTO\n1000 2000\n0\n10 20\n1000 1000\n");
   EXPECT_EQ(ImageOrientation::CreateImageOrientation(f.c_str(), eORICarto)->GetNs(), 10);
   Refuse([&] { ImageOrientation::CreateImageOrientation(f.c_str(), eORIAxono); },
          "Lecture en AXONO d'un .ORI qui n'en est pas AXONO !!!");

@@ -162,8 +162,8 @@ TEST(Georeference, WorldFilesEtPrj) {
     SCOPED_TRACE(monde);
     test::DossierTemp e;
     TTImage<unsigned char>(7, 5, TagNbCanaux(1)).Sauver((e / "w.tif").c_str());
-    test::Ecrire(e / monde, tfw);
-    if (prj) test::Ecrire(e / prj, wkt + "\r\n");
+    test::EcrireFichier(e / monde, tfw);
+    if (prj) test::EcrireFichier(e / prj, wkt + "\r\n");
     const std::unique_ptr<ImageOrientation> o = Chercher(e / "w.tif");
     EXPECT_EQ(o->FileNameToString(), e / monde);
     CentresCommeGdal(*o, gt);
@@ -173,7 +173,7 @@ TEST(Georeference, WorldFilesEtPrj) {
   // A TIFF with GeoKeys but no grid: placed by its world file, its keys kept as the CRS.
   test::TiffTest t = Tiff75();
   AvecCles(t, {{1024, 0, 1, 1}, {3072, 0, 1, 2154}}).Ecrire(d / "k.tif");
-  test::Ecrire(d / "k.tfw", tfw);
+  test::EcrireFichier(d / "k.tfw", tfw);
   const std::unique_ptr<ImageOrientation> k = Chercher(d / "k.tif");
   CentresCommeGdal(*k, gt);
   EXPECT_EQ(Carto(*k).GetSystemeReference()->epsg, 2154);
@@ -230,9 +230,9 @@ TEST(Georeference, OrdreDesSources) {
   test::DossierTemp d;
   const char* const mondes[] = {"tfw", "TFW", "Tfw", "tifw", "TIFW", "Tifw", "wld", "WLD", "Wld"};
   for (int i = 0; i < 9; ++i)
-    test::Ecrire(d / "a." + mondes[i], std::to_string(i + 1) + "\n0\n0\n-1\n0.5\n-0.5\n");
+    test::EcrireFichier(d / "a." + mondes[i], std::to_string(i + 1) + "\n0\n0\n-1\n0.5\n-0.5\n");
   TTImage<unsigned char>(7, 5, TagNbCanaux(1)).Sauver((d / "a.tif").c_str());
-  test::Ecrire(d / "a.Hdr", "MAPUNITS XDIM 42 , YDIM 1 , NROWS 5 NCOLS 7");
+  test::EcrireFichier(d / "a.Hdr", "MAPUNITS XDIM 42 , YDIM 1 , NROWS 5 NCOLS 7");
   EXPECT_EQ(Chercher(d / "a.tif")->GetApproxGroundPixSize(), 42);
   std::remove((d / "a.Hdr").c_str());
   for (int i = 0; i < 9; ++i) {
@@ -246,7 +246,7 @@ TEST(Georeference, OrdreDesSources) {
   t.Brut(33550, 12, 3, Doubles({8, 8, 0}))
       .Brut(33922, 12, 6, Doubles({0, 0, 0, 0, 0, 0}))
       .Ecrire(d / "a.tif");
-  test::Ecrire(d / "a.tfw", "1\n0\n0\n-1\n0.5\n-0.5\n");
+  test::EcrireFichier(d / "a.tfw", "1\n0\n0\n-1\n0.5\n-0.5\n");
   EXPECT_EQ(Chercher(d / "a.tif")->GetApproxGroundPixSize(), 8);
   Refuse([&] { TTOrientedImage<float> x((d / "b.tif").c_str()); },
          "ImageOrientation : fichier d'orientation introuvable pour " + d / "b.ori");
@@ -319,8 +319,8 @@ TEST(Georeference, FichiersOuvertsUneFois) {
   };
   for (const auto& [nom, contenu] : fichiers) {
     SCOPED_TRACE(nom);
-    test::Ecrire(d / nom, contenu);
-    test::Ecrire(d / "a.prj", "GEOGCS[]");
+    test::EcrireFichier(d / nom, contenu);
+    test::EcrireFichier(d / "a.prj", "GEOGCS[]");
     const std::function<void()> lectures[] = {
         [&] { Chercher(d / "a.tif"); },
         [&] { OrientationOld((d / "a.tif").c_str()); },
@@ -429,8 +429,8 @@ TEST(Georeference, RefusParTable) {
     test::TiffTest t = Tiff75();
     if (tags) tags(t);
     t.Ecrire(image);
-    if (monde) test::Ecrire(d / ("Ort_" + n + ".tfw"), monde);
-    if (prj) test::Ecrire(d / ("Ort_" + n + ".prj"), prj);
+    if (monde) test::EcrireFichier(d / ("Ort_" + n + ".tfw"), monde);
+    if (prj) test::EcrireFichier(d / ("Ort_" + n + ".prj"), prj);
     const std::string fautif = d / ("Ort_" + n + (prj ? ".prj" : monde ? ".tfw" : ".tif"));
     Refuse([&] { Chercher(image); }, "", {message, fautif});
     const test::Resultat r = test::Egalise(d.chemin(), n + ".tif");

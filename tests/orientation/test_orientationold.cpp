@@ -30,11 +30,11 @@ TEST(OrientationOld, CopiesProfondesEtLecture) {
 
   // Read by the image's name (the file beside it) or by the orientation file's own name.
   test::DossierTemp d;
-  test::Ecrire(d / "a.ori", "CARTO\n1000 2000\n0\n10 20\n1000 1000\n");
-  test::Ecrire(d / "a.xml",
-               "<FileOriMnt><Geometrie>eGeomMNTCarto</Geometrie><NombrePixels>5 6</NombrePixels>"
-               "<ResolutionPlani>1 -1</ResolutionPlani></FileOriMnt>");
-  test::Ecrire(d / "b.HDR", "MAPUNITS NCOLS 3 NROWS 4 XDIM 2 , YDIM 2 ,");
+  test::EcrireFichier(d / "a.ori", "CARTO\n1000 2000\n0\n10 20\n1000 1000\n");
+  test::EcrireFichier(d / "a.xml",
+                      "<FileOriMnt><Geometrie>eGeomMNTCarto</Geometrie><NombrePixels>5 6</NombrePixels>"
+                      "<ResolutionPlani>1 -1</ResolutionPlani></FileOriMnt>");
+  test::EcrireFichier(d / "b.HDR", "MAPUNITS NCOLS 3 NROWS 4 XDIM 2 , YDIM 2 ,");
   EXPECT_EQ(OrientationOld((d / "a.tif").c_str()).GetNs(), 10);                 // the image's orientation
   EXPECT_EQ(OrientationOld((d / "a.xml").c_str()).GetNs(), 5);                  // named: that file, not a.ori
   EXPECT_EQ(OrientationOld((d / "b.ori").c_str()).GetFileName(), d / "b.HDR");  // absent: searched beside
