@@ -371,6 +371,8 @@ int Main_mosaique(int argc, char** argv) {
       for (const std::string& n : o.indisponibles) liste += (liste.empty() ? "" : ", ") + n;
       ZEPRA_ERREUR("[Main_mosaique] (Options) Pas encore disponible : " << liste << ".");
     }
+    // Interrupted (Ctrl-C, a scheduler's TERM), the run leaves no temporary file.
+    NettoyerAuxSignaux();
     FixerNbFils(o.threads);
     // The composition's buffers of a few tens of MiB come and go for every band of rows: kept in the
     // heap rather than mapped and zeroed by the kernel each time (the peak stays the same).

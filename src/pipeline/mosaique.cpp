@@ -22,6 +22,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -135,31 +136,33 @@ class Ecriture {
 class Lecture {
  public:
   // Null (nothing read) when the file does not exist; an Erreur when it is not a complete file of
-  // this kind.
+  // this kind. Read as it goes: a part holds compressed rows of the mosaic, and with a COG their
+  // samples, which memory need not hold at once.
   static std::unique_ptr<Lecture> Ouvrir(const std::string& nom, const char* magique) {
-    std::ifstream f(nom, std::ios::binary);
-    if (!f) return nullptr;
     std::unique_ptr<Lecture> l(new Lecture);
+    l->m_flux.open(nom, std::ios::binary);
+    if (!l->m_flux) return nullptr;
     l->m_nom = nom;
-    f.seekg(0, std::ios::end);
-    const std::streamoff t = f.tellg();
-    f.seekg(0);
+    l->m_flux.seekg(0, std::ios::end);
+    const std::streamoff t = l->m_flux.tellg();
+    char debut[8] = {};
     uint64_t fin = 0;
     if (t >= 16) {
-      l->m_donnees.resize(static_cast<size_t>(t));
-      f.read(l->m_donnees.data(), t);
-      std::memcpy(&fin, l->m_donnees.data() + t - 8, 8);
+      l->m_flux.seekg(t - 8);
+      l->m_flux.read(reinterpret_cast<char*>(&fin), 8);
+      l->m_flux.seekg(0);
+      l->m_flux.read(debut, 8);
     }
-    if (t < 16 || !f || fin != static_cast<uint64_t>(t) - 8 ||
-        std::memcmp(l->m_donnees.data(), magique, 8) != 0)
+    if (t < 16 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
       ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " est incomplet ou d'un autre genre.");
     l->m_pos = 8;
-    l->m_fin = static_cast<size_t>(t) - 8;
+    l->m_fin = static_cast<uint64_t>(t) - 8;
     return l;
   }
   void Octets(void* p, size_t n) {
     if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est tronque.");
-    std::memcpy(p, m_donnees.data() + m_pos, n);
+    m_flux.read(static_cast<char*>(p), static_cast<std::streamsize>(n));
+    if (!m_flux) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " ne peut pas etre lu.");
     m_pos += n;
   }
   template <class T>
@@ -173,8 +176,8 @@ class Lecture {
 
  private:
   std::string m_nom;
-  std::vector<char> m_donnees;
-  size_t m_pos = 0, m_fin = 0;
+  std::ifstream m_flux;
+  uint64_t m_pos = 0, m_fin = 0;
 };
 
 std::string EchapperJson(const std::string& s) {
@@ -1230,6 +1233,24 @@ std::string NomObservation(const std::string& t, size_t i) {
 std::string NomPartie(const std::string& t, int k, int n) {
   return t + "/partie_" + std::to_string(k) + "_sur_" + std::to_string(n) + ".bin";
 }
+// The N of the parts "partie_1_sur_N.bin" in the folder, in increasing order.
+std::vector<int> NombresDeParties(const std::string& t) {
+  std::vector<int> n;
+  std::error_code ec;
+  const std::string debut = "partie_1_sur_", fin = ".bin";
+  for (std::filesystem::directory_iterator i(t, ec), e; !ec && i != e; i.increment(ec)) {
+    const std::string nom = i->path().filename().string();
+    if (nom.size() <= debut.size() + fin.size() || nom.size() > debut.size() + fin.size() + 7 ||
+        nom.compare(0, debut.size(), debut) != 0 ||
+        nom.compare(nom.size() - fin.size(), fin.size(), fin) != 0)
+      continue;
+    const std::string chiffres = nom.substr(debut.size(), nom.size() - debut.size() - fin.size());
+    if (chiffres.find_first_not_of("0123456789") != std::string::npos || chiffres[0] == '0') continue;
+    n.push_back(std::stoi(chiffres));
+  }
+  std::sort(n.begin(), n.end());
+  return n;
+}
 }  // namespace
 
 void JobMosaique::Impl::EcrireCorrections(const std::string& nom) const {
@@ -1444,22 +1465,24 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
   Impl& j = *m;
   j.VerifierTravail(travail);
   j.LireCorrections(travail + "/corrections.bin");
-  // The parts: every K of one N.
-  int n = 0;
-  for (int essai = 1; essai <= j.Rangees() && n == 0; ++essai) {
-    std::ifstream f(NomPartie(travail, 1, essai));
-    if (f) n = essai;
+  // The parts: every K of one N, the smallest N whose parts are all there (an earlier run may have
+  // cut the mosaic otherwise, and N may exceed the rows of tiles: its last parts are empty).
+  const std::vector<int> nombres = NombresDeParties(travail);
+  if (nombres.empty())
+    ZEPRA_ERREUR("[Mosaique] (Assembler) Aucune partie dans " << travail << " : lancer --etape composer.");
+  int n = 0, manque = 0;
+  for (size_t i = 0; i < nombres.size() && n == 0; ++i) {
+    int k = 1;
+    while (k <= nombres[i] && Lecture::Ouvrir(NomPartie(travail, k, nombres[i]), kMagiquePartie)) ++k;
+    if (k > nombres[i])
+      n = nombres[i];
+    else if (i == 0)
+      manque = k;
   }
   if (n == 0)
-    ZEPRA_ERREUR("[Mosaique] (Assembler) Aucune partie dans " << travail << " : lancer --etape composer.");
-  std::vector<std::unique_ptr<Lecture>> parties;
-  for (int k = 1; k <= n; ++k) {
-    std::unique_ptr<Lecture> f = Lecture::Ouvrir(NomPartie(travail, k, n), kMagiquePartie);
-    if (!f)
-      ZEPRA_ERREUR("[Mosaique] (Assembler) La partie "
-                   << k << "/" << n << " manque : lancer --etape composer --partie " << k << "/" << n << ".");
-    parties.push_back(std::move(f));
-  }
+    ZEPRA_ERREUR("[Mosaique] (Assembler) La partie "
+                 << manque << "/" << nombres[0] << " manque : lancer --etape composer --partie " << manque
+                 << "/" << nombres[0] << ".");
   j.Etape("assemblage", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
     const int R = j.Rangees();
@@ -1468,7 +1491,10 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
     std::vector<float> v;
     std::vector<unsigned char> ok;
     for (int k = 1; k <= n; ++k) {
-      Lecture& f = *parties[k - 1];
+      // One part open at a time: N may be in the thousands.
+      const std::unique_ptr<Lecture> partie = Lecture::Ouvrir(NomPartie(travail, k, n), kMagiquePartie);
+      if (!partie) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << k << "/" << n << " a disparu.");
+      Lecture& f = *partie;
       const int r0 = f.Valeur<int32_t>(), r1 = f.Valeur<int32_t>();
       if (r0 != attendue || r1 < r0 || r1 > R)
         ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " ne suit pas la precedente.");

@@ -119,13 +119,16 @@ struct Depot {
   explicit Depot(const std::string& n) : nom(n) {
     flux.open(nom, std::ios::out | std::ios::binary | std::ios::trunc);
     if (!flux.is_open()) ZEPRA_ERREUR(kClasse << " Impossible de creer le fichier temporaire " << nom);
+    place = EnregistrerTemporaire(nom);
   }
   ~Depot() {
     flux.close();
     std::remove(nom.c_str());
+    OublierTemporaire(place);
   }
   std::string nom;
   std::ofstream flux;
+  int place = -1;
 };
 
 std::string EnteteCog(bool masque) {
