@@ -1,6 +1,7 @@
 #include "commande_mosaique.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -373,6 +374,12 @@ int Main_mosaique(int argc, char** argv) {
     }
     // Interrupted (Ctrl-C, a scheduler's TERM), the run leaves no temporary file.
     NettoyerAuxSignaux();
+    // Every input stays open: hundreds of tiles need more than the usual soft limit of 1024 files.
+    struct rlimit fichiers;
+    if (getrlimit(RLIMIT_NOFILE, &fichiers) == 0 && fichiers.rlim_cur < fichiers.rlim_max) {
+      fichiers.rlim_cur = fichiers.rlim_max;
+      setrlimit(RLIMIT_NOFILE, &fichiers);
+    }
     FixerNbFils(o.threads);
     // The composition's buffers of a few tens of MiB come and go for every band of rows: kept in the
     // heap rather than mapped and zeroed by the kernel each time (the peak stays the same).

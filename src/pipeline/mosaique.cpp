@@ -13,8 +13,10 @@
 // are written in order. Observations are per input, combined in input order.
 #include "zepra/pipeline/mosaique.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -56,6 +58,11 @@ void CorrigerFini(const CorrectionImage& c, int bande, int y, int x0, int n, flo
   c.CorrigerLigne(bande, y, x0, n, v);
   constexpr float kMax = std::numeric_limits<float>::max();
   for (int k = 0; k < n; ++k) v[k] = v[k] > kMax ? kMax : v[k] < -kMax ? -kMax : v[k];
+}
+
+unsigned long long LimiteFichiers() {
+  struct rlimit l;
+  return getrlimit(RLIMIT_NOFILE, &l) == 0 ? static_cast<unsigned long long>(l.rlim_cur) : 0;
 }
 
 double MemoireMaxMio() {
@@ -346,8 +353,35 @@ int DegreAutomatique(int n) { return n >= 9 ? 2 : n >= 6 ? 1 : 0; }
 
 void JobMosaique::Impl::Preparer() {
   if (p.entrees.empty()) ZEPRA_ERREUR("[Mosaique] (Entrees) Aucune image en entree.");
-  for (const std::string& n : p.entrees)
-    entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
+  // Every input stays open from here on, its masks too: hundreds of them meet the process's limit on
+  // open files, which must be named rather than the file that could not be opened.
+  for (const std::string& n : p.entrees) {
+    errno = 0;
+    try {
+      entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
+    } catch (const Erreur&) {
+      if (errno != EMFILE && errno != ENFILE) throw;
+      ZEPRA_ERREUR("[Mosaique] (Entrees) Trop de fichiers ouverts a l'image "
+                   << n << " : " << entrees.size() << " images sur " << p.entrees.size()
+                   << " sont ouvertes, la limite du processus est de " << LimiteFichiers()
+                   << " fichiers (ulimit -n).");
+    }
+  }
+  // The files the run writes (the mosaic, a COG's levels, corrected images, work files) need a few
+  // more: refused now rather than after the observation.
+  std::vector<int> reserve;
+  for (int k = 0; k < 32 + NbFils(); ++k) {
+    const int f = ::open("/dev/null", O_RDONLY);
+    if (f < 0) break;
+    reserve.push_back(f);
+  }
+  const bool manque = reserve.size() < static_cast<size_t>(32 + NbFils());
+  for (const int f : reserve) ::close(f);
+  if (manque)
+    ZEPRA_ERREUR("[Mosaique] (Entrees) Trop de fichiers ouverts : les "
+                 << p.entrees.size() << " images ouvertes laissent moins de " << 32 + NbFils()
+                 << " fichiers pour les ecritures, la limite du processus est de " << LimiteFichiers()
+                 << " fichiers (ulimit -n).");
   const EntreeMosaique& e0 = *entrees[0];
   bandes = e0.Bandes();
   std::unique_ptr<SystemeReference> epsg;

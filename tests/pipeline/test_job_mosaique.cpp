@@ -700,4 +700,33 @@ TEST(JobMosaique, AssemblageDesPartiesDUnNComplet) {
   }
 }
 
+// Hundreds of tiles each keep their file open. Here 100 small ones under a limit of 64 open files:
+// the tool raises its soft limit up to the hard one and runs; a hard limit too low is named before any
+// pixel, not taken for a file that cannot be opened.
+TEST(JobMosaique, LimiteDesFichiersOuverts) {
+  test::DossierTemp d;
+  std::string noms;
+  for (int k = 0; k < 100; ++k) {
+    const std::string nom = "u" + std::to_string(k) + ".tif";
+    Uniforme(d / nom, OptionsEcriture(), 32, 1, 50 + k % 7, Grille(24 * (k % 10), 24 * (k / 10)));
+    noms += nom + " ";
+  }
+  const struct {
+    const char* limite;
+    const char* message;  // empty: the run succeeds
+  } cas[] = {
+      {"ulimit -S -n 64", ""},
+      {"ulimit -n 64", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts a l'image u"},
+      {"ulimit -n 130", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts : les 100 images"}};
+  for (const auto& c : cas) {
+    std::filesystem::remove(d / "m.tif");
+    const test::Resultat r =
+        test::Lancer(d.chemin(), std::string(c.limite) + " && '" + EGALISE_EXE + "' mosaique " + noms +
+                                     "-o m.tif --quiet --threads 2");
+    EXPECT_EQ(r.statut, *c.message ? 1 : 0) << c.limite << "\n" << r.sortie;
+    EXPECT_TRUE(test::Commence(r.sortie, c.message)) << c.limite << "\n" << r.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), !*c.message) << c.limite;
+  }
+}
+
 }  // namespace
