@@ -14,6 +14,7 @@
 #include "zepra/pipeline/mosaique.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +64,14 @@ void CorrigerFini(const CorrectionImage& c, int bande, int y, int x0, int n, flo
 unsigned long long LimiteFichiers() {
   struct rlimit l;
   return getrlimit(RLIMIT_NOFILE, &l) == 0 ? static_cast<unsigned long long>(l.rlim_cur) : 0;
+}
+
+// The statistics and the solve, freed, leave holes in the heap that the composition's buffers do not
+// fill (the front end keeps freed memory below 256 MiB for reuse): the two would add up in the peak.
+void RendreLaMemoire() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 double MemoireMaxMio() {
@@ -1239,6 +1248,8 @@ std::string JobMosaique::Impl::Empreinte() const {
 
 void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
   struct stat s;
+  if (::stat(travail.c_str(), &s) == 0 && !S_ISDIR(s.st_mode))
+    ZEPRA_ERREUR("[Mosaique] (Travail) " << travail << " n'est pas un dossier.");
   if (::stat(travail.c_str(), &s) != 0 && ::mkdir(travail.c_str(), 0777) != 0 && errno != EEXIST)
     ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail " << travail << " ne peut pas etre cree.");
   const std::string nom = travail + "/empreinte.txt", attendue = Empreinte();
@@ -1251,12 +1262,34 @@ void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
                    << travail << " appartient a un autre calcul (entrees ou options differentes).");
     return;
   }
+  // Every phase writes the fingerprint before its own file: results without it come from elsewhere
+  // (a fingerprint removed, files copied) and would be taken for this job's.
+  std::error_code ec;
+  for (std::filesystem::directory_iterator i(travail, ec), fin; !ec && i != fin; i.increment(ec)) {
+    const std::string n = i->path().filename().string();
+    const bool resultat =
+        n.size() > 4 && n.compare(n.size() - 4, 4, ".bin") == 0 &&
+        (n.rfind("observation_", 0) == 0 || n.rfind("partie_", 0) == 0 || n == "corrections.bin");
+    if (resultat)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail "
+                   << travail << " contient " << n
+                   << " sans l'empreinte du calcul qui l'a fait : prendre un dossier vide.");
+  }
   FichierAtomique e(nom, "[Mosaique] (Travail)");
   e.flux() << attendue;
   e.Valider();
 }
 
 namespace {
+// Whether a phase's file is there and complete: a damaged one is made again (over it, atomically).
+bool Fait(const std::string& nom, const char* magique) {
+  try {
+    return Lecture::Ouvrir(nom, magique) != nullptr;
+  } catch (const Erreur&) {
+    return false;
+  }
+}
+
 constexpr char kMagiqueObs[9] = "EGOBSV01";
 constexpr char kMagiqueCorr[9] = "EGCORR01";
 constexpr char kMagiquePartie[9] = "EGPART01";
@@ -1385,6 +1418,7 @@ void JobMosaique::Executer() {
   else
     j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();
+  RendreLaMemoire();
   j.Etape("composition", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
     const bool cog = j.plan.cog;
@@ -1419,7 +1453,7 @@ void JobMosaique::PhaseObserver(const std::string& travail, int index) {
   j.VerifierTravail(travail);
   if (!j.gainOffset || j.p.noegal) return;  // the other models observe while they solve
   const std::string nom = NomObservation(travail, index - 1);
-  if (Lecture::Ouvrir(nom, kMagiqueObs)) return;  // already done
+  if (Fait(nom, kMagiqueObs)) return;  // already done
   j.Etape("observation", [&] {
     const std::unique_ptr<StatsBlocs> s = j.Observer(index - 1);
     Ecriture f(nom, kMagiqueObs);
@@ -1434,7 +1468,7 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
   Impl& j = *m;
   j.VerifierTravail(travail);
   const std::string nom = travail + "/corrections.bin";
-  if (Lecture::Ouvrir(nom, kMagiqueCorr)) return;
+  if (Fait(nom, kMagiqueCorr)) return;
   if (j.gainOffset && !j.p.noegal) {
     j.stats.clear();
     for (size_t i = 0; i < j.entrees.size(); ++i) {
@@ -1463,7 +1497,7 @@ void JobMosaique::PhaseComposer(const std::string& travail, int k, int n) {
     ZEPRA_ERREUR("[Mosaique] (Composer) --partie " << k << "/" << n << " : K de 1 a N attendu.");
   j.VerifierTravail(travail);
   const std::string nom = NomPartie(travail, k, n);
-  if (Lecture::Ouvrir(nom, kMagiquePartie)) return;
+  if (Fait(nom, kMagiquePartie)) return;
   j.LireCorrections(travail + "/corrections.bin");
   const int R = j.Rangees(), r0 = static_cast<int>(static_cast<long long>(R) * (k - 1) / n),
             r1 = static_cast<int>(static_cast<long long>(R) * k / n);

@@ -729,4 +729,54 @@ TEST(JobMosaique, LimiteDesFichiersOuverts) {
   }
 }
 
+// A work folder after an incident: a damaged result is made again by its phase; results whose
+// fingerprint was removed, or a garbled fingerprint, are another job's; a file is not a folder.
+TEST(JobMosaique, DossierDeTravailApresUnIncident) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const ParametresMosaique p = Parametres(t, d / "p.tif");
+  const struct {
+    const char* cas;
+    std::function<void(const std::string&)> incident;
+    const char* refus;  // empty: the phases end the job
+  } cas[] = {
+      {"observation tronquee",
+       [](const std::string& w) { std::filesystem::resize_file(w + "/observation_2.bin", 100); }, ""},
+      {"partie vide", [](const std::string& w) { std::ofstream(w + "/partie_1_sur_1.bin"); }, ""},
+      {"empreinte retiree", [](const std::string& w) { std::filesystem::remove(w + "/empreinte.txt"); },
+       "sans l'empreinte du calcul qui l'a fait : prendre un dossier vide."},
+      {"empreinte brouillee", [](const std::string& w) { std::ofstream(w + "/empreinte.txt") << "x"; },
+       "appartient a un autre calcul"},
+      {"un fichier",
+       [](const std::string& w) {
+         std::filesystem::remove_all(w);
+         std::ofstream(w) << "x";
+       },
+       "n'est pas un dossier."},
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    const std::string w = d / ("w" + std::to_string(numero++));
+    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+    JobMosaique(p).PhaseResoudre(w);
+    std::filesystem::remove(w + "/corrections.bin");
+    c.incident(w);
+    std::filesystem::remove(p.sortie);
+    const auto phases = [&] {
+      for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+      JobMosaique(p).PhaseResoudre(w);
+      JobMosaique(p).PhaseComposer(w, 1, 1);
+      JobMosaique(p).PhaseAssembler(w);
+    };
+    if (*c.refus) {
+      test::Refuse(phases, "[Mosaique] (Travail) ", {c.refus});
+      EXPECT_FALSE(std::filesystem::exists(p.sortie));
+    } else {
+      phases();
+      EXPECT_TRUE(std::filesystem::exists(p.sortie));
+    }
+  }
+}
+
 }  // namespace
