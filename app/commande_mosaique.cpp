@@ -1,6 +1,7 @@
 #include "commande_mosaique.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -370,6 +371,14 @@ int Main_mosaique(int argc, char** argv) {
       std::string liste;
       for (const std::string& n : o.indisponibles) liste += (liste.empty() ? "" : ", ") + n;
       ZEPRA_ERREUR("[Main_mosaique] (Options) Pas encore disponible : " << liste << ".");
+    }
+    // Interrupted (Ctrl-C, a scheduler's TERM), the run leaves no temporary file.
+    NettoyerAuxSignaux();
+    // Every input stays open: hundreds of tiles need more than the usual soft limit of 1024 files.
+    struct rlimit fichiers;
+    if (getrlimit(RLIMIT_NOFILE, &fichiers) == 0 && fichiers.rlim_cur < fichiers.rlim_max) {
+      fichiers.rlim_cur = fichiers.rlim_max;
+      setrlimit(RLIMIT_NOFILE, &fichiers);
     }
     FixerNbFils(o.threads);
     // The composition's buffers of a few tens of MiB come and go for every band of rows: kept in the

@@ -13,8 +13,11 @@
 // are written in order. Observations are per input, combined in input order.
 #include "zepra/pipeline/mosaique.h"
 
+#include <fcntl.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,6 +25,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -55,6 +59,19 @@ void CorrigerFini(const CorrectionImage& c, int bande, int y, int x0, int n, flo
   c.CorrigerLigne(bande, y, x0, n, v);
   constexpr float kMax = std::numeric_limits<float>::max();
   for (int k = 0; k < n; ++k) v[k] = v[k] > kMax ? kMax : v[k] < -kMax ? -kMax : v[k];
+}
+
+unsigned long long LimiteFichiers() {
+  struct rlimit l;
+  return getrlimit(RLIMIT_NOFILE, &l) == 0 ? static_cast<unsigned long long>(l.rlim_cur) : 0;
+}
+
+// The statistics and the solve, freed, leave holes in the heap that the composition's buffers do not
+// fill (the front end keeps freed memory below 256 MiB for reuse): the two would add up in the peak.
+void RendreLaMemoire() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 double MemoireMaxMio() {
@@ -135,31 +152,33 @@ class Ecriture {
 class Lecture {
  public:
   // Null (nothing read) when the file does not exist; an Erreur when it is not a complete file of
-  // this kind.
+  // this kind. Read as it goes: a part holds compressed rows of the mosaic, and with a COG their
+  // samples, which memory need not hold at once.
   static std::unique_ptr<Lecture> Ouvrir(const std::string& nom, const char* magique) {
-    std::ifstream f(nom, std::ios::binary);
-    if (!f) return nullptr;
     std::unique_ptr<Lecture> l(new Lecture);
+    l->m_flux.open(nom, std::ios::binary);
+    if (!l->m_flux) return nullptr;
     l->m_nom = nom;
-    f.seekg(0, std::ios::end);
-    const std::streamoff t = f.tellg();
-    f.seekg(0);
+    l->m_flux.seekg(0, std::ios::end);
+    const std::streamoff t = l->m_flux.tellg();
+    char debut[8] = {};
     uint64_t fin = 0;
     if (t >= 16) {
-      l->m_donnees.resize(static_cast<size_t>(t));
-      f.read(l->m_donnees.data(), t);
-      std::memcpy(&fin, l->m_donnees.data() + t - 8, 8);
+      l->m_flux.seekg(t - 8);
+      l->m_flux.read(reinterpret_cast<char*>(&fin), 8);
+      l->m_flux.seekg(0);
+      l->m_flux.read(debut, 8);
     }
-    if (t < 16 || !f || fin != static_cast<uint64_t>(t) - 8 ||
-        std::memcmp(l->m_donnees.data(), magique, 8) != 0)
+    if (t < 16 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
       ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " est incomplet ou d'un autre genre.");
     l->m_pos = 8;
-    l->m_fin = static_cast<size_t>(t) - 8;
+    l->m_fin = static_cast<uint64_t>(t) - 8;
     return l;
   }
   void Octets(void* p, size_t n) {
     if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est tronque.");
-    std::memcpy(p, m_donnees.data() + m_pos, n);
+    m_flux.read(static_cast<char*>(p), static_cast<std::streamsize>(n));
+    if (!m_flux) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " ne peut pas etre lu.");
     m_pos += n;
   }
   template <class T>
@@ -173,8 +192,8 @@ class Lecture {
 
  private:
   std::string m_nom;
-  std::vector<char> m_donnees;
-  size_t m_pos = 0, m_fin = 0;
+  std::ifstream m_flux;
+  uint64_t m_pos = 0, m_fin = 0;
 };
 
 std::string EchapperJson(const std::string& s) {
@@ -343,8 +362,35 @@ int DegreAutomatique(int n) { return n >= 9 ? 2 : n >= 6 ? 1 : 0; }
 
 void JobMosaique::Impl::Preparer() {
   if (p.entrees.empty()) ZEPRA_ERREUR("[Mosaique] (Entrees) Aucune image en entree.");
-  for (const std::string& n : p.entrees)
-    entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
+  // Every input stays open from here on, its masks too: hundreds of them meet the process's limit on
+  // open files, which must be named rather than the file that could not be opened.
+  for (const std::string& n : p.entrees) {
+    errno = 0;
+    try {
+      entrees.push_back(std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe));
+    } catch (const Erreur&) {
+      if (errno != EMFILE && errno != ENFILE) throw;
+      ZEPRA_ERREUR("[Mosaique] (Entrees) Trop de fichiers ouverts a l'image "
+                   << n << " : " << entrees.size() << " images sur " << p.entrees.size()
+                   << " sont ouvertes, la limite du processus est de " << LimiteFichiers()
+                   << " fichiers (ulimit -n).");
+    }
+  }
+  // The files the run writes (the mosaic, a COG's levels, corrected images, work files) need a few
+  // more: refused now rather than after the observation.
+  std::vector<int> reserve;
+  for (int k = 0; k < 32 + NbFils(); ++k) {
+    const int f = ::open("/dev/null", O_RDONLY);
+    if (f < 0) break;
+    reserve.push_back(f);
+  }
+  const bool manque = reserve.size() < static_cast<size_t>(32 + NbFils());
+  for (const int f : reserve) ::close(f);
+  if (manque)
+    ZEPRA_ERREUR("[Mosaique] (Entrees) Trop de fichiers ouverts : les "
+                 << p.entrees.size() << " images ouvertes laissent moins de " << 32 + NbFils()
+                 << " fichiers pour les ecritures, la limite du processus est de " << LimiteFichiers()
+                 << " fichiers (ulimit -n).");
   const EntreeMosaique& e0 = *entrees[0];
   bandes = e0.Bandes();
   std::unique_ptr<SystemeReference> epsg;
@@ -1202,6 +1248,8 @@ std::string JobMosaique::Impl::Empreinte() const {
 
 void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
   struct stat s;
+  if (::stat(travail.c_str(), &s) == 0 && !S_ISDIR(s.st_mode))
+    ZEPRA_ERREUR("[Mosaique] (Travail) " << travail << " n'est pas un dossier.");
   if (::stat(travail.c_str(), &s) != 0 && ::mkdir(travail.c_str(), 0777) != 0 && errno != EEXIST)
     ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail " << travail << " ne peut pas etre cree.");
   const std::string nom = travail + "/empreinte.txt", attendue = Empreinte();
@@ -1214,12 +1262,34 @@ void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
                    << travail << " appartient a un autre calcul (entrees ou options differentes).");
     return;
   }
+  // Every phase writes the fingerprint before its own file: results without it come from elsewhere
+  // (a fingerprint removed, files copied) and would be taken for this job's.
+  std::error_code ec;
+  for (std::filesystem::directory_iterator i(travail, ec), fin; !ec && i != fin; i.increment(ec)) {
+    const std::string n = i->path().filename().string();
+    const bool resultat =
+        n.size() > 4 && n.compare(n.size() - 4, 4, ".bin") == 0 &&
+        (n.rfind("observation_", 0) == 0 || n.rfind("partie_", 0) == 0 || n == "corrections.bin");
+    if (resultat)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail "
+                   << travail << " contient " << n
+                   << " sans l'empreinte du calcul qui l'a fait : prendre un dossier vide.");
+  }
   FichierAtomique e(nom, "[Mosaique] (Travail)");
   e.flux() << attendue;
   e.Valider();
 }
 
 namespace {
+// Whether a phase's file is there and complete: a damaged one is made again (over it, atomically).
+bool Fait(const std::string& nom, const char* magique) {
+  try {
+    return Lecture::Ouvrir(nom, magique) != nullptr;
+  } catch (const Erreur&) {
+    return false;
+  }
+}
+
 constexpr char kMagiqueObs[9] = "EGOBSV01";
 constexpr char kMagiqueCorr[9] = "EGCORR01";
 constexpr char kMagiquePartie[9] = "EGPART01";
@@ -1229,6 +1299,24 @@ std::string NomObservation(const std::string& t, size_t i) {
 }
 std::string NomPartie(const std::string& t, int k, int n) {
   return t + "/partie_" + std::to_string(k) + "_sur_" + std::to_string(n) + ".bin";
+}
+// The N of the parts "partie_1_sur_N.bin" in the folder, in increasing order.
+std::vector<int> NombresDeParties(const std::string& t) {
+  std::vector<int> n;
+  std::error_code ec;
+  const std::string debut = "partie_1_sur_", fin = ".bin";
+  for (std::filesystem::directory_iterator i(t, ec), e; !ec && i != e; i.increment(ec)) {
+    const std::string nom = i->path().filename().string();
+    if (nom.size() <= debut.size() + fin.size() || nom.size() > debut.size() + fin.size() + 7 ||
+        nom.compare(0, debut.size(), debut) != 0 ||
+        nom.compare(nom.size() - fin.size(), fin.size(), fin) != 0)
+      continue;
+    const std::string chiffres = nom.substr(debut.size(), nom.size() - debut.size() - fin.size());
+    if (chiffres.find_first_not_of("0123456789") != std::string::npos || chiffres[0] == '0') continue;
+    n.push_back(std::stoi(chiffres));
+  }
+  std::sort(n.begin(), n.end());
+  return n;
 }
 }  // namespace
 
@@ -1330,6 +1418,7 @@ void JobMosaique::Executer() {
   else
     j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();
+  RendreLaMemoire();
   j.Etape("composition", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
     const bool cog = j.plan.cog;
@@ -1364,7 +1453,7 @@ void JobMosaique::PhaseObserver(const std::string& travail, int index) {
   j.VerifierTravail(travail);
   if (!j.gainOffset || j.p.noegal) return;  // the other models observe while they solve
   const std::string nom = NomObservation(travail, index - 1);
-  if (Lecture::Ouvrir(nom, kMagiqueObs)) return;  // already done
+  if (Fait(nom, kMagiqueObs)) return;  // already done
   j.Etape("observation", [&] {
     const std::unique_ptr<StatsBlocs> s = j.Observer(index - 1);
     Ecriture f(nom, kMagiqueObs);
@@ -1379,7 +1468,7 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
   Impl& j = *m;
   j.VerifierTravail(travail);
   const std::string nom = travail + "/corrections.bin";
-  if (Lecture::Ouvrir(nom, kMagiqueCorr)) return;
+  if (Fait(nom, kMagiqueCorr)) return;
   if (j.gainOffset && !j.p.noegal) {
     j.stats.clear();
     for (size_t i = 0; i < j.entrees.size(); ++i) {
@@ -1408,7 +1497,7 @@ void JobMosaique::PhaseComposer(const std::string& travail, int k, int n) {
     ZEPRA_ERREUR("[Mosaique] (Composer) --partie " << k << "/" << n << " : K de 1 a N attendu.");
   j.VerifierTravail(travail);
   const std::string nom = NomPartie(travail, k, n);
-  if (Lecture::Ouvrir(nom, kMagiquePartie)) return;
+  if (Fait(nom, kMagiquePartie)) return;
   j.LireCorrections(travail + "/corrections.bin");
   const int R = j.Rangees(), r0 = static_cast<int>(static_cast<long long>(R) * (k - 1) / n),
             r1 = static_cast<int>(static_cast<long long>(R) * k / n);
@@ -1444,22 +1533,24 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
   Impl& j = *m;
   j.VerifierTravail(travail);
   j.LireCorrections(travail + "/corrections.bin");
-  // The parts: every K of one N.
-  int n = 0;
-  for (int essai = 1; essai <= j.Rangees() && n == 0; ++essai) {
-    std::ifstream f(NomPartie(travail, 1, essai));
-    if (f) n = essai;
+  // The parts: every K of one N, the smallest N whose parts are all there (an earlier run may have
+  // cut the mosaic otherwise, and N may exceed the rows of tiles: its last parts are empty).
+  const std::vector<int> nombres = NombresDeParties(travail);
+  if (nombres.empty())
+    ZEPRA_ERREUR("[Mosaique] (Assembler) Aucune partie dans " << travail << " : lancer --etape composer.");
+  int n = 0, manque = 0;
+  for (size_t i = 0; i < nombres.size() && n == 0; ++i) {
+    int k = 1;
+    while (k <= nombres[i] && Lecture::Ouvrir(NomPartie(travail, k, nombres[i]), kMagiquePartie)) ++k;
+    if (k > nombres[i])
+      n = nombres[i];
+    else if (i == 0)
+      manque = k;
   }
   if (n == 0)
-    ZEPRA_ERREUR("[Mosaique] (Assembler) Aucune partie dans " << travail << " : lancer --etape composer.");
-  std::vector<std::unique_ptr<Lecture>> parties;
-  for (int k = 1; k <= n; ++k) {
-    std::unique_ptr<Lecture> f = Lecture::Ouvrir(NomPartie(travail, k, n), kMagiquePartie);
-    if (!f)
-      ZEPRA_ERREUR("[Mosaique] (Assembler) La partie "
-                   << k << "/" << n << " manque : lancer --etape composer --partie " << k << "/" << n << ".");
-    parties.push_back(std::move(f));
-  }
+    ZEPRA_ERREUR("[Mosaique] (Assembler) La partie "
+                 << manque << "/" << nombres[0] << " manque : lancer --etape composer --partie " << manque
+                 << "/" << nombres[0] << ".");
   j.Etape("assemblage", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
     const int R = j.Rangees();
@@ -1468,7 +1559,10 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
     std::vector<float> v;
     std::vector<unsigned char> ok;
     for (int k = 1; k <= n; ++k) {
-      Lecture& f = *parties[k - 1];
+      // One part open at a time: N may be in the thousands.
+      const std::unique_ptr<Lecture> partie = Lecture::Ouvrir(NomPartie(travail, k, n), kMagiquePartie);
+      if (!partie) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << k << "/" << n << " a disparu.");
+      Lecture& f = *partie;
       const int r0 = f.Valeur<int32_t>(), r1 = f.Valeur<int32_t>();
       if (r0 != attendue || r1 < r0 || r1 > R)
         ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " ne suit pas la precedente.");

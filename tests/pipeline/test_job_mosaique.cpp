@@ -2,6 +2,10 @@
 // closer to the truth than without equalization, the same bytes for any thread count and for the
 // phased run, and the work folder refuses what does not belong to it.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +15,7 @@
 #include "outils_test.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
+#include "zepra/fichieratomique.h"
 #include "zepra/lecteurfenetres.h"
 #include "zepra/pipeline/mosaique.h"
 #include "zepra/pipeline/parallele.h"
@@ -337,6 +342,28 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
+// The same through the phases, each its own process, a COG: the assembly streams the parts (which
+// hold the rows' samples for the overviews, here 2360 x 2360 x 3 floats) rather than holding them.
+TEST(JobMosaique, MemoireDesPhasesSousLePlafond) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
+#endif
+  test::DossierTemp d;
+  Tuiles(d.chemin(), 1200);
+  const double plafond = 16;
+  const std::string job = std::string("exec '") + EGALISE_EXE +
+                          "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --cog --quiet "
+                          "--memoire 16 --travail w --etape ";
+  for (const char* etape : {"observer --index 1", "observer --index 2", "observer --index 3",
+                            "observer --index 4", "resoudre", "composer --partie 1/1", "assembler"}) {
+    long kio = 0;
+    const test::Resultat r = test::Lancer(d.chemin(), job + etape, kio);
+    EXPECT_EQ(r.statut, 0) << etape << " " << r.sortie;
+    EXPECT_LT(kio / 1024.0, plafond + 48) << etape << " : pic " << kio / 1024.0 << " Mio";
+  }
+  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
+}
+
 // Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
 // output) by default, nearest when asked; bilinear on a grid twice finer lies between the four input
 // pixels around each centre.
@@ -583,6 +610,177 @@ TEST(JobMosaique, MasqueDExclusionParSuffixe) {
   // A missing mask is refused before any work.
   p.masqueSuffixe = "_absent.tif";
   EXPECT_THROW(JobMosaique job(p), Erreur);
+}
+
+// A run stopped by SIGINT or SIGTERM (Ctrl-C, a scheduler's end of time) while it writes: it ends by
+// that signal, and leaves neither the file it was writing nor a temporary one (the COG's levels, a
+// part of the work folder). Each run in a child process, which the signal ends.
+TEST(JobMosaique, InterrompuSansFichierLaisse) {
+  struct Signal : SuiviMosaique {
+    int signal;
+    explicit Signal(int s) : signal(s) {}
+    void Progression(double) override { raise(signal); }
+  };
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const ParametresMosaique base = Parametres(t, d / "sortie/m.tif");
+  const std::string travail = d / "sortie/travail";
+  std::filesystem::create_directories(travail);
+  for (int i = 1; i <= 4; ++i) JobMosaique(base).PhaseObserver(travail, i);
+  JobMosaique(base).PhaseResoudre(travail);
+  const struct {
+    const char* cas;
+    int signal;
+    bool cog, phase;
+  } cas[] = {{"un processus", SIGTERM, false, false},
+             {"un processus, COG", SIGINT, true, false},
+             {"composer", SIGTERM, false, true}};
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    const pid_t pid = fork();
+    if (pid == 0) {
+      NettoyerAuxSignaux();
+      FixerNbFils(1);
+      ParametresMosaique p = base;
+      p.ecriture.cog = c.cog;
+      Signal s(c.signal);
+      JobMosaique job(p, &s);
+      if (c.phase)
+        job.PhaseComposer(travail, 1, 1);
+      else
+        job.Executer();
+      _exit(0);
+    }
+    int statut = 0;
+    ASSERT_EQ(waitpid(pid, &statut, 0), pid);
+    EXPECT_TRUE(WIFSIGNALED(statut) && WTERMSIG(statut) == c.signal) << statut;
+    std::string laisses;
+    for (const auto& f : std::filesystem::recursive_directory_iterator(d / "sortie"))
+      if (f.is_regular_file() && f.path().filename() != "empreinte.txt" &&
+          f.path().filename().string().rfind("observation_", 0) != 0 &&
+          f.path().filename() != "corrections.bin")
+        laisses += f.path().filename().string() + " ";
+    EXPECT_EQ(laisses, "");
+  }
+}
+
+// The assembly takes the parts of whichever N is complete: an earlier cut of the mosaic may have left
+// parts of another N, and N may exceed the rows of tiles (280 lines in tiles of 64: 5 rows), some
+// parts then empty. The mosaic is that of one process.
+TEST(JobMosaique, AssemblageDesPartiesDUnNComplet) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  ParametresMosaique p = Parametres(t, d / "un.tif");
+  JobMosaique(p).Executer();
+  const std::string reference = test::LireFichier(d / "un.tif");
+  p.sortie = d / "p.tif";
+  const struct {
+    std::vector<std::pair<int, int>> parties;  // composed, in this order
+    const char* refus;                         // empty: assembled
+  } cas[] = {
+      {{{1, 7}, {2, 7}, {3, 7}, {4, 7}, {5, 7}, {6, 7}, {7, 7}}, ""},
+      {{{1, 2}, {1, 3}, {2, 3}, {3, 3}}, ""},
+      {{{2, 3}, {1, 1}, {1, 3}}, ""},
+      {{{1, 2}, {1, 3}, {3, 3}}, "La partie 2/2 manque : lancer --etape composer --partie 2/2."},
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    const std::string w = d / ("w" + std::to_string(numero++));
+    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+    JobMosaique(p).PhaseResoudre(w);
+    for (const auto& [k, n] : c.parties) JobMosaique(p).PhaseComposer(w, k, n);
+    std::filesystem::remove(p.sortie);
+    if (*c.refus) {
+      test::Refuse([&] { JobMosaique(p).PhaseAssembler(w); }, "[Mosaique] (Assembler) ", {c.refus});
+      EXPECT_FALSE(std::filesystem::exists(p.sortie));
+      continue;
+    }
+    JobMosaique(p).PhaseAssembler(w);
+    EXPECT_TRUE(test::LireFichier(p.sortie) == reference) << numero;
+  }
+}
+
+// Hundreds of tiles each keep their file open. Here 100 small ones under a limit of 64 open files:
+// the tool raises its soft limit up to the hard one and runs; a hard limit too low is named before any
+// pixel, not taken for a file that cannot be opened.
+TEST(JobMosaique, LimiteDesFichiersOuverts) {
+  test::DossierTemp d;
+  std::string noms;
+  for (int k = 0; k < 100; ++k) {
+    const std::string nom = "u" + std::to_string(k) + ".tif";
+    Uniforme(d / nom, OptionsEcriture(), 32, 1, 50 + k % 7, Grille(24 * (k % 10), 24 * (k / 10)));
+    noms += nom + " ";
+  }
+  const struct {
+    const char* limite;
+    const char* message;  // empty: the run succeeds
+  } cas[] = {
+      {"ulimit -S -n 64", ""},
+      {"ulimit -n 64", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts a l'image u"},
+      {"ulimit -n 130", "egalise mosaique : [Mosaique] (Entrees) Trop de fichiers ouverts : les 100 images"}};
+  for (const auto& c : cas) {
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizers' runtime reads files of its own to check types: it fails first at the limit.
+    if (*c.message) continue;
+#endif
+    std::filesystem::remove(d / "m.tif");
+    const test::Resultat r =
+        test::Lancer(d.chemin(), std::string(c.limite) + " && '" + EGALISE_EXE + "' mosaique " + noms +
+                                     "-o m.tif --quiet --threads 2");
+    EXPECT_EQ(r.statut, *c.message ? 1 : 0) << c.limite << "\n" << r.sortie;
+    EXPECT_TRUE(test::Commence(r.sortie, c.message)) << c.limite << "\n" << r.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), !*c.message) << c.limite;
+  }
+}
+
+// A work folder after an incident: a damaged result is made again by its phase; results whose
+// fingerprint was removed, or a garbled fingerprint, are another job's; a file is not a folder.
+TEST(JobMosaique, DossierDeTravailApresUnIncident) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const ParametresMosaique p = Parametres(t, d / "p.tif");
+  const struct {
+    const char* cas;
+    std::function<void(const std::string&)> incident;
+    const char* refus;  // empty: the phases end the job
+  } cas[] = {
+      {"observation tronquee",
+       [](const std::string& w) { std::filesystem::resize_file(w + "/observation_2.bin", 100); }, ""},
+      {"partie vide", [](const std::string& w) { std::ofstream(w + "/partie_1_sur_1.bin"); }, ""},
+      {"empreinte retiree", [](const std::string& w) { std::filesystem::remove(w + "/empreinte.txt"); },
+       "sans l'empreinte du calcul qui l'a fait : prendre un dossier vide."},
+      {"empreinte brouillee", [](const std::string& w) { std::ofstream(w + "/empreinte.txt") << "x"; },
+       "appartient a un autre calcul"},
+      {"un fichier",
+       [](const std::string& w) {
+         std::filesystem::remove_all(w);
+         std::ofstream(w) << "x";
+       },
+       "n'est pas un dossier."},
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    const std::string w = d / ("w" + std::to_string(numero++));
+    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+    JobMosaique(p).PhaseResoudre(w);
+    std::filesystem::remove(w + "/corrections.bin");
+    c.incident(w);
+    std::filesystem::remove(p.sortie);
+    const auto phases = [&] {
+      for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+      JobMosaique(p).PhaseResoudre(w);
+      JobMosaique(p).PhaseComposer(w, 1, 1);
+      JobMosaique(p).PhaseAssembler(w);
+    };
+    if (*c.refus) {
+      test::Refuse(phases, "[Mosaique] (Travail) ", {c.refus});
+      EXPECT_FALSE(std::filesystem::exists(p.sortie));
+    } else {
+      phases();
+      EXPECT_TRUE(std::filesystem::exists(p.sortie));
+    }
+  }
 }
 
 }  // namespace

@@ -89,9 +89,16 @@ struct RangeeConvertie {
         type(typeDonnees),
         conversion(ChoisirConversion(typeDonnees, canauxDonnees, p, n)),
         octetsLigne(static_cast<size_t>(p.taille.x) * p.canaux * (p.bits == 1 ? 1 : p.bits / 8)),
-        largeur(p.taille.x),
-        donnees(octetsLigne * p.hauteurBloc),
-        valide(static_cast<size_t>(p.taille.x) * p.hauteurBloc) {}
+        largeur(p.taille.x) {}
+
+  // Room for 'lignes' lines, made on first use: a file assembled from rows encoded elsewhere converts
+  // one line at a time (a COG's overviews) or none, and a row of a wide mosaic is tens of MiB.
+  void Reserver(int lignes) {
+    if (donnees.size() < octetsLigne * lignes) {
+      donnees.resize(octetsLigne * lignes);
+      valide.resize(static_cast<size_t>(largeur) * lignes);
+    }
+  }
 
   // Line i of the row from a line of samples of 'typeSource'.
   void Convertir(int i, eEnumType typeSource, const void* source, const unsigned char* valideSource) {
@@ -119,13 +126,16 @@ struct Depot {
   explicit Depot(const std::string& n) : nom(n) {
     flux.open(nom, std::ios::out | std::ios::binary | std::ios::trunc);
     if (!flux.is_open()) ZEPRA_ERREUR(kClasse << " Impossible de creer le fichier temporaire " << nom);
+    place = EnregistrerTemporaire(nom);
   }
   ~Depot() {
     flux.close();
     std::remove(nom.c_str());
+    OublierTemporaire(place);
   }
   std::string nom;
   std::ofstream flux;
+  int place = -1;
 };
 
 std::string EnteteCog(bool masque) {
@@ -369,6 +379,7 @@ void EcrivainGeoTIFF::EcrireLignes(eEnumType type, const void* donnees, size_t p
     ZEPRA_ERREUR(kClasse << " (EcrireLignes) " << lignes << " lignes de plus que les " << e.plan.taille.y
                          << " du fichier " << e.nom << " (" << e.lignes << " deja ecrites).");
   const unsigned char* source = static_cast<const unsigned char*>(donnees);
+  if (lignes > 0) e.rangee->Reserver(e.plan.hauteurBloc);
   for (int i = 0; i < lignes; ++i) {
     const int j = e.lignesRangee;
     e.rangee->Convertir(j, type, source + i * pas, valide ? valide + i * pasValide : nullptr);
@@ -392,6 +403,7 @@ void EcrivainGeoTIFF::EcrireRangeeEncodee(const std::vector<std::vector<unsigned
           kClasse << " (EcrireRangeeEncodee) Les lignes de la rangee manquent pour les apercus du fichier "
                   << e.nom << ".");
     const unsigned char* source = static_cast<const unsigned char*>(donnees);
+    e.rangee->Reserver(1);
     for (int i = 0; i < lignes; ++i) {
       e.rangee->Convertir(0, e.typeDonnees, source + i * pas, valide ? valide + i * pasValide : nullptr);
       e.pyramide->AjouterLigne(e.rangee->Ligne(0), e.rangee->Valide(0));
@@ -475,6 +487,7 @@ std::vector<std::vector<unsigned char>> EncodeurRangees::Encoder(int r, const vo
   if (r < 0 || lignes <= 0)
     ZEPRA_ERREUR(kClasse << " (Encoder) Rangee de blocs " << r << " hors de l'image.");
   const unsigned char* source = static_cast<const unsigned char*>(donnees);
+  m->rangee->Reserver(p.hauteurBloc);
   for (int i = 0; i < lignes; ++i)
     m->rangee->Convertir(i, m->rangee->type, source + i * pas, valide ? valide + i * pasValide : nullptr);
   m->compresseur->Rangee(r, m->rangee->donnees.data(), m->rangee->octetsLigne, m->rangee->valide.data(),
