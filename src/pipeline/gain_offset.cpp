@@ -137,9 +137,13 @@ class SystemeGroupe {
     m_poidsEcart.assign(indices.size(), 1.0);
     for (size_t k = 0; k < indices.size(); ++k) {
       const double* st = obs.Stats(indices[k], bande);
-      if (!(std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]) && st[1] + st[3] > 0))
-        m_poidsEcart[k] = 0;
+      // Blocks flat in one image and not in the other hold different content (a fill, saturation): their
+      // means compare nothing either, and would pull the other image's gain toward 0 to flatten it too.
+      const bool semblables = std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]);
+      if (!semblables) m_poidsMoy[k] = 0;
+      if (!(semblables && st[1] + st[3] > 0)) m_poidsEcart[k] = 0;
     }
+    m_moyennesUtiles = m_poidsMoy;
     m_ecartsUtiles = m_poidsEcart;
     // The observations are in pair order: where each pair's run starts, and the end.
     for (size_t k = 0; k < indices.size(); ++k) {
@@ -155,9 +159,9 @@ class SystemeGroupe {
   void Resoudre(const std::vector<std::string>& noms) {
     const int N = static_cast<int>(m_images.size()) * m_nU;
     // With the learnt prior only the group's mean gain stays constrained: the prior then places the
-    // gains' map-wide trend as it places the offsets'.
-    const Eigen::MatrixXd tout = Contraintes(),
-                          moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
+    // gains' map-wide trend as it places the offsets'. Set once the first assembly has told which images'
+    // gains the overlaps see.
+    Eigen::MatrixXd tout, moyenne;
     Eigen::SimplicialLDLT<Eigen::SparseMatrix<double>> ldlt;
     const auto verifier = [&](const char* etape) {
       if (ldlt.info() != Eigen::Success)
@@ -178,8 +182,12 @@ class SystemeGroupe {
         m_distorsion = true;
       }
       if (m_empirique) Etalonner();
-      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
+      if (it == 0) {
+        tout = Contraintes();
+        moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
+      }
+      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
@@ -271,10 +279,12 @@ class SystemeGroupe {
 
  private:
   // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
-  // the gain's degree, is 0. One row per monomial of the map position normalised over the group's
-  // extent (so that a group is solved the same whatever else is on the grid), over the gain unknowns
-  // of every image: the monomial, written in the image's own normalised position, against the image's
-  // moments.
+  // the gain's degree, is 0, over the images whose gain level some overlap sees (the gain of an image
+  // whose blocks all hold other content is free: holding the mean with it would let the others' gains
+  // wander). One row per monomial of the map
+  // position normalised over the group's extent (so that a group is solved the same whatever else is on the
+  // grid), over the gain unknowns of every image: the monomial, written in the image's own normalised
+  // position, against the image's moments.
   Eigen::MatrixXd Contraintes() const {
     double X0 = 0, X1 = 0, Y0 = 0, Y1 = 0;
     for (size_t l = 0; l < m_images.size(); ++l) {
@@ -289,7 +299,7 @@ class SystemeGroupe {
     Eigen::MatrixXd C = Eigen::MatrixXd::Zero(m_nG, static_cast<long>(m_images.size()) * m_nU);
     for (size_t l = 0; l < m_images.size(); ++l) {
       const ResumeImage& r = m_resumes[m_images[l]];
-      if (r.compte <= 0) continue;
+      if (r.compte <= 0 || !m_gainVu[l]) continue;
       const Placement& p = r.placement;
       // X = a x + b and Y = c y + d, from the image's normalised position to the group's.
       const double a = p.sx * r.largeur / (X1 - X0),
@@ -470,6 +480,7 @@ class SystemeGroupe {
   void Diagnostiquer(const std::vector<double>& diag) {
     const int nU = m_nU;
     m_indetermines.assign(m_images.size(), std::string());
+    m_gainVu.assign(m_images.size(), 1);
     for (size_t l = 0; l < m_images.size(); ++l) {
       Eigen::Map<const Eigen::MatrixXd> D(&diag[l * nU * nU], nU, nU);
       const double dmax = D.diagonal().maxCoeff();
@@ -490,6 +501,7 @@ class SystemeGroupe {
             if (racines(a) != 0 && std::fabs(vp.eigenvectors()(a, v)) > 0.25) indetermine[a] = 1;
         }
       }
+      m_gainVu[l] = D(0, 0) > 0;
       std::string& texte = m_indetermines[l];
       for (int a = 0; a < nU; ++a) {
         if (!indetermine[a]) continue;
@@ -516,14 +528,14 @@ class SystemeGroupe {
         for (int a = 0; a < m_nU; ++a)
           r += ligne[a] * m_x(li * m_nU + a) + ligne[m_nU + a] * m_x(lj * m_nU + a);
         z[k] = r * std::sqrt(o.poids / poidsMoyen);
-        if (e == 0 || m_ecartsUtiles[k]) absolus.push_back(std::fabs(z[k]));
+        if ((e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) absolus.push_back(std::fabs(z[k]));
       }
       const double echelle = std::max(1.4826 * Mediane(absolus), kEchelleMin * m_ecartRef);
       if (e == 0) m_echelle = echelle, m_poidsMoyenObs = poidsMoyen;
       std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
       for (size_t k = 0; k < n; ++k) {
         const double u = std::fabs(z[k]) / echelle;
-        if (e == 1 && !m_ecartsUtiles[k]) continue;
+        if (!(e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) continue;
         if (huber) {
           w[k] = u <= kHuber ? 1.0 : kHuber / u;
         } else {
@@ -543,10 +555,11 @@ class SystemeGroupe {
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
   double m_G = 1, m_ecartRef = 1;
-  std::vector<double> m_poidsMoy, m_poidsEcart, m_ecartsUtiles;
+  std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
+  std::vector<char> m_gainVu;  // per image: some observation sees its gain level
   // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
   // last robust scale with the mean block area it refers to.
   bool m_empirique = false;
