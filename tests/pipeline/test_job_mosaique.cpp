@@ -470,9 +470,9 @@ TEST(JobMosaique, FichiersMalformesNommes) {
 }
 
 // What the job warns about, on its progress interface and in the report: an image that overlaps no
-// other, inputs far apart, an image with no valid pixel, a constant one (whose gain and offset its
-// overlaps cannot tell apart), an extent that misses every input.
-// The stages announced on the progress interface: only those that do something.
+// other or too narrowly to be observed, inputs far apart, an image with no valid pixel, a constant one (whose
+// gain and offset its overlaps cannot tell apart), an extent that misses every input. The stages announced on
+// the progress interface: only those that do something.
 TEST(JobMosaique, EtapesAnnoncees) {
   struct Suivi : SuiviMosaique {
     std::string etapes;
@@ -513,6 +513,8 @@ TEST(JobMosaique, Avertissements) {
   Uniforme(d / "loin.tif", o, kN, kBandes, 80, Grille(4000, 0));
   Uniforme(d / "vide.tif", o, kN, kBandes, std::nanf(""), Grille(60, 60));  // NaN: written as no-data
   Uniforme(d / "constante.tif", o, kN, kBandes, 90, Grille(60, 60));
+  // Beside t01, overlapping it by 3 pixels: less than a block.
+  Uniforme(d / "mince.tif", o, kN, kBandes, 80, Grille(2 * kN - kRecouvrement - 3, 0));
   const struct {
     std::vector<std::string> entrees;
     bool emprise;
@@ -526,6 +528,11 @@ TEST(JobMosaique, Avertissements) {
       {{t[0], t[1], t[2], t[3], d / "vide.tif"},
        false,
        {"L'image " + d / "vide.tif" + " n'a aucun pixel valide."}},
+      {{t[0], t[1], t[2], t[3], d / "mince.tif"},
+       false,
+       {"L'image " + d / "mince.tif" + " recouvre " + t[1] +
+        " (sur 3 x 160 pixels au plus) mais aucun bloc de 16 x 16 pixels n'y est valide a 90 % dans les "
+        "deux images (recouvrement trop etroit, masque ou sans donnee) : elle garde ses valeurs."}},
       {{t[0], t[1], t[2], t[3], d / "constante.tif"},
        false,
        {"L'image " + d / "constante.tif" +
