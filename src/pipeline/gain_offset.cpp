@@ -36,6 +36,12 @@ constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
 constexpr size_t kImagesEmpirique = 9;
+// A pair of images whose block means change from block to block with a correlation below this holds
+// different content; judged from this many changes at least, and only where they are at least this
+// fraction of the group's median (flat ground leaves them to noise).
+constexpr double kCorrelationMin = 0.5;
+constexpr size_t kBlocsCorrelation = 16;
+constexpr double kAmplitudeRelative = 0.25;
 // Spreads below this (grey levels, or value units) are taken as this: a class of terms the data leave
 // at zero is then held firmly, not infinitely.
 constexpr double kEcartEmpiriqueMin = 1e-2;
@@ -143,8 +149,6 @@ class SystemeGroupe {
       if (!semblables) m_poidsMoy[k] = 0;
       if (!(semblables && st[1] + st[3] > 0)) m_poidsEcart[k] = 0;
     }
-    m_moyennesUtiles = m_poidsMoy;
-    m_ecartsUtiles = m_poidsEcart;
     // The observations are in pair order: where each pair's run starts, and the end.
     for (size_t k = 0; k < indices.size(); ++k) {
       const ObservationBloc& o = obs.blocs[indices[k]];
@@ -152,7 +156,19 @@ class SystemeGroupe {
         m_debutsPaires.push_back(k);
     }
     m_debutsPaires.push_back(indices.size());
+    EcarterContenusDifferents();
+    m_moyennesUtiles = m_poidsMoy;
+    m_ecartsUtiles = m_poidsEcart;
   }
+
+  // Pairs of images whose overlap does not hold the same content (one misplaced, or taken at another
+  // date), as (i, j, correlation, blocks).
+  struct PaireDifferente {
+    int i, j;
+    double correlation;
+    size_t blocs;
+  };
+  const std::vector<PaireDifferente>& PairesDifferentes() const { return m_differentes; }
 
   // Runs the solves; the unknowns of local image k are x[k nU ..], gains scaled by 1 / G. Each solve
   // meets the constraints C x = 0 exactly, through the Schur complement of the few constraint rows.
@@ -205,6 +221,60 @@ class SystemeGroupe {
                      << m_bande + 1 << " : solution non finie pour les images " << ListeImages(noms, m_images)
                      << ".");
       if (it + 1 < m_p.iterations) Reponderer(it + 1 <= kEtapesHuber);
+    }
+  }
+
+  // A pair whose overlap holds different content gives no equation: its block means are unrelated, and
+  // fitting them would pull both images' gains toward 0, the others' with them through the deviations
+  // and the mean gain (one such tile among 16 turned the gains to between 0.2 and 4.7). Told by the
+  // changes of the block mean from one block to the next, which the images' smooth fields hardly touch:
+  // over the same ground they follow each other closely, over different ground not at all. Pairs whose
+  // changes are small next to the group's (flat ground, where noise rules) are left alone.
+  void EcarterContenusDifferents() {
+    struct Paire {
+      double correlation = 1, rms = 0;
+      size_t n = 0;
+    };
+    std::vector<Paire> paires(m_debutsPaires.size() - 1);
+    std::vector<double> amplitudes;
+    for (size_t q = 0; q + 1 < m_debutsPaires.size(); ++q) {
+      double si = 0, sj = 0, sii = 0, sjj = 0, sij = 0;
+      size_t n = 0;
+      for (size_t k = m_debutsPaires[q] + 1; k < m_debutsPaires[q + 1]; ++k) {
+        if (m_poidsMoy[k] == 0 || m_poidsMoy[k - 1] == 0) continue;
+        const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k - 1], m_bande);
+        const double di = a[0] - b[0], dj = a[2] - b[2];
+        si += di, sj += dj, sii += di * di, sjj += dj * dj, sij += di * dj;
+        ++n;
+      }
+      if (n < kBlocsCorrelation) continue;
+      const double vi = sii - si * si / n, vj = sjj - sj * sj / n;
+      Paire& p = paires[q];
+      p.n = n;
+      p.rms = std::sqrt(std::min(sii, sjj) / n);
+      p.correlation = vi > 0 && vj > 0 ? (sij - si * sj / n) / std::sqrt(vi * vj) : 1.0;
+      amplitudes.push_back(p.rms);
+    }
+    const double reference = Mediane(amplitudes);
+    // Blocks of each image in pairs found different, and in the others: an image whose overlaps are
+    // mostly different is the one misplaced, and its small overlaps, too few blocks to judge, go too.
+    std::vector<double> differents(m_images.size(), 0.0), semblables(m_images.size(), 0.0);
+    std::vector<char> different(paires.size(), 0);
+    for (size_t q = 0; q < paires.size(); ++q) {
+      const Paire& p = paires[q];
+      different[q] = p.n > 0 && p.correlation < kCorrelationMin && p.rms >= kAmplitudeRelative * reference;
+      const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
+      const double n = static_cast<double>(m_debutsPaires[q + 1] - m_debutsPaires[q]);
+      (different[q] ? differents : semblables)[m_local[o.i]] += n;
+      (different[q] ? differents : semblables)[m_local[o.j]] += n;
+    }
+    for (size_t q = 0; q < paires.size(); ++q) {
+      const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
+      const int li = m_local[o.i], lj = m_local[o.j];
+      if (!different[q] && differents[li] <= semblables[li] && differents[lj] <= semblables[lj]) continue;
+      m_differentes.push_back({o.i, o.j, paires[q].n > 0 ? paires[q].correlation : std::nan(""),
+                               m_debutsPaires[q + 1] - m_debutsPaires[q]});
+      for (size_t k = m_debutsPaires[q]; k < m_debutsPaires[q + 1]; ++k) m_poidsMoy[k] = m_poidsEcart[k] = 0;
     }
   }
 
@@ -559,6 +629,7 @@ class SystemeGroupe {
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
+  std::vector<PaireDifferente> m_differentes;
   std::vector<char> m_gainVu;  // per image: some observation sees its gain level
   // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
   // last robust scale with the mean block area it refers to.
@@ -746,6 +817,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   struct Issue {
     std::pair<double, double> AB;
     std::vector<std::string> indetermines;
+    std::vector<ContenuDifferent> differents;
     double ecartee = 0;
   };
   const size_t nbGroupes = R.groupes.size();
@@ -758,6 +830,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     Issue& x = issues[t];
     x.AB = s.Coefficients(R.corrections);
     x.indetermines = s.Indetermines();
+    for (const auto& d : s.PairesDifferentes()) x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
     for (size_t k = 0; k < indices[g].size(); ++k)
       if (s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
   });
@@ -776,6 +849,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
         d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
       }
       ecartee += x.ecartee;
+      R.differents.insert(R.differents.end(), x.differents.begin(), x.differents.end());
     }
     // Block means before and after, over every observation.
     double apres = 0;

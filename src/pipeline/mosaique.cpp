@@ -688,6 +688,26 @@ void JobMosaique::Impl::Resoudre() {
               d.termesIndetermines + "), gardes a l'identite.");
     corrections.push_back(std::make_unique<CorrectionGO>(c));
   }
+  // One warning per pair, its bands listed; the small overlaps of an image set aside as a whole, too
+  // small to be judged, go without one.
+  for (size_t k = 0; k < R.differents.size(); ++k) {
+    const ContenuDifferent& d = R.differents[k];
+    bool vue = !std::isfinite(d.correlation);
+    for (size_t l = 0; l < k; ++l) vue = vue || (R.differents[l].i == d.i && R.differents[l].j == d.j);
+    if (vue) continue;
+    std::ostringstream t;
+    t << "Les images " << entrees[d.i]->Nom() << " et " << entrees[d.j]->Nom()
+      << " ne montrent pas le meme contenu sur leur recouvrement (bande";
+    std::string liste;
+    for (const ContenuDifferent& e : R.differents)
+      if (e.i == d.i && e.j == d.j && std::isfinite(e.correlation))
+        liste += (liste.empty() ? " " : ", ") + std::to_string(e.bande + 1);
+    t.precision(2);
+    t << (liste.find(',') != std::string::npos ? "s" : "") << liste << " : correlation " << std::fixed
+      << d.correlation << " sur " << d.blocs
+      << " blocs) : il est ecarte (georeferencement faux ou prises de vue de dates differentes ?).";
+    Avertir(t.str());
+  }
   rapport.bandes.clear();
   for (const BilanBande& b : R.bandes) rapport.bandes.push_back({b.rmsAvant, b.rmsApres});
 }

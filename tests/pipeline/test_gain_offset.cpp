@@ -419,22 +419,29 @@ TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
   EXPECT_GT(deplacement(1), 2.0);
 }
 
-// Content that cannot be compared with its neighbours' (a tile filled with one value, saturated, or
-// filled over its overlaps) counts as no tile at all: the other tiles' corrections are those of the
-// solve without it, up to the group's constant gain and offset (its mean level and contrast count the
-// spoilt tile as it is). Such blocks' mean equations used to pull the other tiles' gains toward 0: one
-// uniform tile in a 2 x 2 block gave them gains of -0.9 and 1.9, and moved them by 140 grey levels.
-TEST(GainOffset, UnContenuUniformeCompteCommeAucuneTuile) {
+// Content that cannot be compared with its neighbours' (a tile filled with one value, saturated,
+// filled over its overlaps, or showing another place) counts as no tile at all: the other tiles' corrections
+// are those of the solve without it, up to the group's constant gain and offset (its mean level and contrast
+// count the spoilt tile as it is). Such blocks' mean equations used to pull the other tiles' gains toward 0:
+// one uniform tile in a 2 x 2 block gave them gains of -0.9 and 1.9, and moved them by 140 grey levels.
+TEST(GainOffset, UnContenuIncomparableCompteCommeAucuneTuile) {
   struct Cas {
     const char* nom;
     int n, image, degre;
     void (*modifier)(Tuile&);
   };
   const auto uniforme = [](Tuile& t) { std::fill(t.v.begin(), t.v.end(), 120.0f); };
+  // The scene of another place, the tile where it was (misplaced, or another date's content).
+  const auto ailleurs = [](Tuile& t) {
+    const Tuile autre = FaireTuile(t.x0 + 3000, t.y0 + 2000, t.w, t.h, {0.02}, {5}, 1, 9);
+    t.v = autre.v;
+  };
   const Cas cas[] = {
       {"uniforme 2 x 2", 2, 1, 0, uniforme},
       {"saturee 2 x 2", 2, 3, 0, [](Tuile& t) { std::fill(t.v.begin(), t.v.end(), 255.0f); }},
       {"uniforme 4 x 4", 4, 5, 2, uniforme},
+      {"d'un autre lieu 2 x 2", 2, 2, 0, ailleurs},
+      {"d'un autre lieu 4 x 4", 4, 5, 2, ailleurs},
       {"remplie sur ses recouvrements 4 x 4", 4, 5, 2,
        [](Tuile& t) {
          for (int l = 0; l < t.h; ++l)
@@ -473,6 +480,11 @@ TEST(GainOffset, UnContenuUniformeCompteCommeAucuneTuile) {
     EXPECT_LT(pire, 0.5) << c.nom;
     EXPECT_TRUE(std::isfinite(b.bandes[0].rmsApres) && b.bandes[0].rmsApres < 2 * b.bandes[0].rmsAvant)
         << c.nom << " : " << b.bandes[0].rmsAvant << " -> " << b.bandes[0].rmsApres;
+    // Another place's content is reported, pair by pair; flat content is not (its blocks say why).
+    size_t paires = 0;
+    for (const ContenuDifferent& d : b.differents) paires += d.i == c.image || d.j == c.image;
+    EXPECT_EQ(paires > 0, c.modifier == +ailleurs) << c.nom;
+    EXPECT_EQ(paires, b.differents.size()) << c.nom;
   }
 }
 
