@@ -36,9 +36,10 @@ constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
 constexpr size_t kImagesEmpirique = 9;
-// A pair of images whose block means change from block to block with a correlation below this holds
-// different content; judged from this many changes at least, and only where they are at least this
-// fraction of the group's median (flat ground leaves them to noise).
+// A pair of images whose block means change from one block to the next with a correlation below this
+// holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
+// changes at least, and only where they are at least this fraction of the group's median in one of
+// the images (flat ground in both leaves them to noise).
 constexpr double kCorrelationMin = 0.5;
 constexpr size_t kBlocsCorrelation = 16;
 constexpr double kAmplitudeRelative = 0.25;
@@ -143,11 +144,8 @@ class SystemeGroupe {
     m_poidsEcart.assign(indices.size(), 1.0);
     for (size_t k = 0; k < indices.size(); ++k) {
       const double* st = obs.Stats(indices[k], bande);
-      // Blocks flat in one image and not in the other hold different content (a fill, saturation): their
-      // means compare nothing either, and would pull the other image's gain toward 0 to flatten it too.
-      const bool semblables = std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]);
-      if (!semblables) m_poidsMoy[k] = 0;
-      if (!(semblables && st[1] + st[3] > 0)) m_poidsEcart[k] = 0;
+      if (!(std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]) && st[1] + st[3] > 0))
+        m_poidsEcart[k] = 0;
     }
     // The observations are in pair order: where each pair's run starts, and the end.
     for (size_t k = 0; k < indices.size(); ++k) {
@@ -226,10 +224,12 @@ class SystemeGroupe {
 
   // A pair whose overlap holds different content gives no equation: its block means are unrelated, and
   // fitting them would pull both images' gains toward 0, the others' with them through the deviations
-  // and the mean gain (one such tile among 16 turned the gains to between 0.2 and 4.7). Told by the
-  // changes of the block mean from one block to the next, which the images' smooth fields hardly touch:
-  // over the same ground they follow each other closely, over different ground not at all. Pairs whose
-  // changes are small next to the group's (flat ground, where noise rules) are left alone.
+  // and the mean gain (one tile showing another place among 16 turned the gains to between 0.15 and
+  // 4.7; one uniform tile in a 2 x 2 block, to -0.9 and 1.9). Told by the changes of the block mean from
+  // one block to the next, which the images' smooth fields hardly touch: over the same ground they
+  // follow each other closely, over different ground not at all, and over a fill or a saturated tile
+  // not at all in that image. Pairs whose changes are small in both images next to the group's (flat
+  // ground, where noise rules) are left alone.
   void EcarterContenusDifferents() {
     struct Paire {
       double correlation = 1, rms = 0;
@@ -241,7 +241,6 @@ class SystemeGroupe {
       double si = 0, sj = 0, sii = 0, sjj = 0, sij = 0;
       size_t n = 0;
       for (size_t k = m_debutsPaires[q] + 1; k < m_debutsPaires[q + 1]; ++k) {
-        if (m_poidsMoy[k] == 0 || m_poidsMoy[k - 1] == 0) continue;
         const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k - 1], m_bande);
         const double di = a[0] - b[0], dj = a[2] - b[2];
         si += di, sj += dj, sii += di * di, sjj += dj * dj, sij += di * dj;
@@ -251,8 +250,10 @@ class SystemeGroupe {
       const double vi = sii - si * si / n, vj = sjj - sj * sj / n;
       Paire& p = paires[q];
       p.n = n;
-      p.rms = std::sqrt(std::min(sii, sjj) / n);
-      p.correlation = vi > 0 && vj > 0 ? (sij - si * sj / n) / std::sqrt(vi * vj) : 1.0;
+      p.rms = std::sqrt(std::max(sii, sjj) / n);
+      p.correlation = vi > 0 && vj > 0   ? (sij - si * sj / n) / std::sqrt(vi * vj)
+                      : vi > 0 || vj > 0 ? 0.0
+                                         : 1.0;
       amplitudes.push_back(p.rms);
     }
     const double reference = Mediane(amplitudes);

@@ -66,8 +66,8 @@
 // pull stays many orders above the solver's rounding) and leaves the rest to the data; with the shapes
 // dearer, it was better than 1e-9 and 1e-6 on average over several draws of the benchmark's presets.
 //
-// Robustness: blocks flat in one image and not in the other (a fill, saturation) and pairs whose
-// overlap holds different content (block means unrelated from block to block) give no equation. The
+// Robustness: pairs whose overlap holds different content (another place, a fill, a saturated tile:
+// block means unrelated from block to block) give no equation. The
 // first solve is plain, the next ones re-weight each equation from its residual
 // normalised by a robust scale (1.4826 x the median absolute normalised residual of the group and
 // equation kind): two Huber steps (k = 1.5), then Tukey's biweight (c = 4.685), which drops changed
@@ -184,7 +184,9 @@ struct BilanBande {
 // another date): its observations are left out.
 struct ContenuDifferent {
   int i = 0, j = 0, bande = 0;
-  double correlation = 0;  // of the changes of the block mean from one block to the next
+  // Of the changes of the block mean from one block to the next, 0 when the image is flat there; NaN:
+  // too few blocks to judge, left out with the rest of an image whose overlaps mostly differ.
+  double correlation = 0;
   size_t blocs = 0;
 };
 

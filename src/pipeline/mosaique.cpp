@@ -703,9 +703,10 @@ void JobMosaique::Impl::Resoudre() {
       if (e.i == d.i && e.j == d.j && std::isfinite(e.correlation))
         liste += (liste.empty() ? " " : ", ") + std::to_string(e.bande + 1);
     t.precision(2);
-    t << (liste.find(',') != std::string::npos ? "s" : "") << liste << " : correlation " << std::fixed
-      << d.correlation << " sur " << d.blocs
-      << " blocs) : il est ecarte (georeferencement faux ou prises de vue de dates differentes ?).";
+    t << (liste.find(',') != std::string::npos ? "s" : "") << liste
+      << " : correlation des variations d'un bloc au suivant " << std::fixed << d.correlation << " sur "
+      << d.blocs << " blocs) : il est ecarte (georeferencement faux, prises de vue de dates differentes, "
+      << "image uniforme ou saturee ?).";
     Avertir(t.str());
   }
   rapport.bandes.clear();

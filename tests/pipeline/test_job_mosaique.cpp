@@ -521,6 +521,9 @@ TEST(JobMosaique, Avertissements) {
   EcrireTuile(d / "ailleurs.tif", 1, 1, kN, 1000);
   // Beside t01, overlapping it by 3 pixels: less than a block.
   Uniforme(d / "mince.tif", o, kN, kBandes, 80, Grille(2 * kN - kRecouvrement - 3, 0));
+  const std::string kUniforme =
+      " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des variations "
+      "d'un bloc au suivant 0.00 sur ";
   const struct {
     std::vector<std::string> entrees;
     bool emprise;
@@ -544,13 +547,19 @@ TEST(JobMosaique, Avertissements) {
        {"L'image " + d / "ailleurs.tif" +
             " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;",
         "Les images " + t[1] + " et " + d / "ailleurs.tif" +
-            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation ",
+            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des "
+            "variations d'un bloc au suivant -0.",
         "Les images " + t[2] + " et " + d / "ailleurs.tif" +
-            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation "}},
+            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des "
+            "variations d'un bloc au suivant -0."}},
       {{t[0], t[1], t[2], t[3], d / "constante.tif"},
        false,
        {"L'image " + d / "constante.tif" +
-        " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;"}},
+            " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;",
+        "Les images " + t[0] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[1] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[2] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[3] + " et " + d / "constante.tif" + kUniforme}},
       {t,
        true,
        {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.",
