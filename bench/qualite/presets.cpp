@@ -126,5 +126,39 @@ std::vector<Preset> Presets(unsigned tirage) {
              3, {25, 0, 1}, g + 20);
   for (size_t i = 0; i < r.tuiles.size(); i += 2) r.tuiles[i].decalageX = 1;
   presets.push_back(r);
+
+  // A flight strip: each tile sees two neighbours at most, so what the overlaps leave unseen adds up
+  // along it.
+  Preset b;
+  b.nom = "bande_1x12";
+  b.description = "1 x 12 (une bande de vol), offsets +-25 et gains +-3 % de degre 2, bruit 1";
+  Bloc(b, 1, 12, 0, 0, {25, 0.03, 1}, g + 22);
+  presets.push_back(b);
+
+  // Drone-like footprints off any grid: sizes of 200 to 840 pixels, overlaps of 30 to 360 pixels (5 to
+  // 60 % of the smaller tile), and one tile inside another.
+  Preset f;
+  f.nom = "irregulier";
+  f.description =
+      "10 tuiles hors grille de 200 a 840 pixels, recouvrements de 30 a 360 pixels, une tuile dans une "
+      "autre, offsets +-25 et gains +-3 % de degre 2, bruit 1";
+  const int emprises[][4] = {{0, 0, 600, 600},    {570, 40, 500, 560},  {900, 0, 800, 620},
+                             {60, 380, 560, 600}, {420, 480, 700, 520}, {1000, 560, 640, 640},
+                             {0, 900, 720, 560},  {600, 940, 460, 460}, {850, 1050, 840, 500},
+                             {200, 150, 200, 200}};
+  Tirage u(g + 23);
+  for (const auto& e : emprises) {
+    TuileQualite q;
+    q.colonne0 = e[0];
+    q.ligne0 = e[1];
+    q.largeur = e[2];
+    q.hauteur = e[3];
+    q.numero = static_cast<int>(f.tuiles.size());
+    q.offset = Champ(u, 25, 12.5, 6.25);
+    q.gain = Champ(u, 0.03, 0.015, 0.0075);
+    q.bruit = 1;
+    f.tuiles.push_back(q);
+  }
+  presets.push_back(f);
   return presets;
 }

@@ -36,6 +36,13 @@ constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
 constexpr size_t kImagesEmpirique = 9;
+// A pair of images whose block means change from one block to the next with a correlation below this
+// holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
+// changes at least, and only where they are at least this fraction of the group's median in one of
+// the images (flat ground in both leaves them to noise).
+constexpr double kCorrelationMin = 0.5;
+constexpr size_t kBlocsCorrelation = 16;
+constexpr double kAmplitudeRelative = 0.25;
 // Spreads below this (grey levels, or value units) are taken as this: a class of terms the data leave
 // at zero is then held firmly, not infinitely.
 constexpr double kEcartEmpiriqueMin = 1e-2;
@@ -140,7 +147,6 @@ class SystemeGroupe {
       if (!(std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]) && st[1] + st[3] > 0))
         m_poidsEcart[k] = 0;
     }
-    m_ecartsUtiles = m_poidsEcart;
     // The observations are in pair order: where each pair's run starts, and the end.
     for (size_t k = 0; k < indices.size(); ++k) {
       const ObservationBloc& o = obs.blocs[indices[k]];
@@ -148,16 +154,28 @@ class SystemeGroupe {
         m_debutsPaires.push_back(k);
     }
     m_debutsPaires.push_back(indices.size());
+    EcarterContenusDifferents();
+    m_moyennesUtiles = m_poidsMoy;
+    m_ecartsUtiles = m_poidsEcart;
   }
+
+  // Pairs of images whose overlap does not hold the same content (one misplaced, or taken at another
+  // date), as (i, j, correlation, blocks).
+  struct PaireDifferente {
+    int i, j;
+    double correlation;
+    size_t blocs;
+  };
+  const std::vector<PaireDifferente>& PairesDifferentes() const { return m_differentes; }
 
   // Runs the solves; the unknowns of local image k are x[k nU ..], gains scaled by 1 / G. Each solve
   // meets the constraints C x = 0 exactly, through the Schur complement of the few constraint rows.
   void Resoudre(const std::vector<std::string>& noms) {
     const int N = static_cast<int>(m_images.size()) * m_nU;
     // With the learnt prior only the group's mean gain stays constrained: the prior then places the
-    // gains' map-wide trend as it places the offsets'.
-    const Eigen::MatrixXd tout = Contraintes(),
-                          moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
+    // gains' map-wide trend as it places the offsets'. Set once the first assembly has told which images'
+    // gains the overlaps see.
+    Eigen::MatrixXd tout, moyenne;
     Eigen::SimplicialLDLT<Eigen::SparseMatrix<double>> ldlt;
     const auto verifier = [&](const char* etape) {
       if (ldlt.info() != Eigen::Success)
@@ -178,8 +196,12 @@ class SystemeGroupe {
         m_distorsion = true;
       }
       if (m_empirique) Etalonner();
-      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
+      if (it == 0) {
+        tout = Contraintes();
+        moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
+      }
+      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
@@ -197,6 +219,63 @@ class SystemeGroupe {
                      << m_bande + 1 << " : solution non finie pour les images " << ListeImages(noms, m_images)
                      << ".");
       if (it + 1 < m_p.iterations) Reponderer(it + 1 <= kEtapesHuber);
+    }
+  }
+
+  // A pair whose overlap holds different content gives no equation: its block means are unrelated, and
+  // fitting them would pull both images' gains toward 0, the others' with them through the deviations
+  // and the mean gain (one tile showing another place among 16 turned the gains to between 0.15 and
+  // 4.7; one uniform tile in a 2 x 2 block, to -0.9 and 1.9). Told by the changes of the block mean from
+  // one block to the next, which the images' smooth fields hardly touch: over the same ground they
+  // follow each other closely, over different ground not at all, and over a fill or a saturated tile
+  // not at all in that image. Pairs whose changes are small in both images next to the group's (flat
+  // ground, where noise rules) are left alone.
+  void EcarterContenusDifferents() {
+    struct Paire {
+      double correlation = 1, rms = 0;
+      size_t n = 0;
+    };
+    std::vector<Paire> paires(m_debutsPaires.size() - 1);
+    std::vector<double> amplitudes;
+    for (size_t q = 0; q + 1 < m_debutsPaires.size(); ++q) {
+      double si = 0, sj = 0, sii = 0, sjj = 0, sij = 0;
+      size_t n = 0;
+      for (size_t k = m_debutsPaires[q] + 1; k < m_debutsPaires[q + 1]; ++k) {
+        const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k - 1], m_bande);
+        const double di = a[0] - b[0], dj = a[2] - b[2];
+        si += di, sj += dj, sii += di * di, sjj += dj * dj, sij += di * dj;
+        ++n;
+      }
+      if (n < kBlocsCorrelation) continue;
+      const double vi = sii - si * si / n, vj = sjj - sj * sj / n;
+      Paire& p = paires[q];
+      p.n = n;
+      p.rms = std::sqrt(std::max(sii, sjj) / n);
+      p.correlation = vi > 0 && vj > 0   ? (sij - si * sj / n) / std::sqrt(vi * vj)
+                      : vi > 0 || vj > 0 ? 0.0
+                                         : 1.0;
+      amplitudes.push_back(p.rms);
+    }
+    const double reference = Mediane(amplitudes);
+    // Blocks of each image in pairs found different, and in the others: an image whose overlaps are
+    // mostly different is the one misplaced, and its small overlaps, too few blocks to judge, go too.
+    std::vector<double> differents(m_images.size(), 0.0), semblables(m_images.size(), 0.0);
+    std::vector<char> different(paires.size(), 0);
+    for (size_t q = 0; q < paires.size(); ++q) {
+      const Paire& p = paires[q];
+      different[q] = p.n > 0 && p.correlation < kCorrelationMin && p.rms >= kAmplitudeRelative * reference;
+      const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
+      const double n = static_cast<double>(m_debutsPaires[q + 1] - m_debutsPaires[q]);
+      (different[q] ? differents : semblables)[m_local[o.i]] += n;
+      (different[q] ? differents : semblables)[m_local[o.j]] += n;
+    }
+    for (size_t q = 0; q < paires.size(); ++q) {
+      const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
+      const int li = m_local[o.i], lj = m_local[o.j];
+      if (!different[q] && differents[li] <= semblables[li] && differents[lj] <= semblables[lj]) continue;
+      m_differentes.push_back({o.i, o.j, paires[q].n > 0 ? paires[q].correlation : std::nan(""),
+                               m_debutsPaires[q + 1] - m_debutsPaires[q]});
+      for (size_t k = m_debutsPaires[q]; k < m_debutsPaires[q + 1]; ++k) m_poidsMoy[k] = m_poidsEcart[k] = 0;
     }
   }
 
@@ -271,10 +350,12 @@ class SystemeGroupe {
 
  private:
   // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
-  // the gain's degree, is 0. One row per monomial of the map position normalised over the group's
-  // extent (so that a group is solved the same whatever else is on the grid), over the gain unknowns
-  // of every image: the monomial, written in the image's own normalised position, against the image's
-  // moments.
+  // the gain's degree, is 0, over the images whose gain level some overlap sees (the gain of an image
+  // whose blocks all hold other content is free: holding the mean with it would let the others' gains
+  // wander). One row per monomial of the map
+  // position normalised over the group's extent (so that a group is solved the same whatever else is on the
+  // grid), over the gain unknowns of every image: the monomial, written in the image's own normalised
+  // position, against the image's moments.
   Eigen::MatrixXd Contraintes() const {
     double X0 = 0, X1 = 0, Y0 = 0, Y1 = 0;
     for (size_t l = 0; l < m_images.size(); ++l) {
@@ -289,7 +370,7 @@ class SystemeGroupe {
     Eigen::MatrixXd C = Eigen::MatrixXd::Zero(m_nG, static_cast<long>(m_images.size()) * m_nU);
     for (size_t l = 0; l < m_images.size(); ++l) {
       const ResumeImage& r = m_resumes[m_images[l]];
-      if (r.compte <= 0) continue;
+      if (r.compte <= 0 || !m_gainVu[l]) continue;
       const Placement& p = r.placement;
       // X = a x + b and Y = c y + d, from the image's normalised position to the group's.
       const double a = p.sx * r.largeur / (X1 - X0),
@@ -470,6 +551,7 @@ class SystemeGroupe {
   void Diagnostiquer(const std::vector<double>& diag) {
     const int nU = m_nU;
     m_indetermines.assign(m_images.size(), std::string());
+    m_gainVu.assign(m_images.size(), 1);
     for (size_t l = 0; l < m_images.size(); ++l) {
       Eigen::Map<const Eigen::MatrixXd> D(&diag[l * nU * nU], nU, nU);
       const double dmax = D.diagonal().maxCoeff();
@@ -490,6 +572,7 @@ class SystemeGroupe {
             if (racines(a) != 0 && std::fabs(vp.eigenvectors()(a, v)) > 0.25) indetermine[a] = 1;
         }
       }
+      m_gainVu[l] = D(0, 0) > 0;
       std::string& texte = m_indetermines[l];
       for (int a = 0; a < nU; ++a) {
         if (!indetermine[a]) continue;
@@ -516,14 +599,14 @@ class SystemeGroupe {
         for (int a = 0; a < m_nU; ++a)
           r += ligne[a] * m_x(li * m_nU + a) + ligne[m_nU + a] * m_x(lj * m_nU + a);
         z[k] = r * std::sqrt(o.poids / poidsMoyen);
-        if (e == 0 || m_ecartsUtiles[k]) absolus.push_back(std::fabs(z[k]));
+        if ((e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) absolus.push_back(std::fabs(z[k]));
       }
       const double echelle = std::max(1.4826 * Mediane(absolus), kEchelleMin * m_ecartRef);
       if (e == 0) m_echelle = echelle, m_poidsMoyenObs = poidsMoyen;
       std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
       for (size_t k = 0; k < n; ++k) {
         const double u = std::fabs(z[k]) / echelle;
-        if (e == 1 && !m_ecartsUtiles[k]) continue;
+        if (!(e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) continue;
         if (huber) {
           w[k] = u <= kHuber ? 1.0 : kHuber / u;
         } else {
@@ -543,10 +626,12 @@ class SystemeGroupe {
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
   double m_G = 1, m_ecartRef = 1;
-  std::vector<double> m_poidsMoy, m_poidsEcart, m_ecartsUtiles;
+  std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
+  std::vector<PaireDifferente> m_differentes;
+  std::vector<char> m_gainVu;  // per image: some observation sees its gain level
   // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
   // last robust scale with the mean block area it refers to.
   bool m_empirique = false;
@@ -733,6 +818,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   struct Issue {
     std::pair<double, double> AB;
     std::vector<std::string> indetermines;
+    std::vector<ContenuDifferent> differents;
     double ecartee = 0;
   };
   const size_t nbGroupes = R.groupes.size();
@@ -745,6 +831,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     Issue& x = issues[t];
     x.AB = s.Coefficients(R.corrections);
     x.indetermines = s.Indetermines();
+    for (const auto& d : s.PairesDifferentes()) x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
     for (size_t k = 0; k < indices[g].size(); ++k)
       if (s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
   });
@@ -763,6 +850,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
         d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
       }
       ecartee += x.ecartee;
+      R.differents.insert(R.differents.end(), x.differents.begin(), x.differents.end());
     }
     // Block means before and after, over every observation.
     double apres = 0;

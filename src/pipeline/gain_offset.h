@@ -66,7 +66,9 @@
 // pull stays many orders above the solver's rounding) and leaves the rest to the data; with the shapes
 // dearer, it was better than 1e-9 and 1e-6 on average over several draws of the benchmark's presets.
 //
-// Robustness: the first solve is plain, the next ones re-weight each equation from its residual
+// Robustness: pairs whose overlap holds different content (another place, a fill, a saturated tile:
+// block means unrelated from block to block) give no equation. The
+// first solve is plain, the next ones re-weight each equation from its residual
 // normalised by a robust scale (1.4826 x the median absolute normalised residual of the group and
 // equation kind): two Huber steps (k = 1.5), then Tukey's biweight (c = 4.685), which drops changed
 // content (a cloud, a car, a shadow present in one image only). The first three solves (all but the
@@ -178,10 +180,21 @@ struct BilanBande {
   double gainGlobal = 1, offsetGlobal = 0;  // the last constant step of the largest group
 };
 
+// A pair of images whose overlap does not hold the same content in a band (one misplaced, or taken at
+// another date): its observations are left out.
+struct ContenuDifferent {
+  int i = 0, j = 0, bande = 0;
+  // Of the changes of the block mean from one block to the next, 0 when the image is flat there; NaN:
+  // too few blocks to judge, left out with the rest of an image whose overlaps mostly differ.
+  double correlation = 0;
+  size_t blocs = 0;
+};
+
 struct ResultatGainOffset {
   std::vector<CorrectionGainOffset> corrections;  // one per image
   std::vector<DiagnosticImage> images;
-  std::vector<std::vector<int>> groupes;  // images of each connected group, in increasing order
+  std::vector<ContenuDifferent> differents;  // by band, then pair
+  std::vector<std::vector<int>> groupes;     // images of each connected group, in increasing order
   std::vector<BilanBande> bandes;
 };
 

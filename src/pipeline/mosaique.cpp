@@ -312,6 +312,9 @@ struct JobMosaique::Impl {
   }
   std::unique_ptr<StatsBlocs> Observer(size_t i) const;
   void Resoudre();
+  // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
+  // block valid in both images.
+  std::string SansObservation(size_t i) const;
   void ResoudreHistorique();
   void EcrireCorrections(const std::string& nom) const;
   void LireCorrections(const std::string& nom);
@@ -725,14 +728,58 @@ void JobMosaique::Impl::Resoudre() {
     if (d.sansDonnees)
       Avertir("L'image " + entrees[i]->Nom() + " n'a aucun pixel valide.");
     else if (d.groupe < 0)
-      Avertir("L'image " + entrees[i]->Nom() + " ne recouvre aucune autre image : elle garde ses valeurs.");
+      Avertir(SansObservation(i));
     if (!d.termesIndetermines.empty())
       Avertir("L'image " + entrees[i]->Nom() + " : termes non determines par les recouvrements (" +
               d.termesIndetermines + "), gardes a l'identite.");
     corrections.push_back(std::make_unique<CorrectionGO>(c));
   }
+  // One warning per pair, its bands listed; the small overlaps of an image set aside as a whole, too
+  // small to be judged, go without one.
+  for (size_t k = 0; k < R.differents.size(); ++k) {
+    const ContenuDifferent& d = R.differents[k];
+    bool vue = !std::isfinite(d.correlation);
+    for (size_t l = 0; l < k; ++l) vue = vue || (R.differents[l].i == d.i && R.differents[l].j == d.j);
+    if (vue) continue;
+    std::ostringstream t;
+    t << "Les images " << entrees[d.i]->Nom() << " et " << entrees[d.j]->Nom()
+      << " ne montrent pas le meme contenu sur leur recouvrement (bande";
+    std::string liste;
+    for (const ContenuDifferent& e : R.differents)
+      if (e.i == d.i && e.j == d.j && std::isfinite(e.correlation))
+        liste += (liste.empty() ? " " : ", ") + std::to_string(e.bande + 1);
+    t.precision(2);
+    t << (liste.find(',') != std::string::npos ? "s" : "") << liste
+      << " : correlation des variations d'un bloc au suivant " << std::fixed << d.correlation << " sur "
+      << d.blocs << " blocs) : il est ecarte (georeferencement faux, prises de vue de dates differentes, "
+      << "image uniforme ou saturee ?).";
+    Avertir(t.str());
+  }
   rapport.bandes.clear();
   for (const BilanBande& b : R.bandes) rapport.bandes.push_back({b.rmsAvant, b.rmsApres});
+}
+
+std::string JobMosaique::Impl::SansObservation(size_t i) const {
+  const EntreeMosaique& a = *entrees[i];
+  // The input it overlaps most, and the overlap's size in mosaic pixels.
+  double aire = 0, lx = 0, ly = 0;
+  size_t voisine = i;
+  for (size_t j = 0; j < entrees.size(); ++j) {
+    const EntreeMosaique& b = *entrees[j];
+    const double x = std::min(a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX()) -
+                     std::max(a.X0(), b.X0());
+    const double y =
+        std::min(a.Y0(), b.Y0()) - std::max(a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY());
+    if (j != i && x > 0 && y > 0 && x * y > aire) aire = x * y, lx = x, ly = y, voisine = j;
+  }
+  if (voisine == i) return "L'image " + a.Nom() + " ne recouvre aucune autre image : elle garde ses valeurs.";
+  std::ostringstream t;
+  t << "L'image " << a.Nom() << " recouvre " << entrees[voisine]->Nom() << " (sur " << std::lround(lx / rx)
+    << " x " << std::lround(ly / ry) << " pixels au plus) mais aucun bloc de " << grille.bloc << " x "
+    << grille.bloc
+    << " pixels n'y est valide a 90 % dans les deux images (recouvrement trop etroit, masque ou sans "
+       "donnee) : elle garde ses valeurs.";
+  return t.str();
 }
 
 // The historical models: point observations on a grid of map points every 'pas' metres.

@@ -419,6 +419,75 @@ TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
   EXPECT_GT(deplacement(1), 2.0);
 }
 
+// Content that cannot be compared with its neighbours' (a tile filled with one value, saturated,
+// filled over its overlaps, or showing another place) counts as no tile at all: the other tiles' corrections
+// are those of the solve without it, up to the group's constant gain and offset (its mean level and contrast
+// count the spoilt tile as it is). Such blocks' mean equations used to pull the other tiles' gains toward 0:
+// one uniform tile in a 2 x 2 block gave them gains of -0.9 and 1.9, and moved them by 140 grey levels.
+TEST(GainOffset, UnContenuIncomparableCompteCommeAucuneTuile) {
+  struct Cas {
+    const char* nom;
+    int n, image, degre;
+    void (*modifier)(Tuile&);
+  };
+  const auto uniforme = [](Tuile& t) { std::fill(t.v.begin(), t.v.end(), 120.0f); };
+  // The scene of another place, the tile where it was (misplaced, or another date's content).
+  const auto ailleurs = [](Tuile& t) {
+    const Tuile autre = FaireTuile(t.x0 + 3000, t.y0 + 2000, t.w, t.h, {0.02}, {5}, 1, 9);
+    t.v = autre.v;
+  };
+  const Cas cas[] = {
+      {"uniforme 2 x 2", 2, 1, 0, uniforme},
+      {"saturee 2 x 2", 2, 3, 0, [](Tuile& t) { std::fill(t.v.begin(), t.v.end(), 255.0f); }},
+      {"uniforme 4 x 4", 4, 5, 2, uniforme},
+      {"d'un autre lieu 2 x 2", 2, 2, 0, ailleurs},
+      {"d'un autre lieu 4 x 4", 4, 5, 2, ailleurs},
+      {"remplie sur ses recouvrements 4 x 4", 4, 5, 2,
+       [](Tuile& t) {
+         for (int l = 0; l < t.h; ++l)
+           for (int c = 0; c < t.w; ++c)
+             if (c < 36 || c >= 84 || l < 36 || l >= 84) t(c, l) = 255.0f;
+       }},
+  };
+  for (const Cas& c : cas) {
+    const std::vector<Tuile> propre = Grille(c.n, 120, 84, 10, 0.05, 1, false);
+    std::vector<Tuile> sans = propre, abimee = propre;
+    sans.erase(sans.begin() + c.image);
+    c.modifier(abimee[c.image]);
+    ParametresGainOffset p;
+    p.degreGain = p.degreOffset = c.degre;
+    const ResultatGainOffset a = Resoudre(test::ObserverBlocs(sans, 6), p);
+    const ResultatGainOffset b = Resoudre(test::ObserverBlocs(abimee, 6), p);
+    std::vector<std::pair<double, double>> v;
+    for (int i = 0; i < c.n * c.n; ++i) {
+      if (i == c.image) continue;
+      const CorrectionGainOffset &ca = a.corrections[i < c.image ? i : i - 1], &cb = b.corrections[i];
+      for (int l = 0; l < 120; l += 4)
+        for (int k = 0; k < 120; k += 4)
+          for (double x : {60.0, 160.0})
+            v.emplace_back(ca.A(0, k + 0.5, l + 0.5) * x + ca.B(0, k + 0.5, l + 0.5),
+                           cb.A(0, k + 0.5, l + 0.5) * x + cb.B(0, k + 0.5, l + 0.5));
+    }
+    Eigen::MatrixXd M(v.size(), 2);
+    Eigen::VectorXd y(v.size());
+    for (size_t k = 0; k < v.size(); ++k) {
+      M(k, 0) = v[k].first;
+      M(k, 1) = 1;
+      y(k) = v[k].second;
+    }
+    const double pire = (M * M.colPivHouseholderQr().solve(y) - y).cwiseAbs().maxCoeff();
+    // The learnt prior of the 4 x 4 blocks counts the spoilt tile's identity among the spreads: 0.2.
+    EXPECT_LT(pire, 0.5) << c.nom;
+    EXPECT_TRUE(std::isfinite(b.bandes[0].rmsApres) && b.bandes[0].rmsApres < 2 * b.bandes[0].rmsAvant)
+        << c.nom << " : " << b.bandes[0].rmsAvant << " -> " << b.bandes[0].rmsApres;
+    // Reported pair by pair, and only its pairs.
+    size_t paires = 0;
+    for (const ContenuDifferent& d : b.differents) paires += d.i == c.image || d.j == c.image;
+    EXPECT_GT(paires, 0u) << c.nom;
+    EXPECT_EQ(paires, b.differents.size()) << c.nom;
+  }
+}
+
 // Two blocks of tiles far apart are two groups, each solved as if it were alone.
 TEST(GainOffset, GroupesDeconnectesResolusSeparement) {
   std::vector<Tuile> gauche = Grille(2, 60, 44, 10, 0.05, 1, false), droite;
@@ -454,7 +523,9 @@ TEST(GainOffset, EntreesDegenereesDonnentDesCorrectionsFinies) {
     bool indetermine;  // some of its terms are reported as not determined
   };
   const Cas cas[] = {
-      {"constante", [](std::vector<Tuile>& t) { std::fill(t[1].v.begin(), t[1].v.end(), 77.0f); }, 1, false,
+      // The middle tile links the other two: with nothing comparable in its blocks, every tile keeps
+      // its values.
+      {"constante", [](std::vector<Tuile>& t) { std::fill(t[1].v.begin(), t[1].v.end(), 77.0f); }, 1, true,
        false, true},
       {"sans donnees", [](std::vector<Tuile>& t) { std::fill(t[1].valide.begin(), t[1].valide.end(), 0); }, 1,
        true, true, false},

@@ -51,33 +51,37 @@ void Uniforme(const std::string& nom, OptionsEcriture o, int n, int bandes, floa
   e.Terminer();
 }
 
-// A 2 x 2 block of 3-band 8-bit tiles of n x n pixels, each band of each tile with its own gain and
-// offset.
-std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
-  std::vector<std::string> noms;
+// Tile (i, j) of a 2 x 2 block of 3-band 8-bit tiles of n x n pixels, each band with its own gain and
+// offset; its content is the truth 'ailleurs' pixels further right and down (0: where it lies).
+void EcrireTuile(const std::string& nom, int i, int j, int n, int ailleurs = 0) {
   OptionsEcriture o;
   o.tuile = 64;
   o.nodataPresent = true;
   o.nodata = 0;
   o.type = eUInt1;
+  const int c0 = j * (n - kRecouvrement), l0 = i * (n - kRecouvrement);
+  EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, Grille(c0, l0));
+  std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
+  for (int y = 0; y < n; ++y) {
+    for (int x = 0; x < n; ++x)
+      for (int b = 0; b < kBandes; ++b) {
+        const double gain = 1 + 0.04 * std::sin(3.0 * i + 5.0 * j + b),
+                     offset = 12 * std::cos(2.0 * i - 7.0 * j + b);
+        ligne[x * kBandes + b] =
+            static_cast<float>(std::round(gain * Verite(b, c0 + x + ailleurs, l0 + y + ailleurs) + offset));
+      }
+    e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+  }
+  e.Terminer();
+}
+
+// The 2 x 2 block.
+std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
+  std::vector<std::string> noms;
   for (int i = 0; i < 2; ++i)
     for (int j = 0; j < 2; ++j) {
-      const int c0 = j * (n - kRecouvrement), l0 = i * (n - kRecouvrement);
-      const std::string nom = dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif";
-      EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, Grille(c0, l0));
-      std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
-      for (int y = 0; y < n; ++y) {
-        for (int x = 0; x < n; ++x)
-          for (int b = 0; b < kBandes; ++b) {
-            const double gain = 1 + 0.04 * std::sin(3.0 * i + 5.0 * j + b),
-                         offset = 12 * std::cos(2.0 * i - 7.0 * j + b);
-            ligne[x * kBandes + b] =
-                static_cast<float>(std::round(gain * Verite(b, c0 + x, l0 + y) + offset));
-          }
-        e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
-      }
-      e.Terminer();
-      noms.push_back(nom);
+      noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
+      EcrireTuile(noms.back(), i, j, n);
     }
   return noms;
 }
@@ -497,9 +501,9 @@ TEST(JobMosaique, FichiersMalformesNommes) {
 }
 
 // What the job warns about, on its progress interface and in the report: an image that overlaps no
-// other, inputs far apart, an image with no valid pixel, a constant one (whose gain and offset its
-// overlaps cannot tell apart), an extent that misses every input.
-// The stages announced on the progress interface: only those that do something.
+// other or too narrowly to be observed, a pair whose overlap shows different content, inputs far apart, an
+// image with no valid pixel, a constant one (whose gain and offset its overlaps cannot tell apart), an extent
+// that misses every input. The stages announced on the progress interface: only those that do something.
 TEST(JobMosaique, EtapesAnnoncees) {
   struct Suivi : SuiviMosaique {
     std::string etapes;
@@ -540,6 +544,13 @@ TEST(JobMosaique, Avertissements) {
   Uniforme(d / "loin.tif", o, kN, kBandes, 80, Grille(4000, 0));
   Uniforme(d / "vide.tif", o, kN, kBandes, std::nanf(""), Grille(60, 60));  // NaN: written as no-data
   Uniforme(d / "constante.tif", o, kN, kBandes, 90, Grille(60, 60));
+  // In t11's place, the content of another place.
+  EcrireTuile(d / "ailleurs.tif", 1, 1, kN, 1000);
+  // Beside t01, overlapping it by 3 pixels: less than a block.
+  Uniforme(d / "mince.tif", o, kN, kBandes, 80, Grille(2 * kN - kRecouvrement - 3, 0));
+  const std::string kUniforme =
+      " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des variations "
+      "d'un bloc au suivant 0.00 sur ";
   const struct {
     std::vector<std::string> entrees;
     bool emprise;
@@ -553,10 +564,29 @@ TEST(JobMosaique, Avertissements) {
       {{t[0], t[1], t[2], t[3], d / "vide.tif"},
        false,
        {"L'image " + d / "vide.tif" + " n'a aucun pixel valide."}},
+      {{t[0], t[1], t[2], t[3], d / "mince.tif"},
+       false,
+       {"L'image " + d / "mince.tif" + " recouvre " + t[1] +
+        " (sur 3 x 160 pixels au plus) mais aucun bloc de 16 x 16 pixels n'y est valide a 90 % dans les "
+        "deux images (recouvrement trop etroit, masque ou sans donnee) : elle garde ses valeurs."}},
+      {{t[0], t[1], t[2], d / "ailleurs.tif"},
+       false,
+       {"L'image " + d / "ailleurs.tif" +
+            " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;",
+        "Les images " + t[1] + " et " + d / "ailleurs.tif" +
+            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des "
+            "variations d'un bloc au suivant -0.",
+        "Les images " + t[2] + " et " + d / "ailleurs.tif" +
+            " ne montrent pas le meme contenu sur leur recouvrement (bandes 1, 2, 3 : correlation des "
+            "variations d'un bloc au suivant -0."}},
       {{t[0], t[1], t[2], t[3], d / "constante.tif"},
        false,
        {"L'image " + d / "constante.tif" +
-        " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;"}},
+            " : termes non determines par les recouvrements (bande 1 : a.1, b.1 ;",
+        "Les images " + t[0] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[1] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[2] + " et " + d / "constante.tif" + kUniforme,
+        "Les images " + t[3] + " et " + d / "constante.tif" + kUniforme}},
       {t,
        true,
        {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.",
