@@ -107,6 +107,12 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
   m_meta = m_fichier->Metadonnees();
   if (m_colonnes < 1 || m_lignes < 1 || m_canaux < 1)
     ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " est vide.");
+  // Its samples are indices: read through the palette they would make an RGB mosaic where a GIS
+  // expects the palette, and equalizing them means nothing.
+  if (m_meta && m_meta->photometrique == 3)
+    ZEPRA_ERREUR(
+        "[Mosaique] (Entrees) L'image "
+        << nom << " est en couleurs indexees (palette) : la convertir en RVB (gdal_translate -expand rgb).");
   m_alpha = m_meta && m_canaux > 1 ? m_meta->canalAlpha : -1;
   for (int c = 0; c < m_canaux; ++c)
     if (c != m_alpha) m_bandes.push_back(c);

@@ -3,6 +3,7 @@
 // the tiles' statistics, and gdalinfo and tiffinfo reading them without a warning.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -14,13 +15,13 @@ namespace {
 // tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, each band
 // described ("b1"...) with its statistics; rgb, rgba: colour bands of 8 bits, rgb16, rgba16 of 16;
 // ms8: three bands of 8 bits that are no colours; mesure16: one 16-bit band with a scale, an offset
-// and a unit. Its 40 x 30 upper-left corner is transparent (alpha) or 0.
+// and a unit; palette: indices and their colours. Its 40 x 30 upper-left corner is transparent (alpha) or 0.
 const char* kTuile = R"(import sys, numpy as np
 from osgeo import gdal, osr
 gdal.UseExceptions()
 nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
 w, h, pas = 240, 200, 0.5
-nb = {'rgb': 3, 'rgba': 4, 'rgb16': 3, 'rgba16': 4, 'ms8': 3, 'mesure16': 1}[sorte]
+nb = {'rgb': 3, 'rgba': 4, 'rgb16': 3, 'rgba16': 4, 'ms8': 3, 'mesure16': 1, 'palette': 1}[sorte]
 gdt = gdal.GDT_UInt16 if '16' in sorte else gdal.GDT_Byte
 X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
 m = gdal.GetDriverByName('MEM').Create('', w, h, nb, gdt)
@@ -38,6 +39,10 @@ for i in range(nb):
     b.SetDescription('b%d' % (i + 1))
     if sorte == 'mesure16': b.SetScale(0.01); b.SetOffset(-5); b.SetUnitType('m')
     b.ComputeStatistics(False)
+if sorte == 'palette':
+    t = gdal.ColorTable()
+    for i in range(256): t.SetColorEntry(i, (i, 255 - i, 128, 255))
+    m.GetRasterBand(1).SetColorTable(t)
 gdal.GetDriverByName('GTiff').CreateCopy(nom, m, options=sys.argv[6:])
 )";
 
@@ -155,4 +160,28 @@ TEST(MosaiqueGDALBandes, NodataDesImagesCorrigees) {
                      "'c/t0.tif', 'c/t1.tif')]; print(*[f.GetRasterBand(1).GetNoDataValue() for f in d])\"");
     EXPECT_EQ(r.sortie, c.attendu + std::string("\n"));
   }
+}
+
+// Palette tiles are refused, naming the remedy; the remedy is accepted.
+TEST(MosaiqueGDALBandes, PaletteRefusee) {
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  std::ofstream(d / "bandes.py") << kBandes;
+  test::Resultat r = test::Lancer(d.chemin(),
+                                  "/usr/bin/python3 tuile.py t0.tif palette 650000 6860000 1 && "
+                                  "/usr/bin/python3 tuile.py t1.tif palette 650070 6859960 1");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  r = test::Egalise(d.chemin(), "mosaique t0.tif t1.tif -o m.tif --quiet");
+  EXPECT_EQ(r.statut, 1);
+  EXPECT_EQ(r.sortie,
+            "egalise mosaique : [Mosaique] (Entrees) L'image t0.tif est en couleurs indexees (palette) : la "
+            "convertir en RVB (gdal_translate -expand rgb).\n");
+  EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  r = test::Lancer(
+      d.chemin(),
+      "gdal_translate -q -expand rgb t0.tif r0.tif && gdal_translate -q -expand rgb t1.tif r1.tif");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  r = test::Egalise(d.chemin(), "mosaique r0.tif r1.tif -o m.tif --quiet");
+  EXPECT_EQ(r.statut, 0) << r.sortie;
+  EXPECT_EQ(Bandes(d.chemin(), "m.tif"), "Red::None:None: Green::None:None: Blue::None:None: 0\n");
 }
