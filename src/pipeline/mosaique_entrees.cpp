@@ -68,7 +68,9 @@ std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& c
     std::string avant = t.substr(i, debut - i);
     i = fin;
     const std::string nom = Attribut(balise, "name");
-    bool copie = nom.rfind("STATISTICS_", 0) != 0 && nom != "COLORINTERP";
+    // The layout of the input's samples is not that of the file written.
+    bool copie = nom.rfind("STATISTICS_", 0) != 0 && nom != "COLORINTERP" &&
+                 Attribut(balise, "domain") != "IMAGE_STRUCTURE";
     const std::string echantillon = Attribut(balise, "sample");
     if (!echantillon.empty()) {
       char* f = nullptr;
