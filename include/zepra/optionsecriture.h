@@ -41,6 +41,7 @@ struct OptionsEcriture {
   bool alpha = false;   // adds an alpha band (unassociated) after the data bands
   int epsg = 0;         // 0: no code given
   CouleursTIFF couleurs = CouleursTIFF::kAuto;
+  bool masque = false;  // an internal mask of the valid pixels (JPEG files always have one)
 
   bool operator==(const OptionsEcriture& o) const;
 };
@@ -87,7 +88,7 @@ struct PlanEcriture {
   bool cog = false;
   // Sizes of the overview levels, largest first (COG only); empty otherwise.
   std::vector<TPoint2D<int>> apercus;
-  // JPEG files carry their validity as an internal 1-bit mask, one per level.
+  // The validity as an internal 1-bit mask, one per level: JPEG files and those asked.
   bool masqueInterne = false;
   bool nodataPresent = false;
   double nodata = 0.0;  // already a value of the output type

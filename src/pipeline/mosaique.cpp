@@ -1168,6 +1168,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   o.cog = false;
   o.alpha = ecriture.alpha && e.Alpha();
   o.couleurs = CouleursDe(e);
+  o.masque = e.Masque();
   // Its own no-data value, where the written type holds it; the mosaic's otherwise.
   const double nodata = e.NodataFichierValeur();
   if (e.NodataFichier() && (o.type == eFloat8 ||

@@ -48,6 +48,8 @@ class EntreeMosaique {
   // Channel of data band b.
   int Canal(int b) const { return m_bandes[b]; }
   bool Alpha() const { return m_alpha >= 0; }
+  // An internal mask or a .msk file.
+  bool Masque() const { return m_masque != nullptr; }
   eEnumType Type() const { return m_type; }
   const MetadonneesImage* Metadonnees() const { return m_meta; }
   // The map position of the upper-left corner of pixel (0, 0), and the steps (Y decreases down).

@@ -15,13 +15,14 @@ namespace {
 // tuile.py NOM SORTE X0 Y0 GAIN [CREATION...]: a 240 x 200 tile of 0.5 m in EPSG:2154, each band
 // described ("b1"...) with its statistics; rgb, rgba: colour bands of 8 bits, rgb16, rgba16 of 16;
 // ms8: three bands of 8 bits that are no colours; mesure16: one 16-bit band with a scale, an offset
-// and a unit; palette: indices and their colours. Its 40 x 30 upper-left corner is transparent (alpha) or 0.
+// and a unit; palette: indices and their colours; masque: rgb with a mask. Its 40 x 30 upper-left corner is
+// transparent (alpha) or 0.
 const char* kTuile = R"(import sys, numpy as np
 from osgeo import gdal, osr
 gdal.UseExceptions()
 nom, sorte, x0, y0, gain = sys.argv[1], sys.argv[2], float(sys.argv[3]), float(sys.argv[4]), float(sys.argv[5])
 w, h, pas = 240, 200, 0.5
-nb = {'rgb': 3, 'rgba': 4, 'rgb16': 3, 'rgba16': 4, 'ms8': 3, 'mesure16': 1, 'palette': 1}[sorte]
+nb = {'rgb': 3, 'rgba': 4, 'rgb16': 3, 'rgba16': 4, 'ms8': 3, 'mesure16': 1, 'palette': 1, 'masque': 3}[sorte]
 gdt = gdal.GDT_UInt16 if '16' in sorte else gdal.GDT_Byte
 X, Y = np.meshgrid(x0 + (np.arange(w) + 0.5) * pas, y0 - (np.arange(h) + 0.5) * pas)
 m = gdal.GetDriverByName('MEM').Create('', w, h, nb, gdt)
@@ -35,7 +36,7 @@ for i in range(nb):
     if sorte.startswith('rgba') and i == 3: v = valide * (255 if gdt == gdal.GDT_Byte else 65535)
     else: v[~valide] = 0
     b.WriteArray(v)
-    if sorte.startswith('rgb'): b.SetColorInterpretation(couleurs[i])
+    if sorte.startswith('rgb') or sorte == 'masque': b.SetColorInterpretation(couleurs[i])
     b.SetDescription('b%d' % (i + 1))
     if sorte == 'mesure16': b.SetScale(0.01); b.SetOffset(-5); b.SetUnitType('m')
     b.ComputeStatistics(False)
@@ -43,6 +44,9 @@ if sorte == 'palette':
     t = gdal.ColorTable()
     for i in range(256): t.SetColorEntry(i, (i, 255 - i, 128, 255))
     m.GetRasterBand(1).SetColorTable(t)
+if sorte == 'masque':
+    m.CreateMaskBand(gdal.GMF_PER_DATASET)
+    m.GetRasterBand(1).GetMaskBand().WriteArray(valide * 255)
 gdal.GetDriverByName('GTiff').CreateCopy(nom, m, options=sys.argv[6:])
 )";
 
@@ -184,4 +188,37 @@ TEST(MosaiqueGDALBandes, PaletteRefusee) {
   r = test::Egalise(d.chemin(), "mosaique r0.tif r1.tif -o m.tif --quiet");
   EXPECT_EQ(r.statut, 0) << r.sortie;
   EXPECT_EQ(Bandes(d.chemin(), "m.tif"), "Red::None:None: Green::None:None: Blue::None:None: 0\n");
+}
+
+// A corrected image keeps its tile's mask, internal or beside it (.msk), as an internal mask.
+TEST(MosaiqueGDALBandes, MasqueDesImagesCorrigees) {
+  const struct {
+    const char* environnement;
+    const char* creation;
+    const char* options;
+  } cas[] = {
+      {"GDAL_TIFF_INTERNAL_MASK=YES", "COMPRESS=DEFLATE", ""},
+      {"GDAL_TIFF_INTERNAL_MASK=NO", "TILED=YES", "--cog"},
+      {"", "COMPRESS=JPEG PHOTOMETRIC=YCBCR", "--compression zstd"},
+  };
+  test::DossierTemp d;
+  std::ofstream(d / "tuile.py") << kTuile;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(std::string(c.environnement) + " " + c.creation + " " + c.options);
+    std::string tuiles = "rm -rf c m.tif t0.tif* t1.tif* && mkdir c";
+    for (const char* t : {"t0.tif masque 650000 6860000 1 ", "t1.tif masque 650070 6859960 1.2 "})
+      tuiles += std::string(" && ") + c.environnement + " /usr/bin/python3 tuile.py " + t + c.creation;
+    test::Resultat r = test::Lancer(d.chemin(), tuiles);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    r = test::Egalise(d.chemin(),
+                      std::string("mosaique t0.tif t1.tif -o m.tif --corriges c --quiet ") + c.options);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    // The mask flags of the corrected image and the pixels its mask differs from the tile's.
+    r = test::Lancer(
+        d.chemin(),
+        "/usr/bin/python3 -c \"from osgeo import gdal; t, c = gdal.Open('t1.tif'), gdal.Open('c/t1.tif'); "
+        "print(c.GetRasterBand(1).GetMaskFlags(), (t.GetRasterBand(1).GetMaskBand().ReadAsArray() != "
+        "c.GetRasterBand(1).GetMaskBand().ReadAsArray()).sum())\"");
+    EXPECT_EQ(r.sortie, "2 0\n");
+  }
 }

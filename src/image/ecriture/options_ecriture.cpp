@@ -148,7 +148,8 @@ bool OptionsEcriture::operator==(const OptionsEcriture& o) const {
   return compression == o.compression && niveau == o.niveau && qualite == o.qualite &&
          predicteur == o.predicteur && tuilee == o.tuilee && tuile == o.tuile &&
          lignesBande == o.lignesBande && format == o.format && planaire == o.planaire && cog == o.cog &&
-         type == o.type && memeNodata && alpha == o.alpha && epsg == o.epsg && couleurs == o.couleurs;
+         type == o.type && memeNodata && alpha == o.alpha && epsg == o.epsg && couleurs == o.couleurs &&
+         masque == o.masque;
 }
 
 const char* NomCompression(CompressionTIFF c) {
@@ -251,6 +252,7 @@ PlanEcriture PlanifierEcriture(const OptionsEcriture& o, const TPoint2D<int>& ta
   p.qualite = o.qualite;
   p.planaire = o.planaire && p.canaux > 1;
   p.cog = o.cog;
+  p.masqueInterne = o.masque;
 
   switch (o.compression) {
     case CompressionTIFF::kDeflate:
