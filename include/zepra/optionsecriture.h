@@ -19,6 +19,10 @@ enum class CompressionTIFF { kAucune = 1, kLZW = 5, kJPEG = 7, kDeflate = 8, kZS
 enum class PredicteurTIFF { kAuto = 0, kAucun = 1, kHorizontal = 2, kFlottant = 3 };
 // Classic TIFF (offsets on 32 bits), BigTIFF, or BigTIFF only when the file could pass 4 GiB.
 enum class ConteneurTIFF { kClassique, kBigTIFF, kSiNecessaire };
+// What the data bands are: kAuto takes colours for 8-bit samples of 3 bands or more, whatever they
+// came from; the others say it (GDAL reads Red, Green, Blue or Gray, Undefined...). 3-band JPEG is
+// YCbCr whatever is asked.
+enum class CouleursTIFF { kAuto, kGris, kRVB };
 
 struct OptionsEcriture {
   CompressionTIFF compression = CompressionTIFF::kDeflate;
@@ -36,6 +40,8 @@ struct OptionsEcriture {
   double nodata = 0.0;  // may be NaN for float output
   bool alpha = false;   // adds an alpha band (unassociated) after the data bands
   int epsg = 0;         // 0: no code given
+  CouleursTIFF couleurs = CouleursTIFF::kAuto;
+  bool masque = false;  // an internal mask of the valid pixels (JPEG files always have one)
 
   bool operator==(const OptionsEcriture& o) const;
 };
@@ -82,11 +88,12 @@ struct PlanEcriture {
   bool cog = false;
   // Sizes of the overview levels, largest first (COG only); empty otherwise.
   std::vector<TPoint2D<int>> apercus;
-  // JPEG files carry their validity as an internal 1-bit mask, one per level.
+  // The validity as an internal 1-bit mask, one per level: JPEG files and those asked.
   bool masqueInterne = false;
   bool nodataPresent = false;
   double nodata = 0.0;  // already a value of the output type
   bool alpha = false;
+  bool rvb = false;  // the first three data bands are red, green and blue
 
   int BlocsParLigne() const { return (taille.x + largeurBloc - 1) / largeurBloc; }
   int BlocsParColonne() const { return (taille.y + hauteurBloc - 1) / hauteurBloc; }

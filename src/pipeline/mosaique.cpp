@@ -240,6 +240,29 @@ void Terminer(EcrivainGeoTIFF& ecrivain, const std::string& nom) {
   for (const char* annexe : {".aux.xml", ".ovr", ".msk"}) std::remove((nom + annexe).c_str());
 }
 
+// What the data bands of a file are, as its header says: colours for RGB, YCbCr and a palette (read
+// as colours), grey otherwise; kAuto when nothing says it.
+CouleursTIFF CouleursDe(const EntreeMosaique& e) {
+  if (!e.Metadonnees()) return CouleursTIFF::kAuto;
+  const int p = e.Metadonnees()->photometrique;
+  return p == 2 || p == 3 || p == 6 ? CouleursTIFF::kRVB : CouleursTIFF::kGris;
+}
+
+// The GDAL_METADATA of input e for a file of its data bands, then an alpha when 'alpha'.
+std::string MetadonneesGdalDe(const EntreeMosaique& e, bool alpha) {
+  std::vector<int> carte(static_cast<size_t>(e.Canaux()), -1);
+  for (int b = 0; b < e.Bandes(); ++b) carte[e.Canal(b)] = b;
+  if (e.Alpha() && alpha) carte[e.Metadonnees()->canalAlpha] = e.Bandes();
+  return MetadonneesGdal(e.Metadonnees(), carte);
+}
+
+std::vector<TagTIFF> TagsMetadonneesGdal(const std::string& texte) {
+  if (texte.empty()) return {};
+  TagTIFF t{42112, 2, texte.size() + 1, std::vector<unsigned char>(texte.begin(), texte.end())};
+  t.valeurs.push_back(0);
+  return {t};
+}
+
 struct Chrono {
   std::chrono::steady_clock::time_point debut = std::chrono::steady_clock::now();
   double Secondes() const {
@@ -263,6 +286,7 @@ struct JobMosaique::Impl {
   OptionsEcriture ecriture;
   GeoreferenceEcriture georef;
   PlanEcriture plan;
+  std::vector<TagTIFF> tags;  // the inputs' GDAL_METADATA, when they agree
 
   std::unique_ptr<RegleFusion> regle;
   double plume = 0;  // metres
@@ -476,6 +500,16 @@ void JobMosaique::Impl::Preparer() {
   }
   // JPEG holds no alpha: the validity goes to its internal mask.
   ecriture.alpha = alpha && ecriture.compression != CompressionTIFF::kJPEG;
+  // Colours when every input that says it has colours; the band descriptions, units... when every
+  // input has the same.
+  ecriture.couleurs = CouleursTIFF::kAuto;
+  std::string metadonnees = MetadonneesGdalDe(e0, ecriture.alpha);
+  for (const auto& e : entrees) {
+    const CouleursTIFF c = CouleursDe(*e);
+    if (c != CouleursTIFF::kAuto && ecriture.couleurs != CouleursTIFF::kGris) ecriture.couleurs = c;
+    if (MetadonneesGdalDe(*e, ecriture.alpha) != metadonnees) metadonnees.clear();
+  }
+  tags = TagsMetadonneesGdal(metadonnees);
   georef.grille = true;
   georef.x0 = mx0;
   georef.y0 = my0;
@@ -1226,6 +1260,15 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   OptionsEcriture o = ecriture;
   o.cog = false;
   o.alpha = ecriture.alpha && e.Alpha();
+  o.couleurs = CouleursDe(e);
+  o.masque = e.Masque();
+  // Its own no-data value, where the written type holds it; the mosaic's otherwise.
+  const double nodata = e.NodataFichierValeur();
+  if (e.NodataFichier() && (o.type == eFloat8 ||
+                            (o.type == eFloat4 && !(std::isfinite(nodata) &&
+                                                    std::fabs(nodata) > std::numeric_limits<float>::max())) ||
+                            NodataEntierPossible(nodata, o.type)))
+    o.nodata = nodata;
   GeoreferenceEcriture g;
   g.grille = true;
   g.x0 = e.X0();
@@ -1233,7 +1276,8 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   g.pasX = e.PasX();
   g.pasY = e.PasY();
   if (e.Crs()) g.crs = *e.Crs();
-  EcrivainGeoTIFF ecrivain(nom, o, TPoint2D<int>(e.Colonnes(), e.Lignes()), bandes, eFloat4, g);
+  EcrivainGeoTIFF ecrivain(nom, o, TPoint2D<int>(e.Colonnes(), e.Lignes()), bandes, eFloat4, g,
+                           TagsMetadonneesGdal(MetadonneesGdalDe(e, o.alpha)));
   const int w = e.Colonnes(), canaux = e.Canaux(), T = ecrivain.Plan().hauteurBloc;
   std::vector<float> lu, v;
   std::vector<unsigned char> ok;
@@ -1467,7 +1511,8 @@ void JobMosaique::Executer() {
   j.stats.clear();
   RendreLaMemoire();
   j.Etape("composition", [&] {
-    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
+    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef,
+                             j.tags);
     const bool cog = j.plan.cog;
     j.ComposerRangees(0, j.Rangees(),
                       [&](int, std::vector<std::vector<unsigned char>>& blocs, const std::vector<float>& v,
@@ -1599,7 +1644,8 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
                  << manque << "/" << nombres[0] << " manque : lancer --etape composer --partie " << manque
                  << "/" << nombres[0] << ".");
   j.Etape("assemblage", [&] {
-    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef);
+    EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef,
+                             j.tags);
     const int R = j.Rangees();
     int attendue = 0;
     std::vector<std::vector<unsigned char>> blocs;

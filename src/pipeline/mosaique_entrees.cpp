@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstdlib>
 
 #include "zepra/cartoproj.h"
 #include "zepra/erreur.h"
@@ -29,7 +31,64 @@ auto Nommer(const std::string& nom, F&& f) -> decltype(f()) {
   }
 }
 
+// The value of attribute 'nom' in the opening tag 'balise', empty when absent.
+std::string Attribut(const std::string& balise, const std::string& nom) {
+  const size_t i = balise.find(" " + nom + "=\"");
+  if (i == std::string::npos) return "";
+  const size_t debut = i + nom.size() + 3, fin = balise.find('"', debut);
+  return fin == std::string::npos ? "" : balise.substr(debut, fin - debut);
+}
+
 }  // namespace
+
+std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& carte) {
+  constexpr uint16_t kGdalMetadata = 42112;
+  std::string t;
+  if (e)
+    for (const TagTIFF& tag : e->autresTags)
+      if (tag.code == kGdalMetadata && tag.type == 2)
+        t.assign(tag.valeurs.begin(), std::find(tag.valeurs.begin(), tag.valeurs.end(), '\0'));
+  std::string r;
+  bool garde = false;
+  for (size_t i = 0;;) {
+    const size_t debut = t.find("<Item", i);
+    if (debut == std::string::npos) {
+      r += t.substr(i);
+      break;
+    }
+    const size_t ouvrante = t.find('>', debut);
+    if (ouvrante == std::string::npos) return "";
+    size_t fin = ouvrante + 1;
+    if (t[ouvrante - 1] != '/') {
+      fin = t.find("</Item>", ouvrante);
+      if (fin == std::string::npos) return "";
+      fin += 7;
+    }
+    std::string balise = t.substr(debut, ouvrante + 1 - debut);
+    std::string avant = t.substr(i, debut - i);
+    i = fin;
+    const std::string nom = Attribut(balise, "name");
+    // The layout of the input's samples is not that of the file written.
+    bool copie = nom.rfind("STATISTICS_", 0) != 0 && nom != "COLORINTERP" &&
+                 Attribut(balise, "domain") != "IMAGE_STRUCTURE";
+    const std::string echantillon = Attribut(balise, "sample");
+    if (!echantillon.empty()) {
+      char* f = nullptr;
+      const long k = std::strtol(echantillon.c_str(), &f, 10);
+      copie = copie && *f == '\0' && k >= 0 && k < static_cast<long>(carte.size()) && carte[k] >= 0;
+      if (copie) balise.replace(balise.find(" sample=\"") + 9, echantillon.size(), std::to_string(carte[k]));
+    }
+    if (!copie) {
+      // The line of the item goes with it.
+      while (!avant.empty() && std::isspace(static_cast<unsigned char>(avant.back()))) avant.pop_back();
+      r += avant;
+      continue;
+    }
+    garde = true;
+    r += avant + balise + t.substr(ouvrante + 1, fin - ouvrante - 1);
+  }
+  return garde ? r : "";
+}
 
 std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe) {
   // The name without its extension: up to the last dot after the last slash.
@@ -50,6 +109,12 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
   m_meta = m_fichier->Metadonnees();
   if (m_colonnes < 1 || m_lignes < 1 || m_canaux < 1)
     ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom << " est vide.");
+  // Its samples are indices: read through the palette they would make an RGB mosaic where a GIS
+  // expects the palette, and equalizing them means nothing.
+  if (m_meta && m_meta->photometrique == 3)
+    ZEPRA_ERREUR(
+        "[Mosaique] (Entrees) L'image "
+        << nom << " est en couleurs indexees (palette) : la convertir en RVB (gdal_translate -expand rgb).");
   m_alpha = m_meta && m_canaux > 1 ? m_meta->canalAlpha : -1;
   for (int c = 0; c < m_canaux; ++c)
     if (c != m_alpha) m_bandes.push_back(c);

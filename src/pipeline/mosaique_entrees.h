@@ -22,6 +22,13 @@ enum class RegleValidite {
   kZero,    // otherwise 0 in a band is out
 };
 
+// The GDAL_METADATA text (TIFF tag 42112: band descriptions, scales, offsets, units...) of file 'e'
+// for a file written from it, where its channel c becomes channel carte[c] (-1: not written). The
+// items of channels not written go, and so do the statistics, which describe the input's pixels, and
+// the colour interpretations, which the written file's photometric and extra samples say; empty when
+// no item is left or the text is not one GDAL writes.
+std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& carte);
+
 // The exclusion mask beside an image: its name without extension followed by the suffix.
 std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe);
 
@@ -41,6 +48,8 @@ class EntreeMosaique {
   // Channel of data band b.
   int Canal(int b) const { return m_bandes[b]; }
   bool Alpha() const { return m_alpha >= 0; }
+  // An internal mask or a .msk file.
+  bool Masque() const { return m_masque != nullptr; }
   eEnumType Type() const { return m_type; }
   const MetadonneesImage* Metadonnees() const { return m_meta; }
   // The map position of the upper-left corner of pixel (0, 0), and the steps (Y decreases down).

@@ -148,7 +148,8 @@ bool OptionsEcriture::operator==(const OptionsEcriture& o) const {
   return compression == o.compression && niveau == o.niveau && qualite == o.qualite &&
          predicteur == o.predicteur && tuilee == o.tuilee && tuile == o.tuile &&
          lignesBande == o.lignesBande && format == o.format && planaire == o.planaire && cog == o.cog &&
-         type == o.type && memeNodata && alpha == o.alpha && epsg == o.epsg;
+         type == o.type && memeNodata && alpha == o.alpha && epsg == o.epsg && couleurs == o.couleurs &&
+         masque == o.masque;
 }
 
 const char* NomCompression(CompressionTIFF c) {
@@ -245,10 +246,13 @@ PlanEcriture PlanifierEcriture(const OptionsEcriture& o, const TPoint2D<int>& ta
     ZEPRA_ERREUR(kTagP << " Type " << InfoType::NomType(p.type) << " impossible pour le fichier " << nom
                        << ".");
   p.bits = BitsType(p.type);
+  p.rvb = canaux >= 3 &&
+          (o.couleurs == CouleursTIFF::kAuto ? p.type == eUInt1 : o.couleurs == CouleursTIFF::kRVB);
   p.compression = o.compression;
   p.qualite = o.qualite;
   p.planaire = o.planaire && p.canaux > 1;
   p.cog = o.cog;
+  p.masqueInterne = o.masque;
 
   switch (o.compression) {
     case CompressionTIFF::kDeflate:

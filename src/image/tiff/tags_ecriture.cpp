@@ -52,7 +52,7 @@ int FormatEchantillon(eEnumType type) {
 int PhotometrieEcrite(const PlanEcriture& p, bool masque) {
   if (masque) return kMasque;
   if (p.compression == CompressionTIFF::kJPEG && p.canaux == 3) return kYCbCr;
-  return p.type == eUInt1 && p.canauxDonnees >= 3 ? kRVB : kNoirZero;
+  return p.rvb ? kRVB : kNoirZero;
 }
 
 uint64_t NombreBlocs(const PlanEcriture& p, const ImageEcrite& image) {

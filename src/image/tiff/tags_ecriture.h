@@ -19,8 +19,8 @@ struct ImageEcrite {
   TPoint2D<int> taille;
 };
 
-// PhotometricInterpretation of the data: YCbCr for 3-band JPEG, RGB for 8-bit data of 3 bands or
-// more, else min-is-black; 4 for a mask.
+// PhotometricInterpretation of the data: YCbCr for 3-band JPEG, RGB for colours (PlanEcriture::rvb),
+// else min-is-black; 4 for a mask.
 int PhotometrieEcrite(const PlanEcriture& p, bool masque);
 
 // Blocks of an image: per plane, rows of blocks, blocks from left to right.
