@@ -1,6 +1,7 @@
 # Shared by scripts/phases_parallel.sh and scripts/slurm/soumettre.sh (sourced, not run).
 #   LireOptions "VALEURS" "DRAPEAUX" ARGS...  the script's own options, up to "--": "--nom V" sets the
-#                        variable nom for a nom of VALEURS, "--nom" sets nom=1 for one of DRAPEAUX;
+#                        variable nom for a nom of VALEURS, "--nom" sets nom=1 for one of DRAPEAUX
+#                        (a '-' in nom is a '_' in the variable's name);
 #                        sets LUS to the number of words read, "--" included. --travail is required.
 #   LireTravail ARGS...  sets NB_ENTREES (an @LISTE counts its non-blank lines, as egalise does),
 #                        MEMOIRE (--memoire, else 1024 MiB) and THREADS (--threads, else empty).
@@ -14,14 +15,14 @@ LireOptions() {
   while [ $# -gt 0 ] && [ "$1" != "--" ]; do
     nom=${1#--}
     if [ "$nom" != "$1" ] && [ "${drapeaux#* $nom }" != "$drapeaux" ]; then
-      printf -v "$nom" %s 1
+      printf -v "${nom//-/_}" %s 1
       shift
       LUS=$((LUS + 1))
       continue
     fi
     [ "$nom" != "$1" ] && [ "${valeurs#* $nom }" != "$valeurs" ] || Erreur "option inconnue $1"
     [ $# -ge 2 ] || Erreur "$1 attend une valeur"
-    printf -v "$nom" %s "$2"
+    printf -v "${nom//-/_}" %s "$2"
     shift 2
     LUS=$((LUS + 2))
   done

@@ -1,17 +1,19 @@
 #!/bin/bash
 # Submits `egalise mosaique` to SLURM in one command, as its four steps chained by dependencies:
 #   scripts/slurm/soumettre.sh --travail DIR [--parties P] [--cpus C] [--temps MINUTES] [--egalise EXE]
-#       [--attendre] -- IMAGE... -o MOSAIQUE.tif [OPTION]...
+#       [--memoire-resoudre MIO] [--attendre] -- IMAGE... -o MOSAIQUE.tif [OPTION]...
 # observer: an array job, one task per input; resoudre: one task once every observation succeeded;
 # composer: an array of P tasks (default 4), one band of output tiles each; assembler: one task that
 # writes -o. DIR is the work folder the steps share: on a file system every node sees, as are the
 # images, the mosaic and EXE (default: egalise on the PATH). IMAGE and OPTION as for `egalise
 # mosaique`, images first. Each task asks C CPUs (default 1) and runs with --threads C unless
 # --threads is given; it asks --memoire (default 1024 MiB) plus the margin below; MINUTES is its time
-# limit (default: the partition's). Partition, account and the like come from sbatch's environment
-# (SBATCH_PARTITION, SBATCH_ACCOUNT, ...). Prints the four job ids; with --attendre, waits for the last
-# one and fails unless it completed. A failed step cancels the steps after it; submitting again
-# redoes only what is not finished.
+# limit (default: the partition's). The solve holds every input's block statistics and every overlap's
+# observations at once, whatever --memoire says: --memoire-resoudre MIO is what its task asks instead
+# (about 1 MiB per million input pixels of three bands, 0.7 of one, with blocks of 16). Partition,
+# account and the like come from sbatch's environment (SBATCH_PARTITION, SBATCH_ACCOUNT, ...). Prints
+# the four job ids; with --attendre, waits for the last one and fails unless it completed. A failed
+# step cancels the steps after it; submitting again redoes only what is not finished.
 set -eu
 ici=$(cd "$(dirname "$0")" && pwd)
 . "$ici/../phases_commun.sh"
@@ -21,12 +23,13 @@ ici=$(cd "$(dirname "$0")" && pwd)
 MARGE_MIO=256
 PAR_ENTREE_MIO=4
 
-travail= parties=4 cpus=1 temps= egalise=egalise attendre=
-LireOptions "travail parties cpus temps egalise" "attendre" "$@"
+travail= parties=4 cpus=1 temps= egalise=egalise attendre= memoire_resoudre=
+LireOptions "travail parties cpus temps egalise memoire-resoudre" "attendre" "$@"
 shift "$LUS"
 Entier --parties "$parties"
 Entier --cpus "$cpus"
 [ -z "$temps" ] || Entier --temps "$temps"
+[ -z "$memoire_resoudre" ] || Entier --memoire-resoudre "$memoire_resoudre"
 command -v sbatch > /dev/null || Erreur "sbatch introuvable : SLURM n'est pas installe ici"
 egalise=$(command -v "$egalise") || Erreur "$egalise introuvable"
 LireTravail "$@"
@@ -35,16 +38,17 @@ fils=()
 mkdir -p "$travail/slurm"
 travail=$(cd "$travail" && pwd)
 
-communs=(--parsable --cpus-per-task="$cpus" --mem="$((MEMOIRE + MARGE_MIO + PAR_ENTREE_MIO * NB_ENTREES))M"
-  --kill-on-invalid-dep=yes)
+memoire=$((MEMOIRE + MARGE_MIO + PAR_ENTREE_MIO * NB_ENTREES))
+communs=(--parsable --cpus-per-task="$cpus" --kill-on-invalid-dep=yes)
 [ -z "$temps" ] || communs+=(--time="$temps")
 # sbatch ... ETAPE [ARRAY] [autres options de sbatch]: the job id.
 soumettre() {
-  local etape=$1 tableau=$2
+  local etape=$1 tableau=$2 mio=$memoire
   shift 2
+  [ "$etape" != resoudre ] || mio=${memoire_resoudre:-$memoire}
   local sortie="$travail/slurm/$etape-%j.out"
   [ -z "$tableau" ] || sortie="$travail/slurm/$etape-%A_%a.out"
-  sbatch "${communs[@]}" ${tableau:+--array="$tableau"} --job-name="egalise-$etape" --output="$sortie" "$@" \
+  sbatch "${communs[@]}" --mem="${mio}M" ${tableau:+--array="$tableau"} --job-name="egalise-$etape" --output="$sortie" "$@" \
     "$ici/etape.sh" "$egalise" "$travail" "$etape" "$parties" -- "${mots[@]}" "${fils[@]}"
 }
 mots=("$@")

@@ -49,8 +49,14 @@ echo "test_grappe : grappe d'un noeud prete, travail trivial fait"
 # 2. The chain with the stand-in of the tests.
 faux=$ici/../../tests/scripts/faux_egalise.sh
 export FAUX_JOURNAL=$t/journal.txt
-"$ici/soumettre.sh" --travail travail --parties 3 --egalise "$faux" --attendre \
-  -- a.tif "b c.tif" -o m.tif --memoire 64 > /dev/null || echec "chaine factice : sbatch --wait a echoue"
+ids=$("$ici/soumettre.sh" --travail travail --parties 3 --egalise "$faux" --memoire-resoudre 300 --attendre \
+  -- a.tif "b c.tif" -o m.tif --memoire 64) || echec "chaine factice : sbatch --wait a echoue"
+# The memory each step asked: --memoire + 256 + 4 per input, the solve what --memoire-resoudre says.
+memoires=$(for id in $(echo "$ids" | grep -o '[0-9]\+'); do
+  scontrol show job "$id" --oneliner | grep -o 'MinMemoryNode=[0-9]*M' | head -1
+done | paste -sd " ")
+[ "$memoires" = "MinMemoryNode=328M MinMemoryNode=300M MinMemoryNode=328M MinMemoryNode=328M" ] ||
+  echec "memoire demandee par etape : $memoires"
 mots="[mosaique][a.tif][b c.tif][-o][m.tif][--memoire][64][--threads][1]"
 attendu="observer 1  $mots|observer 2  $mots|resoudre   $mots|composer  1/3 $mots|composer  2/3 $mots|composer  3/3 $mots|assembler   $mots"
 # Within a step the tasks may end in any order: sorted within each step, the log is the chain.
@@ -60,7 +66,7 @@ ordre=$(awk '{ print $1 }' journal.txt | uniq | paste -sd " ")
 [ "$ordre" = "observer resoudre composer assembler" ] || echec "ordre des etapes : $ordre"
 [ "$obtenu" = "$attendu" ] || echec "etapes : $obtenu, attendu $attendu"
 [ "$(cat m.tif)" = mosaique ] || echec "pas de mosaique"
-echo "test_grappe : chaine factice dans l'ordre, mots de la mosaique transmis"
+echo "test_grappe : chaine factice dans l'ordre, mots de la mosaique transmis, memoire par etape"
 # A failed step cancels the steps after it, and the wait ends with a failure.
 rm journal.txt m.tif
 ! FAUX_ECHEC=resoudre "$ici/soumettre.sh" --travail travail --egalise "$faux" --attendre \
