@@ -69,6 +69,9 @@ const char* NomTypeSortie(eEnumType type);
 // Whether an integer sample type holds the no-data value v (NaN, a fraction or a value out of range
 // does not).
 bool NodataEntierPossible(double v, eEnumType type);
+// Whether any sample type holds it: float64 every value, float32 those of its range (NaN and the
+// infinities too), the integer types as above.
+bool NodataPossible(double v, eEnumType type);
 
 // Everything about the file decided before any pixel: one value per choice, no "auto" left.
 struct PlanEcriture {

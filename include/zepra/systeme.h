@@ -55,6 +55,8 @@ class Systeme {
   // False for a named pipe, socket or character device: opening one to read waits for a writer or
   // never ends, and none holds an image. True otherwise, absent paths included (their open fails).
   static bool Ouvrable(const char* chemin);
+  // Opens a file to read, in binary, when it is Ouvrable; whether it is open.
+  static bool OuvrirLecture(std::ifstream& flux, const std::string& chemin);
   // Throws when lstat fails.
   static bool EstRepertoire(const char* chemin);
   static TChaine RepertoireCourant();

@@ -129,7 +129,7 @@ bool CodageLongueurs::Depuis(int typeOctet, CodageLongueurs& codage) {
 
 LecteurOctets::LecteurOctets(const std::string& nom, const std::string& tag)
     : m_nom(nom), m_tag(tag), m_tampon(1 << 15) {
-  if (Systeme::Ouvrable(nom.c_str())) m_flux.open(nom, std::ios::in | std::ios::binary);
+  Systeme::OuvrirLecture(m_flux, nom);
 }
 
 void LecteurOctets::Placer(long long position) {

@@ -215,6 +215,11 @@ bool Systeme::Ouvrable(const char* chemin) {
   return !S_ISFIFO(etat.st_mode) && !S_ISSOCK(etat.st_mode) && !S_ISCHR(etat.st_mode);
 }
 
+bool Systeme::OuvrirLecture(std::ifstream& flux, const std::string& chemin) {
+  if (Ouvrable(chemin.c_str())) flux.open(chemin, std::ios::in | std::ios::binary);
+  return flux.is_open();
+}
+
 bool Systeme::ExisteFichier(const char* chemin) {
   if (!chemin || !*chemin) return false;
   // A pipe exists, like a folder; the readers refuse both without opening them.

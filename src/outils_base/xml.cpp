@@ -247,8 +247,7 @@ void XNodeXML::Write(std::ostream& flux) const {
 bool XParserXML::Parse(const std::string& fichier) {
   m_fichier = fichier;
   std::ifstream flux;
-  if (Systeme::Ouvrable(fichier.c_str())) flux.open(fichier, std::ios::binary);
-  if (!flux.is_open()) {
+  if (!Systeme::OuvrirLecture(flux, fichier)) {
     m_racine = XNodeXML();
     return false;
   }

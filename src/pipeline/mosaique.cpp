@@ -1264,11 +1264,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   o.masque = e.Masque();
   // Its own no-data value, where the written type holds it; the mosaic's otherwise.
   const double nodata = e.NodataFichierValeur();
-  if (e.NodataFichier() && (o.type == eFloat8 ||
-                            (o.type == eFloat4 && !(std::isfinite(nodata) &&
-                                                    std::fabs(nodata) > std::numeric_limits<float>::max())) ||
-                            NodataEntierPossible(nodata, o.type)))
-    o.nodata = nodata;
+  if (e.NodataFichier() && NodataPossible(nodata, o.type)) o.nodata = nodata;
   GeoreferenceEcriture g;
   g.grille = true;
   g.x0 = e.X0();
@@ -1339,10 +1335,11 @@ std::string JobMosaique::Impl::Empreinte() const {
 
 void JobMosaique::Impl::VerifierTravail(const std::string& travail) const {
   struct stat s;
-  if (::stat(travail.c_str(), &s) == 0 && !S_ISDIR(s.st_mode))
-    ZEPRA_ERREUR("[Mosaique] (Travail) " << travail << " n'est pas un dossier.");
-  if (::stat(travail.c_str(), &s) != 0 && ::mkdir(travail.c_str(), 0777) != 0 && errno != EEXIST)
+  if (::stat(travail.c_str(), &s) == 0) {
+    if (!S_ISDIR(s.st_mode)) ZEPRA_ERREUR("[Mosaique] (Travail) " << travail << " n'est pas un dossier.");
+  } else if (::mkdir(travail.c_str(), 0777) != 0 && errno != EEXIST) {
     ZEPRA_ERREUR("[Mosaique] (Travail) Le dossier de travail " << travail << " ne peut pas etre cree.");
+  }
   const std::string nom = travail + "/empreinte.txt", attendue = Empreinte();
   std::ifstream f(nom);
   if (f) {

@@ -118,7 +118,7 @@ bool Flottant(eEnumType type) { return type == eFloat4 || type == eFloat8; }
 double NodataDuType(double v, eEnumType type, const std::string& nom) {
   if (type == eFloat8) return v;
   if (type == eFloat4) {
-    if (std::isfinite(v) && std::fabs(v) > std::numeric_limits<float>::max())
+    if (!NodataPossible(v, type))
       ZEPRA_ERREUR("[OptionsEcriture] (Planifier) No-data "
                    << TexteNodata(v) << " hors des valeurs float32 pour le fichier " << nom << ".");
     return static_cast<double>(static_cast<float>(v));
@@ -140,6 +140,12 @@ bool NodataEntierPossible(double v, eEnumType type) {
     max = static_cast<double>(std::numeric_limits<T>::max());
   });
   return v >= min && v <= max && v == std::floor(v);
+}
+
+bool NodataPossible(double v, eEnumType type) {
+  if (type == eFloat8) return true;
+  if (type == eFloat4) return !(std::isfinite(v) && std::fabs(v) > std::numeric_limits<float>::max());
+  return NodataEntierPossible(v, type);
 }
 
 bool OptionsEcriture::operator==(const OptionsEcriture& o) const {

@@ -146,8 +146,8 @@ std::string NomDalle(const std::string& nom, int i, int j) {
 }
 
 bool CheckMagic_TIFF(const std::string& nom) {
-  if (!Systeme::Ouvrable(nom.c_str())) return false;
-  std::ifstream f(nom, std::ios::in | std::ios::binary);
+  std::ifstream f;
+  if (!Systeme::OuvrirLecture(f, nom)) return false;
   unsigned char o[4] = {0, 0, 0, 0};
   if (!f.read(reinterpret_cast<char*>(o), 4)) return false;
   const bool ii = o[0] == 'I' && o[1] == 'I', mm = o[0] == 'M' && o[1] == 'M';

@@ -6,8 +6,7 @@
 namespace tiff {
 
 LecteurOctets::LecteurOctets(const std::string& nom) : m_nom(nom) {
-  if (Systeme::Ouvrable(nom.c_str())) m_flux.open(nom, std::ios::in | std::ios::binary);
-  if (!m_flux.is_open())
+  if (!Systeme::OuvrirLecture(m_flux, nom))
     ZEPRA_ERREUR("[LecteurOctets] (Constructeur) Impossible d'ouvrir le fichier " << nom);
   m_flux.seekg(0, std::ios::end);
   const std::streamoff fin = m_flux.tellg();
