@@ -135,6 +135,8 @@ class CartoProjOrientation : public ImageOrientation {
   // (its header). Zone 0. A grid that cannot be used (rotated, sheared, north-down, control points,
   // malformed tags or world file, empty .prj) is an Erreur naming the file.
   static std::unique_ptr<CartoProjOrientation> LireGeoreference(const char* image);
+  // The files beside an image that LireGeoreference may read: its world files, then its .prj.
+  static std::vector<std::string> FichiersGeoreference(const char* image);
 
   // What a GeoTIFF written on this orientation carries (EcrivainGeoTIFF): the corner of pixel (0, 0),
   // the steps, and the coordinate reference system when known. Its tags read back through

@@ -12,6 +12,7 @@
 
 #include "pipeline/mosaique_entrees.h"
 #include "zepra/erreur.h"
+#include "zepra/imageorientation.h"
 
 namespace {
 
@@ -45,8 +46,7 @@ std::string Souche(const std::string& chemin) {
 }
 
 // What the job reads beside an input, besides the input itself: its exclusion mask, GDAL's external
-// mask, and the files its georeferencing may come from (each extension in the case forms looked for).
-// Each with how a message names it.
+// mask, and the files its orientation search may read. Each with how a message names it.
 std::vector<std::pair<std::string, std::string>> LusAvec(const std::string& entree,
                                                          const std::string& suffixe) {
   std::vector<std::pair<std::string, std::string>> lus;
@@ -54,12 +54,7 @@ std::vector<std::pair<std::string, std::string>> LusAvec(const std::string& entr
     lus.push_back({NomMasqueExclusion(entree, suffixe), "le masque d'exclusion de l'entree " + entree});
   const std::string lu = "un fichier lu avec l'entree " + entree;
   lus.push_back({entree + ".msk", lu});
-  for (std::string ext : {"ori", "tfw", "tifw", "wld", "prj"}) {
-    std::string haut = ext;
-    std::transform(haut.begin(), haut.end(), haut.begin(), [](unsigned char c) { return std::toupper(c); });
-    for (const std::string& forme : {ext, haut, haut.substr(0, 1) + ext.substr(1)})
-      lus.push_back({std::filesystem::path(entree).replace_extension(forme).string(), lu});
-  }
+  for (std::string& f : ImageOrientation::FichiersCherches(entree.c_str())) lus.push_back({std::move(f), lu});
   return lus;
 }
 

@@ -100,26 +100,21 @@ Ancrage AncrageWorldFile(const std::string& contenu, const std::string& nom) {
   return a;
 }
 
-// The first of the image name with its extension replaced by each of 'extensions', in lower case,
-// upper case and capitalised, that opens; its name and bytes. False when none opens.
-bool Trouver(const std::string& image, std::initializer_list<const char*> extensions, std::string& nom,
+const std::vector<const char*> kMondes = {"tfw", "tifw", "wld"}, kPrj = {"prj"};
+
+// The first of NomsVoisins(image, extensions) that opens; its name and bytes. False when none opens.
+bool Trouver(const std::string& image, const std::vector<const char*>& extensions, std::string& nom,
              std::string& contenu) {
-  for (const char* ext : extensions) {
-    const TChaine bas(ext), haut = bas.ToUpCase();
-    const TChaine formes[] = {bas, haut, haut.str().substr(0, 1) + bas.str().substr(1)};
-    for (const TChaine& forme : formes) {
-      TChaine candidat(image);
-      candidat.SetExtension(forme);
-      switch (
-          LecteurTexte::ChargerSiPresent(candidat, contenu, "[CartoProjOrientation] (LireGeoreference)")) {
-        case LecteurTexte::Etat::kAbsent:
-          continue;
-        case LecteurTexte::Etat::kIllisible:
-          ZEPRA_GEOREF("fichier " << candidat << " illisible");
-        case LecteurTexte::Etat::kLu:
-          nom = candidat.str();
-          return true;
-      }
+  for (const std::string& candidat : NomsVoisins(image, extensions)) {
+    switch (LecteurTexte::ChargerSiPresent(candidat.c_str(), contenu,
+                                           "[CartoProjOrientation] (LireGeoreference)")) {
+      case LecteurTexte::Etat::kAbsent:
+        continue;
+      case LecteurTexte::Etat::kIllisible:
+        ZEPRA_GEOREF("fichier " << candidat << " illisible");
+      case LecteurTexte::Etat::kLu:
+        nom = candidat;
+        return true;
     }
   }
   return false;
@@ -128,7 +123,7 @@ bool Trouver(const std::string& image, std::initializer_list<const char*> extens
 // The .prj beside the image: its text, trailing blanks removed; null when there is none.
 std::shared_ptr<const SystemeReference> LirePrj(const std::string& image) {
   std::string nom, texte;
-  if (!Trouver(image, {"prj"}, nom, texte)) return nullptr;
+  if (!Trouver(image, kPrj, nom, texte)) return nullptr;
   while (!texte.empty() && std::isspace(static_cast<unsigned char>(texte.back()))) texte.pop_back();
   if (texte.find_first_not_of(" \t\r\n\f\v") == std::string::npos)
     ZEPRA_GEOREF("fichier " << nom << " vide : le texte d'un systeme de reference est attendu");
@@ -151,7 +146,7 @@ std::unique_ptr<CartoProjOrientation> CartoProjOrientation::LireGeoreference(con
     if (m->crs.Connu()) crs = std::make_shared<SystemeReference>(m->crs);
   } else {
     std::string contenu;
-    if (!Trouver(nomImage, {"tfw", "tifw", "wld"}, source, contenu)) return nullptr;
+    if (!Trouver(nomImage, kMondes, source, contenu)) return nullptr;
     a = AncrageWorldFile(contenu, source);
     crs = LirePrj(nomImage);
     if (!crs && m && m->crs.Connu()) crs = std::make_shared<SystemeReference>(m->crs);
@@ -182,6 +177,12 @@ std::unique_ptr<CartoProjOrientation> CartoProjOrientation::LireGeoreference(con
   VerifieZone(0, c->m_y0, " dans " + source);
   c->VerifieValeurs("fichier " + source);
   return c;
+}
+
+std::vector<std::string> CartoProjOrientation::FichiersGeoreference(const char* image) {
+  std::vector<std::string> noms = NomsVoisins(image ? image : "", kMondes);
+  for (std::string& n : NomsVoisins(image ? image : "", kPrj)) noms.push_back(std::move(n));
+  return noms;
 }
 
 GeoreferenceEcriture CartoProjOrientation::GeoreferencePourEcriture() const {

@@ -181,6 +181,9 @@ void ImageOrientation::EmpriseImageTerrain(double zMin, double zMax, double xMin
 
 namespace {
 
+// The orientation files looked for beside an image, before its own georeferencing.
+const std::vector<const char*> kOrientations = {"ori", "xml", "hdr"};
+
 // The one place that maps a type code to its class, built from a file name (and its bytes when they
 // are already read) or from a copy source; null for a code without a class.
 template <class... Source>
@@ -230,18 +233,19 @@ std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const
 
 std::unique_ptr<ImageOrientation> ImageOrientation::ChercherOrientation(const char* image,
                                                                         const std::string& nomCherche) {
-  static const char* const extensions[] = {".ori", ".ORI", ".Ori", ".xml", ".XML",
-                                           ".Xml", ".hdr", ".HDR", ".Hdr"};
   const TChaine nomImage(image);
-  for (const char* ext : extensions) {
-    TChaine candidat(nomImage);
-    candidat.SetExtension(ext);
+  for (const std::string& candidat : NomsVoisins(nomImage.str(), kOrientations))
     if (std::unique_ptr<ImageOrientation> o = LireSiPresent(candidat.c_str())) return o;
-  }
   // An orientation file name that leads nowhere is not an image to look into.
   if (ExtensionOrientation(nomImage).empty())
     if (std::unique_ptr<ImageOrientation> o = CartoProjOrientation::LireGeoreference(nomImage)) return o;
   ZEPRA_ERREUR("ImageOrientation : fichier d'orientation introuvable pour " << nomCherche);
+}
+
+std::vector<std::string> ImageOrientation::FichiersCherches(const char* image) {
+  std::vector<std::string> noms = NomsVoisins(image ? image : "", kOrientations);
+  for (std::string& n : CartoProjOrientation::FichiersGeoreference(image)) noms.push_back(std::move(n));
+  return noms;
 }
 
 std::unique_ptr<ImageOrientation> ImageOrientation::LireFichierOrientation(const char* fichier) {

@@ -13,6 +13,7 @@
 
 #include "zepra/erreur.h"
 #include "zepra/systeme.h"
+#include "zepra/tchaine.h"
 #include "zepra/xml.h"
 
 namespace {
@@ -26,6 +27,19 @@ bool ParserXml(const std::string& contenu, const std::string& fichier, XParserXM
   if (!lu.Parse(flux)) return false;
   parser = XParserXML(lu.GetRacine(), fichier);
   return true;
+}
+
+std::vector<std::string> NomsVoisins(const std::string& image, const std::vector<const char*>& extensions) {
+  std::vector<std::string> noms;
+  for (const char* ext : extensions) {
+    const TChaine bas(ext), haut = bas.ToUpCase();
+    for (const TChaine& forme : {bas, haut, TChaine(haut.str().substr(0, 1) + bas.str().substr(1))}) {
+      TChaine nom(image);
+      nom.SetExtension(forme);
+      noms.push_back(nom.str());
+    }
+  }
+  return noms;
 }
 
 bool LecteurTexte::Charger(const char* fichier, std::string& contenu, const char* tag) {

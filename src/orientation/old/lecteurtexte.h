@@ -10,8 +10,13 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 class XParserXML;
+
+// The image name with its extension replaced by each of 'extensions' in lower case, upper case and
+// capitalised, in that order: the files looked for beside an image.
+std::vector<std::string> NomsVoisins(const std::string& image, const std::vector<const char*>& extensions);
 
 // Parses an XML document held in memory; the parser keeps 'fichier' for its messages. False when it
 // is not well formed.
