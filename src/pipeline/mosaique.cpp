@@ -1321,6 +1321,11 @@ std::string JobMosaique::Impl::Empreinte() const {
     struct stat s;
     if (::stat(n.c_str(), &s) != 0) ZEPRA_ERREUR("[Mosaique] (Travail) L'image " << n << " n'existe plus.");
     o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
+    // The files read beside it that are there: one changed, added (a world file now read before the
+    // tags) or removed changes what the phases would read.
+    for (const std::string& f : FichiersLusAvec(n, p.masqueSuffixe))
+      if (::stat(f.c_str(), &s) == 0)
+        o << "avec " << f << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
   }
   const ParametresModele& m = p.gainOffset;
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << m.degreGain << " "

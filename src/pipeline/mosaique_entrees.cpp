@@ -97,6 +97,14 @@ std::string NomMasqueExclusion(const std::string& image, const std::string& suff
   return image.substr(0, point) + suffixe;
 }
 
+std::vector<std::string> FichiersLusAvec(const std::string& image, const std::string& suffixe) {
+  std::vector<std::string> lus;
+  if (!suffixe.empty()) lus.push_back(NomMasqueExclusion(image, suffixe));
+  lus.push_back(image + ".msk");
+  for (std::string& f : ImageOrientation::FichiersCherches(image.c_str())) lus.push_back(std::move(f));
+  return lus;
+}
+
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
                                const std::string& suffixe)
     : m_nom(nom) {

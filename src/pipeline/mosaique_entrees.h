@@ -32,6 +32,11 @@ std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& c
 // The exclusion mask beside an image: its name without extension followed by the suffix.
 std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe);
 
+// Every file the job may read beside an image, whether it exists or not: its exclusion mask (first,
+// when suffixe is not empty), GDAL's external mask (.msk) and the names its orientation search looks
+// for (orientation files, world files, .prj, in their case forms).
+std::vector<std::string> FichiersLusAvec(const std::string& image, const std::string& suffixe);
+
 class EntreeMosaique {
  public:
   // Opens the file and its masks, reads its georeferencing; an Erreur naming the file otherwise.

@@ -11,12 +11,14 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <set>
 
 #include "outils_test.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
 #include "zepra/fichieratomique.h"
 #include "zepra/lecteurfenetres.h"
+#include "zepra/orientation.h"
 #include "zepra/pipeline/mosaique.h"
 #include "zepra/pipeline/parallele.h"
 #include "zepra/ttimage.h"
@@ -760,6 +762,102 @@ TEST(JobMosaique, LimiteDesFichiersOuverts) {
     EXPECT_EQ(r.statut, *c.message ? 1 : 0) << c.limite << "\n" << r.sortie;
     EXPECT_TRUE(test::Commence(r.sortie, c.message)) << c.limite << "\n" << r.sortie;
     EXPECT_EQ(std::filesystem::exists(d / "m.tif"), !*c.message) << c.limite;
+  }
+}
+
+// The fingerprint of the work folder covers the files read beside each input as it covers the inputs:
+// one changed, added or removed between two phases makes the folder another job's, and the phase
+// writes nothing; left alone, the next phase goes on with the results there.
+TEST(JobMosaique, DossierDeTravailEtFichiersLusAvecLesEntrees) {
+  test::DossierTemp d;
+  using Changement = std::function<void(const std::string&)>;  // on tile t00, given without ".tif"
+  const Changement rien = [](const std::string&) {};
+  const auto masque = [](const std::string& nom, float valeur) {
+    Uniforme(nom + ".tif", OptionsEcriture(), kN, 1, valeur);
+    std::filesystem::rename(nom + ".tif", nom);
+  };
+  const auto ecrire = [](const std::string& suffixe, const std::string& texte) {
+    return [=](const std::string& t) { test::EcrireFichier(t + suffixe, texte); };
+  };
+  const auto retirer = [](const std::string& suffixe) {
+    return [=](const std::string& t) { std::filesystem::remove(t + suffixe); };
+  };
+  // t00's grid, as its tags give it.
+  const std::string monde = "0.5\n0\n0\n-0.5\n650000.25\n6859999.75\n";
+  const Changement ori = [](const std::string& t) {
+    OrientationOld(eORICarto, kX0, kY0, 0, kN, kN, kPas, kPas).Sauver((t + ".ori").c_str());
+  };
+  const Changement msk = [&](const std::string& t) { masque(t + ".tif.msk", 255); };
+  const std::string prj = CrsDepuisEpsg(2154).wkt;
+  const std::string autre =
+      "egalise mosaique : [Mosaique] (Travail) Le dossier de travail w appartient a un autre calcul "
+      "(entrees ou options differentes).\n";
+  const struct {
+    const char* cas;
+    Changement avant, apres;
+    std::string refus;  // empty: the phase goes on
+  } cas[] = {
+      {"rien", rien, rien, ""},
+      {".msk ajoute", rien, msk, autre},
+      {".msk modifie", msk, [&](const std::string& t) { masque(t + ".tif.msk", 1); }, autre},
+      {".msk retire", msk, retirer(".tif.msk"), autre},
+      {"masque d'exclusion modifie", rien, [&](const std::string& t) { masque(t + "_m.tif", 1); }, autre},
+      {"masque d'exclusion retire", rien, retirer("_m.tif"),
+       "egalise mosaique : [Mosaique] (Entrees) Le masque d'exclusion t00_m.tif de l'image t00.tif n'existe "
+       "pas.\n"},
+      {".tfw ajoute", rien, ecrire(".tfw", monde), autre},
+      {".TFW ajoute", rien, ecrire(".TFW", monde), autre},
+      {".wld ajoute", rien, ecrire(".wld", monde), autre},
+      {".tfw modifie", ecrire(".tfw", monde), ecrire(".tfw", "0.50\n0\n0\n-0.50\n650000.25\n6859999.75\n"),
+       autre},
+      {".tfw retire", ecrire(".tfw", monde), retirer(".tfw"), autre},
+      {".prj ajoute", ecrire(".tfw", monde), ecrire(".prj", prj), autre},
+      {".prj modifie",
+       [&](const std::string& t) {
+         test::EcrireFichier(t + ".tfw", monde);
+         test::EcrireFichier(t + ".prj", prj);
+       },
+       ecrire(".prj", prj + "\n"), autre},
+      {".ori ajoute", rien, ori, autre},
+      {".ori reecrit", ori, ori, autre},
+      {".ori retire", ori, retirer(".ori"), autre},
+      {".xml ajoute pres du .ori", ori, ecrire(".xml", "<FileOriMnt/>"), autre},
+      {".hdr ajoute pres du .ori", ori, ecrire(".hdr", "MAPUNITS"), autre},
+  };
+  const std::string job =
+      "mosaique t00.tif t01.tif t10.tif t11.tif -o p.tif --quiet --epsg 2154 "
+      "--masque-suffixe _m.tif --travail w --etape ";
+  // The names and sizes of the files in the work folder.
+  const auto contenu = [](const std::string& w) {
+    std::set<std::pair<std::string, uintmax_t>> f;
+    for (const auto& e : std::filesystem::directory_iterator(w))
+      f.insert({e.path().filename().string(), e.file_size()});
+    return f;
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    const std::string dossier = d / std::to_string(numero++);
+    std::filesystem::create_directory(dossier);
+    for (const std::string& t : Tuiles(dossier)) masque(t.substr(0, t.size() - 4) + "_m.tif", 0);
+    const std::string t00 = dossier + "/t00";
+    c.avant(t00);
+    for (int i = 1; i <= 4; ++i) {
+      const test::Resultat r = test::Egalise(dossier, job + "observer --index " + std::to_string(i));
+      ASSERT_EQ(r.statut, 0) << r.sortie;
+    }
+    const auto avant = contenu(dossier + "/w");
+    c.apres(t00);
+    const test::Resultat r = test::Egalise(dossier, job + "resoudre");
+    if (c.refus.empty()) {
+      EXPECT_EQ(r.statut, 0) << r.sortie;
+      EXPECT_TRUE(std::filesystem::exists(dossier + "/w/corrections.bin"));
+    } else {
+      EXPECT_EQ(r.statut, 1);
+      EXPECT_EQ(r.sortie, c.refus);
+      EXPECT_TRUE(contenu(dossier + "/w") == avant);
+    }
+    EXPECT_FALSE(std::filesystem::exists(dossier + "/p.tif"));
   }
 }
 
