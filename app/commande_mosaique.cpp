@@ -110,6 +110,12 @@ const std::vector<Option>& Table() {
       }(),
       Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
              [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
+      Texte("reference", 0, "FICHIER", "aucune",
+            "gain-offset : image de reference radiometrique (mosaique anterieure, image satellite), meme "
+            "systeme et memes bandes que les entrees, pixel d'au plus un bloc ; sa correction reste "
+            "l'identite et les images qu'elle relie en prennent le niveau ; elle n'entre pas dans la "
+            "mosaique",
+            [](O& o, const Valeur& v) { o.reference = v.texte; }),
       Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),
       Reels("pas", "METRES", "choisi pour que le plus petit recouvrement ait environ 400 observations",
             "additif, multiplicatif : pas de la grille des observations", 0, true, 1, 1,
@@ -241,6 +247,13 @@ std::string VerifierEnsemble(const O& o) {
   }
   if (o.empriseDonnee && !(o.emprise[0] < o.emprise[2] && o.emprise[1] < o.emprise[3]))
     return "--emprise : XMIN < XMAX et YMIN < YMAX sont attendus";
+  if (!o.reference.empty()) {
+    if (o.noegal) return "--reference " + o.reference + " : sans objet avec --noegal";
+    if (o.modele != "gain-offset")
+      return "--reference " + o.reference + " : seulement avec le modele gain-offset (pas " + o.modele + ")";
+    for (const std::string& e : o.entrees)
+      if (e == o.reference) return "--reference " + o.reference + " est aussi une image en entree";
+  }
   if (!o.etape.empty() && o.travail.empty()) return "--etape demande --travail";
   if ((o.etape == "observer") != (o.index != 0))
     return "--index va avec --etape observer, et seulement avec elle";
@@ -325,6 +338,7 @@ ParametresMosaique Parametres(const O& o) {
   p.gainOffset = o.parametresModele;
   p.pas = o.pas;
   p.noegal = o.noegal;
+  p.reference = o.reference;
   p.fusion = o.fusion;
   p.plume = o.parametresFusion.plume;
   p.nodataDonne = o.nodataDonne;
@@ -389,7 +403,7 @@ int Main_mosaique(int argc, char** argv) {
     // before the log is opened: it must not grow an input.
     const bool ecritSortie = o.etape.empty() || o.etape == "assembler";
     VerifierChemins(o.entrees, o.sortie, ecritSortie ? o.corriges : std::string(),
-                    {{"--rapport", o.rapport}, {"--log", o.log}}, o.masqueSuffixe);
+                    {{"--rapport", o.rapport}, {"--log", o.log}}, o.masqueSuffixe, o.reference);
     if (!o.log.empty()) {
       log.open(o.log, std::ios::app);
       if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");

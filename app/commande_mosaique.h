@@ -19,7 +19,8 @@ struct OptionsCommandeMosaique {
   std::string fusion = "plume";
   ParametresFusion parametresFusion;
   bool noegal = false;
-  double pas = 0;  // metres; 0: chosen from the overlaps
+  std::string reference;  // --reference: an image whose levels the corrections keep
+  double pas = 0;         // metres; 0: chosen from the overlaps
 
   // Validity.
   bool nodataDonne = false;

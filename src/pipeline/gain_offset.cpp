@@ -115,7 +115,8 @@ class SystemeGroupe {
  public:
   SystemeGroupe(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                 const std::vector<int>& images, const std::vector<size_t>& indices,
-                const std::vector<double>& termes, const ParametresGainOffset& p, int bande)
+                const std::vector<double>& termes, const ParametresGainOffset& p, int bande,
+                const ReferenceGainOffset& reference)
       : m_resumes(resumes),
         m_obs(obs),
         m_images(images),
@@ -128,6 +129,7 @@ class SystemeGroupe {
         m_nU(m_nG + m_nO) {
     m_local.assign(resumes.size(), -1);
     for (size_t k = 0; k < images.size(); ++k) m_local[images[k]] = static_cast<int>(k);
+    if (reference.image >= 0) m_ref = m_local[reference.image];
     // The group's level and contrast set the scale of the gain unknowns and the floors of the priors.
     double n = 0, s = 0, q = 0;
     for (int i : images) {
@@ -145,6 +147,9 @@ class SystemeGroupe {
     for (size_t k = 0; k < indices.size(); ++k) {
       const double* st = obs.Stats(indices[k], bande);
       if (!(std::min(st[1], st[3]) >= kRapportEcartsMin * std::max(st[1], st[3]) && st[1] + st[3] > 0))
+        m_poidsEcart[k] = 0;
+      const ObservationBloc& o = obs.blocs[indices[k]];
+      if (m_ref >= 0 && !reference.ecarts && (o.i == reference.image || o.j == reference.image))
         m_poidsEcart[k] = 0;
     }
     // The observations are in pair order: where each pair's run starts, and the end.
@@ -172,6 +177,16 @@ class SystemeGroupe {
   // meets the constraints C x = 0 exactly, through the Schur complement of the few constraint rows.
   void Resoudre(const std::vector<std::string>& noms) {
     const int N = static_cast<int>(m_images.size()) * m_nU;
+    // A reference's unknowns are left out: P takes the solved unknowns to all of them, the reference's
+    // held at 0 (identity).
+    Eigen::SparseMatrix<double> P;
+    if (m_ref >= 0) {
+      std::vector<Eigen::Triplet<double>> t;
+      for (int a = 0, c = 0; a < N; ++a)
+        if (a / m_nU != m_ref) t.emplace_back(a, c++, 1.0);
+      P.resize(N, N - m_nU);
+      P.setFromTriplets(t.begin(), t.end());
+    }
     // With the learnt prior only the group's mean gain stays constrained: the prior then places the
     // gains' map-wide trend as it places the offsets'. Set once the first assembly has told which images'
     // gains the overlaps see.
@@ -190,30 +205,38 @@ class SystemeGroupe {
       Eigen::VectorXd g;
       const bool raide = it < premierPlain;
       const bool derniers = it > premierPlain;
-      m_empirique = m_p.priorEmpirique && derniers && m_images.size() >= kImagesEmpirique;
+      m_empirique = m_p.priorEmpirique && derniers && m_images.size() - (m_ref >= 0) >= kImagesEmpirique;
       if (m_p.gainDistorsion && !m_distorsion && derniers) {
         InverserGains();
         m_distorsion = true;
       }
       if (m_empirique) Etalonner();
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
-      if (it == 0) {
+      if (m_ref >= 0) {
+        H = Eigen::SparseMatrix<double>(P.transpose() * H * P);
+        g = P.transpose() * g;
+      } else if (it == 0) {
         tout = Contraintes();
         moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
       }
-      const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
       const Eigen::VectorXd y = ldlt.solve(g);
       verifier("resolution");
-      const Eigen::MatrixXd Z = ldlt.solve(C.transpose());
-      verifier("resolution");
-      // Constraints that the group's geometry makes dependent are dropped by the pseudo-inverse.
-      Eigen::CompleteOrthogonalDecomposition<Eigen::MatrixXd> schur(C * Z);
-      schur.setThreshold(1e-10);
-      const Eigen::VectorXd l = schur.solve(C * y);
-      m_x = y - Z * l;
+      if (m_ref >= 0) {
+        // The reference fixes the blind spot: no constraint.
+        m_x = P * y;
+      } else {
+        const Eigen::MatrixXd& C = m_empirique ? moyenne : tout;
+        const Eigen::MatrixXd Z = ldlt.solve(C.transpose());
+        verifier("resolution");
+        // Constraints that the group's geometry makes dependent are dropped by the pseudo-inverse.
+        Eigen::CompleteOrthogonalDecomposition<Eigen::MatrixXd> schur(C * Z);
+        schur.setThreshold(1e-10);
+        const Eigen::VectorXd l = schur.solve(C * y);
+        m_x = y - Z * l;
+      }
       if (!m_x.allFinite())
         ZEPRA_ERREUR("[GainOffset] (Resoudre) Bande "
                      << m_bande + 1 << " : solution non finie pour les images " << ListeImages(noms, m_images)
@@ -308,7 +331,10 @@ class SystemeGroupe {
     if (!(std::isfinite(A) && A > 0)) A = 1.0;
     double B = aire > 0 ? (somme - A * sommeApres) / aire : 0.0;
     if (!std::isfinite(B)) B = 0.0;
+    // A reference sets the group's level and contrast itself, and keeps its identity.
+    if (m_ref >= 0) A = 1, B = 0;
     for (size_t k = 0; k < m_images.size(); ++k) {
+      if (static_cast<int>(k) == m_ref) continue;
       CorrectionGainOffset& c = corrections[m_images[k]];
       const double* x = correction.data() + k * m_nU;
       double* a = c.Gain(m_bande);
@@ -536,7 +562,7 @@ class SystemeGroupe {
   void Etalonner() {
     double somme[6] = {}, n[6] = {};
     for (size_t l = 0; l < m_images.size(); ++l)
-      for (int a = 0; a < m_nU; ++a) {
+      for (int a = 0; a < m_nU && static_cast<int>(l) != m_ref; ++a) {
         const double x = m_x(static_cast<Eigen::Index>(l) * m_nU + a);
         somme[Classe(a)] += x * x;
         n[Classe(a)] += 1;
@@ -625,6 +651,7 @@ class SystemeGroupe {
   const ParametresGainOffset& m_p;
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
+  int m_ref = -1;  // the reference's local index, -1 when it is not in the group
   double m_G = 1, m_ecartRef = 1;
   std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
@@ -759,7 +786,8 @@ void CorrectionGainOffset::CorrigerLigne(int bande, int ligne, int colonne0, int
 }
 
 ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
-                                      const ParametresGainOffset& p, const std::vector<std::string>& noms) {
+                                      const ParametresGainOffset& p, const std::vector<std::string>& noms,
+                                      const ReferenceGainOffset& reference) {
   p.Verifier();
   const int n = static_cast<int>(resumes.size());
   const int nbBandes = n > 0 ? static_cast<int>(resumes[0].bandes.size()) : obs.nbBandes;
@@ -773,6 +801,8 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   if (!obs.blocs.empty() && (obs.nbBandes != nbBandes || obs.stats.size() != obs.blocs.size() * 4 * nbBandes))
     ZEPRA_ERREUR("[GainOffset] (Resoudre) ObservationsBlocs de "
                  << obs.nbBandes << " bande(s) pour des images de " << nbBandes << " bande(s).");
+  if (reference.image < -1 || reference.image >= n)
+    ZEPRA_ERREUR("[GainOffset] (Resoudre) Reference " << reference.image << " pour " << n << " images.");
   for (const ObservationBloc& o : obs.blocs)
     if (o.i < 0 || o.j >= n || o.i >= o.j)
       ZEPRA_ERREUR("[GainOffset] (Resoudre) Observation de la paire (" << o.i << ", " << o.j << ") pour " << n
@@ -826,7 +856,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   PourChaque(issues.size(), [&](size_t t) {
     const int b = static_cast<int>(t / nbGroupes);
     const size_t g = t % nbGroupes;
-    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b);
+    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b, reference);
     s.Resoudre(noms);
     Issue& x = issues[t];
     x.AB = s.Coefficients(R.corrections);
@@ -845,7 +875,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
       }
       for (size_t l = 0; l < R.groupes[g].size(); ++l) {
         const std::string& t = x.indetermines[l];
-        if (t.empty()) continue;
+        if (t.empty() || R.groupes[g][l] == reference.image) continue;
         std::string& d = R.images[R.groupes[g][l]].termesIndetermines;
         d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
       }

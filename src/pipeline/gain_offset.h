@@ -198,9 +198,23 @@ struct ResultatGainOffset {
   std::vector<BilanBande> bandes;
 };
 
+// A radiometric reference among the images (an earlier mosaic, a coarser satellite image of the same
+// ground): observed like the others, its correction fixed to identity. Its unknowns are left out of the
+// system rather than weighed, so that it is matched exactly, not pulled toward the others. In its group
+// it fixes what overlaps alone cannot see (the blind spot above): the group's mean gain is not
+// constrained and no constant gain and offset keep the group's mean and contrast, since both would move
+// the group away from the reference. Groups it does not touch are solved as without it. A reference whose
+// pixel is coarser than the grid's holds less contrast inside a block than the images: its deviation
+// equations are then left out (ecarts false), its means still compared.
+struct ReferenceGainOffset {
+  int image = -1;  // its index among the images; -1: no reference
+  bool ecarts = true;
+};
+
 // Solves every band. resumes has one entry per image (Resumer of its statistics); the observations come
 // from Observer over the same images in the same order. noms, when given, names the images in error
-// messages (else they are numbered from 1).
+// messages (else they are numbered from 1). With a reference, its correction stays the identity.
 ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                                       const ParametresGainOffset& p,
-                                      const std::vector<std::string>& noms = {});
+                                      const std::vector<std::string>& noms = {},
+                                      const ReferenceGainOffset& reference = {});

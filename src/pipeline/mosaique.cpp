@@ -294,6 +294,9 @@ struct JobMosaique::Impl {
   GrilleBlocs grille;
   std::vector<std::unique_ptr<StatsBlocs>> stats;
   std::vector<std::unique_ptr<CorrectionImage>> corrections;
+  // The radiometric reference: observed, never corrected nor composed.
+  std::unique_ptr<EntreeMosaique> reference;
+  std::unique_ptr<StatsBlocs> statsReference;
 
   // Memory plan.
   int enVol = 1;      // rows of tiles composed at once
@@ -319,6 +322,7 @@ struct JobMosaique::Impl {
   }
 
   void Preparer();
+  void PreparerReference(const SystemeReference* epsg);
   void Grille();
   void PlanMemoire();
   // The model's settings from the job's options (degrees chosen once Preparer has run).
@@ -335,6 +339,7 @@ struct JobMosaique::Impl {
     return pl;
   }
   std::unique_ptr<StatsBlocs> Observer(size_t i) const;
+  std::unique_ptr<StatsBlocs> ObserverReference() const;
   void Resoudre();
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
   // block valid in both images.
@@ -547,7 +552,62 @@ void JobMosaique::Impl::Preparer() {
     grille.bloc = p.gainOffset.bloc > 0 ? p.gainOffset.bloc : 16;
     grille.Verifier();
   }
+  if (!p.reference.empty()) PreparerReference(epsg.get());
   PlanMemoire();
+}
+
+void JobMosaique::Impl::PreparerReference(const SystemeReference* epsg) {
+  const std::string& n = p.reference;
+  if (!gainOffset)
+    ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " : seulement avec le modele gain-offset"
+                                                       << (p.noegal ? ", pas avec --noegal." : "."));
+  for (const std::string& e : p.entrees)
+    if (e == n) ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " est aussi une image en entree.");
+  try {
+    reference = std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe);
+  } catch (const Erreur& e) {
+    ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " : " << e.Phrase());
+  }
+  const EntreeMosaique& r = *reference;
+  const EntreeMosaique& e0 = *entrees[0];
+  if (r.Bandes() != bandes)
+    ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " a " << r.Bandes()
+                                                       << " bande(s), les entrees " << bandes << ".");
+  // The same system as the inputs (or --epsg's): nothing reprojects it.
+  const SystemeReference* a = epsg ? epsg : e0.Crs();
+  const SystemeReference* b = r.Crs();
+  const bool ca = a && a->Connu(), cb = b && b->Connu();
+  if ((epsg ? cb && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent
+            : ca != cb || (ca && ComparerCrs(*a, *b) == EgaliteCrs::kDifferent)))
+    ZEPRA_ERREUR("[Mosaique] (Reference) --reference "
+                 << n << " est dans le systeme " << (cb ? DecrireCrs(*b) : std::string("inconnu"))
+                 << ", la mosaique dans le systeme " << (ca ? DecrireCrs(*a) : std::string("inconnu"))
+                 << " ; la reference n'est pas reprojetee.");
+  // Each block must hold the centre of a reference pixel at least.
+  const double fx = r.PasX() / rx, fy = r.PasY() / ry;
+  if (fx > grille.bloc * (1 + 1e-6) || fy > grille.bloc * (1 + 1e-6)) {
+    std::ostringstream t;
+    t << "[Mosaique] (Reference) --reference " << n << " : son pixel (" << r.PasX() << " x " << r.PasY()
+      << ") depasse les blocs de " << grille.bloc << " pixels de la mosaique (" << grille.bloc * rx << " x "
+      << grille.bloc * ry << ") ; donner --bloc "
+      << static_cast<long long>(std::ceil(std::max(fx, fy) - 1e-6)) << " au moins.";
+    ZEPRA_ERREUR(t.str());
+  }
+  // Somewhere on an input inside the mosaic, or it anchors nothing.
+  const double rx1 = r.X0() + r.Colonnes() * r.PasX(), ry1 = r.Y0() - r.Lignes() * r.PasY();
+  bool touche = false;
+  for (const auto& e : entrees) {
+    const double x0 = std::max({r.X0(), e->X0(), mx0}),
+                 x1 = std::min({rx1, e->X0() + e->Colonnes() * e->PasX(), mx0 + W * rx});
+    const double y1 = std::min({r.Y0(), e->Y0(), my0}),
+                 y0 = std::max({ry1, e->Y0() - e->Lignes() * e->PasY(), my0 - H * ry});
+    touche = touche || (x1 > x0 && y1 > y0);
+  }
+  if (!touche)
+    ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " ne recouvre aucune entree de la mosaique.");
+  if (r.OctetsLecture(1, 1) > static_cast<size_t>(p.memoireMio) * kMio)
+    ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire " << p.memoireMio << " Mio : la reference " << n
+                                                   << " se lit par blocs plus grands.");
 }
 
 void JobMosaique::Impl::Grille() {
@@ -719,6 +779,35 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
   return s;
 }
 
+// The reference, only its part over the mosaic's grid (a satellite scene may be much larger).
+std::unique_ptr<StatsBlocs> JobMosaique::Impl::ObserverReference() const {
+  const EntreeMosaique& e = *reference;
+  const Placement pl = PlacementDe(e);
+  auto s = std::make_unique<StatsBlocs>(grille, pl, e.Colonnes(), e.Lignes(), bandes);
+  const auto borne = [](double v, int n) { return static_cast<int>(std::min<double>(n, std::max(0.0, v))); };
+  const int c0 = borne(std::floor(-pl.x0 / pl.sx), e.Colonnes()),
+            c1 = borne(std::ceil((W - pl.x0) / pl.sx), e.Colonnes());
+  const int l0 = borne(std::floor(-pl.y0 / pl.sy), e.Lignes()),
+            l1 = borne(std::ceil((H - pl.y0) / pl.sy), e.Lignes());
+  const int w = c1 - c0, canaux = e.Canaux();
+  if (w <= 0) return s;
+  const size_t parLigne = static_cast<size_t>(w) * (sizeof(float) * canaux + 1);
+  const int lignes = static_cast<int>(
+      std::max<size_t>(1, std::min<size_t>(512, static_cast<size_t>(p.memoireMio) * kMio / 2 / parLigne)));
+  std::vector<float> v;
+  std::vector<unsigned char> ok;
+  std::vector<const float*> parBande(bandes);
+  for (int y = l0; y < l1; y += lignes) {
+    const int n = std::min(lignes, l1 - y);
+    v.resize(static_cast<size_t>(w) * n * canaux);
+    ok.resize(static_cast<size_t>(w) * n);
+    e.Lire(c0, y, w, n, v.data(), ok.data());
+    for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + static_cast<size_t>(e.Canal(b)) * w * n;
+    s->Ajouter<float>(c0, y, w, n, parBande.data(), 1, w, ok.data(), w);
+  }
+  return s;
+}
+
 void JobMosaique::Impl::Resoudre() {
   corrections.clear();
   rapport.entrees.clear();
@@ -730,6 +819,15 @@ void JobMosaique::Impl::Resoudre() {
     r.lignes = e->Lignes();
     r.correction = "null";
     rapport.entrees.push_back(r);
+  }
+  if (reference) {
+    rapport.avecReference = true;
+    rapport.reference = RapportMosaique::Entree();
+    rapport.reference.nom = reference->Nom();
+    rapport.reference.bandes = reference->Bandes();
+    rapport.reference.colonnes = reference->Colonnes();
+    rapport.reference.lignes = reference->Lignes();
+    rapport.reference.correction = "null";
   }
   if (p.noegal) {
     for (size_t i = 0; i < entrees.size(); ++i) corrections.push_back(std::make_unique<Identite>());
@@ -745,8 +843,37 @@ void JobMosaique::Impl::Resoudre() {
     resumes.push_back(Resumer(*s));
     ptrs.push_back(s.get());
   }
+  // The reference comes last: observed with the inputs, its correction held at identity.
+  std::vector<std::string> noms = p.entrees;
+  ReferenceGainOffset ref;
+  if (reference) {
+    resumes.push_back(Resumer(*statsReference));
+    ptrs.push_back(statsReference.get());
+    noms.push_back(reference->Nom());
+    ref.image = static_cast<int>(entrees.size());
+    // A coarser pixel holds less contrast within a block than the inputs'.
+    ref.ecarts = reference->PasX() <= rx * (1 + 1e-6) && reference->PasY() <= ry * (1 + 1e-6);
+  }
   const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
-  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), p.entrees);
+  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), noms, ref);
+  if (reference) {
+    RapportMosaique::Entree& r = rapport.reference;
+    r.observations = R.images[ref.image].observations;
+    r.groupe = R.images[ref.image].groupe;
+    if (r.groupe < 0)
+      ZEPRA_ERREUR("[Mosaique] (Reference) --reference "
+                   << reference->Nom() << " ne partage aucun bloc de " << grille.bloc << " x " << grille.bloc
+                   << " pixels valide a 90 % avec une entree : elle n'ancre rien.");
+    // Inputs tied to the reference by no chain of overlaps keep the set's own level.
+    for (const std::vector<int>& g : R.groupes) {
+      if (static_cast<int>(&g - R.groupes.data()) == r.groupe) continue;
+      std::string liste;
+      for (size_t k = 0; k < g.size() && k < 10; ++k) liste += (k ? ", " : "") + entrees[g[k]]->Nom();
+      if (g.size() > 10) liste += " et " + std::to_string(g.size() - 10) + " autre(s)";
+      Avertir("Les images " + liste + " ne sont reliees a la reference " + reference->Nom() +
+              " par aucun recouvrement : elles gardent leur niveau d'ensemble, sans la reference.");
+    }
+  }
   for (size_t i = 0; i < entrees.size(); ++i) {
     const CorrectionGainOffset& c = R.corrections[i];
     const DiagnosticImage& d = R.images[i];
@@ -776,7 +903,7 @@ void JobMosaique::Impl::Resoudre() {
     for (size_t l = 0; l < k; ++l) vue = vue || (R.differents[l].i == d.i && R.differents[l].j == d.j);
     if (vue) continue;
     std::ostringstream t;
-    t << "Les images " << entrees[d.i]->Nom() << " et " << entrees[d.j]->Nom()
+    t << "Les images " << noms[d.i] << " et " << noms[d.j]
       << " ne montrent pas le meme contenu sur leur recouvrement (bande";
     std::string liste;
     for (const ContenuDifferent& e : R.differents)
@@ -1317,10 +1444,13 @@ std::string JobMosaique::Impl::Empreinte() const {
   std::ostringstream o;
   o.precision(17);
   o << "egalise mosaique " << EGALISE_VERSION << "\n";
-  for (const std::string& n : p.entrees) {
+  std::vector<std::string> lues = p.entrees;
+  if (!p.reference.empty()) lues.push_back(p.reference);
+  for (const std::string& n : lues) {
     struct stat s;
     if (::stat(n.c_str(), &s) != 0) ZEPRA_ERREUR("[Mosaique] (Travail) L'image " << n << " n'existe plus.");
-    o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
+    o << (&n == &lues.back() && !p.reference.empty() ? "reference " : "entree ") << n << " " << s.st_size
+      << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
     // The files read beside it that are there: one changed, added (a world file now read before the
     // tags) or removed changes what the phases would read.
     for (const std::string& f : FichiersLusAvec(n, p.masqueSuffixe))
@@ -1504,6 +1634,7 @@ void JobMosaique::Executer() {
     j.Etape("observation", [&] {
       j.stats.resize(j.entrees.size());
       PourChaque(j.entrees.size(), [&](size_t i) { j.stats[i] = j.Observer(i); });
+      if (j.reference) j.statsReference = j.ObserverReference();
     });
   // Without equalization there is nothing to solve: the identity corrections are set unannounced.
   if (j.p.noegal)
@@ -1511,6 +1642,7 @@ void JobMosaique::Executer() {
   else
     j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();
+  j.statsReference.reset();
   RendreLaMemoire();
   j.Etape("composition", [&] {
     EcrivainGeoTIFF ecrivain(j.p.sortie, j.ecriture, TPoint2D<int>(j.W, j.H), j.bandes, eFloat4, j.georef,
@@ -1579,9 +1711,13 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
       f->Octets(s->Donnees().data(), n * sizeof(double));
       j.stats.push_back(std::move(s));
     }
+    // The reference is observed here, once: it has no index of its own.
+    if (j.reference)
+      j.Etape("observation de la reference", [&] { j.statsReference = j.ObserverReference(); });
   }
   j.Etape("resolution", [&] { j.Resoudre(); });
   j.stats.clear();
+  j.statsReference.reset();
   j.EcrireCorrections(nom);
 }
 
@@ -1714,7 +1850,15 @@ std::string JobMosaique::RapportJson(const std::vector<std::pair<std::string, st
       << ", \"observations\": " << e.observations << ", \"groupe\": " << e.groupe
       << ", \"correction\": " << (e.correction.empty() ? "null" : e.correction) << "}";
   }
-  o << "\n  ],\n  \"bandes\": [";
+  o << "\n  ],\n  \"reference\": ";
+  if (r.avecReference)
+    o << "{\"nom\": \"" << EchapperJson(r.reference.nom) << "\", \"bandes\": " << r.reference.bandes
+      << ", \"colonnes\": " << r.reference.colonnes << ", \"lignes\": " << r.reference.lignes
+      << ", \"observations\": " << r.reference.observations << ", \"groupe\": " << r.reference.groupe
+      << ", \"correction\": null}";
+  else
+    o << "null";
+  o << ",\n  \"bandes\": [";
   for (size_t k = 0; k < r.bandes.size(); ++k)
     o << (k ? ", " : "") << "{\"rmse_avant\": " << NombreJson(r.bandes[k].rmseAvant)
       << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres) << "}";

@@ -78,23 +78,31 @@ bool DossierInscriptible(const std::string& dossier) {
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
                      const std::string& corriges,
                      const std::vector<std::pair<std::string, std::string>>& annexes,
-                     const std::string& suffixeMasque) {
+                     const std::string& suffixeMasque, const std::string& reference) {
   const char* tag = "[Verification] (VerifierChemins)";
+  // The files read: the inputs, and the reference, which is read but never written.
+  std::vector<std::string> lues = entrees;
+  if (!reference.empty()) lues.push_back(reference);
   std::map<Identite, std::string> vues;
   // The files read with the inputs that exist, and how to name them.
   std::map<Identite, std::string> lus;
-  for (const std::string& e : entrees)
+  for (const std::string& e : lues)
     for (const auto& [fichier, description] : LusAvec(e, suffixeMasque)) {
       Identite id;
       if (Identifier(fichier, id)) lus.emplace(id, description);
     }
-  for (const std::string& e : entrees) {
+  for (const std::string& e : lues) {
+    const bool ref = !reference.empty() && &e == &lues.back();
     struct stat s;
     if (stat(e.c_str(), &s) != 0)
-      ZEPRA_ERREUR(tag << " L'image " << e << " n'existe pas ou n'est pas lisible.");
+      ZEPRA_ERREUR(tag << (ref ? " La reference (--reference) " : " L'image ") << e
+                       << " n'existe pas ou n'est pas lisible.");
     if (!S_ISREG(s.st_mode))
       ZEPRA_ERREUR(tag << " L'entree " << e << " n'est pas un fichier (un dossier ?).");
     const auto [it, nouvelle] = vues.emplace(Identite(s.st_dev, s.st_ino), e);
+    if (!nouvelle && ref)
+      ZEPRA_ERREUR(tag << " La reference (--reference) " << e << " est aussi l'image d'entree " << it->second
+                       << ".");
     if (!nouvelle)
       ZEPRA_ERREUR(tag << " L'image " << e << " est donnee deux fois (deja comme " << it->second << ").");
   }
@@ -118,7 +126,7 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
                      << sortie << ".");
   // An input's own .ori or world file is read before its GeoTIFF tags.
   const std::filesystem::path soucheSortie = Place(Souche(sortie));
-  for (const std::string& e : entrees)
+  for (const std::string& e : lues)
     if (Place(Souche(e)) == soucheSortie)
       ZEPRA_ERREUR(tag << " La sortie " << sortie << " ecrirait " << Souche(sortie) << ".ori et "
                        << Souche(sortie) << ".tfw, ou se lit le georeferencement de l'entree " << e << ".");

@@ -29,6 +29,10 @@ struct ParametresMosaique {
   ParametresModele gainOffset{-1, -1};
   double pas = 0;  // metres between observation points of the additive and multiplicative models; 0: chosen
   bool noegal = false;
+  // A radiometric reference (gain-offset only): a georeferenced image of the same ground, system and
+  // bands, its pixel at most a block of the grid; observed like an input, its correction fixed to
+  // identity, so that the groups of inputs it touches take its levels. Never part of the mosaic.
+  std::string reference;
 
   // Fusion: a row of the fusion table; feather width in metres, 0: chosen from the overlaps.
   std::string fusion = "plume";
@@ -71,6 +75,8 @@ struct RapportMosaique {
     double memoireMio = 0;  // peak resident memory of the process at the end of the stage
   };
   std::vector<Entree> entrees;
+  bool avecReference = false;
+  Entree reference;  // its correction "null"
   std::vector<Bande> bandes;
   std::vector<Etape> etapes;
   std::vector<std::string> avertissements;

@@ -16,11 +16,13 @@
 // a file that is an input, the output or another annexe's, or in a folder where no file can be created.
 // The output, the annexes and the corrected images must not be a file read with an input either: its
 // exclusion mask (its name without extension followed by 'suffixeMasque', when not empty), its .msk,
-// its .ori, world file or .prj.
+// its .ori, world file or .prj. A 'reference' (--reference), when not empty, is checked as an input is,
+// and must not be one, but has no corrected image.
 void VerifierChemins(const std::vector<std::string>& entrees, const std::string& sortie,
                      const std::string& corriges,
                      const std::vector<std::pair<std::string, std::string>>& annexes = {},
-                     const std::string& suffixeMasque = std::string());
+                     const std::string& suffixeMasque = std::string(),
+                     const std::string& reference = std::string());
 
 // Whether the path ends in .tif or .tiff, any case: the mosaic is a GeoTIFF.
 bool ExtensionGeoTIFF(const std::string& chemin);

@@ -1,0 +1,260 @@
+// A radiometric reference (--reference) on generated tiles whose truth is known: each tile with its own
+// gain and offset over one map-wide gain ramp and offset ramp shared by all. Overlaps cannot see the
+// shared part, and the mosaic keeps it without a reference; the truth as reference, at the tiles'
+// pixel or four times coarser, brings the mosaic to the truth. The reference is never composed.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "outils_test.h"
+#include "zepra/crs.h"
+#include "zepra/ecrivaingeotiff.h"
+#include "zepra/pipeline/mosaique.h"
+#include "zepra/ttimage.h"
+
+namespace {
+
+constexpr int kN = 160, kRecouvrement = 40, kBandes = 3, kLignes = 2, kColonnes = 3;
+constexpr int kW = kColonnes * kN - (kColonnes - 1) * kRecouvrement;  // 400
+constexpr int kH = kLignes * kN - (kLignes - 1) * kRecouvrement;      // 280
+constexpr double kPas = 0.5, kX0 = 650000, kY0 = 6860000;
+
+double Verite(int b, double x, double y) {
+  return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
+}
+
+// The shared distortion, smooth over the whole block: a gain ramp along x and an offset ramp along y.
+double Commune(int b, double x, double y) {
+  return Verite(b, x, y) * (1 + 0.12 * (x / kW - 0.5)) + 16 * (y / kH - 0.5);
+}
+
+GeoreferenceEcriture Grille(int c0, int l0, double pas = kPas, int epsg = 2154) {
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = kX0 + c0 * kPas;
+  g.y0 = kY0 - l0 * kPas;
+  g.pasX = g.pasY = pas;
+  g.crs = CrsDepuisEpsg(epsg);
+  return g;
+}
+
+// An 8-bit tile of n x n pixels whose first pixel is pixel (c0, l0) of the block: the shared
+// distortion, then its own gain and offset per band.
+void EcrireTuile(const std::string& nom, int c0, int l0, int k, int n = kN) {
+  OptionsEcriture o;
+  o.tuile = 64;
+  o.type = eUInt1;
+  EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, Grille(c0, l0));
+  std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
+  for (int y = 0; y < n; ++y) {
+    for (int x = 0; x < n; ++x)
+      for (int b = 0; b < kBandes; ++b) {
+        const double gain = 1 + 0.05 * std::sin(3.0 * k + b), offset = 10 * std::cos(2.0 * k - b);
+        ligne[x * kBandes + b] = static_cast<float>(std::round(gain * Commune(b, c0 + x, l0 + y) + offset));
+      }
+    e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+  }
+  e.Terminer();
+}
+
+std::vector<std::string> Tuiles(const std::string& dossier) {
+  std::vector<std::string> noms;
+  for (int i = 0; i < kLignes; ++i)
+    for (int j = 0; j < kColonnes; ++j) {
+      noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
+      EcrireTuile(noms.back(), j * (kN - kRecouvrement), i * (kN - kRecouvrement), i * kColonnes + j);
+    }
+  return noms;
+}
+
+// The truth as a float image of 'bandes' bands, 'facteur' times coarser than the tiles (each pixel
+// the mean of the truth over it), from block pixel (c0, l0) over w x h block pixels.
+void EcrireVerite(const std::string& nom, int c0, int l0, int w, int h, int facteur, int bandes = kBandes,
+                  int epsg = 2154) {
+  OptionsEcriture o;
+  o.type = eFloat4;
+  const int n = w / facteur, m = h / facteur;
+  EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, m), bandes, eFloat4, Grille(c0, l0, kPas * facteur, epsg));
+  std::vector<float> ligne(static_cast<size_t>(n) * bandes);
+  for (int y = 0; y < m; ++y) {
+    for (int x = 0; x < n; ++x)
+      for (int b = 0; b < bandes; ++b) {
+        double s = 0;
+        for (int v = 0; v < facteur; ++v)
+          for (int u = 0; u < facteur; ++u) s += Verite(b, c0 + x * facteur + u, l0 + y * facteur + v);
+        ligne[x * bandes + b] = static_cast<float>(s / (facteur * facteur));
+      }
+    e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1);
+  }
+  e.Terminer();
+}
+
+// Root mean square of the mosaic minus the truth over its valid pixels, every band; after one global
+// gain and offset per band fitted by least squares when 'ajuste' (what no reference can know).
+double Ecart(const std::string& mosaique, bool ajuste) {
+  const TTImage<float> m(mosaique.c_str());
+  double total = 0, n = 0;
+  for (int b = 0; b < kBandes; ++b) {
+    double sx = 0, sy = 0, sxx = 0, sxy = 0, k = 0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x) {
+        const double v = m(x, y, b), t = Verite(b, x, y);
+        sx += v, sy += t, sxx += v * v, sxy += v * t, k += 1;
+      }
+    const double a = ajuste ? (k * sxy - sx * sy) / (k * sxx - sx * sx) : 1.0,
+                 c = ajuste ? (sy - a * sx) / k : 0.0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x) total += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
+    n += k;
+  }
+  return std::sqrt(total / n);
+}
+
+ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
+  ParametresMosaique p;
+  p.entrees = entrees;
+  p.sortie = sortie;
+  p.ecriture.tuile = 64;
+  return p;
+}
+
+TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  // The truth beyond the tiles by 32 pixels on every side, at the tiles' pixel and 4 times coarser. With
+  // it the mosaic comes within 0.6 grey level of the truth (the tiles' 8-bit rounding alone leaves about
+  // 0.3; 0.40 measured), against 5.5 without, even after a global gain and offset fit.
+  EcrireVerite(d / "verite.tif", -32, -32, kW + 64, kH + 64, 1);
+  EcrireVerite(d / "verite4.tif", -32, -32, kW + 64, kH + 64, 4);
+  const struct {
+    const char* reference;  // nullptr: none
+    double max, maxAjuste;  // the mosaic's distance to the truth, raw and after a global gain and offset
+  } cas[] = {{"verite.tif", 0.6, 0.6}, {"verite4.tif", 0.6, 0.6}};
+  // Without a reference the shared ramps stay, even once the set's global level and contrast are fitted.
+  ParametresMosaique p = Parametres(t, d / "sans.tif");
+  JobMosaique sans(p);
+  sans.Executer();
+  const double sansAjuste = Ecart(d / "sans.tif", true);
+  EXPECT_GT(sansAjuste, 4.0);
+  EXPECT_EQ(sans.Rapport().avecReference, false);
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.reference);
+    p = Parametres(t, d / "m.tif");
+    p.reference = d / c.reference;
+    JobMosaique job(p);
+    job.Executer();
+    // The mosaic's grid stays the tiles' union: the reference is not composed.
+    const TTImage<float> m((d / "m.tif").c_str());
+    EXPECT_EQ(m.iGetNbColonnes(), kW);
+    EXPECT_EQ(m.iGetNbLignes(), kH);
+    const double brut = Ecart(d / "m.tif", false), ajuste = Ecart(d / "m.tif", true);
+    EXPECT_LT(brut, c.max);
+    EXPECT_LT(ajuste, c.maxAjuste);
+    EXPECT_LT(ajuste, sansAjuste / 4);
+    // Reported as the reference, with the tiles' group; its correction is no input's.
+    const RapportMosaique& r = job.Rapport();
+    EXPECT_TRUE(r.avecReference);
+    EXPECT_EQ(r.entrees.size(), t.size());
+    EXPECT_EQ(r.reference.nom, d / c.reference);
+    EXPECT_GT(r.reference.observations, 0);
+    EXPECT_EQ(r.reference.groupe, r.entrees[0].groupe);
+    const std::string json = job.RapportJson({});
+    EXPECT_NE(json.find("\"reference\": {\"nom\": \"" + d / c.reference + "\""), std::string::npos) << json;
+    EXPECT_TRUE(r.avertissements.empty()) << r.avertissements[0];
+  }
+}
+
+// The phases of a cluster run give the same mosaic as one process: the reference is observed by the
+// solving phase, and its file is part of the work folder's fingerprint.
+TEST(ReferenceMosaique, EnPhasesLesMemesOctets) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  EcrireVerite(d / "verite4.tif", -32, -32, kW + 64, kH + 64, 4);
+  ParametresMosaique p = Parametres(t, d / "un.tif");
+  p.reference = d / "verite4.tif";
+  JobMosaique(p).Executer();
+  p.sortie = d / "phases.tif";
+  const std::string travail = d / "travail";
+  for (size_t i = 0; i < t.size(); ++i) JobMosaique(p).PhaseObserver(travail, static_cast<int>(i + 1));
+  JobMosaique(p).PhaseResoudre(travail);
+  JobMosaique(p).PhaseComposer(travail, 1, 1);
+  JobMosaique(p).PhaseAssembler(travail);
+  EXPECT_EQ(test::LireFichier(d / "un.tif"), test::LireFichier(d / "phases.tif"));
+  // Another reference is another job.
+  EcrireVerite(d / "verite4.tif", -32, -32, kW + 64, kH + 64, 4, kBandes);
+  std::filesystem::last_write_time(
+      d / "verite4.tif", std::filesystem::last_write_time(d / "verite4.tif") + std::chrono::hours(1));
+  test::Refuse([&] { JobMosaique(p).PhaseResoudre(travail); }, "", {"appartient a un autre calcul"});
+}
+
+// Tiles that no chain of overlaps ties to the reference keep today's behaviour, and are named.
+TEST(ReferenceMosaique, GroupesSansLaReferenceNommes) {
+  test::DossierTemp d;
+  std::vector<std::string> t = Tuiles(d.chemin());
+  // Two more tiles overlapping each other, far to the right of the block and of the reference.
+  for (int k = 0; k < 2; ++k) {
+    t.push_back(d / ("loin" + std::to_string(k) + ".tif"));
+    EcrireTuile(t.back(), 1000 + k * (kN - kRecouvrement), 0, 10 + k);
+  }
+  EcrireVerite(d / "verite.tif", 0, 0, kW, kH, 1);
+  ParametresMosaique p = Parametres(t, d / "m.tif");
+  p.reference = d / "verite.tif";
+  JobMosaique job(p);
+  job.Executer();
+  const RapportMosaique& r = job.Rapport();
+  std::string avertissements;
+  for (const std::string& a : r.avertissements) avertissements += a + "\n";
+  EXPECT_NE(avertissements.find("Les images " + d / "loin0.tif" + ", " + d / "loin1.tif" +
+                                " ne sont reliees a la reference"),
+            std::string::npos)
+      << avertissements;
+  EXPECT_EQ(avertissements.find("t00.tif"), std::string::npos) << avertissements;
+  EXPECT_NE(r.entrees[0].groupe, r.entrees[6].groupe);
+}
+
+// Every refusal through the built tool: a message naming the file or the option, exit 2 for the
+// command line, 1 for a run that cannot be done, and no mosaic.
+TEST(ReferenceMosaique, RefusesNommees) {
+  test::DossierTemp d;
+  Tuiles(d.chemin());
+  EcrireVerite(d / "verite.tif", 0, 0, kW, kH, 1);
+  EcrireVerite(d / "une_bande.tif", 0, 0, kW, kH, 1, 1);
+  EcrireVerite(d / "utm.tif", 0, 0, kW, kH, 1, kBandes, 32631);
+  EcrireVerite(d / "grossiere.tif", 0, 0, kW, kH, 20);
+  EcrireVerite(d / "ailleurs.tif", 4000, 4000, 64, 64, 1);
+  const std::string tuiles = "t00.tif t01.tif t02.tif t10.tif t11.tif t12.tif -o m.tif ";
+  const struct {
+    const char* arguments;
+    int statut;
+    const char* message;
+  } cas[] = {
+      {"--reference absente.tif", 1, "La reference (--reference) absente.tif n'existe pas"},
+      {"--reference utm.tif", 1, "--reference utm.tif est dans le systeme EPSG:32631"},
+      {"--reference une_bande.tif", 1, "--reference une_bande.tif a 1 bande(s), les entrees 3"},
+      {"--reference grossiere.tif", 1,
+       "depasse les blocs de 16 pixels de la mosaique (8 x 8) ; donner --bloc 20"},
+      {"--reference ailleurs.tif", 1, "--reference ailleurs.tif ne recouvre aucune entree"},
+      {"--reference t01.tif", 2, "--reference t01.tif est aussi une image en entree"},
+      {"--reference ./t01.tif", 1, "La reference (--reference) ./t01.tif est aussi l'image d'entree t01.tif"},
+      {"--reference verite.tif --modele additif", 2, "seulement avec le modele gain-offset (pas additif)"},
+      {"--reference verite.tif --noegal", 2, "--reference verite.tif : sans objet avec --noegal"},
+      {"--reference", 2, "--reference"},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.arguments);
+    const test::Resultat r = test::Egalise(d.chemin(), std::string("mosaique ") + tuiles + c.arguments);
+    EXPECT_EQ(r.statut, c.statut) << r.sortie;
+    EXPECT_NE(r.sortie.find(c.message), std::string::npos) << r.sortie;
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  }
+  // A coarse reference is taken with the block it asks for.
+  const test::Resultat r =
+      test::Egalise(d.chemin(), "mosaique " + tuiles + "--reference grossiere.tif --bloc 20 --quiet");
+  EXPECT_EQ(r.statut, 0) << r.sortie;
+  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
+}
+
+}  // namespace
