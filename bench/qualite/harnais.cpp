@@ -49,10 +49,22 @@ std::vector<std::vector<float>> CorrigerGainOffset(const std::vector<TuileMemoir
     }
     resumes.push_back(Resumer(stats.back()));
   }
+  ReferenceGainOffset reference;
+  if (r.referenceFacteur > 0) {
+    Placement p;
+    p.sx = p.sy = r.referenceFacteur;
+    stats.emplace_back(g, p, r.referenceLargeur, r.referenceHauteur, 1);
+    const float* bande = r.reference.data();
+    stats.back().Ajouter(0, 0, r.referenceLargeur, r.referenceHauteur, &bande, 1, r.referenceLargeur, nullptr,
+                         0);
+    resumes.push_back(Resumer(stats.back()));
+    reference.image = static_cast<int>(tuiles.size());
+    reference.ecarts = r.referenceFacteur == 1;
+  }
   std::vector<const StatsBlocs*> pointeurs;
   for (const StatsBlocs& s : stats) pointeurs.push_back(&s);
   const ObservationsBlocs obs = ObserverBlocs(pointeurs, r.observations);
-  ResultatGainOffset R = ResoudreGainOffset(resumes, obs, r.modele);
+  ResultatGainOffset R = ResoudreGainOffset(resumes, obs, r.modele, {}, reference);
 
   std::vector<std::vector<float>> sortie(tuiles.size());
   for (size_t i = 0; i < tuiles.size(); ++i) {

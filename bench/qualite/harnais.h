@@ -31,6 +31,10 @@ struct Reglages {
   int bloc = 16;
   double plume = 60;  // feather width, pixels
   Fusion fusion = Fusion::plume;
+  // A radiometric reference on the mosaic grid, 'facteur' times coarser (0: none): largeur x hauteur
+  // values, NaN for no data. Solved as --reference: its correction held at identity.
+  int referenceFacteur = 0, referenceLargeur = 0, referenceHauteur = 0;
+  std::vector<float> reference;
 };
 
 // Corrected values of every tile (float, same layout as its pixels); the solve's report in 'resultat'.

@@ -3,7 +3,7 @@
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
 //   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--balayage] [--fusions]
-//                       [--inverse] [--apercu FOLDER]
+//                       [--inverse] [--apercu FOLDER] [--reference F[,F...]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 plume=60 fusion=plume"]
 #include <sys/stat.h>
@@ -34,7 +34,7 @@ void Usage() {
   std::cout
       << kProgramme
       << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--balayage] [--fusions] [--inverse] "
-         "[--apercu DOSSIER] [--essai "
+         "[--apercu DOSSIER] [--reference F[,F...]] [--essai "
          "\"cle=valeur ...\"]"
       << std::endl;
 }
@@ -141,6 +141,30 @@ Resultat LancerNouveau(const Jeu& j, const Reglages& r, const std::string& nom,
   res.mosaique = Composer(j.tuiles, res.tuiles, p, j.verite.largeur, j.verite.hauteur, r);
   res.ensembles = Ensembles(j.tuiles, Validites(j), j.verite.largeur, j.verite.hauteur);
   return res;
+}
+
+// The truth as a radiometric reference (--reference), f times coarser: each pixel the truth's mean over
+// it, no data where some of it is not covered (outside the tiles, the cloud's footprint).
+Reglages AvecReference(const Jeu& j, Reglages r, int f) {
+  const Verite& v = j.verite;
+  r.referenceFacteur = f;
+  r.referenceLargeur = v.largeur / f;
+  r.referenceHauteur = v.hauteur / f;
+  r.reference.assign(static_cast<size_t>(r.referenceLargeur) * r.referenceHauteur, std::nanf(""));
+  for (int l = 0; l < r.referenceHauteur; ++l)
+    for (int c = 0; c < r.referenceLargeur; ++c) {
+      double s = 0;
+      bool couverte = true;
+      for (int y = l * f; y < (l + 1) * f; ++y)
+        for (int x = c * f; x < (c + 1) * f; ++x) {
+          const size_t k = static_cast<size_t>(y) * v.largeur + x;
+          couverte = couverte && v.couverte[k];
+          s += v.T[k];
+        }
+      if (couverte)
+        r.reference[static_cast<size_t>(l) * r.referenceLargeur + c] = static_cast<float>(s / (f * f));
+    }
+  return r;
 }
 
 // References for what a correction can reach:
@@ -335,7 +359,8 @@ void Apercu(const std::string& chemin, const Mosaique& m, const Verite& v, int x
   EcrirePng(chemin, q.iGetNbColonnes(), q.iGetNbLignes(), 1, std::vector<unsigned char>(q.begin(), q.end()));
 }
 
-void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu) {
+void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu,
+             const std::vector<int>& references) {
   EnTete();
   for (const Jeu& j : jeux) {
     std::vector<Resultat> r(8);
@@ -350,6 +375,9 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
     r[5] = LancerReference(j, Reference::defaites);
     r[6] = LancerReference(j, Reference::ajustees);
     r[7] = LancerReference(j, Reference::aveugle);
+    for (int f : references)
+      r.push_back(LancerNouveau(j, AvecReference(j, defaut, f),
+                                "gain-offset, plume, verite en reference 1:" + std::to_string(f)));
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r)
       if (!x.mosaique.v.empty()) presents.push_back(&x);
@@ -540,6 +568,7 @@ int main(int argc, char** argv) {
   return ExecuterProgramme(argc, Usage, [&] {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
+    std::vector<int> references;
     bool balayage = false, fusions = false, inverse = false;
     unsigned tirage = 0;
     for (int i = 1; i < argc; ++i) {
@@ -548,6 +577,13 @@ int main(int argc, char** argv) {
         preset = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--apercu") {
         apercu = ValeurOption(argc, argv, i, kProgramme);
+      } else if (mot == "--reference") {
+        std::istringstream liste(ValeurOption(argc, argv, i, kProgramme));
+        for (std::string f; std::getline(liste, f, ',');) {
+          references.push_back(static_cast<int>(LireEntier(f, mot, kProgramme)));
+          if (references.back() < 1 || references.back() > 64)
+            ZEPRA_ERREUR("[" << kProgramme << "] (Options) --reference " << f << " : 1 a 64 attendu.");
+        }
       } else if (mot == "--essai") {
         essai = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--tirage") {
@@ -585,6 +621,6 @@ int main(int argc, char** argv) {
     else if (fusions)
       BalayageFusions(jeux);
     else
-      Tableau(mots[0], jeux, apercu);
+      Tableau(mots[0], jeux, apercu, references);
   });
 }
