@@ -160,6 +160,11 @@ class SystemeGroupe {
     }
     m_debutsPaires.push_back(indices.size());
     EcarterContenusDifferents();
+    // A reference whose every pair was set aside anchors nothing: the group is then held as without it.
+    for (size_t k = 0; k < indices.size() && m_ref >= 0 && !m_ancre; ++k) {
+      const ObservationBloc& o = obs.blocs[indices[k]];
+      m_ancre = m_poidsMoy[k] > 0 && (o.i == reference.image || o.j == reference.image);
+    }
     m_moyennesUtiles = m_poidsMoy;
     m_ecartsUtiles = m_poidsEcart;
   }
@@ -215,8 +220,10 @@ class SystemeGroupe {
       if (m_ref >= 0) {
         H = Eigen::SparseMatrix<double>(P.transpose() * H * P);
         g = P.transpose() * g;
-      } else if (it == 0) {
+      }
+      if (it == 0 && !m_ancre) {
         tout = Contraintes();
+        if (m_ref >= 0) tout = tout * P;
         moyenne = tout.topRows(std::min<Eigen::Index>(1, tout.rows()));
       }
       if (it == 0) ldlt.analyzePattern(H);
@@ -224,7 +231,7 @@ class SystemeGroupe {
       verifier("factorisation");
       const Eigen::VectorXd y = ldlt.solve(g);
       verifier("resolution");
-      if (m_ref >= 0) {
+      if (m_ancre) {
         // The reference fixes the blind spot: no constraint.
         m_x = P * y;
       } else {
@@ -236,6 +243,7 @@ class SystemeGroupe {
         schur.setThreshold(1e-10);
         const Eigen::VectorXd l = schur.solve(C * y);
         m_x = y - Z * l;
+        if (m_ref >= 0) m_x = P * Eigen::VectorXd(m_x);
       }
       if (!m_x.allFinite())
         ZEPRA_ERREUR("[GainOffset] (Resoudre) Bande "
@@ -289,8 +297,10 @@ class SystemeGroupe {
       different[q] = p.n > 0 && p.correlation < kCorrelationMin && p.rms >= kAmplitudeRelative * reference;
       const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
       const double n = static_cast<double>(m_debutsPaires[q + 1] - m_debutsPaires[q]);
-      (different[q] ? differents : semblables)[m_local[o.i]] += n;
-      (different[q] ? differents : semblables)[m_local[o.j]] += n;
+      // A reference overlaps many images: its pairs found different count against it, not them.
+      const int li = m_local[o.i], lj = m_local[o.j];
+      if (li != m_ref || lj == m_ref) (different[q] ? differents : semblables)[lj] += n;
+      if (lj != m_ref || li == m_ref) (different[q] ? differents : semblables)[li] += n;
     }
     for (size_t q = 0; q < paires.size(); ++q) {
       const ObservationBloc& o = m_obs.blocs[m_indices[m_debutsPaires[q]]];
@@ -311,7 +321,7 @@ class SystemeGroupe {
     if (m_distorsion) InverserGains(correction);
     for (size_t k = 0; k < m_images.size(); ++k) {
       const ResumeImage& r = m_resumes[m_images[k]];
-      if (r.compte <= 0) continue;
+      if (r.compte <= 0 || static_cast<int>(k) == m_ref) continue;
       const ResumeImage::Bande& b = r.bandes[m_bande];
       const double f = r.surface / r.compte;
       const double* x = correction.data() + k * m_nU;
@@ -332,7 +342,7 @@ class SystemeGroupe {
     double B = aire > 0 ? (somme - A * sommeApres) / aire : 0.0;
     if (!std::isfinite(B)) B = 0.0;
     // A reference sets the group's level and contrast itself, and keeps its identity.
-    if (m_ref >= 0) A = 1, B = 0;
+    if (m_ancre) A = 1, B = 0;
     for (size_t k = 0; k < m_images.size(); ++k) {
       if (static_cast<int>(k) == m_ref) continue;
       CorrectionGainOffset& c = corrections[m_images[k]];
@@ -384,14 +394,17 @@ class SystemeGroupe {
   // position, against the image's moments.
   Eigen::MatrixXd Contraintes() const {
     double X0 = 0, X1 = 0, Y0 = 0, Y1 = 0;
+    bool premier = true;
     for (size_t l = 0; l < m_images.size(); ++l) {
+      if (static_cast<int>(l) == m_ref) continue;
       const ResumeImage& r = m_resumes[m_images[l]];
       const Placement& p = r.placement;
       const double x1 = p.x0 + p.sx * r.largeur, y1 = p.y0 + p.sy * r.hauteur;
-      X0 = l == 0 ? p.x0 : std::min(X0, p.x0);
-      X1 = l == 0 ? x1 : std::max(X1, x1);
-      Y0 = l == 0 ? p.y0 : std::min(Y0, p.y0);
-      Y1 = l == 0 ? y1 : std::max(Y1, y1);
+      X0 = premier ? p.x0 : std::min(X0, p.x0);
+      X1 = premier ? x1 : std::max(X1, x1);
+      Y0 = premier ? p.y0 : std::min(Y0, p.y0);
+      Y1 = premier ? y1 : std::max(Y1, y1);
+      premier = false;
     }
     Eigen::MatrixXd C = Eigen::MatrixXd::Zero(m_nG, static_cast<long>(m_images.size()) * m_nU);
     for (size_t l = 0; l < m_images.size(); ++l) {
@@ -651,7 +664,8 @@ class SystemeGroupe {
   const ParametresGainOffset& m_p;
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
-  int m_ref = -1;  // the reference's local index, -1 when it is not in the group
+  int m_ref = -1;        // the reference's local index, -1 when it is not in the group
+  bool m_ancre = false;  // some of its observations are used: it fixes the group's blind spot
   double m_G = 1, m_ecartRef = 1;
   std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;

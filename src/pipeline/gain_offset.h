@@ -205,7 +205,10 @@ struct ResultatGainOffset {
 // constrained and no constant gain and offset keep the group's mean and contrast, since both would move
 // the group away from the reference. Groups it does not touch are solved as without it. A reference whose
 // pixel is coarser than the grid's holds less contrast inside a block than the images: its deviation
-// equations are then left out (ecarts false), its means still compared.
+// equations are then left out (ecarts false), its means still compared. Its pairs whose content differs
+// (a cloud over the reference, a fill) are set aside like any, but count against it alone: overlapping
+// an image more than its neighbours do, they would otherwise make the image look misplaced. A group
+// where every pair with it is set aside is solved as without it.
 struct ReferenceGainOffset {
   int image = -1;  // its index among the images; -1: no reference
   bool ecarts = true;
