@@ -167,15 +167,19 @@ struct DiagnosticImage {
   long long observations = 0;  // blocks shared with other images
   bool sansDonnees = false;    // no valid pixel at all
   // Terms of the correction that its observations do not determine, per band ("bande 1 : a.x, b.x");
-  // empty when they span every term. The prior holds these terms at identity.
+  // empty when they span every term. The prior holds these terms at identity. A band in which every
+  // overlap of the image was set aside (ContenuDifferent) is not listed: it has no equation at all, which
+  // the set-aside pairs already say.
   std::string termesIndetermines;
 };
 
 struct BilanBande {
   // Root mean square, weighted by block area, of the difference of block means between overlapping
-  // images, before and after correction, over every observation.
+  // images, before and after correction, over the observations of the pairs compared: those of the
+  // pairs set aside (ContenuDifferent) compare nothing and are counted apart.
   double rmsAvant = 0, rmsApres = 0;
-  // Share of the observations' area that the robust weights set aside (final weight below 0.5).
+  size_t pairesEcartees = 0, blocsEcartes = 0;
+  // Share of the compared observations' area that the robust weights set aside (final weight below 0.5).
   double fractionEcartee = 0;
   double gainGlobal = 1, offsetGlobal = 0;  // the last constant step of the largest group
 };

@@ -63,7 +63,10 @@ struct RapportMosaique {
     std::string correction;  // a JSON value
   };
   struct Bande {
+    // Over the pairs of images compared; pairs whose overlaps hold different content are set aside, and
+    // counted with their blocks.
     double rmseAvant = 0, rmseApres = 0;
+    long long pairesEcartees = 0, blocsEcartes = 0;
   };
   struct Etape {
     std::string nom;
