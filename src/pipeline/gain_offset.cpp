@@ -35,7 +35,7 @@ constexpr double kRangRelatif = 1e-9;
 constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
-constexpr size_t kImagesEmpirique = 9;
+constexpr size_t kImagesEmpirique = 6;
 // A pair of images whose block means change from one block to the next with a correlation below this
 // holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
 // changes at least, and only where they are at least this fraction of the group's median in one of

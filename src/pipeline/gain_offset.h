@@ -33,7 +33,7 @@
 //    still because overlaps see them only through the spread of the values, and what a polynomial gain
 //    cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along the smooth
 //    fields overlaps hardly see;
-//  - in groups of 9 images or more (priorEmpirique), the last solves learn that prior from the data:
+//  - in groups of 6 images or more (priorEmpirique), the last solves learn that prior from the data:
 //    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
 //    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
 //    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
@@ -57,7 +57,7 @@
 //    its local contrast (the mean over blocks of the deviation inside each block) too. The local
 //    contrast is kept rather than the deviation of all pixels, because the latter includes the very
 //    offset fields being removed and would re-inflate the contrast by them.
-// rigidite (the set prior's weight: groups of fewer than 9 images, and the solves before the learnt
+// rigidite (the set prior's weight: groups of fewer than 6 images, and the solves before the learnt
 // prior) is dimensionless: the prior's pull per unit of image area against one overlap pixel's
 // equation; as both scale with pixel counts, one value suits small and large blocks and images. Keep it
 // tiny: overlaps see the curvature of a degree-2 field only across their width, so its effect in an
@@ -107,7 +107,7 @@ struct ParametresGainOffset {
   // a polynomial gain cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along
   // the smooth fields overlaps hardly see; a stiffer gain shape holds them (bench/README.md).
   double poidsFormesGain = 30.0;
-  // In groups of 9 images or more, the last solves learn the prior from the data (below).
+  // In groups of 6 images or more, the last solves learn the prior from the data (below).
   bool priorEmpirique = true;
   // The last solves estimate the gain as the distortion's (below).
   bool gainDistorsion = true;

@@ -382,7 +382,7 @@ struct JobMosaique::Impl {
   int Rangees() const { return (H + plan.hauteurBloc - 1) / plan.hauteurBloc; }
 };
 
-int DegreAutomatique(int n) { return n >= 9 ? 2 : n >= 6 ? 1 : 0; }
+int DegreAutomatique(int n) { return n >= 6 ? 2 : 0; }
 
 // ---------------------------------------------------------------------------------------------------
 // Preparation: every check that needs no pixel.

@@ -358,7 +358,7 @@ TEST(GainOffset, PasDeDeriveSurUnBlocDe6x6) {
   EXPECT_LT(std::hypot(e.surface, e.residu), 0.01);
 }
 
-// The prior learnt from the data: groups of fewer than 9 images keep the set prior (the very same
+// The prior learnt from the data: groups of fewer than 6 images keep the set prior (the very same
 // corrections); on 4 x 4 tiles whose offsets spread widely and whose gains are flat, it holds the gains
 // and brings the corrections closer to the true ones than the set prior does, the map-wide surface
 // overlaps cannot see included.
