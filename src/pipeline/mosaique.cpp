@@ -387,7 +387,7 @@ struct JobMosaique::Impl {
   int Rangees() const { return (H + plan.hauteurBloc - 1) / plan.hauteurBloc; }
 };
 
-int DegreAutomatique(int n) { return n >= 9 ? 2 : n >= 6 ? 1 : 0; }
+int DegreAutomatique(int n) { return n >= 6 ? 2 : 0; }
 
 // ---------------------------------------------------------------------------------------------------
 // Preparation: every check that needs no pixel.
@@ -917,7 +917,9 @@ void JobMosaique::Impl::Resoudre() {
     Avertir(t.str());
   }
   rapport.bandes.clear();
-  for (const BilanBande& b : R.bandes) rapport.bandes.push_back({b.rmsAvant, b.rmsApres});
+  for (const BilanBande& b : R.bandes)
+    rapport.bandes.push_back({b.rmsAvant, b.rmsApres, static_cast<long long>(b.pairesEcartees),
+                              static_cast<long long>(b.blocsEcartes)});
 }
 
 std::string JobMosaique::Impl::SansObservation(size_t i) const {
@@ -1514,7 +1516,7 @@ bool Fait(const std::string& nom, const char* magique) {
 }
 
 constexpr char kMagiqueObs[9] = "EGOBSV01";
-constexpr char kMagiqueCorr[9] = "EGCORR01";
+constexpr char kMagiqueCorr[9] = "EGCORR02";
 constexpr char kMagiquePartie[9] = "EGPART01";
 
 std::string NomObservation(const std::string& t, size_t i) {
@@ -1568,6 +1570,8 @@ void JobMosaique::Impl::EcrireCorrections(const std::string& nom) const {
   for (const auto& b : rapport.bandes) {
     f.Valeur(b.rmseAvant);
     f.Valeur(b.rmseApres);
+    f.Valeur<int64_t>(b.pairesEcartees);
+    f.Valeur<int64_t>(b.blocsEcartes);
   }
   f.Valider();
 }
@@ -1613,6 +1617,8 @@ void JobMosaique::Impl::LireCorrections(const std::string& nom) {
   for (auto& b : rapport.bandes) {
     b.rmseAvant = f->Valeur<double>();
     b.rmseApres = f->Valeur<double>();
+    b.pairesEcartees = f->Valeur<int64_t>();
+    b.blocsEcartes = f->Valeur<int64_t>();
   }
 }
 
@@ -1861,7 +1867,9 @@ std::string JobMosaique::RapportJson(const std::vector<std::pair<std::string, st
   o << ",\n  \"bandes\": [";
   for (size_t k = 0; k < r.bandes.size(); ++k)
     o << (k ? ", " : "") << "{\"rmse_avant\": " << NombreJson(r.bandes[k].rmseAvant)
-      << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres) << "}";
+      << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres)
+      << ", \"paires_ecartees\": " << r.bandes[k].pairesEcartees
+      << ", \"blocs_ecartes\": " << r.bandes[k].blocsEcartes << "}";
   o << "],\n  \"etapes\": [";
   for (size_t k = 0; k < r.etapes.size(); ++k)
     o << (k ? ", " : "") << "{\"nom\": \"" << EchapperJson(r.etapes[k].nom)
