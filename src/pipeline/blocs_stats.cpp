@@ -201,42 +201,56 @@ ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images,
   }
   std::sort(paires.begin(), paires.end());
 
+  // Twice over the pairs' blocks: counted first, so that the lists are allocated once at their size
+  // (grown by doubling they would take up to three times it while the last copy is made).
   const int nb = o.nbBandes;
-  for (const auto& pr : paires) {
-    const StatsBlocs& A = *images[pr.first];
-    const StatsBlocs& B = *images[pr.second];
-    const double aireA = A.Place().sx * A.Place().sy, aireB = B.Place().sx * B.Place().sy;
-    const long long bx0 = std::max(A.Bx0(), B.Bx0()), bx1 = std::min(A.Bx0() + A.NbBx(), B.Bx0() + B.NbBx());
-    const long long by0 = std::max(A.By0(), B.By0()), by1 = std::min(A.By0() + A.NbBy(), B.By0() + B.NbBy());
-    for (long long by = by0; by < by1; ++by) {
-      const double yc = (by * g.bloc + std::min((by + 1) * g.bloc, g.lignes)) / 2.0;
-      for (long long bx = bx0; bx < bx1; ++bx) {
-        const double* sa = A.Bloc(bx, by);
-        const double* sb = B.Bloc(bx, by);
-        const double seuil = p.fractionValide * g.Surface(bx, by);
-        const double va = sa[0] * aireA, vb = sb[0] * aireB;
-        if (va < seuil || vb < seuil || sa[0] == 0 || sb[0] == 0) continue;
-        const double xc = (bx * g.bloc + std::min((bx + 1) * g.bloc, g.colonnes)) / 2.0;
-        ObservationBloc ob;
-        ob.i = pr.first;
-        ob.j = pr.second;
-        ob.xi = A.Place().Colonne(xc);
-        ob.yi = A.Place().Ligne(yc);
-        ob.xj = B.Place().Colonne(xc);
-        ob.yj = B.Place().Ligne(yc);
-        ob.poids = std::min(va, vb);
-        o.blocs.push_back(ob);
-        for (int k = 0; k < nb; ++k) {
-          double m, e;
-          MoyenneEcart(sa[0], sa[1 + 2 * k], sa[2 + 2 * k], m, e);
-          o.stats.push_back(m);
-          o.stats.push_back(e);
-          MoyenneEcart(sb[0], sb[1 + 2 * k], sb[2 + 2 * k], m, e);
-          o.stats.push_back(m);
-          o.stats.push_back(e);
+  const auto parcourir = [&](auto&& garder) {
+    for (const auto& pr : paires) {
+      const StatsBlocs& A = *images[pr.first];
+      const StatsBlocs& B = *images[pr.second];
+      const double aireA = A.Place().sx * A.Place().sy, aireB = B.Place().sx * B.Place().sy;
+      const long long bx0 = std::max(A.Bx0(), B.Bx0()),
+                      bx1 = std::min(A.Bx0() + A.NbBx(), B.Bx0() + B.NbBx());
+      const long long by0 = std::max(A.By0(), B.By0()),
+                      by1 = std::min(A.By0() + A.NbBy(), B.By0() + B.NbBy());
+      for (long long by = by0; by < by1; ++by)
+        for (long long bx = bx0; bx < bx1; ++bx) {
+          const double* sa = A.Bloc(bx, by);
+          const double* sb = B.Bloc(bx, by);
+          const double seuil = p.fractionValide * g.Surface(bx, by);
+          const double va = sa[0] * aireA, vb = sb[0] * aireB;
+          if (va < seuil || vb < seuil || sa[0] == 0 || sb[0] == 0) continue;
+          garder(pr, A, B, bx, by, sa, sb, std::min(va, vb));
         }
-      }
     }
-  }
+  };
+  size_t nombre = 0;
+  parcourir([&](const auto&, const StatsBlocs&, const StatsBlocs&, long long, long long, const double*,
+                const double*, double) { ++nombre; });
+  o.blocs.reserve(nombre);
+  o.stats.reserve(nombre * 4 * static_cast<size_t>(nb));
+  parcourir([&](const std::pair<int, int>& pr, const StatsBlocs& A, const StatsBlocs& B, long long bx,
+                long long by, const double* sa, const double* sb, double poids) {
+    const double xc = (bx * g.bloc + std::min((bx + 1) * g.bloc, g.colonnes)) / 2.0;
+    const double yc = (by * g.bloc + std::min((by + 1) * g.bloc, g.lignes)) / 2.0;
+    ObservationBloc ob;
+    ob.i = pr.first;
+    ob.j = pr.second;
+    ob.xi = A.Place().Colonne(xc);
+    ob.yi = A.Place().Ligne(yc);
+    ob.xj = B.Place().Colonne(xc);
+    ob.yj = B.Place().Ligne(yc);
+    ob.poids = poids;
+    o.blocs.push_back(ob);
+    for (int k = 0; k < nb; ++k) {
+      double m, e;
+      MoyenneEcart(sa[0], sa[1 + 2 * k], sa[2 + 2 * k], m, e);
+      o.stats.push_back(m);
+      o.stats.push_back(e);
+      MoyenneEcart(sb[0], sb[1 + 2 * k], sb[2 + 2 * k], m, e);
+      o.stats.push_back(m);
+      o.stats.push_back(e);
+    }
+  });
   return o;
 }

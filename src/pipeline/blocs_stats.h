@@ -160,6 +160,10 @@ struct ObservationsBlocs {
   // For observation k and band b, at 4 (k nbBandes + b): mean and deviation in i, mean and deviation in j.
   std::vector<double> stats;
   const double* Stats(size_t k, int bande) const { return &stats[4 * (k * nbBandes + bande)]; }
+  // Bytes held by the observations.
+  size_t Octets() const {
+    return blocs.capacity() * sizeof(ObservationBloc) + stats.capacity() * sizeof(double);
+  }
 };
 
 // The observations of every pair of inputs. All inputs must share the grid and the band count.
