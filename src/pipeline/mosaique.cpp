@@ -334,6 +334,8 @@ struct JobMosaique::Impl {
     pl.sy = e.PasY() / ry;
     return pl;
   }
+  // Input i's block statistics, empty, keeping the blocks other inputs reach.
+  std::unique_ptr<StatsBlocs> Statistiques(size_t i) const;
   std::unique_ptr<StatsBlocs> Observer(size_t i) const;
   void Resoudre();
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
@@ -701,9 +703,28 @@ void JobMosaique::Impl::PlanMemoire() {
 // ---------------------------------------------------------------------------------------------------
 // Observation and solve.
 
+std::unique_ptr<StatsBlocs> JobMosaique::Impl::Statistiques(size_t i) const {
+  // The observations compare two inputs' blocks where both footprints reach: only those are kept, the
+  // rest of the input's blocks go into its summary as soon as they are complete.
+  std::vector<ZoneBlocs> emprises(entrees.size()), gardees;
+  for (size_t j = 0; j < entrees.size(); ++j) {
+    const EntreeMosaique& e = *entrees[j];
+    emprises[j] = EmpriseBlocs(grille, PlacementDe(e), e.Colonnes(), e.Lignes());
+  }
+  const ZoneBlocs& a = emprises[i];
+  for (size_t j = 0; j < entrees.size(); ++j) {
+    const ZoneBlocs& b = emprises[j];
+    if (j != i && !b.Vide() && b.bx0 < a.bx0 + a.nbBx && a.bx0 < b.bx0 + b.nbBx && b.by0 < a.by0 + a.nbBy &&
+        a.by0 < b.by0 + b.nbBy)
+      gardees.push_back(b);
+  }
+  const EntreeMosaique& e = *entrees[i];
+  return std::make_unique<StatsBlocs>(grille, PlacementDe(e), e.Colonnes(), e.Lignes(), bandes, gardees);
+}
+
 std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
   const EntreeMosaique& e = *entrees[i];
-  auto s = std::make_unique<StatsBlocs>(grille, PlacementDe(e), e.Colonnes(), e.Lignes(), bandes);
+  std::unique_ptr<StatsBlocs> s = Statistiques(i);
   const int w = e.Colonnes(), canaux = e.Canaux();
   std::vector<float> v;
   std::vector<unsigned char> ok;
@@ -1378,7 +1399,8 @@ bool Fait(const std::string& nom, const char* magique) {
   }
 }
 
-constexpr char kMagiqueObs[9] = "EGOBSV01";
+// Version 2: the summary's sums, then the kept blocks only (version 1 held every block's).
+constexpr char kMagiqueObs[9] = "EGOBSV02";
 constexpr char kMagiqueCorr[9] = "EGCORR01";
 constexpr char kMagiquePartie[9] = "EGPART01";
 
@@ -1546,7 +1568,7 @@ void JobMosaique::PhaseObserver(const std::string& travail, int index) {
   j.Etape("observation", [&] {
     const std::unique_ptr<StatsBlocs> s = j.Observer(index - 1);
     Ecriture f(nom, kMagiqueObs);
-    const std::vector<double>& d = s->Donnees();
+    const std::vector<double> d = s->Exporter();
     f.Valeur<uint64_t>(d.size());
     f.Octets(d.data(), d.size() * sizeof(double));
     f.Valider();
@@ -1566,12 +1588,13 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Resoudre) L'observation de l'image "
                      << i + 1 << " (" << j.entrees[i]->Nom() << ") manque : lancer --etape observer --index "
                      << i + 1 << ".");
-      const EntreeMosaique& e = *j.entrees[i];
-      auto s = std::make_unique<StatsBlocs>(j.grille, j.PlacementDe(e), e.Colonnes(), e.Lignes(), j.bandes);
+      std::unique_ptr<StatsBlocs> s = j.Statistiques(i);
       const uint64_t n = f->Valeur<uint64_t>();
-      if (n != s->Donnees().size())
+      if (n != s->TailleExport())
         ZEPRA_ERREUR("[Mosaique] (Resoudre) Le fichier " << f->Nom() << " ne convient pas.");
-      f->Octets(s->Donnees().data(), n * sizeof(double));
+      std::vector<double> d(n);
+      f->Octets(d.data(), n * sizeof(double));
+      s->Importer(d);
       j.stats.push_back(std::move(s));
     }
   }
