@@ -154,8 +154,13 @@ class SystemeGroupe {
     }
     m_debutsPaires.push_back(indices.size());
     EcarterContenusDifferents();
-    m_moyennesUtiles = m_poidsMoy;
-    m_ecartsUtiles = m_poidsEcart;
+    // Which equations the data leave in: flags, a byte per observation rather than a copy of the weights.
+    m_moyennesUtiles.resize(indices.size());
+    m_ecartsUtiles.resize(indices.size());
+    for (size_t k = 0; k < indices.size(); ++k) {
+      m_moyennesUtiles[k] = m_poidsMoy[k] != 0;
+      m_ecartsUtiles[k] = m_poidsEcart[k] != 0;
+    }
   }
 
   // Pairs of images whose overlap does not hold the same content (one misplaced, or taken at another
@@ -630,7 +635,8 @@ class SystemeGroupe {
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
   double m_G = 1, m_ecartRef = 1;
-  std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
+  std::vector<double> m_poidsMoy, m_poidsEcart;
+  std::vector<char> m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;

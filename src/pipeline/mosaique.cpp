@@ -767,6 +767,10 @@ void JobMosaique::Impl::Resoudre() {
     ptrs.push_back(s.get());
   }
   const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
+  // The observations and summaries are all the solve needs: the block statistics go before it.
+  ptrs.clear();
+  stats.clear();
+  stats.shrink_to_fit();
   const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), p.entrees);
   for (size_t i = 0; i < entrees.size(); ++i) {
     const CorrectionGainOffset& c = R.corrections[i];
