@@ -292,6 +292,7 @@ struct JobMosaique::Impl {
   double plume = 0;  // metres
   bool gainOffset = false;
   GrilleBlocs grille;
+  std::vector<ZoneBlocs> emprises;  // the blocks each input reaches
   std::vector<std::unique_ptr<StatsBlocs>> stats;
   std::vector<std::unique_ptr<CorrectionImage>> corrections;
 
@@ -548,6 +549,8 @@ void JobMosaique::Impl::Preparer() {
     grille.lignes = H;
     grille.bloc = p.gainOffset.bloc > 0 ? p.gainOffset.bloc : 16;
     grille.Verifier();
+    for (const auto& e : entrees)
+      emprises.push_back(EmpriseBlocs(grille, PlacementDe(*e), e->Colonnes(), e->Lignes()));
   }
   PlanMemoire();
 }
@@ -706,11 +709,7 @@ void JobMosaique::Impl::PlanMemoire() {
 std::unique_ptr<StatsBlocs> JobMosaique::Impl::Statistiques(size_t i) const {
   // The observations compare two inputs' blocks where both footprints reach: only those are kept, the
   // rest of the input's blocks go into its summary as soon as they are complete.
-  std::vector<ZoneBlocs> emprises(entrees.size()), gardees;
-  for (size_t j = 0; j < entrees.size(); ++j) {
-    const EntreeMosaique& e = *entrees[j];
-    emprises[j] = EmpriseBlocs(grille, PlacementDe(e), e.Colonnes(), e.Lignes());
-  }
+  std::vector<ZoneBlocs> gardees;
   const ZoneBlocs& a = emprises[i];
   for (size_t j = 0; j < entrees.size(); ++j) {
     const ZoneBlocs& b = emprises[j];
