@@ -87,16 +87,15 @@ const std::vector<Option>& Table() {
           // gain-offset is solved from block statistics by the job itself, not through the table.
           [](const std::string& n) { return n == "gain-offset" || Construit(TableModeles(), n); },
           [](O& o, const Valeur& v) { o.modele = v.texte; }),
-      Entier("degre-gain", "D", "2 a partir de 9 images, 1 a partir de 6, sinon 0",
-             "gain-offset : degre du gain a(x, y)", 0, 2,
-             [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
+      Entier("degre-gain", "D", "2 a partir de 6 images, sinon 0", "gain-offset : degre du gain a(x, y)", 0,
+             2, [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
       Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
       [] {
         Option o = Reels("rigidite", "W[,PENTES,COURBURES[,GAIN]]", "1e-7,10,3,30",
                          "gain-offset : poids du rappel des corrections vers l'identite ; ce rappel sur les "
                          "pentes et sur les courbures, relatif a celui sur les niveaux, et sur les pentes et "
-                         "courbures du gain, relatif encore (1 a 10000) ; a partir de 9 images, les "
+                         "courbures du gain, relatif encore (1 a 10000) ; a partir de 6 images, les "
                          "dernieres resolutions apprennent ce rappel de la dispersion des corrections des "
                          "images",
                          0, false, 1, 4, [](O& o, const Valeur& v) { Rigidite(v, o.parametresModele); });

@@ -2,8 +2,8 @@
 // reads them, that driver run without correction and with its two models, the new model and blendings
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
-//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--balayage] [--fusions]
-//                       [--inverse] [--apercu FOLDER]
+//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--tuiles N] [--niveaux]
+//                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 plume=60 fusion=plume"]
 #include <sys/stat.h>
@@ -33,7 +33,9 @@ constexpr const char* kProgramme = "qualite_egalisation";
 void Usage() {
   std::cout
       << kProgramme
-      << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--balayage] [--fusions] [--inverse] "
+      << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--tuiles N] [--niveaux] [--balayage] "
+         "[--fusions] "
+         "[--inverse] "
          "[--apercu DOSSIER] [--essai "
          "\"cle=valeur ...\"]"
       << std::endl;
@@ -540,8 +542,9 @@ int main(int argc, char** argv) {
   return ExecuterProgramme(argc, Usage, [&] {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
-    bool balayage = false, fusions = false, inverse = false;
+    bool balayage = false, fusions = false, inverse = false, niveaux = false;
     unsigned tirage = 0;
+    long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
       const std::string mot = argv[i];
       if (mot == "--preset") {
@@ -552,6 +555,14 @@ int main(int argc, char** argv) {
         essai = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--tirage") {
         tirage = static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
+      } else if (mot == "--tuiles") {
+        // The first N tiles of each preset (in its order, rows first): smaller blocks of the same kind.
+        tuiles = LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme);
+        if (tuiles < 2)
+          ZEPRA_ERREUR("[" << kProgramme << "] (Options) --tuiles " << tuiles << " : 2 au moins.");
+      } else if (mot == "--niveaux") {
+        // Every tile's gain and offset fields reduced to their constant: tiles that differ in level only.
+        niveaux = true;
       } else if (mot == "--balayage") {
         balayage = true;
       } else if (mot == "--fusions") {
@@ -574,8 +585,17 @@ int main(int argc, char** argv) {
     std::free(absolu);
     std::vector<Jeu> jeux;
     for (Preset& p : Presets(tirage)) {
-      for (TuileQualite& t : p.tuiles) t.inverse = inverse;
-      if (preset.empty() || p.nom == preset) jeux.push_back(Ecrire(p, mots[1]));
+      for (TuileQualite& t : p.tuiles) {
+        t.inverse = inverse;
+        if (niveaux)
+          for (int k = 1; k < 6; ++k) t.gain.c[k] = t.offset.c[k] = 0;
+      }
+      if (!preset.empty() && p.nom != preset) continue;
+      if (tuiles > 0 && p.tuiles.size() > static_cast<size_t>(tuiles)) {
+        p.tuiles.resize(static_cast<size_t>(tuiles));
+        p.nom += "_" + std::to_string(tuiles);
+      }
+      jeux.push_back(Ecrire(p, mots[1]));
     }
     if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
     if (!essai.empty())

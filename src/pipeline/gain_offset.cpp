@@ -35,7 +35,7 @@ constexpr double kRangRelatif = 1e-9;
 constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
-constexpr size_t kImagesEmpirique = 9;
+constexpr size_t kImagesEmpirique = 6;
 // A pair of images whose block means change from one block to the next with a correlation below this
 // holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
 // changes at least, and only where they are at least this fraction of the group's median in one of
@@ -161,6 +161,12 @@ class SystemeGroupe {
       m_moyennesUtiles[k] = m_poidsMoy[k] != 0;
       m_ecartsUtiles[k] = m_poidsEcart[k] != 0;
     }
+    m_sansEquation.assign(images.size(), 1);
+    for (size_t k = 0; k < indices.size(); ++k)
+      if (m_moyennesUtiles[k]) {
+        const ObservationBloc& o = obs.blocs[indices[k]];
+        m_sansEquation[m_local[o.i]] = m_sansEquation[m_local[o.j]] = 0;
+      }
   }
 
   // Pairs of images whose overlap does not hold the same content (one misplaced, or taken at another
@@ -351,6 +357,8 @@ class SystemeGroupe {
   const std::vector<std::string>& Indetermines() const { return m_indetermines; }
 
   const std::vector<double>& PoidsMoyenne() const { return m_poidsMoy; }
+  // Per observation: not 0 when its pair is compared (not set aside as different content).
+  const std::vector<char>& Comparees() const { return m_moyennesUtiles; }
 
  private:
   // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
@@ -583,6 +591,8 @@ class SystemeGroupe {
         }
       }
       m_gainVu[l] = D(0, 0) > 0;
+      // Every overlap set aside: nothing to determine, and the set-aside pairs are reported.
+      if (m_sansEquation[l]) continue;
       std::string& texte = m_indetermines[l];
       for (int a = 0; a < nU; ++a) {
         if (!indetermine[a]) continue;
@@ -642,6 +652,8 @@ class SystemeGroupe {
   std::vector<std::string> m_indetermines;
   std::vector<PaireDifferente> m_differentes;
   std::vector<char> m_gainVu;  // per image: some observation sees its gain level
+  // Per image: all its observations are in pairs set aside.
+  std::vector<char> m_sansEquation;
   // The learnt prior: whether this solve uses it, the precision of each class, and the mean equations'
   // last robust scale with the mean block area it refers to.
   bool m_empirique = false;
@@ -835,7 +847,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     x.indetermines = s.Indetermines();
     for (const auto& d : s.PairesDifferentes()) x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
     for (size_t k = 0; k < indices[g].size(); ++k)
-      if (s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
+      if (s.Comparees()[k] != 0 && s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
   });
   for (int b = 0; b < nbBandes; ++b) {
     double poids = 0, avant = 0, ecartee = 0;
@@ -854,10 +866,20 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
       ecartee += x.ecartee;
       R.differents.insert(R.differents.end(), x.differents.begin(), x.differents.end());
     }
-    // Block means before and after, over every observation.
+    // Block means before and after, over the pairs compared: a set-aside pair's blocks hold different
+    // content, their difference measures nothing the correction could mend.
+    std::vector<std::pair<int, int>> ecartees;
+    for (const ContenuDifferent& d : R.differents)
+      if (d.bande == b) {
+        ecartees.emplace_back(d.i, d.j);
+        R.bandes[b].blocsEcartes += d.blocs;
+      }
+    std::sort(ecartees.begin(), ecartees.end());
+    R.bandes[b].pairesEcartees = ecartees.size();
     double apres = 0;
     for (size_t k = 0; k < obs.blocs.size(); ++k) {
       const ObservationBloc& o = obs.blocs[k];
+      if (std::binary_search(ecartees.begin(), ecartees.end(), std::make_pair(o.i, o.j))) continue;
       const double* s = obs.Stats(k, b);
       const CorrectionGainOffset &ci = R.corrections[o.i], &cj = R.corrections[o.j];
       const double d0 = s[0] - s[2];

@@ -33,7 +33,7 @@
 //    still because overlaps see them only through the spread of the values, and what a polynomial gain
 //    cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along the smooth
 //    fields overlaps hardly see;
-//  - in groups of 9 images or more (priorEmpirique), the last solves learn that prior from the data:
+//  - in groups of 6 images or more (priorEmpirique), the last solves learn that prior from the data:
 //    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
 //    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
 //    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
@@ -57,7 +57,7 @@
 //    its local contrast (the mean over blocks of the deviation inside each block) too. The local
 //    contrast is kept rather than the deviation of all pixels, because the latter includes the very
 //    offset fields being removed and would re-inflate the contrast by them.
-// rigidite (the set prior's weight: groups of fewer than 9 images, and the solves before the learnt
+// rigidite (the set prior's weight: groups of fewer than 6 images, and the solves before the learnt
 // prior) is dimensionless: the prior's pull per unit of image area against one overlap pixel's
 // equation; as both scale with pixel counts, one value suits small and large blocks and images. Keep it
 // tiny: overlaps see the curvature of a degree-2 field only across their width, so its effect in an
@@ -107,7 +107,7 @@ struct ParametresGainOffset {
   // a polynomial gain cannot fit (the inverse of a smooth distortion is not a polynomial) spreads along
   // the smooth fields overlaps hardly see; a stiffer gain shape holds them (bench/README.md).
   double poidsFormesGain = 30.0;
-  // In groups of 9 images or more, the last solves learn the prior from the data (below).
+  // In groups of 6 images or more, the last solves learn the prior from the data (below).
   bool priorEmpirique = true;
   // The last solves estimate the gain as the distortion's (below).
   bool gainDistorsion = true;
@@ -167,15 +167,19 @@ struct DiagnosticImage {
   long long observations = 0;  // blocks shared with other images
   bool sansDonnees = false;    // no valid pixel at all
   // Terms of the correction that its observations do not determine, per band ("bande 1 : a.x, b.x");
-  // empty when they span every term. The prior holds these terms at identity.
+  // empty when they span every term. The prior holds these terms at identity. A band in which every
+  // overlap of the image was set aside (ContenuDifferent) is not listed: it has no equation at all, which
+  // the set-aside pairs already say.
   std::string termesIndetermines;
 };
 
 struct BilanBande {
   // Root mean square, weighted by block area, of the difference of block means between overlapping
-  // images, before and after correction, over every observation.
+  // images, before and after correction, over the observations of the pairs compared: those of the
+  // pairs set aside (ContenuDifferent) compare nothing and are counted apart.
   double rmsAvant = 0, rmsApres = 0;
-  // Share of the observations' area that the robust weights set aside (final weight below 0.5).
+  size_t pairesEcartees = 0, blocsEcartes = 0;
+  // Share of the compared observations' area that the robust weights set aside (final weight below 0.5).
   double fractionEcartee = 0;
   double gainGlobal = 1, offsetGlobal = 0;  // the last constant step of the largest group
 };

@@ -385,7 +385,7 @@ struct JobMosaique::Impl {
   int Rangees() const { return (H + plan.hauteurBloc - 1) / plan.hauteurBloc; }
 };
 
-int DegreAutomatique(int n) { return n >= 9 ? 2 : n >= 6 ? 1 : 0; }
+int DegreAutomatique(int n) { return n >= 6 ? 2 : 0; }
 
 // ---------------------------------------------------------------------------------------------------
 // Preparation: every check that needs no pixel.
@@ -814,7 +814,9 @@ void JobMosaique::Impl::Resoudre() {
     Avertir(t.str());
   }
   rapport.bandes.clear();
-  for (const BilanBande& b : R.bandes) rapport.bandes.push_back({b.rmsAvant, b.rmsApres});
+  for (const BilanBande& b : R.bandes)
+    rapport.bandes.push_back({b.rmsAvant, b.rmsApres, static_cast<long long>(b.pairesEcartees),
+                              static_cast<long long>(b.blocsEcartes)});
 }
 
 std::string JobMosaique::Impl::SansObservation(size_t i) const {
@@ -1345,6 +1347,11 @@ std::string JobMosaique::Impl::Empreinte() const {
     struct stat s;
     if (::stat(n.c_str(), &s) != 0) ZEPRA_ERREUR("[Mosaique] (Travail) L'image " << n << " n'existe plus.");
     o << "entree " << n << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
+    // The files read beside it that are there: one changed, added (a world file now read before the
+    // tags) or removed changes what the phases would read.
+    for (const std::string& f : FichiersLusAvec(n, p.masqueSuffixe))
+      if (::stat(f.c_str(), &s) == 0)
+        o << "avec " << f << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
   }
   const ParametresModele& m = p.gainOffset;
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << m.degreGain << " "
@@ -1404,7 +1411,7 @@ bool Fait(const std::string& nom, const char* magique) {
 
 // Version 2: the summary's sums, then the kept blocks only (version 1 held every block's).
 constexpr char kMagiqueObs[9] = "EGOBSV02";
-constexpr char kMagiqueCorr[9] = "EGCORR01";
+constexpr char kMagiqueCorr[9] = "EGCORR02";
 constexpr char kMagiquePartie[9] = "EGPART01";
 
 std::string NomObservation(const std::string& t, size_t i) {
@@ -1458,6 +1465,8 @@ void JobMosaique::Impl::EcrireCorrections(const std::string& nom) const {
   for (const auto& b : rapport.bandes) {
     f.Valeur(b.rmseAvant);
     f.Valeur(b.rmseApres);
+    f.Valeur<int64_t>(b.pairesEcartees);
+    f.Valeur<int64_t>(b.blocsEcartes);
   }
   f.Valider();
 }
@@ -1503,6 +1512,8 @@ void JobMosaique::Impl::LireCorrections(const std::string& nom) {
   for (auto& b : rapport.bandes) {
     b.rmseAvant = f->Valeur<double>();
     b.rmseApres = f->Valeur<double>();
+    b.pairesEcartees = f->Valeur<int64_t>();
+    b.blocsEcartes = f->Valeur<int64_t>();
   }
 }
 
@@ -1738,7 +1749,9 @@ std::string JobMosaique::RapportJson(const std::vector<std::pair<std::string, st
   o << "\n  ],\n  \"bandes\": [";
   for (size_t k = 0; k < r.bandes.size(); ++k)
     o << (k ? ", " : "") << "{\"rmse_avant\": " << NombreJson(r.bandes[k].rmseAvant)
-      << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres) << "}";
+      << ", \"rmse_apres\": " << NombreJson(r.bandes[k].rmseApres)
+      << ", \"paires_ecartees\": " << r.bandes[k].pairesEcartees
+      << ", \"blocs_ecartes\": " << r.bandes[k].blocsEcartes << "}";
   o << "],\n  \"etapes\": [";
   for (size_t k = 0; k < r.etapes.size(); ++k)
     o << (k ? ", " : "") << "{\"nom\": \"" << EchapperJson(r.etapes[k].nom)

@@ -97,6 +97,14 @@ std::string NomMasqueExclusion(const std::string& image, const std::string& suff
   return image.substr(0, point) + suffixe;
 }
 
+std::vector<std::string> FichiersLusAvec(const std::string& image, const std::string& suffixe) {
+  std::vector<std::string> lus;
+  if (!suffixe.empty()) lus.push_back(NomMasqueExclusion(image, suffixe));
+  lus.push_back(image + ".msk");
+  for (std::string& f : ImageOrientation::FichiersCherches(image.c_str())) lus.push_back(std::move(f));
+  return lus;
+}
+
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
                                const std::string& suffixe)
     : m_nom(nom) {
@@ -166,7 +174,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
 
 size_t EntreeMosaique::OctetsLecture(int nx, int ny) const {
   const size_t n = static_cast<size_t>(nx) * ny;
-  return m_fichier->OctetsBloc() + (m_masque ? m_masque->OctetsBloc() : 0) +
+  return m_fichier->OctetsBloc() + n + (m_masque ? m_masque->OctetsBloc() : 0) +
          (m_exclusion ? m_exclusion->OctetsBloc() + n * sizeof(float) : 0);
 }
 
@@ -181,17 +189,23 @@ void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsign
     m_masque->Lire(x0, y0, nx, ny, valide, nx);
   else
     std::fill(valide, valide + n, 1);
+  // A pixel holds no data when every band is the no-data value, as gdalwarp reads bands that share
+  // one: a dark pixel, (0, 3, 5) with no-data 0, is data. Reading is liberal where writing is
+  // conservative: the writers move a valid sample off the no-data value, so that a GIS taking no-data
+  // band by band still shows each valid pixel of our outputs whole. A non-finite sample in any band
+  // takes the pixel out.
+  const bool regleValeur =
+      (m_regle == RegleValidite::kNodata && !std::isnan(m_nodata)) || m_regle == RegleValidite::kZero;
+  const float nodata = m_regle == RegleValidite::kNodata ? static_cast<float>(m_nodata) : 0.0f;
+  std::vector<unsigned char> donnee(n, regleValeur ? 0 : 1);  // a band is not the no-data value
   for (int b = 0; b < Bandes(); ++b) {
     const float* v = valeurs + m_bandes[b] * n;
-    if (m_regle == RegleValidite::kNodata && !std::isnan(m_nodata)) {
-      const float nodata = static_cast<float>(m_nodata);
-      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != nodata;
-    } else if (m_regle == RegleValidite::kZero) {
-      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]) && v[k] != 0.0f;
-    } else {
-      for (size_t k = 0; k < n; ++k) valide[k] &= std::isfinite(v[k]);
+    for (size_t k = 0; k < n; ++k) {
+      valide[k] &= std::isfinite(v[k]);
+      donnee[k] |= v[k] != nodata;
     }
   }
+  for (size_t k = 0; k < n; ++k) valide[k] &= donnee[k];
   if (m_alpha >= 0) {
     const float* a = valeurs + m_alpha * n;
     for (size_t k = 0; k < n; ++k) valide[k] &= a[k] != 0.0f;

@@ -15,11 +15,11 @@
 // a sample is NaN or infinite (a float input, or a float64 one beyond float: one would spread over the
 // blend and the statistics).
 enum class RegleValidite {
-  kNodata,  // the file's no-data tag, else --nodata: a pixel with it in a band is out (the tag is the
-            // file's own word: --nodata is the mosaic's value, and that of the inputs without a tag)
+  kNodata,  // the file's no-data tag, else --nodata: a pixel with it in every band is out (the tag is
+            // the file's own word: --nodata is the mosaic's value, and that of the inputs without a tag)
   kAlpha,   // an alpha band and no value rule
   kMasque,  // the internal mask or the .msk beside the file, and no value rule
-  kZero,    // otherwise 0 in a band is out
+  kZero,    // otherwise 0 in every band is out
 };
 
 // The GDAL_METADATA text (TIFF tag 42112: band descriptions, scales, offsets, units...) of file 'e'
@@ -31,6 +31,11 @@ std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& c
 
 // The exclusion mask beside an image: its name without extension followed by the suffix.
 std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe);
+
+// Every file the job may read beside an image, whether it exists or not: its exclusion mask (first,
+// when suffixe is not empty), GDAL's external mask (.msk) and the names its orientation search looks
+// for (orientation files, world files, .prj, in their case forms).
+std::vector<std::string> FichiersLusAvec(const std::string& image, const std::string& suffixe);
 
 class EntreeMosaique {
  public:
@@ -68,8 +73,8 @@ class EntreeMosaique {
   // valeurs + c nx ny, rows nx apart), and its validity (1 valid, 0 not), rows nx apart. Decodes only
   // the blocks the window touches. Safe from several threads.
   void Lire(int x0, int y0, int nx, int ny, float* valeurs, unsigned char* valide) const;
-  // Bytes a Lire in progress needs beyond its destination: the blocks it decodes and a window of the
-  // exclusion mask.
+  // Bytes a Lire in progress needs beyond its destination: the blocks it decodes, a byte a pixel and a
+  // window of the exclusion mask.
   size_t OctetsLecture(int nx, int ny) const;
 
  private:

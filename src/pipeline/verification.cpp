@@ -12,7 +12,6 @@
 
 #include "pipeline/mosaique_entrees.h"
 #include "zepra/erreur.h"
-#include "zepra/imageorientation.h"
 
 namespace {
 
@@ -50,11 +49,11 @@ std::string Souche(const std::string& chemin) {
 std::vector<std::pair<std::string, std::string>> LusAvec(const std::string& entree,
                                                          const std::string& suffixe) {
   std::vector<std::pair<std::string, std::string>> lus;
-  if (!suffixe.empty())
-    lus.push_back({NomMasqueExclusion(entree, suffixe), "le masque d'exclusion de l'entree " + entree});
-  const std::string lu = "un fichier lu avec l'entree " + entree;
-  lus.push_back({entree + ".msk", lu});
-  for (std::string& f : ImageOrientation::FichiersCherches(entree.c_str())) lus.push_back({std::move(f), lu});
+  for (std::string& f : FichiersLusAvec(entree, suffixe)) {
+    const bool exclusion = lus.empty() && !suffixe.empty();
+    lus.push_back({std::move(f), exclusion ? "le masque d'exclusion de l'entree " + entree
+                                           : "un fichier lu avec l'entree " + entree});
+  }
   return lus;
 }
 

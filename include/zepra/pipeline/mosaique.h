@@ -63,7 +63,10 @@ struct RapportMosaique {
     std::string correction;  // a JSON value
   };
   struct Bande {
+    // Over the pairs of images compared; pairs whose overlaps hold different content are set aside, and
+    // counted with their blocks.
     double rmseAvant = 0, rmseApres = 0;
+    long long pairesEcartees = 0, blocsEcartes = 0;
   };
   struct Etape {
     std::string nom;
@@ -90,7 +93,9 @@ class SuiviMosaique {
 // The degree the gain-offset model uses when none is given, for a job of n images. Overlaps cannot tell
 // one map-wide surface from the images' own corrections: with few images, a degree-2 surface passes
 // through their levels (four images, one bilinear surface), and level differences, the commonest
-// distortion, would be kept as a trend. So degree 2 from 9 images, 1 from 6, else 0 (bench/README.md).
+// distortion, would be kept as a trend. So degree 2 from 6 images (where the prior is learnt from the
+// data, which holds the level differences), else 0; degree 1 follows neither levels nor degree-2 fields
+// such as a shared vignetting (bench/README.md).
 int DegreAutomatique(int n);
 
 class JobMosaique {
