@@ -68,9 +68,32 @@ void Placement::Verifier() const {
                                                       << ") invalide : pas strictement positifs attendus.");
 }
 
+ZoneBlocs EmpriseBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur) {
+  grille.Verifier();
+  placement.Verifier();
+  ZoneBlocs z;
+  if (largeur < 1 || hauteur < 1) return z;
+  DebutsAxe(placement.x0, placement.sx, largeur, grille.colonnes, grille.bloc, z.bx0, z.nbBx);
+  DebutsAxe(placement.y0, placement.sy, hauteur, grille.lignes, grille.bloc, z.by0, z.nbBy);
+  return z;
+}
+
 StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur,
                        int nbBandes)
     : m_grille(grille), m_placement(placement), m_largeur(largeur), m_hauteur(hauteur), m_nbBandes(nbBandes) {
+  Construire(nullptr);
+}
+
+StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur,
+                       int nbBandes, const std::vector<ZoneBlocs>& gardees)
+    : m_grille(grille), m_placement(placement), m_largeur(largeur), m_hauteur(hauteur), m_nbBandes(nbBandes) {
+  Construire(&gardees);
+}
+
+void StatsBlocs::Construire(const std::vector<ZoneBlocs>* gardees) {
+  const GrilleBlocs& grille = m_grille;
+  const Placement& placement = m_placement;
+  const int largeur = m_largeur, hauteur = m_hauteur, nbBandes = m_nbBandes;
   grille.Verifier();
   placement.Verifier();
   if (largeur < 1 || hauteur < 1 || largeur > kCoteMax || hauteur > kCoteMax)
@@ -85,7 +108,43 @@ StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, in
     ZEPRA_ERREUR("[StatsBlocs] (StatsBlocs) " << m_nbBx << " x " << m_nbBy << " blocs de " << grille.bloc
                                               << " pixels pour " << nbBandes
                                               << " bande(s) : trop de statistiques, augmenter le bloc.");
-  m_donnees.assign(static_cast<size_t>(valeurs), 0.0);
+  // The kept blocks of each line of blocks, as sorted disjoint intervals.
+  m_debutsIntervalles.assign(1, 0);
+  long long rang = 0;
+  std::vector<std::pair<long long, long long>> morceaux;
+  for (long long ky = 0; ky < m_nbBy; ++ky) {
+    morceaux.clear();
+    if (!gardees) {
+      morceaux.emplace_back(0, m_nbBx);
+    } else {
+      const long long by = m_by0 + ky;
+      for (const ZoneBlocs& z : *gardees) {
+        if (z.Vide() || by < z.by0 || by >= z.by0 + z.nbBy) continue;
+        const long long debut = std::max(m_bx0, z.bx0) - m_bx0;
+        const long long fin = std::min(m_bx0 + m_nbBx, z.bx0 + z.nbBx) - m_bx0;
+        if (debut < fin) morceaux.emplace_back(debut, fin);
+      }
+      std::sort(morceaux.begin(), morceaux.end());
+    }
+    for (const auto& m : morceaux) {
+      if (m_intervalles.size() > m_debutsIntervalles.back() && m.first <= m_intervalles.back().fin) {
+        const long long fin = std::max(m_intervalles.back().fin, m.second);
+        rang += fin - m_intervalles.back().fin;
+        m_intervalles.back().fin = fin;
+        continue;
+      }
+      m_intervalles.push_back({m.first, m.second, rang});
+      rang += m.second - m.first;
+    }
+    m_debutsIntervalles.push_back(m_intervalles.size());
+  }
+  const size_t pasBloc = 1 + 2 * static_cast<size_t>(nbBandes);
+  m_donnees.assign(static_cast<size_t>(rang) * pasBloc, 0.0);
+  m_zeros.assign(pasBloc, 0.0);
+  m_resume.largeur = largeur;
+  m_resume.hauteur = hauteur;
+  m_resume.placement = placement;
+  m_resume.bandes.resize(nbBandes);
   // The most pixels a block can hold, times the largest square of a 16-bit sample, under 2^53.
   long long plusX = 0, plusY = 0;
   for (size_t k = 0; k + 1 < m_debutsColonne.size(); ++k)
@@ -93,6 +152,137 @@ StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, in
   for (size_t k = 0; k + 1 < m_debutsLigne.size(); ++k)
     plusY = std::max<long long>(plusY, m_debutsLigne[k + 1] - m_debutsLigne[k]);
   m_entiersExacts = static_cast<double>(plusX) * plusY * 65535.0 * 65535.0 < 9007199254740992.0;
+}
+
+StatsBlocs::LigneEnCours& StatsBlocs::LigneBlocs(long long ky) {
+  if (ky < m_plies)
+    ZEPRA_ERREUR("[StatsBlocs] (Ajouter) Ligne de blocs " << m_by0 + ky
+                                                          << " deja complete : pixels ajoutes deux fois.");
+  LigneEnCours& l = m_enCours[ky];
+  if (l.sommes.empty()) l.sommes.assign(static_cast<size_t>(m_nbBx) * (1 + 2 * m_nbBandes), 0.0);
+  return l;
+}
+
+long long StatsBlocs::PixelsLigne(long long ky) const {
+  return static_cast<long long>(m_debutsLigne[ky + 1] - m_debutsLigne[ky]) *
+         (m_debutsColonne[m_nbBx] - m_debutsColonne[0]);
+}
+
+void StatsBlocs::Plier() {
+  const size_t pasBloc = 1 + 2 * static_cast<size_t>(m_nbBandes);
+  while (m_plies < m_nbBy) {
+    const long long requis = PixelsLigne(m_plies);
+    const auto it = m_enCours.find(m_plies);
+    const long long ajoutes = it == m_enCours.end() ? 0 : it->second.pixels;
+    if (ajoutes > requis)
+      ZEPRA_ERREUR("[StatsBlocs] (Ajouter) Ligne de blocs " << m_by0 + m_plies
+                                                            << " : pixels ajoutes deux fois.");
+    if (ajoutes < requis) break;
+    if (it != m_enCours.end()) {
+      const double* sommes = it->second.sommes.data();
+      Resumer(m_resume, m_plies, sommes);
+      for (size_t k = m_debutsIntervalles[m_plies]; k < m_debutsIntervalles[m_plies + 1]; ++k) {
+        const Intervalle& v = m_intervalles[k];
+        std::copy(sommes + v.debut * pasBloc, sommes + v.fin * pasBloc, m_donnees.data() + v.rang * pasBloc);
+      }
+      m_enCours.erase(it);
+    }
+    ++m_plies;
+  }
+}
+
+void StatsBlocs::Resumer(ResumeImage& r, long long ky, const double* sommes) const {
+  const GrilleBlocs& g = m_grille;
+  const Placement& p = m_placement;
+  const size_t pasBloc = 1 + 2 * static_cast<size_t>(m_nbBandes);
+  // The input's footprint on the common grid.
+  const double fx0 = p.x0, fx1 = p.x0 + p.sx * m_largeur, fy0 = p.y0, fy1 = p.y0 + p.sy * m_hauteur;
+  double t[base_polynome::kTermesMax];
+  const long long by = m_by0 + ky;
+  const double y0 = std::max(fy0, static_cast<double>(by * g.bloc));
+  const double y1 = std::min(fy1, static_cast<double>(std::min((by + 1) * g.bloc, g.lignes)));
+  const double yc = base_polynome::Normaliser(p.Ligne((y0 + y1) / 2), m_hauteur);
+  for (long long bx = m_bx0; bx < m_bx0 + m_nbBx; ++bx) {
+    const double* b = sommes + (bx - m_bx0) * pasBloc;
+    const double n = b[0];
+    if (n == 0) continue;
+    const double x0 = std::max(fx0, static_cast<double>(bx * g.bloc));
+    const double x1 = std::min(fx1, static_cast<double>(std::min((bx + 1) * g.bloc, g.colonnes)));
+    const double xc = base_polynome::Normaliser(p.Colonne((x0 + x1) / 2), m_largeur);
+    base_polynome::Termes(xc, yc, t);
+    const double u[base_polynome::kTermesMax] = {1, xc, yc, xc * xc, xc * yc, yc * yc};
+    for (int m = 0; m < base_polynome::kTermesMax; ++m)
+      for (int q = 0; q < base_polynome::kTermesMax; ++q)
+        r.momentsMonomes[m * base_polynome::kTermesMax + q] += n * t[m] * u[q];
+    r.compte += n;
+    for (int k = 0; k < m_nbBandes; ++k) {
+      ResumeImage::Bande& rb = r.bandes[k];
+      double moyenne, ecart;
+      MoyenneEcart(n, b[1 + 2 * k], b[2 + 2 * k], moyenne, ecart);
+      rb.somme += b[1 + 2 * k];
+      rb.sommeCarres += b[2 + 2 * k];
+      rb.sommeEcarts += n * ecart;
+      for (int m = 0; m < base_polynome::kTermesMax; ++m) {
+        rb.momentsValeur[m] += t[m] * b[1 + 2 * k];
+        rb.momentsCompte[m] += t[m] * n;
+        rb.momentsEcart[m] += t[m] * n * ecart;
+      }
+    }
+  }
+}
+
+size_t StatsBlocs::Octets() const {
+  size_t o = m_donnees.capacity() * sizeof(double) + m_intervalles.capacity() * sizeof(Intervalle) +
+             m_debutsIntervalles.capacity() * sizeof(size_t) +
+             (m_debutsColonne.capacity() + m_debutsLigne.capacity()) * sizeof(int);
+  for (const auto& l : m_enCours) o += l.second.sommes.capacity() * sizeof(double);
+  return o;
+}
+
+namespace {
+constexpr size_t kValeursResume = 1 + base_polynome::kTermesMax * base_polynome::kTermesMax;
+constexpr size_t kValeursResumeBande = 3 + 3 * base_polynome::kTermesMax;
+
+// The summary's sums in a fixed order, read (lire) or written.
+template <class R, class F>
+void ParcourirResume(R& r, F&& f) {
+  f(r.compte);
+  for (auto& m : r.momentsMonomes) f(m);
+  for (auto& b : r.bandes) {
+    f(b.somme);
+    f(b.sommeCarres);
+    f(b.sommeEcarts);
+    for (auto& m : b.momentsValeur) f(m);
+    for (auto& m : b.momentsCompte) f(m);
+    for (auto& m : b.momentsEcart) f(m);
+  }
+}
+}  // namespace
+
+size_t StatsBlocs::TailleExport() const {
+  return kValeursResume + kValeursResumeBande * static_cast<size_t>(m_nbBandes) + m_donnees.size();
+}
+
+std::vector<double> StatsBlocs::Exporter() const {
+  if (m_plies < m_nbBy)
+    ZEPRA_ERREUR("[StatsBlocs] (Exporter) Statistiques incompletes : ligne de blocs " << m_by0 + m_plies
+                                                                                      << " pas finie.");
+  std::vector<double> v;
+  v.reserve(TailleExport());
+  ParcourirResume(m_resume, [&](double x) { v.push_back(x); });
+  v.insert(v.end(), m_donnees.begin(), m_donnees.end());
+  return v;
+}
+
+void StatsBlocs::Importer(const std::vector<double>& v) {
+  if (v.size() != TailleExport())
+    ZEPRA_ERREUR("[StatsBlocs] (Importer) " << v.size() << " valeurs pour " << TailleExport()
+                                            << " attendues.");
+  size_t k = 0;
+  ParcourirResume(m_resume, [&](double& x) { x = v[k++]; });
+  std::copy(v.begin() + static_cast<std::ptrdiff_t>(k), v.end(), m_donnees.begin());
+  m_enCours.clear();
+  m_plies = m_nbBy;
 }
 
 void StatsBlocs::Verifier(int colonne0, int ligne0, int nbColonnes, int nbLignes) const {
@@ -108,54 +298,23 @@ const double* StatsBlocs::Bloc(long long bx, long long by) const {
   bx -= m_bx0;
   by -= m_by0;
   if (bx < 0 || by < 0 || bx >= m_nbBx || by >= m_nbBy) return nullptr;
-  return m_donnees.data() + (by * m_nbBx + bx) * (1 + 2 * m_nbBandes);
+  const size_t pasBloc = 1 + 2 * static_cast<size_t>(m_nbBandes);
+  if (by >= m_plies) {
+    const auto it = m_enCours.find(by);
+    return it == m_enCours.end() ? m_zeros.data() : it->second.sommes.data() + bx * pasBloc;
+  }
+  for (size_t k = m_debutsIntervalles[by]; k < m_debutsIntervalles[by + 1]; ++k) {
+    const Intervalle& v = m_intervalles[k];
+    if (bx >= v.debut && bx < v.fin) return m_donnees.data() + (v.rang + bx - v.debut) * pasBloc;
+  }
+  return nullptr;
 }
 
 ResumeImage Resumer(const StatsBlocs& s) {
-  ResumeImage r;
-  r.largeur = s.Largeur();
-  r.hauteur = s.Hauteur();
-  r.bandes.resize(s.NbBandes());
-  const GrilleBlocs& g = s.Grille();
-  const Placement& p = s.Place();
-  const double aire = p.sx * p.sy;
-  // The input's footprint on the common grid.
-  const double fx0 = p.x0, fx1 = p.x0 + p.sx * s.Largeur(), fy0 = p.y0, fy1 = p.y0 + p.sy * s.Hauteur();
-  r.placement = p;
-  double t[base_polynome::kTermesMax];
-  for (long long by = s.By0(); by < s.By0() + s.NbBy(); ++by) {
-    const double y0 = std::max(fy0, static_cast<double>(by * g.bloc));
-    const double y1 = std::min(fy1, static_cast<double>(std::min((by + 1) * g.bloc, g.lignes)));
-    const double yc = base_polynome::Normaliser(p.Ligne((y0 + y1) / 2), s.Hauteur());
-    for (long long bx = s.Bx0(); bx < s.Bx0() + s.NbBx(); ++bx) {
-      const double* b = s.Bloc(bx, by);
-      const double n = b[0];
-      if (n == 0) continue;
-      const double x0 = std::max(fx0, static_cast<double>(bx * g.bloc));
-      const double x1 = std::min(fx1, static_cast<double>(std::min((bx + 1) * g.bloc, g.colonnes)));
-      const double xc = base_polynome::Normaliser(p.Colonne((x0 + x1) / 2), s.Largeur());
-      base_polynome::Termes(xc, yc, t);
-      const double u[base_polynome::kTermesMax] = {1, xc, yc, xc * xc, xc * yc, yc * yc};
-      for (int m = 0; m < base_polynome::kTermesMax; ++m)
-        for (int q = 0; q < base_polynome::kTermesMax; ++q)
-          r.momentsMonomes[m * base_polynome::kTermesMax + q] += n * t[m] * u[q];
-      r.compte += n;
-      for (int k = 0; k < s.NbBandes(); ++k) {
-        ResumeImage::Bande& rb = r.bandes[k];
-        double moyenne, ecart;
-        MoyenneEcart(n, b[1 + 2 * k], b[2 + 2 * k], moyenne, ecart);
-        rb.somme += b[1 + 2 * k];
-        rb.sommeCarres += b[2 + 2 * k];
-        rb.sommeEcarts += n * ecart;
-        for (int m = 0; m < base_polynome::kTermesMax; ++m) {
-          rb.momentsValeur[m] += t[m] * b[1 + 2 * k];
-          rb.momentsCompte[m] += t[m] * n;
-          rb.momentsEcart[m] += t[m] * n * ecart;
-        }
-      }
-    }
-  }
-  r.surface = r.compte * aire;
+  // The folded lines, then those still waiting, in order: the sums of a summary made at once.
+  ResumeImage r = s.m_resume;
+  for (const auto& l : s.m_enCours) s.Resumer(r, l.first, l.second.sommes.data());
+  r.surface = r.compte * (s.Place().sx * s.Place().sy);
   return r;
 }
 
@@ -201,42 +360,57 @@ ObservationsBlocs ObserverBlocs(const std::vector<const StatsBlocs*>& images,
   }
   std::sort(paires.begin(), paires.end());
 
+  // Twice over the pairs' blocks: counted first, so that the lists are allocated once at their size
+  // (grown by doubling they would take up to three times it while the last copy is made).
   const int nb = o.nbBandes;
-  for (const auto& pr : paires) {
-    const StatsBlocs& A = *images[pr.first];
-    const StatsBlocs& B = *images[pr.second];
-    const double aireA = A.Place().sx * A.Place().sy, aireB = B.Place().sx * B.Place().sy;
-    const long long bx0 = std::max(A.Bx0(), B.Bx0()), bx1 = std::min(A.Bx0() + A.NbBx(), B.Bx0() + B.NbBx());
-    const long long by0 = std::max(A.By0(), B.By0()), by1 = std::min(A.By0() + A.NbBy(), B.By0() + B.NbBy());
-    for (long long by = by0; by < by1; ++by) {
-      const double yc = (by * g.bloc + std::min((by + 1) * g.bloc, g.lignes)) / 2.0;
-      for (long long bx = bx0; bx < bx1; ++bx) {
-        const double* sa = A.Bloc(bx, by);
-        const double* sb = B.Bloc(bx, by);
-        const double seuil = p.fractionValide * g.Surface(bx, by);
-        const double va = sa[0] * aireA, vb = sb[0] * aireB;
-        if (va < seuil || vb < seuil || sa[0] == 0 || sb[0] == 0) continue;
-        const double xc = (bx * g.bloc + std::min((bx + 1) * g.bloc, g.colonnes)) / 2.0;
-        ObservationBloc ob;
-        ob.i = pr.first;
-        ob.j = pr.second;
-        ob.xi = A.Place().Colonne(xc);
-        ob.yi = A.Place().Ligne(yc);
-        ob.xj = B.Place().Colonne(xc);
-        ob.yj = B.Place().Ligne(yc);
-        ob.poids = std::min(va, vb);
-        o.blocs.push_back(ob);
-        for (int k = 0; k < nb; ++k) {
-          double m, e;
-          MoyenneEcart(sa[0], sa[1 + 2 * k], sa[2 + 2 * k], m, e);
-          o.stats.push_back(m);
-          o.stats.push_back(e);
-          MoyenneEcart(sb[0], sb[1 + 2 * k], sb[2 + 2 * k], m, e);
-          o.stats.push_back(m);
-          o.stats.push_back(e);
+  const auto parcourir = [&](auto&& garder) {
+    for (const auto& pr : paires) {
+      const StatsBlocs& A = *images[pr.first];
+      const StatsBlocs& B = *images[pr.second];
+      const double aireA = A.Place().sx * A.Place().sy, aireB = B.Place().sx * B.Place().sy;
+      const long long bx0 = std::max(A.Bx0(), B.Bx0()),
+                      bx1 = std::min(A.Bx0() + A.NbBx(), B.Bx0() + B.NbBx());
+      const long long by0 = std::max(A.By0(), B.By0()),
+                      by1 = std::min(A.By0() + A.NbBy(), B.By0() + B.NbBy());
+      for (long long by = by0; by < by1; ++by)
+        for (long long bx = bx0; bx < bx1; ++bx) {
+          const double* sa = A.Bloc(bx, by);
+          const double* sb = B.Bloc(bx, by);
+          if (!sa || !sb) continue;  // not kept: statistics told to keep other blocks
+          const double seuil = p.fractionValide * g.Surface(bx, by);
+          const double va = sa[0] * aireA, vb = sb[0] * aireB;
+          if (va < seuil || vb < seuil || sa[0] == 0 || sb[0] == 0) continue;
+          garder(pr, A, B, bx, by, sa, sb, std::min(va, vb));
         }
-      }
     }
-  }
+  };
+  size_t nombre = 0;
+  parcourir([&](const auto&, const StatsBlocs&, const StatsBlocs&, long long, long long, const double*,
+                const double*, double) { ++nombre; });
+  o.blocs.reserve(nombre);
+  o.stats.reserve(nombre * 4 * static_cast<size_t>(nb));
+  parcourir([&](const std::pair<int, int>& pr, const StatsBlocs& A, const StatsBlocs& B, long long bx,
+                long long by, const double* sa, const double* sb, double poids) {
+    const double xc = (bx * g.bloc + std::min((bx + 1) * g.bloc, g.colonnes)) / 2.0;
+    const double yc = (by * g.bloc + std::min((by + 1) * g.bloc, g.lignes)) / 2.0;
+    ObservationBloc ob;
+    ob.i = pr.first;
+    ob.j = pr.second;
+    ob.xi = A.Place().Colonne(xc);
+    ob.yi = A.Place().Ligne(yc);
+    ob.xj = B.Place().Colonne(xc);
+    ob.yj = B.Place().Ligne(yc);
+    ob.poids = poids;
+    o.blocs.push_back(ob);
+    for (int k = 0; k < nb; ++k) {
+      double m, e;
+      MoyenneEcart(sa[0], sa[1 + 2 * k], sa[2 + 2 * k], m, e);
+      o.stats.push_back(m);
+      o.stats.push_back(e);
+      MoyenneEcart(sb[0], sb[1 + 2 * k], sb[2 + 2 * k], m, e);
+      o.stats.push_back(m);
+      o.stats.push_back(e);
+    }
+  });
   return o;
 }

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <type_traits>
 #include <vector>
 
@@ -49,12 +50,57 @@ struct Placement {
   double Ligne(double Y) const { return (Y - y0) / sy; }
 };
 
+// A rectangle of blocks of the grid: [bx0, bx0 + nbBx) x [by0, by0 + nbBy); empty when either count is 0.
+struct ZoneBlocs {
+  long long bx0 = 0, by0 = 0, nbBx = 0, nbBy = 0;
+  bool Vide() const { return nbBx <= 0 || nbBy <= 0; }
+};
+
+// The blocks an input of largeur x hauteur pixels placed on the grid reaches (StatsBlocs::Bx0 and the
+// like), known before any pixel is read.
+ZoneBlocs EmpriseBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur);
+
+// An input's statistics as the gain-offset model needs them: totals and moments of the polynomial terms
+// (base_polynome) over its blocks, each block at the centre of its part of the input's footprint.
+struct ResumeImage {
+  int largeur = 0, hauteur = 0;
+  double compte = 0;    // valid pixels
+  double surface = 0;   // their area in common-grid pixels
+  Placement placement;  // where the image lies on the grid
+  // Sum over the blocks of count x t_m x u_q at the block's centre in the image, at m kTermesMax + q,
+  // u the monomials 1, x, y, x2, xy, y2 of the normalised position: how a field of the image projects
+  // on polynomials of map position, whatever their frame.
+  double momentsMonomes[base_polynome::kTermesMax * base_polynome::kTermesMax] = {};
+  struct Bande {
+    double somme = 0, sommeCarres = 0;
+    // Sum over the blocks of count x deviation inside the block: the local contrast, which smooth
+    // radiometric fields leave alone.
+    double sommeEcarts = 0;
+    // Sums over the blocks of t_k(centre) times the block's sum, count and count x deviation.
+    double momentsValeur[base_polynome::kTermesMax] = {};
+    double momentsCompte[base_polynome::kTermesMax] = {};
+    double momentsEcart[base_polynome::kTermesMax] = {};
+  };
+  std::vector<Bande> bandes;
+};
+
 // The block statistics of one input.
+//
+// The observations need a block's sums only where another input reaches it; the summary (ResumeImage)
+// needs every block once. So the blocks to keep can be named: a line of blocks is then held whole only
+// until every pixel whose centre falls in it has been added, then folded into the summary and only its
+// kept blocks stay. Added in line order (the job reads inputs top down), the memory is the kept blocks
+// plus the lines of blocks the current window crosses; in any other order, the lines wait, whole, for
+// those before them, so that the summary is always summed in the same order.
 class StatsBlocs {
  public:
   // Statistics of an input of largeur x hauteur pixels and nbBandes bands placed on the grid; every
-  // block starts empty. Refuses sizes and placements that cannot be used.
+  // block starts empty, and every block is kept. Refuses sizes and placements that cannot be used.
   StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur, int nbBandes);
+  // The same, keeping only the blocks of the input that lie in one of the zones (the other inputs'
+  // footprints, say).
+  StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur, int nbBandes,
+             const std::vector<ZoneBlocs>& gardees);
 
   // Adds the window of columns [colonne0, colonne0 + nbColonnes) and lines [ligne0, ligne0 + nbLignes)
   // of the input, which must lie inside it. Sample (c, l) of band b is
@@ -81,16 +127,20 @@ class StatsBlocs {
   long long NbBx() const { return m_nbBx; }
   long long NbBy() const { return m_nbBy; }
   // Block (bx, by) of the grid: count, then sum and sum of squares of each band; null outside the
-  // input's blocks.
+  // input's blocks, and outside the kept blocks once their line of blocks is complete.
   const double* Bloc(long long bx, long long by) const;
-  // The raw sums, for a copy kept on disk between the phases of a job; a copy restored into statistics
-  // made with the same arguments is the same statistics.
-  std::vector<double>& Donnees() { return m_donnees; }
+  // The kept blocks' sums, lines of blocks in order (every block of the input's footprint when all are
+  // kept), once every line is complete.
   const std::vector<double>& Donnees() const { return m_donnees; }
-  // Bytes held by the statistics.
-  size_t Octets() const {
-    return m_donnees.size() * sizeof(double) + (m_debutsColonne.size() + m_debutsLigne.size()) * sizeof(int);
-  }
+  // The statistics as values, for a copy kept on disk between the phases of a job: the summary's sums,
+  // then the kept blocks'. Refused until every line of blocks is complete. Importer restores them into
+  // statistics made with the same arguments, into the same statistics; it refuses a count that differs.
+  size_t TailleExport() const;
+  std::vector<double> Exporter() const;
+  void Importer(const std::vector<double>& valeurs);
+  // Bytes held by the statistics: the kept blocks, the lines of blocks waiting to be complete, the
+  // tables of the footprint.
+  size_t Octets() const;
 
  private:
   void Verifier(int colonne0, int ligne0, int nbColonnes, int nbLignes) const;
@@ -102,40 +152,45 @@ class StatsBlocs {
   bool SommerEntiers(double* s, const T* const* bandes, std::ptrdiff_t k0, std::ptrdiff_t pasPixel,
                      const unsigned char* valide, int n) const;
 
+  // A line of blocks being filled: its blocks' sums, and the pixels added to it so far.
+  struct LigneEnCours {
+    std::vector<double> sommes;
+    long long pixels = 0;
+  };
+  // Kept blocks of a line: [debut, fin) relative to Bx0, from block 'rang' of the kept ones.
+  struct Intervalle {
+    long long debut, fin, rang;
+  };
+  friend ResumeImage Resumer(const StatsBlocs& stats);
+  void Construire(const std::vector<ZoneBlocs>* gardees);
+  // Line of blocks ky, made empty on first use; refused once folded (its pixels were all added).
+  LigneEnCours& LigneBlocs(long long ky);
+  // Pixels of the input whose centre falls in line of blocks ky.
+  long long PixelsLigne(long long ky) const;
+  // Folds the complete lines of blocks, in order, into the summary and the kept blocks.
+  void Plier();
+  // Adds the blocks of line ky (all of them, sums as in 'sommes') to a summary.
+  void Resumer(ResumeImage& r, long long ky, const double* sommes) const;
+
   GrilleBlocs m_grille;
   Placement m_placement;
   int m_largeur, m_hauteur, m_nbBandes;
   long long m_bx0 = 0, m_by0 = 0, m_nbBx = 0, m_nbBy = 0;
   // The first column (line) of each block column (line) the input reaches, then the end of the last.
   std::vector<int> m_debutsColonne, m_debutsLigne;
-  std::vector<double> m_donnees;  // (1 + 2 bands) values per block, lines of blocks
-  bool m_entiersExacts = false;   // a block's sums of 16-bit whole numbers stay exact in double
+  // Kept blocks, by line of blocks: the intervals of line ky are [m_debutsIntervalles[ky],
+  // m_debutsIntervalles[ky + 1]).
+  std::vector<Intervalle> m_intervalles;
+  std::vector<size_t> m_debutsIntervalles;
+  std::vector<double> m_donnees;  // (1 + 2 bands) values per kept block, lines of blocks in order
+  std::map<long long, LigneEnCours> m_enCours;
+  long long m_plies = 0;         // lines of blocks folded: all those before this one
+  ResumeImage m_resume;          // the folded lines' summary
+  std::vector<double> m_zeros;   // an empty block, for lines not reached yet
+  bool m_entiersExacts = false;  // a block's sums of 16-bit whole numbers stay exact in double
 };
 
-// An input's statistics as the gain-offset model needs them: totals and moments of the polynomial terms
-// (base_polynome) over its blocks, each block at the centre of its part of the input's footprint.
-struct ResumeImage {
-  int largeur = 0, hauteur = 0;
-  double compte = 0;    // valid pixels
-  double surface = 0;   // their area in common-grid pixels
-  Placement placement;  // where the image lies on the grid
-  // Sum over the blocks of count x t_m x u_q at the block's centre in the image, at m kTermesMax + q,
-  // u the monomials 1, x, y, x2, xy, y2 of the normalised position: how a field of the image projects
-  // on polynomials of map position, whatever their frame.
-  double momentsMonomes[base_polynome::kTermesMax * base_polynome::kTermesMax] = {};
-  struct Bande {
-    double somme = 0, sommeCarres = 0;
-    // Sum over the blocks of count x deviation inside the block: the local contrast, which smooth
-    // radiometric fields leave alone.
-    double sommeEcarts = 0;
-    // Sums over the blocks of t_k(centre) times the block's sum, count and count x deviation.
-    double momentsValeur[base_polynome::kTermesMax] = {};
-    double momentsCompte[base_polynome::kTermesMax] = {};
-    double momentsEcart[base_polynome::kTermesMax] = {};
-  };
-  std::vector<Bande> bandes;
-};
-
+// The summary of complete statistics (lines of blocks not complete are taken as they are).
 ResumeImage Resumer(const StatsBlocs& stats);
 
 struct ParametresObservationsBlocs {
@@ -160,6 +215,10 @@ struct ObservationsBlocs {
   // For observation k and band b, at 4 (k nbBandes + b): mean and deviation in i, mean and deviation in j.
   std::vector<double> stats;
   const double* Stats(size_t k, int bande) const { return &stats[4 * (k * nbBandes + bande)]; }
+  // Bytes held by the observations.
+  size_t Octets() const {
+    return blocs.capacity() * sizeof(ObservationBloc) + stats.capacity() * sizeof(double);
+  }
 };
 
 // The observations of every pair of inputs. All inputs must share the grid and the band count.
@@ -179,11 +238,23 @@ void StatsBlocs::Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes,
   // The block columns the window reaches, each a run of pixels.
   long kx0 = 0;
   while (kx0 < m_nbBx && m_debutsColonne[kx0 + 1] <= colonne0) ++kx0;
-  long ky = 0;
+  // Each line's pixels inside the footprint's columns, counted to its line of blocks.
+  const long long dedans =
+      m_nbBx == 0
+          ? 0
+          : std::max(0, std::min(c1, m_debutsColonne[m_nbBx]) - std::max(colonne0, m_debutsColonne[0]));
+  if (dedans == 0) return;  // no pixel centre of the window on the grid
+  long ky = 0, kyCourant = -1;
+  LigneEnCours* ligne = nullptr;
   for (int l = ligne0; l < ligne0 + nbLignes; ++l) {
     while (ky < m_nbBy && m_debutsLigne[ky + 1] <= l) ++ky;
     if (ky >= m_nbBy || l < m_debutsLigne[0]) continue;
-    double* blocs = m_donnees.data() + ky * m_nbBx * pasBloc;
+    if (ky != kyCourant) {
+      ligne = &LigneBlocs(ky);
+      kyCourant = ky;
+    }
+    ligne->pixels += dedans;
+    double* blocs = ligne->sommes.data();
     const std::ptrdiff_t dl = l - ligne0;
     const unsigned char* v = valide ? valide + dl * pasValide - colonne0 : nullptr;
     for (long kx = kx0; kx < m_nbBx && m_debutsColonne[kx] < c1; ++kx) {
@@ -210,6 +281,7 @@ void StatsBlocs::Ajouter(int colonne0, int ligne0, int nbColonnes, int nbLignes,
       }
     }
   }
+  Plier();
 }
 
 template <class T>

@@ -115,13 +115,11 @@ class SystemeGroupe {
  public:
   SystemeGroupe(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                 const std::vector<int>& images, const std::vector<size_t>& indices,
-                const std::vector<double>& termes, const ParametresGainOffset& p, int bande,
-                const ReferenceGainOffset& reference)
+                const ParametresGainOffset& p, int bande, const ReferenceGainOffset& reference)
       : m_resumes(resumes),
         m_obs(obs),
         m_images(images),
         m_indices(indices),
-        m_termes(termes),
         m_p(p),
         m_bande(bande),
         m_nG(NbTermes(p.degreGain)),
@@ -165,11 +163,16 @@ class SystemeGroupe {
       const ObservationBloc& o = obs.blocs[indices[k]];
       m_ancre = m_poidsMoy[k] > 0 && (o.i == reference.image || o.j == reference.image);
     }
-    m_moyennesUtiles = m_poidsMoy;
-    m_ecartsUtiles = m_poidsEcart;
+    // Which equations the data leave in: flags, a byte per observation rather than a copy of the weights.
+    m_moyennesUtiles.resize(indices.size());
+    m_ecartsUtiles.resize(indices.size());
+    for (size_t k = 0; k < indices.size(); ++k) {
+      m_moyennesUtiles[k] = m_poidsMoy[k] != 0;
+      m_ecartsUtiles[k] = m_poidsEcart[k] != 0;
+    }
     m_sansEquation.assign(images.size(), 1);
     for (size_t k = 0; k < indices.size(); ++k)
-      if (m_moyennesUtiles[k] != 0) {
+      if (m_moyennesUtiles[k]) {
         const ObservationBloc& o = obs.blocs[indices[k]];
         m_sansEquation[m_local[o.i]] = m_sansEquation[m_local[o.j]] = 0;
       }
@@ -390,7 +393,7 @@ class SystemeGroupe {
 
   const std::vector<double>& PoidsMoyenne() const { return m_poidsMoy; }
   // Per observation: not 0 when its pair is compared (not set aside as different content).
-  const std::vector<double>& Comparees() const { return m_moyennesUtiles; }
+  const std::vector<char>& Comparees() const { return m_moyennesUtiles; }
 
  private:
   // The gain part of the blind spot: the group's mean gain correction, as a field of map position of
@@ -441,16 +444,22 @@ class SystemeGroupe {
   // image i then image j; returns its right-hand side.
   double Ligne(size_t k, bool ecart, double* ligne) const {
     const double* s = m_obs.Stats(m_indices[k], m_bande);
-    const double* ti = &m_termes[k * 2 * kTermesMax];
-    const double* tj = ti + kTermesMax;
+    // The terms at the block's centre in each image, made again at each use rather than kept: 12
+    // doubles per observation would outweigh the observation itself.
+    const ObservationBloc& ob = m_obs.blocs[m_indices[k]];
+    const ResumeImage &ri = m_resumes[ob.i], &rj = m_resumes[ob.j];
+    double ti[kTermesMax], tj[kTermesMax];
+    base_polynome::Termes(base_polynome::Normaliser(ob.xi, ri.largeur),
+                          base_polynome::Normaliser(ob.yi, ri.hauteur), ti);
+    base_polynome::Termes(base_polynome::Normaliser(ob.xj, rj.largeur),
+                          base_polynome::Normaliser(ob.yj, rj.hauteur), tj);
     const double vi = ecart ? s[1] : s[0], vj = ecart ? s[3] : s[2];
     // The correction's model is the distortion's at A = 0, where every factor below is exactly 1: the
     // scene s = v / (1 - A) + b, linearised at the current solution (the gain's column v / (1 - A)^2).
     double Ai = 0, Aj = 0;
     if (m_distorsion) {
-      const ObservationBloc& o = m_obs.blocs[m_indices[k]];
-      const double* xi = m_x.data() + m_local[o.i] * m_nU;
-      const double* xj = m_x.data() + m_local[o.j] * m_nU;
+      const double* xi = m_x.data() + m_local[ob.i] * m_nU;
+      const double* xj = m_x.data() + m_local[ob.j] * m_nU;
       for (int t = 0; t < m_nG; ++t) {
         Ai += xi[t] / m_G * ti[t];
         Aj += xj[t] / m_G * tj[t];
@@ -670,14 +679,14 @@ class SystemeGroupe {
   const ObservationsBlocs& m_obs;
   const std::vector<int>& m_images;
   const std::vector<size_t>& m_indices;  // the group's observations
-  const std::vector<double>& m_termes;   // per observation: the terms at its centre in i, then in j
   const ParametresGainOffset& m_p;
   const int m_bande, m_nG, m_nO, m_nU;
   std::vector<int> m_local;
   int m_ref = -1;        // the reference's local index, -1 when it is not in the group
   bool m_ancre = false;  // some of its observations are used: it fixes the group's blind spot
   double m_G = 1, m_ecartRef = 1;
-  std::vector<double> m_poidsMoy, m_poidsEcart, m_moyennesUtiles, m_ecartsUtiles;
+  std::vector<double> m_poidsMoy, m_poidsEcart;
+  std::vector<char> m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
   std::vector<std::string> m_indetermines;
@@ -846,25 +855,17 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     ++R.images[o.j].observations;
   }
 
-  // Each group's observations and the terms at their centres, shared by the bands.
+  // Each group's observations, shared by the bands.
   std::vector<std::vector<size_t>> indices(R.groupes.size());
-  std::vector<std::vector<double>> termes(R.groupes.size());
   std::vector<int> groupe(n, -1);
   for (size_t g = 0; g < R.groupes.size(); ++g)
     for (int i : R.groupes[g]) groupe[i] = static_cast<int>(g);
-  for (size_t k = 0; k < obs.blocs.size(); ++k) {
-    const ObservationBloc& o = obs.blocs[k];
-    const int g = groupe[o.i];
-    indices[g].push_back(k);
-    const ResumeImage &ri = resumes[o.i], &rj = resumes[o.j];
-    std::vector<double>& t = termes[g];
-    t.resize(t.size() + 2 * kTermesMax);
-    double* ti = &t[t.size() - 2 * kTermesMax];
-    base_polynome::Termes(base_polynome::Normaliser(o.xi, ri.largeur),
-                          base_polynome::Normaliser(o.yi, ri.hauteur), ti);
-    base_polynome::Termes(base_polynome::Normaliser(o.xj, rj.largeur),
-                          base_polynome::Normaliser(o.yj, rj.hauteur), ti + kTermesMax);
+  {
+    std::vector<size_t> nombres(R.groupes.size(), 0);
+    for (const ObservationBloc& o : obs.blocs) ++nombres[groupe[o.i]];
+    for (size_t g = 0; g < R.groupes.size(); ++g) indices[g].reserve(nombres[g]);
   }
+  for (size_t k = 0; k < obs.blocs.size(); ++k) indices[groupe[obs.blocs[k].i]].push_back(k);
   for (int i = 0; i < n; ++i) R.images[i].groupe = groupe[i];
 
   size_t plusGrand = 0;
@@ -882,7 +883,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   PourChaque(issues.size(), [&](size_t t) {
     const int b = static_cast<int>(t / nbGroupes);
     const size_t g = t % nbGroupes;
-    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], termes[g], p, b, reference);
+    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], p, b, reference);
     s.Resoudre(noms);
     Issue& x = issues[t];
     x.AB = s.Coefficients(R.corrections);

@@ -292,6 +292,7 @@ struct JobMosaique::Impl {
   double plume = 0;  // metres
   bool gainOffset = false;
   GrilleBlocs grille;
+  std::vector<ZoneBlocs> emprises;  // the blocks each input reaches
   std::vector<std::unique_ptr<StatsBlocs>> stats;
   std::vector<std::unique_ptr<CorrectionImage>> corrections;
   // The radiometric reference: observed, never corrected nor composed.
@@ -338,6 +339,8 @@ struct JobMosaique::Impl {
     pl.sy = e.PasY() / ry;
     return pl;
   }
+  // Input i's block statistics, empty, keeping the blocks other inputs reach.
+  std::unique_ptr<StatsBlocs> Statistiques(size_t i) const;
   std::unique_ptr<StatsBlocs> Observer(size_t i) const;
   std::unique_ptr<StatsBlocs> ObserverReference() const;
   void Resoudre();
@@ -551,6 +554,8 @@ void JobMosaique::Impl::Preparer() {
     grille.lignes = H;
     grille.bloc = p.gainOffset.bloc > 0 ? p.gainOffset.bloc : 16;
     grille.Verifier();
+    for (const auto& e : entrees)
+      emprises.push_back(EmpriseBlocs(grille, PlacementDe(*e), e->Colonnes(), e->Lignes()));
   }
   if (!p.reference.empty()) PreparerReference(epsg.get());
   PlanMemoire();
@@ -761,9 +766,28 @@ void JobMosaique::Impl::PlanMemoire() {
 // ---------------------------------------------------------------------------------------------------
 // Observation and solve.
 
+std::unique_ptr<StatsBlocs> JobMosaique::Impl::Statistiques(size_t i) const {
+  // The observations compare two inputs' blocks where both footprints reach: only those are kept, the
+  // rest of the input's blocks go into its summary as soon as they are complete.
+  std::vector<ZoneBlocs> gardees;
+  const ZoneBlocs& a = emprises[i];
+  const auto garder = [&](const ZoneBlocs& b) {
+    if (!b.Vide() && b.bx0 < a.bx0 + a.nbBx && a.bx0 < b.bx0 + b.nbBx && b.by0 < a.by0 + a.nbBy &&
+        a.by0 < b.by0 + b.nbBy)
+      gardees.push_back(b);
+  };
+  for (size_t j = 0; j < entrees.size(); ++j)
+    if (j != i) garder(emprises[j]);
+  // The reference is compared with the inputs as another input is.
+  if (reference)
+    garder(EmpriseBlocs(grille, PlacementDe(*reference), reference->Colonnes(), reference->Lignes()));
+  const EntreeMosaique& e = *entrees[i];
+  return std::make_unique<StatsBlocs>(grille, PlacementDe(e), e.Colonnes(), e.Lignes(), bandes, gardees);
+}
+
 std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
   const EntreeMosaique& e = *entrees[i];
-  auto s = std::make_unique<StatsBlocs>(grille, PlacementDe(e), e.Colonnes(), e.Lignes(), bandes);
+  std::unique_ptr<StatsBlocs> s = Statistiques(i);
   const int w = e.Colonnes(), canaux = e.Canaux();
   std::vector<float> v;
   std::vector<unsigned char> ok;
@@ -855,6 +879,11 @@ void JobMosaique::Impl::Resoudre() {
     ref.ecarts = reference->PasX() <= rx * (1 + 1e-6) && reference->PasY() <= ry * (1 + 1e-6);
   }
   const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
+  // The observations and summaries are all the solve needs: the block statistics go before it.
+  ptrs.clear();
+  stats.clear();
+  stats.shrink_to_fit();
+  statsReference.reset();
   const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), noms, ref);
   if (reference) {
     RapportMosaique::Entree& r = rapport.reference;
@@ -1515,7 +1544,8 @@ bool Fait(const std::string& nom, const char* magique) {
   }
 }
 
-constexpr char kMagiqueObs[9] = "EGOBSV01";
+// Version 2: the summary's sums, then the kept blocks only (version 1 held every block's).
+constexpr char kMagiqueObs[9] = "EGOBSV02";
 constexpr char kMagiqueCorr[9] = "EGCORR02";
 constexpr char kMagiquePartie[9] = "EGPART01";
 
@@ -1689,7 +1719,7 @@ void JobMosaique::PhaseObserver(const std::string& travail, int index) {
   j.Etape("observation", [&] {
     const std::unique_ptr<StatsBlocs> s = j.Observer(index - 1);
     Ecriture f(nom, kMagiqueObs);
-    const std::vector<double>& d = s->Donnees();
+    const std::vector<double> d = s->Exporter();
     f.Valeur<uint64_t>(d.size());
     f.Octets(d.data(), d.size() * sizeof(double));
     f.Valider();
@@ -1709,12 +1739,13 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Resoudre) L'observation de l'image "
                      << i + 1 << " (" << j.entrees[i]->Nom() << ") manque : lancer --etape observer --index "
                      << i + 1 << ".");
-      const EntreeMosaique& e = *j.entrees[i];
-      auto s = std::make_unique<StatsBlocs>(j.grille, j.PlacementDe(e), e.Colonnes(), e.Lignes(), j.bandes);
+      std::unique_ptr<StatsBlocs> s = j.Statistiques(i);
       const uint64_t n = f->Valeur<uint64_t>();
-      if (n != s->Donnees().size())
+      if (n != s->TailleExport())
         ZEPRA_ERREUR("[Mosaique] (Resoudre) Le fichier " << f->Nom() << " ne convient pas.");
-      f->Octets(s->Donnees().data(), n * sizeof(double));
+      std::vector<double> d(n);
+      f->Octets(d.data(), n * sizeof(double));
+      s->Importer(d);
       j.stats.push_back(std::move(s));
     }
     // The reference is observed here, once: it has no index of its own.

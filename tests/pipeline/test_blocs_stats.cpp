@@ -153,6 +153,108 @@ TEST(StatsBlocs, SommesDesEntiersCommePixelParPixel) {
   }
 }
 
+// The summary's sums, in a fixed order, to be compared bit for bit.
+std::vector<double> SommesDuResume(const ResumeImage& r) {
+  std::vector<double> v = {r.compte, r.surface};
+  v.insert(v.end(), std::begin(r.momentsMonomes), std::end(r.momentsMonomes));
+  for (const ResumeImage::Bande& b : r.bandes) {
+    v.insert(v.end(), {b.somme, b.sommeCarres, b.sommeEcarts});
+    v.insert(v.end(), std::begin(b.momentsValeur), std::end(b.momentsValeur));
+    v.insert(v.end(), std::begin(b.momentsCompte), std::end(b.momentsCompte));
+    v.insert(v.end(), std::begin(b.momentsEcart), std::end(b.momentsEcart));
+  }
+  return v;
+}
+
+// An input of 300 x 300 pixels whose neighbour reaches only a strip of its right edge: told to keep
+// the blocks the neighbour reaches, the statistics hold those alone once every line is in (not the
+// input's whole footprint), and give the same summary bit for bit, the same kept blocks and the same
+// observations as statistics keeping every block, whatever the order of the windows (lines of blocks
+// wait for those above them). Their copy for the work folder restores the same statistics.
+TEST(StatsBlocs, SeulsLesBlocsRecouvertsGardes) {
+  GrilleBlocs g;
+  g.colonnes = 560;
+  g.lignes = 300;
+  g.bloc = 8;
+  const int W = 300, H = 300, nb = 2;
+  const Placement pa{0, 0, 1, 1}, pb{280, 4, 1, 1};
+  // Eighths: the blocks' sums are exact whatever the order of the windows, the summary's moments (sums
+  // of products by the terms) are not.
+  std::vector<float> v(static_cast<size_t>(W) * H * nb);
+  std::vector<unsigned char> valide(static_cast<size_t>(W) * H);
+  for (int l = 0; l < H; ++l)
+    for (int c = 0; c < W; ++c) {
+      for (int b = 0; b < nb; ++b) v[(static_cast<size_t>(l) * W + c) * nb + b] = Valeur(c, l, b);
+      valide[static_cast<size_t>(l) * W + c] = test::Hasard(c, l, 7) > 0.05;
+    }
+  const ZoneBlocs zb = EmpriseBlocs(g, pb, W, H);
+  EXPECT_EQ(zb.bx0, 35);
+  EXPECT_EQ(zb.nbBx, 35);
+  const auto remplir = [&](StatsBlocs& s, bool aRebours, int lignes) {
+    for (int k = 0; k < (H + lignes - 1) / lignes; ++k) {
+      const int l0 = (aRebours ? (H - 1) / lignes - k : k) * lignes, n = std::min(lignes, H - l0);
+      const size_t debut = static_cast<size_t>(l0) * W;
+      const float* bandes[2] = {&v[debut * nb], &v[debut * nb + 1]};
+      s.Ajouter(0, l0, W, n, bandes, nb, static_cast<std::ptrdiff_t>(W) * nb, &valide[debut], W);
+    }
+  };
+  StatsBlocs tout(g, pa, W, H, nb);
+  remplir(tout, false, 16);
+  // The other input alone, every block of it.
+  std::vector<float> vb(v);
+  StatsBlocs b(g, pb, W, H, nb);
+  {
+    const float* bandes[2] = {vb.data(), vb.data() + 1};
+    b.Ajouter(0, 0, W, H, bandes, nb, static_cast<std::ptrdiff_t>(W) * nb, valide.data(), W);
+  }
+  const ObservationsBlocs obsTout = ObserverBlocs({&tout, &b}, ParametresObservationsBlocs());
+  ASSERT_EQ(obsTout.blocs.size(), 72u);  // 2 whole columns of blocks over 36 lines
+  struct Cas {
+    const char* nom;
+    bool aRebours;
+    int lignes;
+  };
+  for (const Cas& k : {Cas{"par 16 lignes", false, 16}, Cas{"par 7 lignes", false, 7},
+                       Cas{"a rebours par 11 lignes", true, 11}}) {
+    StatsBlocs s(g, pa, W, H, nb, {zb});
+    remplir(s, k.aRebours, k.lignes);
+    // The kept blocks: the 3 columns of blocks 35 to 37 over the 38 lines, 5 values each.
+    EXPECT_EQ(s.Donnees().size(), 3u * 38u * 5u) << k.nom;
+    EXPECT_LT(s.Octets(), tout.Octets() / 8) << k.nom;
+    EXPECT_EQ(SommesDuResume(Resumer(s)), SommesDuResume(Resumer(tout))) << k.nom;
+    for (long long by = 0; by < 38; ++by)
+      for (long long bx = 0; bx < 38; ++bx) {
+        const double* a = s.Bloc(bx, by);
+        if (bx < 35) {
+          EXPECT_EQ(a, nullptr) << k.nom << " " << bx << " " << by;
+          continue;
+        }
+        ASSERT_NE(a, nullptr) << k.nom << " " << bx << " " << by;
+        EXPECT_EQ(std::vector<double>(a, a + 5),
+                  std::vector<double>(tout.Bloc(bx, by), tout.Bloc(bx, by) + 5));
+      }
+    const ObservationsBlocs obs = ObserverBlocs({&s, &b}, ParametresObservationsBlocs());
+    ASSERT_EQ(obs.blocs.size(), obsTout.blocs.size()) << k.nom;
+    EXPECT_EQ(obs.stats, obsTout.stats) << k.nom;
+    EXPECT_EQ(obs.Octets(), obs.blocs.size() * sizeof(ObservationBloc) + obs.stats.size() * sizeof(double));
+    // The copy kept between the phases.
+    StatsBlocs copie(g, pa, W, H, nb, {zb});
+    copie.Importer(s.Exporter());
+    EXPECT_EQ(SommesDuResume(Resumer(copie)), SommesDuResume(Resumer(tout))) << k.nom;
+    EXPECT_EQ(copie.Donnees(), s.Donnees()) << k.nom;
+  }
+  // Not complete, the statistics are not copied; a copy of other statistics is not restored.
+  StatsBlocs partielle(g, pa, W, H, nb, {zb});
+  const float* bandes[2] = {v.data(), v.data() + 1};
+  partielle.Ajouter(0, 0, W, 10, bandes, nb, static_cast<std::ptrdiff_t>(W) * nb, valide.data(), W);
+  EXPECT_THROW(partielle.Exporter(), Erreur);
+  EXPECT_THROW(partielle.Importer(tout.Exporter()), Erreur);
+  // A line of blocks already complete does not take pixels again.
+  EXPECT_THROW(
+      partielle.Ajouter(0, 0, W, 1, bandes, nb, static_cast<std::ptrdiff_t>(W) * nb, valide.data(), W),
+      Erreur);
+}
+
 TEST(StatsBlocs, RefusesNommentLesValeurs) {
   GrilleBlocs g;
   g.colonnes = 100;

@@ -949,6 +949,12 @@ TEST(JobMosaique, DossierDeTravailEtFichiersLusAvecLesEntrees) {
   }
 }
 
+// Gives a work file the label of version 1 of the observations, its size left as it is.
+void Reetiqueter(const std::string& nom) {
+  std::fstream f(nom, std::ios::in | std::ios::out | std::ios::binary);
+  f.write("EGOBSV01", 8);
+}
+
 // A work folder after an incident: a damaged result is made again by its phase; results whose
 // fingerprint was removed, or a garbled fingerprint, are another job's; a file is not a folder.
 TEST(JobMosaique, DossierDeTravailApresUnIncident) {
@@ -963,6 +969,9 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
       {"observation tronquee",
        [](const std::string& w) { std::filesystem::resize_file(w + "/observation_2.bin", 100); }, ""},
       {"partie vide", [](const std::string& w) { std::ofstream(w + "/partie_1_sur_1.bin"); }, ""},
+      // Version 1 held every block's sums, not the summary: made again, never read as version 2.
+      {"observation de la version 1", [](const std::string& w) { Reetiqueter(w + "/observation_3.bin"); },
+       ""},
       {"empreinte retiree", [](const std::string& w) { std::filesystem::remove(w + "/empreinte.txt"); },
        "sans l'empreinte du calcul qui l'a fait : prendre un dossier vide."},
       {"empreinte brouillee", [](const std::string& w) { std::ofstream(w + "/empreinte.txt") << "x"; },
@@ -997,6 +1006,12 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
       EXPECT_TRUE(std::filesystem::exists(p.sortie));
     }
   }
+  // The solve alone refuses an observation of version 1.
+  const std::string w = d / "v1";
+  for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
+  Reetiqueter(w + "/observation_1.bin");
+  test::Refuse([&] { JobMosaique(p).PhaseResoudre(w); }, "[Mosaique] (Travail) Le fichier ",
+               {"observation_1.bin est incomplet ou d'un autre genre."});
 }
 
 }  // namespace

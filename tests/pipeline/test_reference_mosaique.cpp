@@ -289,6 +289,21 @@ TEST(ReferenceMosaique, EnPhasesLesMemesOctets) {
   test::Refuse([&] { JobMosaique(p).PhaseResoudre(travail); }, "", {"appartient a un autre calcul"});
 }
 
+// The reference observes a tile wherever it covers it, not only where other tiles do: a lone tile is
+// anchored by the reference alone (100 blocks of 16), as are the inner parts of a block's tiles.
+TEST(ReferenceMosaique, UneTuileSeuleAncreeParLaReference) {
+  test::DossierTemp d;
+  EcrireTuile(d / "seule.tif", 0, 0, 4);
+  EcrireVerite(d / "verite.tif", -32, -32, kN + 64, kN + 64, 1);
+  ParametresMosaique p = Parametres({d / "seule.tif"}, d / "m.tif");
+  p.gainOffset.degreGain = p.gainOffset.degreOffset = 2;
+  p.reference = d / "verite.tif";
+  JobMosaique job(p);
+  job.Executer();
+  EXPECT_EQ(job.Rapport().reference.observations, 100);
+  EXPECT_LT(Ecart(d / "m.tif", false), 1.0);
+}
+
 // Tiles that no chain of overlaps ties to the reference keep today's behaviour, and are named.
 TEST(ReferenceMosaique, GroupesSansLaReferenceNommes) {
   test::DossierTemp d;
