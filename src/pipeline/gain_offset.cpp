@@ -392,6 +392,8 @@ class SystemeGroupe {
   const std::vector<std::string>& Indetermines() const { return m_indetermines; }
 
   const std::vector<double>& PoidsMoyenne() const { return m_poidsMoy; }
+  // The reference is in the group but every pair with it was set aside: solved as without it.
+  bool ReferenceEcartee() const { return m_ref >= 0 && !m_ancre; }
   // Per observation: not 0 when its pair is compared (not set aside as different content).
   const std::vector<char>& Comparees() const { return m_moyennesUtiles; }
 
@@ -877,6 +879,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     std::vector<std::string> indetermines;
     std::vector<ContenuDifferent> differents;
     double ecartee = 0;
+    bool referenceEcartee = false;
   };
   const size_t nbGroupes = R.groupes.size();
   std::vector<Issue> issues(static_cast<size_t>(std::max(0, nbBandes)) * nbGroupes);
@@ -888,6 +891,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     Issue& x = issues[t];
     x.AB = s.Coefficients(R.corrections);
     x.indetermines = s.Indetermines();
+    x.referenceEcartee = s.ReferenceEcartee();
     for (const auto& d : s.PairesDifferentes()) x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
     for (size_t k = 0; k < indices[g].size(); ++k)
       if (s.Comparees()[k] != 0 && s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
@@ -907,6 +911,7 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
         d += (d.empty() ? "" : " ; ") + std::string("bande ") + std::to_string(b + 1) + " : " + t;
       }
       ecartee += x.ecartee;
+      if (x.referenceEcartee) R.bandesSansReference.push_back(b);
       R.differents.insert(R.differents.end(), x.differents.begin(), x.differents.end());
     }
     // Block means before and after, over the pairs compared: a set-aside pair's blocks hold different

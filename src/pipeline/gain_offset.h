@@ -200,6 +200,8 @@ struct ResultatGainOffset {
   std::vector<ContenuDifferent> differents;  // by band, then pair
   std::vector<std::vector<int>> groupes;     // images of each connected group, in increasing order
   std::vector<BilanBande> bandes;
+  // Bands in which every pair with the reference was set aside (ReferenceGainOffset): solved without it.
+  std::vector<int> bandesSansReference;
 };
 
 // A radiometric reference among the images (an earlier mosaic, a coarser satellite image of the same

@@ -902,6 +902,14 @@ void JobMosaique::Impl::Resoudre() {
       Avertir("Les images " + liste + " ne sont reliees a la reference " + reference->Nom() +
               " par aucun recouvrement : elles gardent leur niveau d'ensemble, sans la reference.");
     }
+    // Each of its pairs is named already; this says what it means for the run.
+    if (!R.bandesSansReference.empty()) {
+      std::string liste;
+      for (size_t k = 0; k < R.bandesSansReference.size(); ++k)
+        liste += (k ? ", " : "") + std::to_string(R.bandesSansReference[k] + 1);
+      Avertir("La reference " + reference->Nom() + " ne montre le contenu d'aucune image (bande(s) " + liste +
+              ") : ces bandes sont egalisees sans elle.");
+    }
   }
   for (size_t i = 0; i < entrees.size(); ++i) {
     const CorrectionGainOffset& c = R.corrections[i];

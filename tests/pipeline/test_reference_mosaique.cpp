@@ -221,7 +221,10 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
              {"verite4.tif", true, 0.6, 0.6, nullptr},
              {"trou.tif", true, 0.6, 0.6, nullptr},
              {"nuage.tif", true, 0.6, 0.6, nullptr},
-             {"faux.tif", false, 1e9, 0, "faux.tif ne montrent pas le meme contenu"}};
+             {"faux.tif", false, 1e9, 0, "faux.tif ne montrent pas le meme contenu"},
+             {"faux.tif", false, 1e9, 0,
+              "faux.tif ne montre le contenu d'aucune image (bande(s) 1, 2, 3) : ces bandes sont egalisees "
+              "sans elle."}};
   // Without a reference the shared ramps stay, even once the set's global level and contrast are fitted.
   ParametresMosaique p = Parametres(t, d / "sans.tif");
   JobMosaique sans(p);
