@@ -3,7 +3,8 @@
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
 //   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--tuiles N] [--niveaux]
-//                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER] [--reference F[,F...]]
+//                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
+//                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 plume=60 fusion=plume"]
 #include <sys/stat.h>
@@ -36,7 +37,7 @@ void Usage() {
       << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--tuiles N] [--niveaux] [--balayage] "
          "[--fusions] "
          "[--inverse] "
-         "[--apercu DOSSIER] [--reference F[,F...]] [--essai "
+         "[--apercu DOSSIER] [--reference F[,F...] [--reference-biaisee]] [--essai "
          "\"cle=valeur ...\"]"
       << std::endl;
 }
@@ -146,8 +147,10 @@ Resultat LancerNouveau(const Jeu& j, const Reglages& r, const std::string& nom,
 }
 
 // The truth as a radiometric reference (--reference), f times coarser: each pixel the truth's mean over
-// it, no data where some of it is not covered (outside the tiles, the cloud's footprint).
-Reglages AvecReference(const Jeu& j, Reglages r, int f) {
+// it, no data where some of it is not covered (outside the tiles, the cloud's footprint). Biased
+// (--reference-biaisee), as a real one is: another sensor's response (0.9 t + 8) and its own smooth
+// field of map position (an offset ramp of +-6 along x, a bowl of 4 along y).
+Reglages AvecReference(const Jeu& j, Reglages r, int f, bool biaisee = false) {
   const Verite& v = j.verite;
   r.referenceFacteur = f;
   r.referenceLargeur = v.largeur / f;
@@ -163,8 +166,13 @@ Reglages AvecReference(const Jeu& j, Reglages r, int f) {
           couverte = couverte && v.couverte[k];
           s += v.T[k];
         }
-      if (couverte)
-        r.reference[static_cast<size_t>(l) * r.referenceLargeur + c] = static_cast<float>(s / (f * f));
+      if (!couverte) continue;
+      double t = s / (f * f);
+      if (biaisee) {
+        const double u = (c + 0.5) / r.referenceLargeur, w = (l + 0.5) / r.referenceHauteur;
+        t = 0.9 * t + 8 + 6 * (2 * u - 1) + 4 * (2 * w - 1) * (2 * w - 1);
+      }
+      r.reference[static_cast<size_t>(l) * r.referenceLargeur + c] = static_cast<float>(t);
     }
   return r;
 }
@@ -362,7 +370,7 @@ void Apercu(const std::string& chemin, const Mosaique& m, const Verite& v, int x
 }
 
 void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std::string& apercu,
-             const std::vector<int>& references) {
+             const std::vector<int>& references, bool biaisee) {
   EnTete();
   for (const Jeu& j : jeux) {
     std::vector<Resultat> r(8);
@@ -380,6 +388,10 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
     for (int f : references)
       r.push_back(LancerNouveau(j, AvecReference(j, defaut, f),
                                 "gain-offset, plume, verite en reference 1:" + std::to_string(f)));
+    if (biaisee)
+      for (int f : references)
+        r.push_back(LancerNouveau(j, AvecReference(j, defaut, f, true),
+                                  "gain-offset, plume, verite biaisee en reference 1:" + std::to_string(f)));
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r)
       if (!x.mosaique.v.empty()) presents.push_back(&x);
@@ -571,7 +583,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
     std::vector<int> references;
-    bool balayage = false, fusions = false, inverse = false, niveaux = false;
+    bool balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
     unsigned tirage = 0;
     long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
@@ -596,6 +608,8 @@ int main(int argc, char** argv) {
         tuiles = LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme);
         if (tuiles < 2)
           ZEPRA_ERREUR("[" << kProgramme << "] (Options) --tuiles " << tuiles << " : 2 au moins.");
+      } else if (mot == "--reference-biaisee") {
+        biaisee = true;
       } else if (mot == "--niveaux") {
         // Every tile's gain and offset fields reduced to their constant: tiles that differ in level only.
         niveaux = true;
@@ -641,6 +655,6 @@ int main(int argc, char** argv) {
     else if (fusions)
       BalayageFusions(jeux);
     else
-      Tableau(mots[0], jeux, apercu, references);
+      Tableau(mots[0], jeux, apercu, references, biaisee);
   });
 }
