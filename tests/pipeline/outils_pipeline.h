@@ -7,10 +7,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "pipeline/blocs_stats.h"
 #include "pipeline/gain_offset.h"
+#include "zepra/pipeline/mosaique.h"
 
 namespace test {
 
@@ -180,6 +182,15 @@ inline Ecarts SurfacesDesCorrections(const std::vector<Tuile>& tuiles,
   return Surfaces(tuiles, false, [&](size_t i, int k, int l) {
     return (c[i].A(0, k + 0.5, l + 0.5) - 1) * 110 + c[i].B(0, k + 0.5, l + 0.5);
   });
+}
+
+// A job on these inputs with small tiles of 64, as the job tests write their mosaics.
+inline ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
+  ParametresMosaique p;
+  p.entrees = entrees;
+  p.sortie = sortie;
+  p.ecriture.tuile = 64;
+  return p;
 }
 
 }  // namespace test

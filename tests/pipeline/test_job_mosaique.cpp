@@ -14,6 +14,7 @@
 #include <set>
 
 #include "outils_test.h"
+#include "pipeline/outils_pipeline.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
 #include "zepra/fichieratomique.h"
@@ -130,19 +131,11 @@ std::vector<std::string> PaireFlottante(
   return t;
 }
 
-ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
-  ParametresMosaique p;
-  p.entrees = entrees;
-  p.sortie = sortie;
-  p.ecriture.tuile = 64;
-  return p;
-}
-
 TEST(JobMosaique, PlusProcheDeLaVeriteQueSansEgalisationSurChaqueBande) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   auto ecarts = [&](const char* modele, const char* fusion, bool noegal) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     p.modele = modele;
     p.fusion = fusion;
     p.noegal = noegal;
@@ -176,7 +169,7 @@ TEST(JobMosaique, MemesOctetsPourToutNombreDeFilsEtEnPhases) {
   // Multi-band blending composes by windows of its own: the same bytes too.
   for (const char* cas : {"", "multibande", "cog"}) {
     const std::string c = cas;
-    ParametresMosaique p = Parametres(t, d / "f.tif");
+    ParametresMosaique p = test::Parametres(t, d / "f.tif");
     if (c == "multibande") p.fusion = "multibande";
     p.ecriture.cog = c == "cog";
     std::string reference;
@@ -204,7 +197,7 @@ TEST(JobMosaique, MemesOctetsPourToutNombreDeFilsEtEnPhases) {
 TEST(JobMosaique, DossierDeTravailRefuseCeQuiNeLuiAppartientPas) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  const ParametresMosaique p = Parametres(t, d / "p.tif");
+  const ParametresMosaique p = test::Parametres(t, d / "p.tif");
   const std::string w = d / "w";
   auto refus = [&](const std::function<void()>& f, const std::string& fragment) {
     test::Refuse(f, "", {fragment});
@@ -251,7 +244,7 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
              {"bande.tif", 0, "se lit par blocs de 17 Mio"},
              {nullptr, 32631, "--epsg 32631 : l'image"}};
   for (const auto& [entree, epsg, message] : cas) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     if (entree) p.entrees.push_back(d / entree);
     p.ecriture.epsg = epsg;
     p.memoireMio = 16;
@@ -280,7 +273,7 @@ TEST(JobMosaique, SystemeDesEntreesEtEpsg) {
   for (const auto& c : cas) {
     SCOPED_TRACE(std::to_string(c.crs[0]) + " " + std::to_string(c.crs[1]) + " --epsg " +
                  std::to_string(c.epsg));
-    ParametresMosaique p = Parametres({d / "a.tif", d / "b.tif"}, d / "m.tif");
+    ParametresMosaique p = test::Parametres({d / "a.tif", d / "b.tif"}, d / "m.tif");
     for (int k = 0; k < 2; ++k) {
       GeoreferenceEcriture g = Grille(k * 40, k * 30);
       g.crs = c.crs[k] ? CrsDepuisEpsg(c.crs[k]) : SystemeReference();
@@ -307,7 +300,7 @@ TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   for (const auto& [tuile, plafond] : {std::pair<int, int>(2048, 16), {8192, 64}}) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     p.ecriture.tuile = tuile;
     p.memoireMio = plafond;
     test::Refuse([&] { JobMosaique(p).Executer(); }, "",
@@ -316,7 +309,7 @@ TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
   }
   // The corrected images too: given what one input's mosaic needs, its corrected image (its own
   // channels read beside the corrected bands) does not fit, and is refused before any work.
-  ParametresMosaique p = Parametres({t[0]}, d / "m.tif");
+  ParametresMosaique p = test::Parametres({t[0]}, d / "m.tif");
   p.ecriture.tuile = 8192;
   p.memoireMio = 16;
   const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
@@ -402,7 +395,7 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
              {"proche", 2 * kPas, [&](int x, int y, int b) { return e(2 * x + 1, 2 * y + 1, b); }, 0, 0.51},
              {"bilineaire", kPas / 2, bilineaire, 2, 1e-3}};
   for (const auto& c : cas) {
-    ParametresMosaique p = Parametres({t[0]}, d / "g.tif");
+    ParametresMosaique p = test::Parametres({t[0]}, d / "g.tif");
     p.noegal = true;
     p.resolutionX = p.resolutionY = c.pas;
     p.reechantillonnage = c.methode;
@@ -437,7 +430,7 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
                                                      {"additif", "moyenne"},
                                                      {"additif", "multibande"}};
   for (const auto& [modele, fusion] : cas) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     p.modele = modele;
     p.fusion = fusion;
     JobMosaique(p).Executer();
@@ -468,7 +461,7 @@ TEST(JobMosaique, ValeursAuBordDesFlottants) {
         if (j == 1 && y < 10) std::fill(ligne.end() - 10, ligne.end(), 3.3e38f);
       });
   for (const char* fusion : {"plume", "multibande", "moyenne"}) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     p.fusion = fusion;
     p.corriges = d / "corr";
     JobMosaique(p).Executer();
@@ -495,7 +488,7 @@ TEST(JobMosaique, FichiersMalformesNommes) {
     const std::string entree = d / n;
     std::filesystem::copy_file(dossier + n, entree, std::filesystem::copy_options::overwrite_existing);
     std::ofstream(entree.substr(0, entree.size() - 4) + ".tfw") << "0.5\n0\n0\n-0.5\n650000.25\n6860000\n";
-    ParametresMosaique p = Parametres({entree}, d / "m.tif");
+    ParametresMosaique p = test::Parametres({entree}, d / "m.tif");
     p.noegal = true;
     const std::string texte = test::TexteErreur([&] { JobMosaique(p).Executer(); });
     EXPECT_NE(texte.find(entree), std::string::npos) << n << " : " << texte;
@@ -528,7 +521,7 @@ TEST(JobMosaique, EtapesAnnoncees) {
       {"additif", true, "preparation;composition;"},
   };
   for (const auto& c : cas) {
-    ParametresMosaique p = Parametres(t, d / "m.tif");
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
     p.modele = c.modele;
     p.noegal = c.noegal;
     Suivi s;
@@ -596,7 +589,7 @@ TEST(JobMosaique, Avertissements) {
         "L'image " + t[3] + " n'a aucun"}},
   };
   for (const auto& c : cas) {
-    ParametresMosaique p = Parametres(c.entrees, d / "m.tif");
+    ParametresMosaique p = test::Parametres(c.entrees, d / "m.tif");
     if (c.emprise) {
       p.empriseDonnee = true;
       const double e[4] = {kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100};
@@ -634,7 +627,7 @@ TEST(JobMosaique, ReglagesAutomatiquesDe6A8Images) {
         EcrireTuile(t.back(), i, j, kN, 0, c.vignettage);
       }
     const auto ecarts = [&](int degre, bool noegal) {
-      ParametresMosaique p = Parametres(t, d / "m.tif");
+      ParametresMosaique p = test::Parametres(t, d / "m.tif");
       p.noegal = noegal;
       if (degre >= 0) p.gainOffset.degreGain = p.gainOffset.degreOffset = degre;
       JobMosaique(p).Executer();
@@ -659,7 +652,7 @@ TEST(JobMosaique, RapportSurLesPairesComparees) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   EcrireTuile(d / "ailleurs.tif", 1, 1, kN, 1000);
-  ParametresMosaique sans = Parametres({t[0], t[1], t[2]}, d / "m.tif"), avec = sans;
+  ParametresMosaique sans = test::Parametres({t[0], t[1], t[2]}, d / "m.tif"), avec = sans;
   avec.entrees.push_back(d / "ailleurs.tif");
   JobMosaique a(sans), b(avec);
   a.Executer();
@@ -717,7 +710,7 @@ TEST(JobMosaique, MasqueDExclusionParSuffixe) {
     e.EcrireLignes(eFloat4, ligne.data(), 0, kN);
     e.Terminer();
   }
-  ParametresMosaique p = Parametres({t[0]}, d / "x.tif");
+  ParametresMosaique p = test::Parametres({t[0]}, d / "x.tif");
   p.noegal = true;
   p.masqueSuffixe = "_masque.tif";
   JobMosaique(p).Executer();
@@ -743,7 +736,7 @@ TEST(JobMosaique, InterrompuSansFichierLaisse) {
   };
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  const ParametresMosaique base = Parametres(t, d / "sortie/m.tif");
+  const ParametresMosaique base = test::Parametres(t, d / "sortie/m.tif");
   const std::string travail = d / "sortie/travail";
   std::filesystem::create_directories(travail);
   for (int i = 1; i <= 4; ++i) JobMosaique(base).PhaseObserver(travail, i);
@@ -790,7 +783,7 @@ TEST(JobMosaique, InterrompuSansFichierLaisse) {
 TEST(JobMosaique, AssemblageDesPartiesDUnNComplet) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  ParametresMosaique p = Parametres(t, d / "un.tif");
+  ParametresMosaique p = test::Parametres(t, d / "un.tif");
   JobMosaique(p).Executer();
   const std::string reference = test::LireFichier(d / "un.tif");
   p.sortie = d / "p.tif";
@@ -960,7 +953,7 @@ void Reetiqueter(const std::string& nom) {
 TEST(JobMosaique, DossierDeTravailApresUnIncident) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  const ParametresMosaique p = Parametres(t, d / "p.tif");
+  const ParametresMosaique p = test::Parametres(t, d / "p.tif");
   const struct {
     const char* cas;
     std::function<void(const std::string&)> incident;

@@ -131,14 +131,6 @@ double Ecart(const std::string& mosaique, bool ajuste) {
   return std::sqrt(total / n);
 }
 
-ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
-  ParametresMosaique p;
-  p.entrees = entrees;
-  p.sortie = sortie;
-  p.ecriture.tuile = 64;
-  return p;
-}
-
 // The solve itself: 3 x 3 tiles with distortions that share a common part (the blind spot), two more
 // tiles overlapping each other far away, and the scene itself as a reference over the 3 x 3 block. The
 // reference's correction is exactly the identity (its unknowns are not solved, not merely held), the
@@ -226,7 +218,7 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
               "faux.tif ne montre le contenu d'aucune image (bande(s) 1, 2, 3) : ces bandes sont egalisees "
               "sans elle."}};
   // Without a reference the shared ramps stay, even once the set's global level and contrast are fitted.
-  ParametresMosaique p = Parametres(t, d / "sans.tif");
+  ParametresMosaique p = test::Parametres(t, d / "sans.tif");
   JobMosaique sans(p);
   sans.Executer();
   const double sansAjuste = Ecart(d / "sans.tif", true);
@@ -234,7 +226,7 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
   EXPECT_EQ(sans.Rapport().avecReference, false);
   for (const auto& c : cas) {
     SCOPED_TRACE(c.reference);
-    p = Parametres(t, d / "m.tif");
+    p = test::Parametres(t, d / "m.tif");
     p.reference = d / c.reference;
     JobMosaique job(p);
     job.Executer();
@@ -275,7 +267,7 @@ TEST(ReferenceMosaique, EnPhasesLesMemesOctets) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
   EcrireVerite(d / "verite4.tif", -32, -32, kW + 64, kH + 64, 4);
-  ParametresMosaique p = Parametres(t, d / "un.tif");
+  ParametresMosaique p = test::Parametres(t, d / "un.tif");
   p.reference = d / "verite4.tif";
   JobMosaique(p).Executer();
   p.sortie = d / "phases.tif";
@@ -298,7 +290,7 @@ TEST(ReferenceMosaique, UneTuileSeuleAncreeParLaReference) {
   test::DossierTemp d;
   EcrireTuile(d / "seule.tif", 0, 0, 4);
   EcrireVerite(d / "verite.tif", -32, -32, kN + 64, kN + 64, 1);
-  ParametresMosaique p = Parametres({d / "seule.tif"}, d / "m.tif");
+  ParametresMosaique p = test::Parametres({d / "seule.tif"}, d / "m.tif");
   p.gainOffset.degreGain = p.gainOffset.degreOffset = 2;
   p.reference = d / "verite.tif";
   JobMosaique job(p);
@@ -317,7 +309,7 @@ TEST(ReferenceMosaique, GroupesSansLaReferenceNommes) {
     EcrireTuile(t.back(), 1000 + k * (kN - kRecouvrement), 0, 10 + k);
   }
   EcrireVerite(d / "verite.tif", 0, 0, kW, kH, 1);
-  ParametresMosaique p = Parametres(t, d / "m.tif");
+  ParametresMosaique p = test::Parametres(t, d / "m.tif");
   p.reference = d / "verite.tif";
   JobMosaique job(p);
   job.Executer();
