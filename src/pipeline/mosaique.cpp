@@ -1,13 +1,15 @@
 // The conventional front end's job (zepra/pipeline/mosaique.h).
 //
 // Memory. Nothing holds a whole input or the whole mosaic. Observation reads each input by windows
-// of full-width rows and keeps its block statistics (a few MiB per input). Composition works by rows
-// of output tiles: a row is composed by sub-bands of lines, each input contributing the window it
-// covers (grown by the feathering margin), corrected and fused by the rule; the row is then
-// compressed in the worker that made it and written in order. The memory plan decides, before any
-// pixel is read, how many rows are in flight at once and how tall a sub-band is, so that these
-// buffers stay under --memoire; the rest of the process (code, libraries, statistics, the system) is
-// outside it.
+// of full-width rows and keeps its block statistics. The statistics, the observations and the solve
+// are estimated before any pixel is read (EstimerMemoireEgalisation) and held within a share of
+// --memoire (ParametresMosaique::partEgalisation, half), the reading windows in the rest: the block
+// side grows beyond 16 when they would not fit, a --bloc that does not fit is refused. Composition works by
+// rows of output tiles: a row is composed by sub-bands of lines, each input contributing the window it covers
+// (grown by the feathering margin), corrected and fused by the rule; the row is then compressed in the worker
+// that made it and written in order. The memory plan decides, before any pixel is read, how many rows are in
+// flight at once and how tall a sub-band is, so that these buffers stay under --memoire; the rest of the
+// process (code, libraries, statistics, the system) is outside it.
 //
 // Same bytes whatever the threads. Each row of tiles is the same computation whoever makes it; rows
 // are written in order. Observations are per input, combined in input order.
