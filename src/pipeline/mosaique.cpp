@@ -355,6 +355,9 @@ struct JobMosaique::Impl {
   std::unique_ptr<StatsBlocs> Statistiques(size_t i) const;
   std::unique_ptr<StatsBlocs> Observer(size_t i) const;
   std::unique_ptr<StatsBlocs> ObserverReference() const;
+  // Whether the reference is observed through cells that tile the blocks (ObserverReference): its pixels
+  // do not (not a whole number of them per block, or their edges not on the blocks').
+  bool ReferenceEnCellules() const;
   void Resoudre();
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
   // block valid in both images.
@@ -587,8 +590,20 @@ MemoireEgalisation JobMosaique::Impl::EstimerEgalisation(int bloc) const {
   g.bloc = bloc;
   std::vector<ZoneBlocs> z;
   for (const auto& e : entrees) z.push_back(EmpriseBlocs(g, PlacementDe(*e), e->Colonnes(), e->Lignes()));
+  // The reference: every block its footprint touches, which holds its pixels' blocks and, when it is
+  // observed through cells (ObserverReference), the cells' too.
   ZoneBlocs r;
-  if (reference) r = EmpriseBlocs(g, PlacementDe(*reference), reference->Colonnes(), reference->Lignes());
+  if (reference) {
+    const Placement pl = PlacementDe(*reference);
+    const double x0 = std::max(0.0, pl.x0), x1 = std::min<double>(W, pl.x0 + pl.sx * reference->Colonnes());
+    const double y0 = std::max(0.0, pl.y0), y1 = std::min<double>(H, pl.y0 + pl.sy * reference->Lignes());
+    if (x1 > x0 && y1 > y0) {
+      r.bx0 = static_cast<long long>(std::floor(x0 / bloc));
+      r.by0 = static_cast<long long>(std::floor(y0 / bloc));
+      r.nbBx = static_cast<long long>(std::ceil(x1 / bloc)) - r.bx0;
+      r.nbBy = static_cast<long long>(std::ceil(y1 / bloc)) - r.by0;
+    }
+  }
   const ParametresGainOffset m = ModeleGainOffset();
   return EstimerMemoireEgalisation(
       z, reference ? &r : nullptr, bandes,
@@ -905,10 +920,137 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
   return s;
 }
 
-// The reference, only its part over the mosaic's grid (a satellite scene may be much larger).
+bool JobMosaique::Impl::ReferenceEnCellules() const {
+  const Placement pl = PlacementDe(*reference);
+  const auto entier = [](double v) {
+    return std::fabs(v - std::round(v)) <= 1e-6 * std::max(1.0, std::fabs(v));
+  };
+  // Beyond this many pixels across a block, the centre rule's shift is under 1/8192 of a block.
+  constexpr double kPixelsParBlocMax = 4096;
+  const bool alignee = entier(grille.bloc / pl.sx) && entier(grille.bloc / pl.sy) && entier(pl.x0 / pl.sx) &&
+                       entier(pl.y0 / pl.sy);
+  return !alignee && grille.bloc / pl.sx <= kPixelsParBlocMax && grille.bloc / pl.sy <= kPixelsParBlocMax;
+}
+
+namespace {
+
+// Along one axis, the source pixels [0, n) of size 'pas' from 'origine' against cells of size 'cote'
+// (at most 'pas') from 'debut': cell k meets at most two pixels, premier[k] and premier[k] + 1, the
+// first over the fraction poids[k] of the cell, the second over the rest (none when premier[k] + 1 is
+// outside or the rest is 0). A cell that the pixels do not cover whole gets premier -1.
+struct AxeCellules {
+  std::vector<int> premier;
+  std::vector<double> poids;
+  AxeCellules(double origine, double pas, int n, double debut, double cote, long long cellules) {
+    premier.assign(static_cast<size_t>(cellules), -1);
+    poids.assign(static_cast<size_t>(cellules), 0.0);
+    for (long long k = 0; k < cellules; ++k) {
+      const double a = (debut + k * cote - origine) / pas, b = (debut + (k + 1) * cote - origine) / pas;
+      if (a < -1e-9 || b > n + 1e-9) continue;
+      const int p = std::max(0, std::min(n - 1, static_cast<int>(std::floor(a + 1e-9))));
+      premier[k] = p;
+      poids[k] = std::min(1.0, std::max(0.0, (std::min<double>(b, p + 1) - a) / (b - a)));
+    }
+  }
+};
+
+}  // namespace
+
+// The reference, only its part over the mosaic's grid (a satellite scene may be much larger). A block
+// compares the inputs' pixels inside it with the reference's whose centre falls in it: when the
+// reference's pixels straddle the blocks' edges (another origin, a pixel that does not divide the
+// block), those cover up to half a pixel more ground on one side than on the other, and on a scene with
+// a gradient the two means differ by the gradient over that shift (twice the error of an aligned
+// reference on the tests' scene, five times with a pixel of 4 shifted by 2). Such a reference is then
+// observed through cells that tile the blocks exactly, as small as its pixel or smaller, each the mean
+// of the reference over its area (the pixels as constant over theirs), a cell not wholly covered by valid
+// pixels left out.
 std::unique_ptr<StatsBlocs> JobMosaique::Impl::ObserverReference() const {
   const EntreeMosaique& e = *reference;
   const Placement pl = PlacementDe(e);
+  if (ReferenceEnCellules()) {
+    const int mx = static_cast<int>(std::ceil(grille.bloc / pl.sx - 1e-6)),
+              my = static_cast<int>(std::ceil(grille.bloc / pl.sy - 1e-6));
+    const double cx = static_cast<double>(grille.bloc) / mx, cy = static_cast<double>(grille.bloc) / my;
+    // The cells over the reference's footprint on the grid.
+    const double gx0 = std::max(0.0, pl.x0), gx1 = std::min<double>(W, pl.x0 + pl.sx * e.Colonnes()),
+                 gy0 = std::max(0.0, pl.y0), gy1 = std::min<double>(H, pl.y0 + pl.sy * e.Lignes());
+    const long long kx0 = static_cast<long long>(std::floor(gx0 / cx)),
+                    kx1 = static_cast<long long>(std::ceil(gx1 / cx)),
+                    ky0 = static_cast<long long>(std::floor(gy0 / cy)),
+                    ky1 = static_cast<long long>(std::ceil(gy1 / cy));
+    Placement pc;
+    pc.x0 = kx0 * cx;
+    pc.y0 = ky0 * cy;
+    pc.sx = cx;
+    pc.sy = cy;
+    const int nx = static_cast<int>(std::max(1LL, kx1 - kx0)),
+              ny = static_cast<int>(std::max(1LL, ky1 - ky0));
+    auto s = std::make_unique<StatsBlocs>(grille, pc, nx, ny, bandes);
+    if (kx1 <= kx0 || ky1 <= ky0) return s;
+    const AxeCellules ax(pl.x0, pl.sx, e.Colonnes(), pc.x0, cx, nx),
+        ay(pl.y0, pl.sy, e.Lignes(), pc.y0, cy, ny);
+    // The reference's columns the cells read.
+    int c0 = e.Colonnes(), c1 = 0;
+    for (int k = 0; k < nx; ++k)
+      if (ax.premier[k] >= 0) {
+        c0 = std::min(c0, ax.premier[k]);
+        c1 = std::max(c1, std::min(e.Colonnes(), ax.premier[k] + 2));
+      }
+    std::vector<float> cellules(static_cast<size_t>(nx) * bandes);
+    std::vector<unsigned char> okCellules(nx);
+    std::vector<const float*> parBande(bandes);
+    for (int b = 0; b < bandes; ++b) parBande[b] = cellules.data() + static_cast<size_t>(b) * nx;
+    const int w = c1 - c0, canaux = e.Canaux();
+    const size_t parLigne = static_cast<size_t>(std::max(1, w)) * (sizeof(float) * canaux + 1);
+    const int lignes = static_cast<int>(
+        std::max<size_t>(2, std::min<size_t>(512, static_cast<size_t>(p.memoireMio) * kMio / 2 / parLigne)));
+    std::vector<float> v;
+    std::vector<unsigned char> ok;
+    int l0 = 0, l1 = 0;  // the reference's lines held: [l0, l1)
+    for (int j = 0; j < ny; ++j) {
+      std::fill(okCellules.begin(), okCellules.end(), 0);
+      const int la = ay.premier[j];
+      if (la >= 0 && w > 0) {
+        const int lb = std::min(e.Lignes() - 1, la + 1);
+        if (la < l0 || lb >= l1) {
+          l0 = la;
+          l1 = std::min(e.Lignes(), la + lignes);
+          v.resize(static_cast<size_t>(w) * (l1 - l0) * canaux);
+          ok.resize(static_cast<size_t>(w) * (l1 - l0));
+          e.Lire(c0, l0, w, l1 - l0, v.data(), ok.data());
+        }
+        const size_t plan = static_cast<size_t>(w) * (l1 - l0);
+        const double wy = ay.poids[j];
+        const int lignesCellule = wy < 1 && la + 1 < e.Lignes() ? 2 : 1;
+        for (int k = 0; k < nx; ++k) {
+          const int ca = ax.premier[k];
+          if (ca < 0) continue;
+          const double wx = ax.poids[k];
+          const int colonnesCellule = wx < 1 && ca + 1 < e.Colonnes() ? 2 : 1;
+          bool valide = true;
+          for (int dl = 0; dl < lignesCellule && valide; ++dl)
+            for (int dc = 0; dc < colonnesCellule && valide; ++dc)
+              valide = ok[static_cast<size_t>(la + dl - l0) * w + (ca + dc - c0)] != 0;
+          if (!valide) continue;
+          for (int b = 0; b < bandes; ++b) {
+            const float* plane = v.data() + static_cast<size_t>(e.Canal(b)) * plan;
+            double somme = 0;
+            for (int dl = 0; dl < lignesCellule; ++dl) {
+              const float* ligne = plane + static_cast<size_t>(la + dl - l0) * w - c0;
+              const double px = ligne[ca] * (colonnesCellule == 2 ? wx : 1.0) +
+                                (colonnesCellule == 2 ? ligne[ca + 1] * (1 - wx) : 0.0);
+              somme += px * (lignesCellule == 2 ? (dl == 0 ? wy : 1 - wy) : 1.0);
+            }
+            cellules[static_cast<size_t>(b) * nx + k] = static_cast<float>(somme);
+          }
+          okCellules[k] = 1;
+        }
+      }
+      s->Ajouter<float>(0, j, nx, 1, parBande.data(), 1, nx, okCellules.data(), nx);
+    }
+    return s;
+  }
   auto s = std::make_unique<StatsBlocs>(grille, pl, e.Colonnes(), e.Lignes(), bandes);
   const auto borne = [](double v, int n) { return static_cast<int>(std::min<double>(n, std::max(0.0, v))); };
   const int c0 = borne(std::floor(-pl.x0 / pl.sx), e.Colonnes()),
@@ -975,8 +1117,10 @@ void JobMosaique::Impl::Resoudre() {
     ptrs.push_back(statsReference.get());
     noms.push_back(reference->Nom());
     ref.image = static_cast<int>(entrees.size());
-    // A coarser pixel holds less contrast within a block than the inputs'.
-    ref.ecarts = reference->PasX() <= rx * (1 + 1e-6) && reference->PasY() <= ry * (1 + 1e-6);
+    // A coarser pixel holds less contrast within a block than the inputs', and so do cells that average
+    // several pixels.
+    ref.ecarts = reference->PasX() <= rx * (1 + 1e-6) && reference->PasY() <= ry * (1 + 1e-6) &&
+                 !ReferenceEnCellules();
   }
   const ObservationsBlocs obs = ObserverBlocs(ptrs, ParametresObservationsBlocs());
   // The observations and summaries are all the solve needs: the block statistics go before it.
