@@ -611,6 +611,9 @@ MemoireEgalisation JobMosaique::Impl::EstimerEgalisation(int bloc) const {
 }
 
 void JobMosaique::Impl::ChoisirBloc() {
+  if (!(p.partEgalisation > 0 && p.partEgalisation <= 1))
+    ZEPRA_ERREUR("[Mosaique] (Memoire) Part de la memoire pour l'egalisation " << p.partEgalisation
+                                                                               << " : ]0, 1] attendu.");
   const size_t part = PartEgalisation();
   const auto tient = [&](int bloc) { return EstimerEgalisation(bloc).Pic() <= part; };
   // The --memoire whose share would hold the equalization in blocks of 'bloc'.

@@ -1185,6 +1185,10 @@ TEST(JobMosaique, BlocGranditJusquALaPartDeLaMemoire) {
   p.partEgalisation = (EstimationTuiles(16) - 1) / mio;
   test::Refuse([&] { JobMosaique(p).PhaseObserver(travail, 2); }, "", {"appartient a un autre calcul"});
   test::Refuse([&] { JobMosaique(p).PhaseResoudre(travail); }, "", {"appartient a un autre calcul"});
+  for (const double part : {0.0, -1.0, 1.5, std::nan("")}) {
+    p.partEgalisation = part;
+    test::Refuse([&] { JobMosaique j(p); }, "", {"Part de la memoire pour l'egalisation"});
+  }
 }
 
 // A --bloc whose estimate passes the share is refused before any pixel is read, naming the smallest
