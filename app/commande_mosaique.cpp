@@ -107,7 +107,8 @@ const std::vector<Option>& Table() {
         };
         return o;
       }(),
-      Entier("bloc", "PIXELS", "16", "gain-offset : cote des blocs de statistiques", 4, 4096,
+      Entier("bloc", "PIXELS", "16, double tant que --memoire l'exige",
+             "gain-offset : cote des blocs de statistiques", 4, 4096,
              [](O& o, const Valeur& v) { o.parametresModele.bloc = static_cast<int>(v.entier); }),
       Texte("reference", 0, "FICHIER", "aucune",
             "gain-offset : image de reference radiometrique (mosaique anterieure, image satellite), meme "

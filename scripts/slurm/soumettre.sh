@@ -9,9 +9,9 @@
 # mosaique`, images first. Each task asks C CPUs (default 1) and runs with --threads C unless
 # --threads is given; it asks --memoire (default 1024 MiB) plus the margin below; MINUTES is its time
 # limit (default: the partition's). The solve holds the block statistics and observations of every
-# overlap at once, whatever --memoire says: --memoire-resoudre MIO is what its task asks instead
-# (with blocks of 16 and overlaps of 20 % on each side, about 0.3 MiB per million input pixels of
-# three bands, 0.2 of one). Partition,
+# overlap at once, within half of --memoire (the blocks grow beyond it unless --bloc is given);
+# --memoire-resoudre MIO is what its task asks instead (with blocks of 16 and overlaps of 20 % on
+# each side, about 0.3 MiB per million input pixels of three bands, 0.2 of one). Partition,
 # account and the like come from sbatch's environment (SBATCH_PARTITION, SBATCH_ACCOUNT, ...). Prints
 # the four job ids; with --attendre, waits for the last one and fails unless it completed. A failed
 # step cancels the steps after it; submitting again redoes only what is not finished.

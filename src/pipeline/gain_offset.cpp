@@ -5,6 +5,7 @@
 #include <Eigen/SparseCholesky>
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <sstream>
 
@@ -113,9 +114,12 @@ double Mediane(std::vector<double>& v) {
 // One band of one connected group: its normal equations, solves and re-weighting.
 class SystemeGroupe {
  public:
+  // local: each image's index in its own group (shared by every group and band rather than one
+  // table of all the images per group and band).
   SystemeGroupe(const std::vector<ResumeImage>& resumes, const ObservationsBlocs& obs,
                 const std::vector<int>& images, const std::vector<size_t>& indices,
-                const ParametresGainOffset& p, int bande, const ReferenceGainOffset& reference)
+                const std::vector<int>& local, const ParametresGainOffset& p, int bande,
+                const ReferenceGainOffset& reference)
       : m_resumes(resumes),
         m_obs(obs),
         m_images(images),
@@ -124,10 +128,10 @@ class SystemeGroupe {
         m_bande(bande),
         m_nG(NbTermes(p.degreGain)),
         m_nO(NbTermes(p.degreOffset)),
-        m_nU(m_nG + m_nO) {
-    m_local.assign(resumes.size(), -1);
-    for (size_t k = 0; k < images.size(); ++k) m_local[images[k]] = static_cast<int>(k);
-    if (reference.image >= 0) m_ref = m_local[reference.image];
+        m_nU(m_nG + m_nO),
+        m_local(local) {
+    for (size_t k = 0; k < images.size(); ++k)
+      if (images[k] == reference.image) m_ref = static_cast<int>(k);
     // The group's level and contrast set the scale of the gain unknowns and the floors of the priors.
     double n = 0, s = 0, q = 0;
     for (int i : images) {
@@ -683,7 +687,7 @@ class SystemeGroupe {
   const std::vector<size_t>& m_indices;  // the group's observations
   const ParametresGainOffset& m_p;
   const int m_bande, m_nG, m_nO, m_nU;
-  std::vector<int> m_local;
+  const std::vector<int>& m_local;
   int m_ref = -1;        // the reference's local index, -1 when it is not in the group
   bool m_ancre = false;  // some of its observations are used: it fixes the group's blind spot
   double m_G = 1, m_ecartRef = 1;
@@ -869,6 +873,9 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   }
   for (size_t k = 0; k < obs.blocs.size(); ++k) indices[groupe[obs.blocs[k].i]].push_back(k);
   for (int i = 0; i < n; ++i) R.images[i].groupe = groupe[i];
+  std::vector<int> local(n, -1);
+  for (const std::vector<int>& g : R.groupes)
+    for (size_t k = 0; k < g.size(); ++k) local[g[k]] = static_cast<int>(k);
 
   size_t plusGrand = 0;
   for (size_t g = 0; g < R.groupes.size(); ++g)
@@ -883,19 +890,24 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
   };
   const size_t nbGroupes = R.groupes.size();
   std::vector<Issue> issues(static_cast<size_t>(std::max(0, nbBandes)) * nbGroupes);
-  PourChaque(issues.size(), [&](size_t t) {
-    const int b = static_cast<int>(t / nbGroupes);
-    const size_t g = t % nbGroupes;
-    SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], p, b, reference);
-    s.Resoudre(noms);
-    Issue& x = issues[t];
-    x.AB = s.Coefficients(R.corrections);
-    x.indetermines = s.Indetermines();
-    x.referenceEcartee = s.ReferenceEcartee();
-    for (const auto& d : s.PairesDifferentes()) x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
-    for (size_t k = 0; k < indices[g].size(); ++k)
-      if (s.Comparees()[k] != 0 && s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
-  });
+  const size_t parLot =
+      p.enParallele > 0 ? static_cast<size_t>(p.enParallele) : std::max<size_t>(1, issues.size());
+  for (size_t t0 = 0; t0 < issues.size(); t0 += parLot)
+    PourChaque(std::min(parLot, issues.size() - t0), [&](size_t u) {
+      const size_t t = t0 + u;
+      const int b = static_cast<int>(t / nbGroupes);
+      const size_t g = t % nbGroupes;
+      SystemeGroupe s(resumes, obs, R.groupes[g], indices[g], local, p, b, reference);
+      s.Resoudre(noms);
+      Issue& x = issues[t];
+      x.AB = s.Coefficients(R.corrections);
+      x.indetermines = s.Indetermines();
+      x.referenceEcartee = s.ReferenceEcartee();
+      for (const auto& d : s.PairesDifferentes())
+        x.differents.push_back({d.i, d.j, b, d.correlation, d.blocs});
+      for (size_t k = 0; k < indices[g].size(); ++k)
+        if (s.Comparees()[k] != 0 && s.PoidsMoyenne()[k] < 0.5) x.ecartee += obs.blocs[indices[g][k]].poids;
+    });
   for (int b = 0; b < nbBandes; ++b) {
     double poids = 0, avant = 0, ecartee = 0;
     for (size_t g = 0; g < nbGroupes; ++g) {
@@ -944,4 +956,117 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
     }
   }
   return R;
+}
+
+MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entrees,
+                                             const ZoneBlocs* reference, int nbBandes, int inconnues) {
+  std::vector<ZoneBlocs> z = entrees;
+  if (reference) z.push_back(*reference);
+  const size_t n = entrees.size(), m = z.size();
+  const double b = std::max(1, nbBandes), nU = std::max(1, inconnues), nU2 = nU * nU;
+  const double pasBloc = (1 + 2 * b) * sizeof(double);
+  // An allocation's own bookkeeping, and a vector grown by doubling holds up to twice its size.
+  constexpr double kAllocation = 32, kCroissance = 2;
+  const auto rencontre = [](const ZoneBlocs& a, const ZoneBlocs& c) {
+    return !a.Vide() && !c.Vide() && c.bx0 < a.bx0 + a.nbBx && a.bx0 < c.bx0 + c.nbBx &&
+           c.by0 < a.by0 + a.nbBy && a.by0 < c.by0 + c.nbBy;
+  };
+  // The pairs whose blocks meet, by a sweep along x, and the blocks they share.
+  std::vector<size_t> ordre(m);
+  std::iota(ordre.begin(), ordre.end(), size_t(0));
+  std::sort(ordre.begin(), ordre.end(),
+            [&](size_t a, size_t c) { return z[a].bx0 != z[c].bx0 ? z[a].bx0 < z[c].bx0 : a < c; });
+  std::vector<std::vector<size_t>> voisines(m);
+  double paires = 0, communs = 0;
+  for (size_t a = 0; a < m; ++a) {
+    const ZoneBlocs& A = z[ordre[a]];
+    for (size_t c = a + 1; c < m && z[ordre[c]].bx0 < A.bx0 + A.nbBx; ++c) {
+      const ZoneBlocs& C = z[ordre[c]];
+      if (!rencontre(A, C)) continue;
+      voisines[ordre[a]].push_back(ordre[c]);
+      voisines[ordre[c]].push_back(ordre[a]);
+      paires += 1;
+      communs += static_cast<double>(std::min(A.bx0 + A.nbBx, C.bx0 + C.nbBx) - std::max(A.bx0, C.bx0)) *
+                 static_cast<double>(std::min(A.by0 + A.nbBy, C.by0 + C.nbBy) - std::max(A.by0, C.by0));
+    }
+  }
+  // Statistics: each input's blocks that another footprint reaches, counted as StatsBlocs keeps them
+  // (merged runs on each line of blocks); the reference keeps all of its own.
+  const double resume = sizeof(ResumeImage) + b * sizeof(ResumeImage::Bande);
+  double stats = 0, export1 = 0;
+  std::vector<std::pair<long long, long long>> morceaux;
+  for (size_t i = 0; i < m; ++i) {
+    const ZoneBlocs& A = z[i];
+    double gardes = 0, intervalles = 0;
+    if (i == n) {
+      gardes = static_cast<double>(A.nbBx) * A.nbBy;
+      intervalles = static_cast<double>(A.nbBy);
+    } else {
+      for (long long by = A.by0; by < A.by0 + A.nbBy; ++by) {
+        morceaux.clear();
+        for (size_t j : voisines[i]) {
+          const ZoneBlocs& C = z[j];
+          if (by < C.by0 || by >= C.by0 + C.nbBy) continue;
+          morceaux.emplace_back(std::max(A.bx0, C.bx0), std::min(A.bx0 + A.nbBx, C.bx0 + C.nbBx));
+        }
+        std::sort(morceaux.begin(), morceaux.end());
+        long long fin = std::numeric_limits<long long>::min();
+        for (const auto& p : morceaux) {
+          if (p.first > fin) intervalles += 1;
+          const long long debut = std::max(p.first, fin);
+          if (p.second > debut) gardes += static_cast<double>(p.second - debut);
+          fin = std::max(fin, p.second);
+        }
+      }
+    }
+    const double donnees = gardes * pasBloc;
+    stats += donnees + kCroissance * (intervalles * 3 * sizeof(long long) + (A.nbBy + 1.0) * sizeof(size_t)) +
+             (A.nbBx + A.nbBy + 2.0) * sizeof(int) + sizeof(StatsBlocs) + resume + pasBloc + 8 * kAllocation;
+    if (i < n)
+      export1 = std::max(export1,
+                         donnees + (1 + kTermesMax * kTermesMax + b * (3 + 3 * kTermesMax)) * sizeof(double));
+  }
+  stats += export1;
+  // Observations, and the summaries held beside them until the end of the solve (a name each too).
+  const double obs =
+      communs * (sizeof(ObservationBloc) + 4 * b * sizeof(double)) + kCroissance * paires * 2 * sizeof(int) +
+      m * sizeof(size_t) +
+      m * (kCroissance * sizeof(ResumeImage) + b * sizeof(ResumeImage::Bande) + 64 + 2 * kAllocation);
+  // The solve, for every band: the observations' lists by group, the groups, the corrections.
+  const double commune = communs * sizeof(size_t) +
+                         m * (sizeof(CorrectionGainOffset) + 2 * b * kTermesMax * sizeof(double) +
+                              sizeof(DiagnosticImage) + 6 * sizeof(int) + 4 * kAllocation) +
+                         b * m * 128;
+  // One band of one group: per observation its two weights and flags, and the residuals and their
+  // absolute values while it is re-weighted.
+  const double parObservation = 2 * sizeof(double) + 2 + sizeof(double) + kCroissance * sizeof(double);
+  // Per pair: its run of observations and its tests of content, and its two off-diagonal blocks in the
+  // system: as triplets (grown by doubling), in the matrix made from them and its transposed copy, and in
+  // the factor's own copy. Beside them, the blocks of the normal equations of 64 pairs being summed.
+  const double hors = 2 * nU2;
+  const double parPaire =
+      kCroissance * sizeof(size_t) + 24 + kCroissance * sizeof(double) + 1 +
+      kCroissance * (sizeof(ContenuDifferent) + 32) +
+      hors * (kCroissance * sizeof(Eigen::Triplet<double>) + 3 * (sizeof(double) + sizeof(int)));
+  // Per image: its diagonal block likewise, the vectors of its unknowns and the constraints on them.
+  const double parImage = nU2 * (sizeof(double) + kCroissance * sizeof(Eigen::Triplet<double>) +
+                                 3 * (sizeof(double) + sizeof(int))) +
+                          nU * (12 * sizeof(double) + 8 * sizeof(int)) +
+                          4 * kTermesMax * nU * sizeof(double) + 2 * sizeof(double) + 2 + 2 * 32;
+  const double images = std::max<double>(1, static_cast<double>(m)), l2 = std::log2(images);
+  const double facteur = nU2 * images * (2 + l2 * l2 / 4) * std::max(1.0, paires / (4 * images)) *
+                         (sizeof(double) + sizeof(int));
+  const double parBande = communs * parObservation + paires * parPaire + m * parImage + facteur +
+                          std::min(64.0, paires) * (4 * nU2 + 2 * nU) * sizeof(double) + 16 * kAllocation;
+  MemoireEgalisation r;
+  const auto octets = [](double v) {
+    return v >= static_cast<double>(std::numeric_limits<size_t>::max() / 2)
+               ? std::numeric_limits<size_t>::max() / 2
+               : static_cast<size_t>(std::ceil(v));
+  };
+  r.statistiques = octets(stats);
+  r.observations = octets(obs);
+  r.resolutionCommune = octets(commune);
+  r.resolutionParBande = octets(parBande);
+  return r;
 }

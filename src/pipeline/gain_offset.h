@@ -113,6 +113,9 @@ struct ParametresGainOffset {
   bool gainDistorsion = true;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
+  // Bands and groups solved at once, each holding its own system (EstimerMemoireEgalisation); 0: as many
+  // as threads. The results do not depend on it.
+  int enParallele = 0;
 
   // Refuses out-of-range values, naming them.
   void Verifier() const;
@@ -227,3 +230,27 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
                                       const ParametresGainOffset& p,
                                       const std::vector<std::string>& noms = {},
                                       const ReferenceGainOffset& reference = {});
+
+// What the block statistics, the observations and the solve of a job hold at most, in bytes, known from
+// the footprints alone (EmpriseBlocs on the grid of the block side considered), before any pixel is
+// read. entrees: each input's blocks; reference: the reference's, or null. inconnues: the unknowns of
+// one image and band (the gain's terms and the offset's).
+//  - statistiques: each input's kept blocks (those another footprint reaches, StatsBlocs) and tables,
+//    the reference's every block, and one input's sums read back from a work file (the solve phase);
+//  - observations: one per block of each pair's common blocks (the valid-area test keeps fewer), with
+//    the summaries;
+//  - resolutionCommune: what the solve holds for every band (the groups' lists, the corrections);
+//  - resolutionParBande: what one band of one group holds while it is solved (weights, residuals, the
+//    normal equations and their sparse factor), taken as if every image were in one group. The
+//    factor's fill is taken as that of overlaps on a plane: at most 2 + log2(n)^2 / 4 blocks of
+//    unknowns per image (images on a grid, each meeting its eight neighbours: 19 measured for 1024
+//    images), times the pairs' excess over four per image.
+// The statistics are freed once the observations are made. One band solved at a time is the least the
+// solve can hold (ParametresGainOffset::enParallele), so the estimate does not depend on the threads:
+// every run and phase of a job derives the same from the same inputs and options.
+struct MemoireEgalisation {
+  size_t statistiques = 0, observations = 0, resolutionCommune = 0, resolutionParBande = 0;
+  size_t Pic() const { return std::max(statistiques, resolutionCommune + resolutionParBande) + observations; }
+};
+MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entrees,
+                                             const ZoneBlocs* reference, int nbBandes, int inconnues);

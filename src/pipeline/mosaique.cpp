@@ -1,13 +1,15 @@
 // The conventional front end's job (zepra/pipeline/mosaique.h).
 //
 // Memory. Nothing holds a whole input or the whole mosaic. Observation reads each input by windows
-// of full-width rows and keeps its block statistics (a few MiB per input). Composition works by rows
-// of output tiles: a row is composed by sub-bands of lines, each input contributing the window it
-// covers (grown by the feathering margin), corrected and fused by the rule; the row is then
-// compressed in the worker that made it and written in order. The memory plan decides, before any
-// pixel is read, how many rows are in flight at once and how tall a sub-band is, so that these
-// buffers stay under --memoire; the rest of the process (code, libraries, statistics, the system) is
-// outside it.
+// of full-width rows and keeps its block statistics. The statistics, the observations and the solve
+// are estimated before any pixel is read (EstimerMemoireEgalisation) and held within a share of
+// --memoire (ParametresMosaique::partEgalisation, half), the reading windows in the rest: the block
+// side grows beyond 16 when they would not fit, a --bloc that does not fit is refused. Composition works by
+// rows of output tiles: a row is composed by sub-bands of lines, each input contributing the window it covers
+// (grown by the feathering margin), corrected and fused by the rule; the row is then compressed in the worker
+// that made it and written in order. The memory plan decides, before any pixel is read, how many rows are in
+// flight at once and how tall a sub-band is, so that these buffers stay under --memoire; the rest of the
+// process (code, libraries, statistics, the system) is outside it.
 //
 // Same bytes whatever the threads. Each row of tiles is the same computation whoever makes it; rows
 // are written in order. Observations are per input, combined in input order.
@@ -51,6 +53,8 @@ namespace {
 constexpr size_t kMio = size_t(1) << 20;
 // The widest default feathering, in output pixels.
 constexpr double kPlumeMax = 64;
+// The statistics' block side when --bloc is not given, and the largest it may grow to (--bloc's bound).
+constexpr int kBlocDefaut = 16, kBlocMax = 4096;
 
 // One line of an input corrected in place. A gain can carry a value near the float limit past it (or a
 // historical multiplicative model divide by almost 0): the result is held at the largest float, so that
@@ -324,6 +328,14 @@ struct JobMosaique::Impl {
 
   void Preparer();
   void PreparerReference(const SystemeReference* epsg);
+  void VerifierPixelReference() const;
+  // The block side: --bloc, or the default doubled until the equalization's estimate fits its share of
+  // --memoire; refuses a --bloc whose estimate does not.
+  void ChoisirBloc();
+  size_t PartEgalisation() const;
+  // Lines of an input 'largeur' wide read at once by each of 'fils' observing threads.
+  int LignesObservation(int largeur, int canaux, int fils) const;
+  MemoireEgalisation EstimerEgalisation(int bloc) const;
   void Grille();
   void PlanMemoire();
   // The model's settings from the job's options (degrees chosen once Preparer has run).
@@ -557,11 +569,97 @@ void JobMosaique::Impl::Preparer() {
     grille.lignes = H;
     grille.bloc = p.gainOffset.bloc > 0 ? p.gainOffset.bloc : 16;
     grille.Verifier();
-    for (const auto& e : entrees)
-      emprises.push_back(EmpriseBlocs(grille, PlacementDe(*e), e->Colonnes(), e->Lignes()));
   }
   if (!p.reference.empty()) PreparerReference(epsg.get());
+  if (gainOffset) {
+    ChoisirBloc();
+    for (const auto& e : entrees)
+      emprises.push_back(EmpriseBlocs(grille, PlacementDe(*e), e->Colonnes(), e->Lignes()));
+    if (reference) VerifierPixelReference();
+  }
+  rapport.bloc = gainOffset ? grille.bloc : 0;
   PlanMemoire();
+}
+
+size_t JobMosaique::Impl::PartEgalisation() const {
+  return static_cast<size_t>(std::floor(p.partEgalisation * static_cast<double>(p.memoireMio) * kMio));
+}
+
+MemoireEgalisation JobMosaique::Impl::EstimerEgalisation(int bloc) const {
+  GrilleBlocs g = grille;
+  g.bloc = bloc;
+  std::vector<ZoneBlocs> z;
+  for (const auto& e : entrees) z.push_back(EmpriseBlocs(g, PlacementDe(*e), e->Colonnes(), e->Lignes()));
+  // The reference: every block its footprint touches, which holds its pixels' blocks and, when it is
+  // observed through cells (ObserverReference), the cells' too.
+  ZoneBlocs r;
+  if (reference) {
+    const Placement pl = PlacementDe(*reference);
+    const double x0 = std::max(0.0, pl.x0), x1 = std::min<double>(W, pl.x0 + pl.sx * reference->Colonnes());
+    const double y0 = std::max(0.0, pl.y0), y1 = std::min<double>(H, pl.y0 + pl.sy * reference->Lignes());
+    if (x1 > x0 && y1 > y0) {
+      r.bx0 = static_cast<long long>(std::floor(x0 / bloc));
+      r.by0 = static_cast<long long>(std::floor(y0 / bloc));
+      r.nbBx = static_cast<long long>(std::ceil(x1 / bloc)) - r.bx0;
+      r.nbBy = static_cast<long long>(std::ceil(y1 / bloc)) - r.by0;
+    }
+  }
+  const ParametresGainOffset m = ModeleGainOffset();
+  return EstimerMemoireEgalisation(
+      z, reference ? &r : nullptr, bandes,
+      base_polynome::NbTermes(m.degreGain) + base_polynome::NbTermes(m.degreOffset));
+}
+
+void JobMosaique::Impl::ChoisirBloc() {
+  if (!(p.partEgalisation > 0 && p.partEgalisation <= 1))
+    ZEPRA_ERREUR("[Mosaique] (Memoire) Part de la memoire pour l'egalisation " << p.partEgalisation
+                                                                               << " : ]0, 1] attendu.");
+  const size_t part = PartEgalisation();
+  const auto tient = [&](int bloc) { return EstimerEgalisation(bloc).Pic() <= part; };
+  // The --memoire whose share would hold the equalization in blocks of 'bloc'.
+  const auto memoire = [&](int bloc) {
+    const double mio = static_cast<double>(EstimerEgalisation(bloc).Pic()) / p.partEgalisation / kMio;
+    return std::max<long long>(16, static_cast<long long>(std::ceil(mio)));
+  };
+  const auto mio = [](size_t o) { return (o + kMio - 1) / kMio; };
+  const int donne = p.gainOffset.bloc;
+  if (donne > 0) {
+    if (tient(donne)) return;
+    // The smallest block that fits, the estimate falling as the block grows.
+    int haut = donne;
+    while (haut < kBlocMax && !tient(haut)) haut = std::min(kBlocMax, 2 * haut);
+    std::ostringstream t;
+    t << "[Mosaique] (Memoire) --memoire " << p.memoireMio << " Mio : en blocs de " << donne
+      << " pixels (--bloc " << donne << "), les statistiques, les observations et la resolution de "
+      << "l'egalisation demandent " << mio(EstimerEgalisation(donne).Pic()) << " Mio, plus que leur part ("
+      << mio(part) << " Mio) ; donner ";
+    if (tient(haut)) {
+      int bas = haut / 2 < donne ? donne : haut / 2;
+      while (haut - bas > 1) {
+        const int milieu = bas + (haut - bas) / 2;
+        (tient(milieu) ? haut : bas) = milieu;
+      }
+      t << "--bloc " << haut << " ou ";
+    }
+    t << "--memoire " << memoire(donne) << ".";
+    ZEPRA_ERREUR(t.str());
+  }
+  int bloc = kBlocDefaut;
+  while (bloc < kBlocMax && !tient(bloc)) bloc *= 2;
+  if (!tient(bloc))
+    ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
+                 << p.memoireMio << " Mio : les statistiques, les observations et la resolution de "
+                 << "l'egalisation demandent " << mio(EstimerEgalisation(bloc).Pic())
+                 << " Mio meme en blocs de " << bloc << " pixels, plus que leur part (" << mio(part)
+                 << " Mio) ; donner --memoire " << memoire(kBlocDefaut) << ".");
+  if (bloc == kBlocDefaut) return;
+  grille.bloc = bloc;
+  std::ostringstream t;
+  t << "Blocs de statistiques de " << bloc << " pixels (et non " << kBlocDefaut << ") : en blocs de "
+    << kBlocDefaut << ", les statistiques, les observations et la resolution de l'egalisation demanderaient "
+    << mio(EstimerEgalisation(kBlocDefaut).Pic()) << " Mio, plus que leur part de --memoire " << p.memoireMio
+    << " Mio (" << mio(part) << " Mio) ; donner --memoire " << memoire(kBlocDefaut) << " pour les garder.";
+  Avertir(t.str());
 }
 
 void JobMosaique::Impl::PreparerReference(const SystemeReference* epsg) {
@@ -591,16 +689,6 @@ void JobMosaique::Impl::PreparerReference(const SystemeReference* epsg) {
                  << n << " est dans le systeme " << (cb ? DecrireCrs(*b) : std::string("inconnu"))
                  << ", la mosaique dans le systeme " << (ca ? DecrireCrs(*a) : std::string("inconnu"))
                  << " ; la reference n'est pas reprojetee.");
-  // Each block must hold the centre of a reference pixel at least.
-  const double fx = r.PasX() / rx, fy = r.PasY() / ry;
-  if (fx > grille.bloc * (1 + 1e-6) || fy > grille.bloc * (1 + 1e-6)) {
-    std::ostringstream t;
-    t << "[Mosaique] (Reference) --reference " << n << " : son pixel (" << r.PasX() << " x " << r.PasY()
-      << ") depasse les blocs de " << grille.bloc << " pixels de la mosaique (" << grille.bloc * rx << " x "
-      << grille.bloc * ry << ") ; donner --bloc "
-      << static_cast<long long>(std::ceil(std::max(fx, fy) - 1e-6)) << " au moins.";
-    ZEPRA_ERREUR(t.str());
-  }
   // Somewhere on an input inside the mosaic, or it anchors nothing.
   const double rx1 = r.X0() + r.Colonnes() * r.PasX(), ry1 = r.Y0() - r.Lignes() * r.PasY();
   bool touche = false;
@@ -616,6 +704,20 @@ void JobMosaique::Impl::PreparerReference(const SystemeReference* epsg) {
   if (r.OctetsLecture(1, 1) > static_cast<size_t>(p.memoireMio) * kMio)
     ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire " << p.memoireMio << " Mio : la reference " << n
                                                    << " se lit par blocs plus grands.");
+}
+
+// Each block (the block side used) must hold the centre of a reference pixel at least.
+void JobMosaique::Impl::VerifierPixelReference() const {
+  const EntreeMosaique& r = *reference;
+  const double fx = r.PasX() / rx, fy = r.PasY() / ry;
+  if (fx > grille.bloc * (1 + 1e-6) || fy > grille.bloc * (1 + 1e-6)) {
+    std::ostringstream t;
+    t << "[Mosaique] (Reference) --reference " << p.reference << " : son pixel (" << r.PasX() << " x "
+      << r.PasY() << ") depasse les blocs de " << grille.bloc << " pixels de la mosaique ("
+      << grille.bloc * rx << " x " << grille.bloc * ry << ") ; donner --bloc "
+      << static_cast<long long>(std::ceil(std::max(fx, fy) - 1e-6)) << " au moins.";
+    ZEPRA_ERREUR(t.str());
+  }
 }
 
 void JobMosaique::Impl::Grille() {
@@ -760,10 +862,25 @@ void JobMosaique::Impl::PlanMemoire() {
     }
     corrigesEnVol = static_cast<int>(std::max<size_t>(1, std::min<size_t>(NbFils(), budget / parImage)));
   }
-  // Observation windows: full-width rows of the widest input, one per thread.
-  const size_t parLigne = static_cast<size_t>(largeurMax) * (sizeof(float) * canauxMax + 1);
-  lignesObservation = static_cast<int>(
-      std::max<size_t>(1, std::min<size_t>(512, budget / (static_cast<size_t>(NbFils()) * parLigne))));
+  // Observation windows: full-width rows of the widest input, one per thread, with the lines of blocks
+  // they fill, in what the statistics' share leaves.
+  lignesObservation = LignesObservation(largeurMax, canauxMax, NbFils());
+}
+
+int JobMosaique::Impl::LignesObservation(int largeur, int canaux, int fils) const {
+  const size_t budget = static_cast<size_t>(p.memoireMio) * kMio;
+  const size_t reste = budget - std::min(budget, gainOffset ? PartEgalisation() : 0);
+  size_t parLigne = static_cast<size_t>(largeur) * (sizeof(float) * canaux + 1), blocs = 0;
+  if (gainOffset) {
+    // A line of blocks across the input, filled until its last line is read: 2 beside the window's.
+    const size_t bloc = static_cast<size_t>(grille.bloc);
+    blocs =
+        (static_cast<size_t>(largeur) / bloc + 2) * (1 + 2 * static_cast<size_t>(bandes)) * sizeof(double);
+    parLigne += (blocs + bloc - 1) / bloc;
+  }
+  const size_t parFil = reste / static_cast<size_t>(std::max(1, fils));
+  const size_t lignes = parFil > 2 * blocs ? (parFil - 2 * blocs) / parLigne : 0;
+  return static_cast<int>(std::max<size_t>(1, std::min<size_t>(512, lignes)));
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -945,9 +1062,7 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::ObserverReference() const {
             l1 = borne(std::ceil((H - pl.y0) / pl.sy), e.Lignes());
   const int w = c1 - c0, canaux = e.Canaux();
   if (w <= 0) return s;
-  const size_t parLigne = static_cast<size_t>(w) * (sizeof(float) * canaux + 1);
-  const int lignes = static_cast<int>(
-      std::max<size_t>(1, std::min<size_t>(512, static_cast<size_t>(p.memoireMio) * kMio / 2 / parLigne)));
+  const int lignes = LignesObservation(w, canaux, 1);
   std::vector<float> v;
   std::vector<unsigned char> ok;
   std::vector<const float*> parBande(bandes);
@@ -1016,7 +1131,14 @@ void JobMosaique::Impl::Resoudre() {
   stats.clear();
   stats.shrink_to_fit();
   statsReference.reset();
-  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, ModeleGainOffset(), noms, ref);
+  // As many bands and groups solved at once as the share holds beside the observations, one at least
+  // (the estimate counts one).
+  ParametresGainOffset modele = ModeleGainOffset();
+  const MemoireEgalisation m = EstimerEgalisation(grille.bloc);
+  const size_t part = PartEgalisation(), tenu = m.observations + m.resolutionCommune;
+  modele.enParallele = static_cast<int>(std::max<size_t>(
+      1, std::min<size_t>(64, part > tenu ? (part - tenu) / std::max<size_t>(1, m.resolutionParBande) : 1)));
+  const ResultatGainOffset R = ResoudreGainOffset(resumes, obs, modele, noms, ref);
   if (reference) {
     RapportMosaique::Entree& r = rapport.reference;
     r.observations = R.images[ref.image].observations;
@@ -2019,7 +2141,12 @@ std::string JobMosaique::RapportJson(const std::vector<std::pair<std::string, st
   for (size_t k = 0; k < options.size(); ++k)
     o << (k ? ", " : "") << "\"" << EchapperJson(options[k].first) << "\": \""
       << EchapperJson(options[k].second) << "\"";
-  o << "},\n  \"entrees\": [";
+  o << "},\n  \"bloc\": ";
+  if (m->rapport.bloc > 0)
+    o << m->rapport.bloc;
+  else
+    o << "null";
+  o << ",\n  \"entrees\": [";
   for (size_t k = 0; k < r.entrees.size(); ++k) {
     const auto& e = r.entrees[k];
     o << (k ? "," : "") << "\n    {\"nom\": \"" << EchapperJson(e.nom) << "\", \"bandes\": " << e.bandes

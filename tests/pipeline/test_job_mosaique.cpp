@@ -16,6 +16,7 @@
 #include <set>
 
 #include "outils_test.h"
+#include "pipeline/gain_offset.h"
 #include "pipeline/outils_pipeline.h"
 #include "zepra/crs.h"
 #include "zepra/ecrivaingeotiff.h"
@@ -59,15 +60,16 @@ void Uniforme(const std::string& nom, OptionsEcriture o, int n, int bandes, floa
 // Tile (i, j) of a block of 3-band 8-bit tiles of n x n pixels, each band with its own gain and offset;
 // its content is the truth 'ailleurs' pixels further right and down (0: where it lies). With
 // 'vignettage', the lens's fall-off too: the gain times 1 - vignettage r^2, r = 1 in the tile's corners.
-// The block starts 'decalage' pixels to the right of the grid's origin.
+// The block starts 'decalage' pixels to the right of the grid's origin; its tiles overlap by
+// 'recouvrement' pixels.
 void EcrireTuile(const std::string& nom, int i, int j, int n, int ailleurs = 0, double vignettage = 0,
-                 int decalage = 0) {
+                 int decalage = 0, int recouvrement = kRecouvrement) {
   OptionsEcriture o;
   o.tuile = 64;
   o.nodataPresent = true;
   o.nodata = 0;
   o.type = eUInt1;
-  const int c0 = decalage + j * (n - kRecouvrement), l0 = i * (n - kRecouvrement);
+  const int c0 = decalage + j * (n - recouvrement), l0 = i * (n - recouvrement);
   EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, n), kBandes, eFloat4, Grille(c0, l0));
   std::vector<float> ligne(static_cast<size_t>(n) * kBandes);
   for (int y = 0; y < n; ++y) {
@@ -110,6 +112,17 @@ double Ecart(const std::string& mosaique, int b) {
   for (int y = 0; y < m.iGetNbLignes(); ++y)
     for (int x = 0; x < m.iGetNbColonnes(); ++x) e += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
   return std::sqrt(e / n);
+}
+
+// The 2 x 2 block of tiles overlapping by half: every input keeps most of its blocks.
+std::vector<std::string> TuilesRecouvertes(const std::string& dossier, int n) {
+  std::vector<std::string> noms;
+  for (int i = 0; i < 2; ++i)
+    for (int j = 0; j < 2; ++j) {
+      noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
+      EcrireTuile(noms.back(), i, j, n, 0, 0, 0, n / 2);
+    }
+  return noms;
 }
 
 // Two float tiles f0.tif and f1.tif side by side, the second kN - kRecouvrement pixels to the right, of
@@ -1101,3 +1114,112 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
 }
 
 }  // namespace
+
+namespace {
+// The equalization's estimate for the 2 x 2 block of kN tiles in blocks of 'bloc' (degree 0: 4 images).
+size_t EstimationTuiles(int bloc) {
+  GrilleBlocs g;
+  g.bloc = bloc;
+  g.colonnes = g.lignes = 2 * kN - kRecouvrement;
+  std::vector<ZoneBlocs> z;
+  for (int i = 0; i < 2; ++i)
+    for (int j = 0; j < 2; ++j) {
+      Placement p;
+      p.x0 = j * (kN - kRecouvrement);
+      p.y0 = i * (kN - kRecouvrement);
+      z.push_back(EmpriseBlocs(g, p, kN, kN));
+    }
+  return EstimerMemoireEgalisation(z, nullptr, kBandes, 2).Pic();
+}
+}  // namespace
+
+// Without --bloc, the block side doubles from 16 until the equalization's estimate fits its share of
+// --memoire (made tiny here rather than the tiles huge): the run says so, reports the block used, and
+// makes the very mosaic --bloc would with that block. The same block in every phase, whose folder
+// refuses a run that would take another.
+TEST(JobMosaique, BlocGranditJusquALaPartDeLaMemoire) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const double mio = 16.0 * (1 << 20);
+  struct Cas {
+    double part;  // of --memoire 16
+    int bloc;
+  };
+  const Cas cas[] = {{0.5, 16},
+                     {(EstimationTuiles(16) - 1) / mio, 32},
+                     {(EstimationTuiles(32) - 1) / mio, 64},
+                     {EstimationTuiles(32) / mio, 32}};
+  for (const Cas& c : cas) {
+    SCOPED_TRACE(c.bloc);
+    ASSERT_LE(EstimationTuiles(c.bloc), c.part * mio);
+    ParametresMosaique p = test::Parametres(t, d / "m.tif");
+    p.memoireMio = 16;
+    p.partEgalisation = c.part;
+    JobMosaique job(p);
+    job.Executer();
+    EXPECT_EQ(job.Rapport().bloc, c.bloc);
+    const std::string json = job.RapportJson({});
+    EXPECT_NE(json.find("\"bloc\": " + std::to_string(c.bloc) + ","), std::string::npos) << json;
+    const std::string avertissement =
+        "Blocs de statistiques de " + std::to_string(c.bloc) + " pixels (et non 16)";
+    EXPECT_EQ(test::Occurrences(json, avertissement), c.bloc == 16 ? 0u : 1u) << json;
+    // The same bytes as the block given at the default memory.
+    ParametresMosaique q = test::Parametres(t, d / "q.tif");
+    q.gainOffset.bloc = c.bloc;
+    JobMosaique(q).Executer();
+    EXPECT_TRUE(test::LireFichier(d / "m.tif") == test::LireFichier(d / "q.tif"));
+    // The phases derive the same block, and the same bytes.
+    const std::string travail = d / ("w" + std::to_string(c.bloc) + std::to_string(&c - cas));
+    p.sortie = d / "p.tif";
+    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(travail, i);
+    JobMosaique(p).PhaseResoudre(travail);
+    JobMosaique(p).PhaseComposer(travail, 1, 1);
+    JobMosaique(p).PhaseAssembler(travail);
+    EXPECT_TRUE(test::LireFichier(d / "p.tif") == test::LireFichier(d / "m.tif"));
+  }
+  // A share that changes the block does not mix the observations of two block sides.
+  ParametresMosaique p = test::Parametres(t, d / "p.tif");
+  p.memoireMio = 16;
+  const std::string travail = d / "melange";
+  JobMosaique(p).PhaseObserver(travail, 1);
+  p.partEgalisation = (EstimationTuiles(16) - 1) / mio;
+  test::Refuse([&] { JobMosaique(p).PhaseObserver(travail, 2); }, "", {"appartient a un autre calcul"});
+  test::Refuse([&] { JobMosaique(p).PhaseResoudre(travail); }, "", {"appartient a un autre calcul"});
+  for (const double part : {0.0, -1.0, 1.5, std::nan("")}) {
+    p.partEgalisation = part;
+    test::Refuse([&] { JobMosaique j(p); }, "", {"Part de la memoire pour l'egalisation"});
+  }
+}
+
+// A --bloc whose estimate passes the share is refused before any pixel is read, naming the smallest
+// block and the --memoire that would do; nothing is written. Through the command: tiles overlapping by
+// half, blocks of 4, --memoire 16.
+TEST(JobMosaique, BlocDonneAuDelaDeLaPartRefuse) {
+  test::DossierTemp d;
+  TuilesRecouvertes(d.chemin(), 600);
+  const std::string tuiles =
+      "mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --quiet --memoire 16 ";
+  const test::Resultat r = test::Egalise(d.chemin(), tuiles + "--bloc 4 --rapport r.json");
+  EXPECT_EQ(r.statut, 1) << r.sortie;
+  for (const char* f :
+       {"--memoire 16 Mio : en blocs de 4 pixels (--bloc 4)", "plus que leur part (8 Mio)", "donner --bloc "})
+    EXPECT_NE(r.sortie.find(f), std::string::npos) << f << "\n" << r.sortie;
+  EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  EXPECT_FALSE(std::filesystem::exists(d / "r.json"));
+  // The block and the memory it names both do.
+  const size_t k = r.sortie.find("donner --bloc "), m = r.sortie.find("ou --memoire ");
+  ASSERT_NE(m, std::string::npos) << r.sortie;
+  const int bloc = std::stoi(r.sortie.substr(k + 14)), memoire = std::stoi(r.sortie.substr(m + 13));
+  EXPECT_GT(bloc, 4);
+  EXPECT_EQ(test::Egalise(d.chemin(), tuiles + "--bloc " + std::to_string(bloc - 1)).statut, 1);
+  const test::Resultat b =
+      test::Egalise(d.chemin(), tuiles + "--bloc " + std::to_string(bloc) + " --rapport r.json");
+  EXPECT_EQ(b.statut, 0) << b.sortie;
+  EXPECT_NE(test::LireFichier(d / "r.json").find("\"bloc\": " + std::to_string(bloc) + ","),
+            std::string::npos);
+  std::filesystem::remove(d / "m.tif");
+  const std::string avec =
+      "mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --quiet --bloc 4 --memoire ";
+  EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire)).statut, 0);
+  EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire - 1)).statut, 1);
+}

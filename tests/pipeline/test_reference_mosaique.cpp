@@ -445,4 +445,32 @@ TEST(ReferenceMosaique, RefusesNommees) {
   EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
+// The reference's pixel is checked against the block actually used: a block grown to fit the
+// equalization's share of --memoire (made small here) may hold a pixel that 16 does not.
+TEST(ReferenceMosaique, PixelAuPlusLeBlocUtilise) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  EcrireVerite(d / "grossiere.tif", 0, 0, kW, kH, 20);
+  ParametresMosaique p = test::Parametres(t, d / "m.tif");
+  p.reference = d / "grossiere.tif";
+  p.memoireMio = 16;
+  test::Refuse([&] { JobMosaique j(p); }, "", {"depasse les blocs de 16 pixels"});
+  // The largest share, by steps of a tenth, that makes the block grow.
+  int bloc = 0;
+  for (double part = 0.5; bloc == 0 && part > 1e-3; part *= 0.9) {
+    p.partEgalisation = part;
+    try {
+      bloc = JobMosaique(p).Rapport().bloc;
+    } catch (const Erreur& e) {
+      ASSERT_NE(e.Phrase().find("depasse les blocs de 16 pixels"), std::string::npos) << e.Phrase();
+    }
+  }
+  EXPECT_EQ(bloc, 32);
+  JobMosaique job(p);
+  job.Executer();
+  EXPECT_EQ(job.Rapport().bloc, 32);
+  EXPECT_GT(job.Rapport().reference.observations, 0);
+  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
+}
+
 }  // namespace

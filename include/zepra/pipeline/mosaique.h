@@ -55,6 +55,11 @@ struct ParametresMosaique {
   std::string corriges;
 
   int memoireMio = 1024;
+  // The share of memoireMio the gain-offset model's block statistics, observations and solve may take
+  // (their estimate, EstimerMemoireEgalisation): without --bloc the block side doubles from 16 until it
+  // fits, a --bloc that does not fit is refused. Half: the observation reads its windows in the other
+  // half, and the composition, which comes after the statistics are freed, has the whole.
+  double partEgalisation = 0.5;
 };
 
 // What a run reports: per input, per band, per stage.
@@ -85,6 +90,7 @@ struct RapportMosaique {
   std::vector<std::string> avertissements;
   int colonnes = 0, lignes = 0, bandesSortie = 0;
   std::string typeSortie;
+  int bloc = 0;  // the statistics' block side used by the gain-offset model, 0 otherwise
 };
 
 // Receives the lines a run prints: stage lines and warnings. Progress is a fraction of the stage.
