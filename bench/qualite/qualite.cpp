@@ -2,7 +2,8 @@
 // reads them, that driver run without correction and with its two models, the new model and blendings
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
-//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--tuiles N] [--niveaux]
+//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--bruit-tirage K] [--tuiles N]
+//                       [--niveaux]
 //                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
@@ -32,14 +33,11 @@ namespace {
 constexpr const char* kProgramme = "qualite_egalisation";
 
 void Usage() {
-  std::cout
-      << kProgramme
-      << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--tuiles N] [--niveaux] [--balayage] "
-         "[--fusions] "
-         "[--inverse] "
-         "[--apercu DOSSIER] [--reference F[,F...] [--reference-biaisee]] [--essai "
-         "\"cle=valeur ...\"]"
-      << std::endl;
+  std::cout << kProgramme
+            << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--bruit-tirage K] [--tuiles N] "
+               "[--niveaux] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] [--reference F[,F...] "
+               "[--reference-biaisee]] [--essai \"cle=valeur ...\"]"
+            << std::endl;
 }
 
 // The compatibility driver's runs: name, options, mosaic.
@@ -696,7 +694,7 @@ int main(int argc, char** argv) {
     std::string preset, apercu, essai;
     std::vector<int> references;
     bool balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
-    unsigned tirage = 0;
+    unsigned tirage = 0, bruitTirage = 0;
     long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
       const std::string mot = argv[i];
@@ -715,6 +713,11 @@ int main(int argc, char** argv) {
         essai = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--tirage") {
         tirage = static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
+      } else if (mot == "--bruit-tirage") {
+        // The noise and the ragged borders drawn anew (they are seeded by the tiles' numbers), the fields
+        // kept: --tirage alone draws new fields over the same noise.
+        bruitTirage =
+            static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
       } else if (mot == "--tuiles") {
         // The first N tiles of each preset (in its order, rows first): smaller blocks of the same kind.
         tuiles = LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme);
@@ -749,6 +752,7 @@ int main(int argc, char** argv) {
     for (Preset& p : Presets(tirage)) {
       for (TuileQualite& t : p.tuiles) {
         t.inverse = inverse;
+        t.numero += 100 * static_cast<int>(bruitTirage);
         if (niveaux)
           for (int k = 1; k < 6; ++k) t.gain.c[k] = t.offset.c[k] = 0;
       }
