@@ -261,7 +261,8 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
 // it under a cloud), knowing the scene (a difference is then linear in the coefficients) and the
 // generator's distribution of the fields (taken as Gaussian: uniform within +-a has variance a2 / 3);
 // the posterior mean. Fields not drawn (the shared lens) are known. Differences carry the noise and the
-// rounding of both tiles. The information limit of overlap comparisons, not a method.
+// rounding of both tiles. The information limit of overlap comparisons, not a method. It models the
+// distortion as drawn by default, not --inverse's (there its row means nothing).
 std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
   constexpr int kBloc = 16;
   const std::vector<TuileMemoire>& tuiles = j.tuiles;
