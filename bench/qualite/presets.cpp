@@ -31,6 +31,8 @@ struct Distorsions {
 // n x m tiles from (colonne0, ligne0), with random fields of the given amplitudes.
 void Bloc(Preset& p, int lignes, int colonnes, long long colonne0, long long ligne0, const Distorsions& d,
           unsigned graine) {
+  p.amplitudeOffset = d.offset;
+  p.amplitudeGain = d.gain;
   Tirage t(graine);
   for (int l = 0; l < lignes; ++l)
     for (int c = 0; c < colonnes; ++c) {
@@ -146,6 +148,8 @@ std::vector<Preset> Presets(unsigned tirage) {
                              {60, 380, 560, 600}, {420, 480, 700, 520}, {1000, 560, 640, 640},
                              {0, 900, 720, 560},  {600, 940, 460, 460}, {850, 1050, 840, 500},
                              {200, 150, 200, 200}};
+  f.amplitudeOffset = 25;
+  f.amplitudeGain = 0.03;
   Tirage u(g + 23);
   for (const auto& e : emprises) {
     TuileQualite q;

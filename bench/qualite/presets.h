@@ -10,6 +10,9 @@ struct Preset {
   std::string nom, description;
   std::vector<TuileQualite> tuiles;
   bool masques = false;  // exclusion masks: written as Incid_ files
+  // The draw of every tile's fields: uniform within +-a for the constant, +-a/2 for the slopes, +-a/4
+  // for the curvatures; 0 where the field is not drawn (none, or the same for every tile).
+  double amplitudeOffset = 0, amplitudeGain = 0;
 };
 
 // The scene's grid: pixel size, origin, zone and seed shared by every preset.

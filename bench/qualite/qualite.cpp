@@ -2,7 +2,8 @@
 // reads them, that driver run without correction and with its two models, the new model and blendings
 // run in memory, every mosaic measured against the known truth. Prints markdown tables.
 //
-//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--tuiles N] [--niveaux]
+//   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--bruit-tirage K] [--tuiles N]
+//                       [--niveaux]
 //                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
@@ -32,14 +33,11 @@ namespace {
 constexpr const char* kProgramme = "qualite_egalisation";
 
 void Usage() {
-  std::cout
-      << kProgramme
-      << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--tuiles N] [--niveaux] [--balayage] "
-         "[--fusions] "
-         "[--inverse] "
-         "[--apercu DOSSIER] [--reference F[,F...] [--reference-biaisee]] [--essai "
-         "\"cle=valeur ...\"]"
-      << std::endl;
+  std::cout << kProgramme
+            << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--bruit-tirage K] [--tuiles N] "
+               "[--niveaux] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] [--reference F[,F...] "
+               "[--reference-biaisee]] [--essai \"cle=valeur ...\"]"
+            << std::endl;
 }
 
 // The compatibility driver's runs: name, options, mosaic.
@@ -188,7 +186,13 @@ Reglages AvecReference(const Jeu& j, Reglages r, int f, bool biaisee = false) {
 //    were Gaussian). A yardstick for what the blind spot allows, not a strict bound: on one draw luck
 //    may beat it, and with the fields drawn uniformly a method may come slightly below it on average. A
 //    field every tile has alike (the shared vignetting) is not drawn, so it is taken as known.
-enum class Reference { defaites, ajustees, aveugle };
+//  - recouvrements: each tile's fields at their likeliest given only what overlaps measure (below).
+enum class Reference { defaites, ajustees, aveugle, recouvrements };
+
+// The precision of a field's coefficients 1, u, v, u2, uv, v2 relative to its constant's: the generator
+// draws slopes at half and curvatures at a quarter of the constant's amplitude.
+const Eigen::Matrix<double, 6, 1> kPrecisionRelative =
+    (Eigen::Matrix<double, 6, 1>() << 1, 4, 4, 16, 16, 16).finished();
 
 // The tiles' fields with the likeliest map-wide surfaces added, one group of overlapping tiles at a time.
 std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles) {
@@ -206,8 +210,7 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
       if (d[i].colonne0 < d[k].colonne0 + d[k].largeur && d[k].colonne0 < d[i].colonne0 + d[i].largeur &&
           d[i].ligne0 < d[k].ligne0 + d[k].hauteur && d[k].ligne0 < d[i].ligne0 + d[i].hauteur)
         groupe[std::max(racine(i), racine(k))] = std::min(racine(i), racine(k));
-  const Eigen::Matrix<double, 6, 1> precision =
-      (Eigen::Matrix<double, 6, 1>() << 1, 4, 4, 16, 16, 16).finished();
+  const Eigen::Matrix<double, 6, 1>& precision = kPrecisionRelative;
   for (size_t r = 0; r < n; ++r) {
     if (racine(r) != r) continue;
     double X0 = 1e300, X1 = -1e300, Y0 = 1e300, Y1 = -1e300;
@@ -253,16 +256,123 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
   return d;
 }
 
+// An oracle of what overlaps can tell: every tile's 12 field coefficients estimated from the differences
+// of two tiles' means over the 16 x 16 map blocks both hold valid (90 % of the block at least, none of
+// it under a cloud), knowing the scene (a difference is then linear in the coefficients) and the
+// generator's distribution of the fields (taken as Gaussian: uniform within +-a has variance a2 / 3);
+// the posterior mean. Fields not drawn (the shared lens) are known. Differences carry the noise and the
+// rounding of both tiles. The information limit of overlap comparisons, not a method. It models the
+// distortion as drawn by default, not --inverse's (there its row means nothing).
+std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
+  constexpr int kBloc = 16;
+  const std::vector<TuileMemoire>& tuiles = j.tuiles;
+  const size_t n = tuiles.size(), N = 12 * n;
+  const uint32_t graine = GrilleScene().graine;
+  Eigen::MatrixXd A = Eigen::MatrixXd::Zero(N, N);
+  Eigen::VectorXd B = Eigen::VectorXd::Zero(N), connu(N), precision(N);
+  for (size_t i = 0; i < n; ++i)
+    for (int k = 0; k < 12; ++k) {
+      const double a = k < 6 ? j.preset.amplitudeGain : j.preset.amplitudeOffset;
+      precision(12 * i + k) = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) : 0;
+      connu(12 * i + k) = k < 6 ? tuiles[i].def.gain.c[k] : tuiles[i].def.offset.c[k - 6];
+    }
+  // Per tile over a block: sums of s m_k (the gain's columns), of m_k (the offset's), of the values and
+  // of the scene s, over the pixels both tiles hold valid.
+  using Sommes = Eigen::Matrix<double, 14, 1>;
+  const auto ajouter = [&](const TuileMemoire& t, long long X, long long Y, Sommes& S) {
+    const int c = static_cast<int>(X - t.def.colonne0), l = static_cast<int>(Y - t.def.ligne0);
+    const double u = (c + 0.5 - t.def.largeur / 2.0) / (t.def.largeur / 2.0);
+    const double v = (l + 0.5 - t.def.hauteur / 2.0) / (t.def.hauteur / 2.0);
+    const double s = ValeurScene(X + t.def.decalageX, Y + t.def.decalageY, graine);
+    const double m[6] = {1, u, v, u * u, u * v, v * v};
+    for (int k = 0; k < 6; ++k) S(k) += s * m[k], S(6 + k) += m[k];
+    S(12) += t.pixels.GetLines(l)[c];
+    S(13) += s;
+  };
+  const auto dedans = [](const TuileQualite& t, long long X, long long Y) {
+    return X >= t.colonne0 && X < t.colonne0 + t.largeur && Y >= t.ligne0 && Y < t.ligne0 + t.hauteur;
+  };
+  const auto valide = [](const TuileMemoire& t, long long X, long long Y) {
+    const int c = static_cast<int>(X - t.def.colonne0), l = static_cast<int>(Y - t.def.ligne0);
+    return t.valide[static_cast<size_t>(l) * t.def.largeur + c] != 0;
+  };
+  const auto nuage = [](const TuileMemoire& t, long long X, long long Y) {
+    return t.def.intensiteNuage > 0 && t.def.nuage.Contient(static_cast<double>(X - t.def.colonne0),
+                                                            static_cast<double>(Y - t.def.ligne0));
+  };
+  for (size_t p = 0; p < n; ++p)
+    for (size_t q = p + 1; q < n; ++q) {
+      const TuileQualite &P = tuiles[p].def, &Q = tuiles[q].def;
+      const long long x0 = std::max(P.colonne0, Q.colonne0),
+                      x1 = std::min(P.colonne0 + P.largeur, Q.colonne0 + Q.largeur);
+      const long long y0 = std::max(P.ligne0, Q.ligne0),
+                      y1 = std::min(P.ligne0 + P.hauteur, Q.ligne0 + Q.hauteur);
+      for (long long by = (y0 + kBloc - 1) / kBloc * kBloc; by + kBloc <= y1; by += kBloc)
+        for (long long bx = (x0 + kBloc - 1) / kBloc * kBloc; bx + kBloc <= x1; bx += kBloc) {
+          Sommes Sp = Sommes::Zero(), Sq = Sommes::Zero();
+          int compte = 0;
+          bool nuageux = false;
+          for (long long Y = by; Y < by + kBloc; ++Y)
+            for (long long X = bx; X < bx + kBloc; ++X) {
+              nuageux = nuageux || nuage(tuiles[p], X, Y) || nuage(tuiles[q], X, Y);
+              if (!dedans(P, X, Y) || !dedans(Q, X, Y) || !valide(tuiles[p], X, Y) ||
+                  !valide(tuiles[q], X, Y))
+                continue;
+              ajouter(tuiles[p], X, Y, Sp);
+              ajouter(tuiles[q], X, Y, Sq);
+              ++compte;
+            }
+          if (nuageux || compte < 0.9 * kBloc * kBloc) continue;
+          // mean(v_p - v_q) - mean(s_p - s_q) = a_p . theta_p - a_q . theta_q + noise
+          const Eigen::Matrix<double, 12, 1> ap = Sp.head<12>() / compte, aq = -Sq.head<12>() / compte;
+          const double y = (Sp(12) - Sp(13) - Sq(12) + Sq(13)) / compte;
+          const double poids = compte / (P.bruit * P.bruit + Q.bruit * Q.bruit + 2.0 / 12);
+          const size_t ip = 12 * p, iq = 12 * q;
+          A.block<12, 12>(ip, ip) += poids * ap * ap.transpose();
+          A.block<12, 12>(iq, iq) += poids * aq * aq.transpose();
+          A.block<12, 12>(ip, iq) += poids * ap * aq.transpose();
+          A.block<12, 12>(iq, ip) += poids * aq * ap.transpose();
+          B.segment<12>(ip) += poids * y * ap;
+          B.segment<12>(iq) += poids * y * aq;
+        }
+    }
+  // Known coefficients moved to the right-hand side; the others' prior mean is 0.
+  std::vector<Eigen::Index> libres;
+  for (size_t k = 0; k < N; ++k)
+    if (precision(k) > 0) libres.push_back(static_cast<Eigen::Index>(k));
+  const Eigen::Index m = static_cast<Eigen::Index>(libres.size());
+  Eigen::VectorXd c = connu;
+  for (Eigen::Index k : libres) c(k) = 0;
+  const Eigen::VectorXd b = B - A * c;
+  Eigen::MatrixXd Al(m, m);
+  Eigen::VectorXd bl(m);
+  for (Eigen::Index a = 0; a < m; ++a) {
+    bl(a) = b(libres[a]);
+    for (Eigen::Index e = 0; e < m; ++e) Al(a, e) = A(libres[a], libres[e]);
+    Al(a, a) += precision(libres[a]);
+  }
+  const Eigen::VectorXd x = Al.ldlt().solve(bl);
+  for (Eigen::Index a = 0; a < m; ++a) c(libres[a]) = x(a);
+  std::vector<TuileQualite> d;
+  for (size_t i = 0; i < n; ++i) {
+    d.push_back(tuiles[i].def);
+    for (int k = 0; k < 6; ++k) d.back().gain.c[k] = c(12 * i + k), d.back().offset.c[k] = c(12 * i + 6 + k);
+  }
+  return d;
+}
+
 Resultat LancerReference(const Jeu& j, Reference quoi) {
   Resultat res;
   res.methode = quoi == Reference::defaites   ? "reference : distorsions defaites"
                 : quoi == Reference::ajustees ? "reference : meilleur degre 2 par tuile"
-                                              : "reference : tache aveugle estimee au mieux";
-  const std::vector<TuileQualite> aveugles =
-      quoi == Reference::aveugle ? ChampsAveugles(j.tuiles) : std::vector<TuileQualite>();
+                : quoi == Reference::aveugle  ? "reference : tache aveugle estimee au mieux"
+                                              : "reference : meilleure estimation des recouvrements";
+  const std::vector<TuileQualite> estimes = quoi == Reference::aveugle         ? ChampsAveugles(j.tuiles)
+                                            : quoi == Reference::recouvrements ? ChampsRecouvrements(j)
+                                                                               : std::vector<TuileQualite>();
   for (size_t i = 0; i < j.tuiles.size(); ++i) {
     const TuileMemoire& t = j.tuiles[i];
-    const TuileQualite& def = quoi == Reference::aveugle ? aveugles[i] : t.def;
+    const TuileQualite& def = estimes.empty() ? t.def : estimes[i];
     const int W = t.def.largeur, H = t.def.hauteur;
     res.tuiles.emplace_back(t.valide.size());
     std::vector<float>& x = res.tuiles.back();
@@ -373,7 +483,7 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
              const std::vector<int>& references, bool biaisee) {
   EnTete();
   for (const Jeu& j : jeux) {
-    std::vector<Resultat> r(8);
+    std::vector<Resultat> r(9);
     for (int k = 0; k < 3; ++k) LancerCompatibilite(egalise, j, kModelesCompatibilite[k], r[k]);
     // The front end's defaults: degrees from the number of tiles.
     Reglages defaut;
@@ -385,6 +495,7 @@ void Tableau(const std::string& egalise, const std::vector<Jeu>& jeux, const std
     r[5] = LancerReference(j, Reference::defaites);
     r[6] = LancerReference(j, Reference::ajustees);
     r[7] = LancerReference(j, Reference::aveugle);
+    r[8] = LancerReference(j, Reference::recouvrements);
     for (int f : references)
       r.push_back(LancerNouveau(j, AvecReference(j, defaut, f),
                                 "gain-offset, plume, verite en reference 1:" + std::to_string(f)));
@@ -584,7 +695,7 @@ int main(int argc, char** argv) {
     std::string preset, apercu, essai;
     std::vector<int> references;
     bool balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
-    unsigned tirage = 0;
+    unsigned tirage = 0, bruitTirage = 0;
     long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
       const std::string mot = argv[i];
@@ -603,6 +714,11 @@ int main(int argc, char** argv) {
         essai = ValeurOption(argc, argv, i, kProgramme);
       } else if (mot == "--tirage") {
         tirage = static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
+      } else if (mot == "--bruit-tirage") {
+        // The noise and the ragged borders drawn anew (they are seeded by the tiles' numbers), the fields
+        // kept: --tirage alone draws new fields over the same noise.
+        bruitTirage =
+            static_cast<unsigned>(LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme));
       } else if (mot == "--tuiles") {
         // The first N tiles of each preset (in its order, rows first): smaller blocks of the same kind.
         tuiles = LireEntier(ValeurOption(argc, argv, i, kProgramme), mot, kProgramme);
@@ -637,6 +753,7 @@ int main(int argc, char** argv) {
     for (Preset& p : Presets(tirage)) {
       for (TuileQualite& t : p.tuiles) {
         t.inverse = inverse;
+        t.numero += 100 * static_cast<int>(bruitTirage);
         if (niveaux)
           for (int k = 1; k < 6; ++k) t.gain.c[k] = t.offset.c[k] = 0;
       }
