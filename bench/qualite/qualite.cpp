@@ -196,7 +196,9 @@ Reglages AvecReference(const Jeu& j, Reglages r, int f, bool biaisee = false) {
 //    the set's mean and local contrast (mean deviation inside 16 x 16 blocks) back to the inputs'.
 //    recouvrementsGainMoyen: the posterior mean given, as the model constrains, that the tiles' mean
 //    gain field, projected on degree-2 fields of map position, is 0 (all tiles taken as one group);
-//    recouvrementsFormesGainMoyen: both that and the dearer gain shapes.
+//    recouvrementsFormesGainMoyen: both that and the dearer gain shapes. recouvrementsGainsLarges and
+//    the three others: the oracle with the prior's precisions of every gain (or offset) coefficient
+//    divided (or multiplied) by 3, as a learnt prior might be off.
 enum class Reference {
   defaites,
   ajustees,
@@ -206,7 +208,11 @@ enum class Reference {
   recouvrementsPolynome,
   recouvrementsConstante,
   recouvrementsGainMoyen,
-  recouvrementsFormesGainMoyen
+  recouvrementsFormesGainMoyen,
+  recouvrementsGainsLarges,
+  recouvrementsGainsEtroits,
+  recouvrementsOffsetsLarges,
+  recouvrementsOffsetsEtroits
 };
 
 // The precision of a field's coefficients 1, u, v, u2, uv, v2 relative to its constant's: the generator
@@ -287,8 +293,8 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
 // posterior mean under the constraint that the tiles' gain fields, summed over their pixels against each
 // map monomial 1, X, Y, X2, XY, Y2, give 0 (the distortion's gain, the opposite of the correction's to
 // first order).
-std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 1,
-                                              bool gainMoyenNul = false) {
+std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 1, bool gainMoyenNul = false,
+                                              double echelleGain = 1, double echelleOffset = 1) {
   constexpr int kBloc = 16;
   const std::vector<TuileMemoire>& tuiles = j.tuiles;
   const size_t n = tuiles.size(), N = 12 * n;
@@ -298,8 +304,10 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 
   for (size_t i = 0; i < n; ++i)
     for (int k = 0; k < 12; ++k) {
       const double a = k < 6 ? j.preset.amplitudeGain : j.preset.amplitudeOffset;
-      precision(12 * i + k) =
-          a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) * (k < 6 && k > 0 ? formesGain : 1.0) : 0;
+      precision(12 * i + k) = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) *
+                                          (k < 6 && k > 0 ? formesGain : 1.0) *
+                                          (k < 6 ? echelleGain : echelleOffset)
+                                    : 0;
       connu(12 * i + k) = k < 6 ? tuiles[i].def.gain.c[k] : tuiles[i].def.offset.c[k - 6];
     }
   // Per tile over a block: sums of s m_k (the gain's columns), of m_k (the offset's), of the values and
@@ -419,18 +427,24 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 
 
 Resultat LancerReference(const Jeu& j, Reference quoi) {
   Resultat res;
-  res.methode = quoi == Reference::defaites        ? "reference : distorsions defaites"
-                : quoi == Reference::ajustees      ? "reference : meilleur degre 2 par tuile"
-                : quoi == Reference::aveugle       ? "reference : tache aveugle estimee au mieux"
-                : quoi == Reference::recouvrements ? "reference : meilleure estimation des recouvrements"
-                : quoi == Reference::recouvrementsFormes
-                    ? "reference : recouvrements, formes du gain 30 fois plus cheres"
-                : quoi == Reference::recouvrementsPolynome ? "reference : recouvrements, corrige en a v + b"
-                : quoi == Reference::recouvrementsConstante
-                    ? "reference : recouvrements, a v + b, moyenne et contraste gardes"
-                : quoi == Reference::recouvrementsGainMoyen
-                    ? "reference : recouvrements, gain moyen nul"
-                    : "reference : recouvrements, formes du gain 30 fois plus cheres, gain moyen nul";
+  res.methode =
+      quoi == Reference::defaites        ? "reference : distorsions defaites"
+      : quoi == Reference::ajustees      ? "reference : meilleur degre 2 par tuile"
+      : quoi == Reference::aveugle       ? "reference : tache aveugle estimee au mieux"
+      : quoi == Reference::recouvrements ? "reference : meilleure estimation des recouvrements"
+      : quoi == Reference::recouvrementsFormes
+          ? "reference : recouvrements, formes du gain 30 fois plus cheres"
+      : quoi == Reference::recouvrementsPolynome ? "reference : recouvrements, corrige en a v + b"
+      : quoi == Reference::recouvrementsConstante
+          ? "reference : recouvrements, a v + b, moyenne et contraste gardes"
+      : quoi == Reference::recouvrementsGainMoyen ? "reference : recouvrements, gain moyen nul"
+      : quoi == Reference::recouvrementsFormesGainMoyen
+          ? "reference : recouvrements, formes du gain 30 fois plus cheres, gain moyen nul"
+      : quoi == Reference::recouvrementsGainsLarges  ? "reference : recouvrements, precisions des gains / 3"
+      : quoi == Reference::recouvrementsGainsEtroits ? "reference : recouvrements, precisions des gains x 3"
+      : quoi == Reference::recouvrementsOffsetsLarges
+          ? "reference : recouvrements, precisions des offsets / 3"
+          : "reference : recouvrements, precisions des offsets x 3";
   const bool recouvrements = quoi == Reference::recouvrements || quoi == Reference::recouvrementsPolynome ||
                              quoi == Reference::recouvrementsConstante;
   const std::vector<TuileQualite> estimes =
@@ -439,6 +453,10 @@ Resultat LancerReference(const Jeu& j, Reference quoi) {
       : quoi == Reference::recouvrementsFormes          ? ChampsRecouvrements(j, 30)
       : quoi == Reference::recouvrementsGainMoyen       ? ChampsRecouvrements(j, 1, true)
       : quoi == Reference::recouvrementsFormesGainMoyen ? ChampsRecouvrements(j, 30, true)
+      : quoi == Reference::recouvrementsGainsLarges     ? ChampsRecouvrements(j, 1, false, 1 / 3.0)
+      : quoi == Reference::recouvrementsGainsEtroits    ? ChampsRecouvrements(j, 1, false, 3)
+      : quoi == Reference::recouvrementsOffsetsLarges   ? ChampsRecouvrements(j, 1, false, 1, 1 / 3.0)
+      : quoi == Reference::recouvrementsOffsetsEtroits  ? ChampsRecouvrements(j, 1, false, 1, 3)
                                                         : std::vector<TuileQualite>();
   for (size_t i = 0; i < j.tuiles.size(); ++i) {
     const TuileMemoire& t = j.tuiles[i];
@@ -813,7 +831,9 @@ void Ecart(const std::vector<Jeu>& jeux) {
     r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
     for (Reference q : {Reference::recouvrements, Reference::recouvrementsFormes,
                         Reference::recouvrementsPolynome, Reference::recouvrementsConstante,
-                        Reference::recouvrementsGainMoyen, Reference::recouvrementsFormesGainMoyen})
+                        Reference::recouvrementsGainMoyen, Reference::recouvrementsFormesGainMoyen,
+                        Reference::recouvrementsGainsLarges, Reference::recouvrementsGainsEtroits,
+                        Reference::recouvrementsOffsetsLarges, Reference::recouvrementsOffsetsEtroits})
       r.push_back(LancerReference(j, q));
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r) presents.push_back(&x);
