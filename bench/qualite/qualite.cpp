@@ -4,10 +4,11 @@
 //
 //   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--bruit-tirage K] [--tuiles N]
 //                       [--niveaux]
-//                       [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
+//                       [--ecart] [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
-//                                  pentes=10 courbures=3 formes_gain=30 appris=1 plume=60 fusion=plume"]
+//                                  pentes=10 courbures=3 formes_gain=30 appris=1 distorsion=1 plume=60
+//                                  fusion=plume"]
 #include <sys/stat.h>
 
 #include <cmath>
@@ -35,8 +36,8 @@ constexpr const char* kProgramme = "qualite_egalisation";
 void Usage() {
   std::cout << kProgramme
             << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--bruit-tirage K] [--tuiles N] "
-               "[--niveaux] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] [--reference F[,F...] "
-               "[--reference-biaisee]] [--essai \"cle=valeur ...\"]"
+               "[--niveaux] [--ecart] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] "
+               "[--reference F[,F...] [--reference-biaisee]] [--essai \"cle=valeur ...\"]"
             << std::endl;
 }
 
@@ -186,8 +187,33 @@ Reglages AvecReference(const Jeu& j, Reglages r, int f, bool biaisee = false) {
 //    were Gaussian). A yardstick for what the blind spot allows, not a strict bound: on one draw luck
 //    may beat it, and with the fields drawn uniformly a method may come slightly below it on average. A
 //    field every tile has alike (the shared vignetting) is not drawn, so it is taken as known.
-//  - recouvrements: each tile's fields at their likeliest given only what overlaps measure (below).
-enum class Reference { defaites, ajustees, aveugle, recouvrements };
+//  - recouvrements: each tile's fields at their likeliest given only what overlaps measure (below);
+//  - the same made more like the gain-offset model, one difference at a time, to find where the model's
+//    gap to it comes from (--ecart): recouvrementsFormes, the gain's slopes and curvatures 30 times
+//    dearer in the prior (the model's poidsFormesGain); recouvrementsPolynome, the estimated fields
+//    turned into the model's kind of correction, a v + b with a and b of degree 2 fitted to their inverse
+//    over each tile's valid pixels; recouvrementsConstante, then one constant gain and offset bringing
+//    the set's mean and local contrast (mean deviation inside 16 x 16 blocks) back to the inputs'.
+//    recouvrementsGainMoyen: the posterior mean given, as the model constrains, that the tiles' mean
+//    gain field, projected on degree-2 fields of map position, is 0 (all tiles taken as one group);
+//    recouvrementsFormesGainMoyen: both that and the dearer gain shapes. recouvrementsGainsLarges and
+//    the three others: the oracle with the prior's precisions of every gain (or offset) coefficient
+//    divided (or multiplied) by 3, as a learnt prior might be off.
+enum class Reference {
+  defaites,
+  ajustees,
+  aveugle,
+  recouvrements,
+  recouvrementsFormes,
+  recouvrementsPolynome,
+  recouvrementsConstante,
+  recouvrementsGainMoyen,
+  recouvrementsFormesGainMoyen,
+  recouvrementsGainsLarges,
+  recouvrementsGainsEtroits,
+  recouvrementsOffsetsLarges,
+  recouvrementsOffsetsEtroits
+};
 
 // The precision of a field's coefficients 1, u, v, u2, uv, v2 relative to its constant's: the generator
 // draws slopes at half and curvatures at a quarter of the constant's amplitude.
@@ -263,7 +289,12 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
 // the posterior mean. Fields not drawn (the shared lens) are known. Differences carry the noise and the
 // rounding of both tiles. The information limit of overlap comparisons, not a method. It models the
 // distortion as drawn by default, not --inverse's (there its row means nothing).
-std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
+// formesGain: the gain's slopes and curvatures that many times dearer in the prior. gainMoyenNul: the
+// posterior mean under the constraint that the tiles' gain fields, summed over their pixels against each
+// map monomial 1, X, Y, X2, XY, Y2, give 0 (the distortion's gain, the opposite of the correction's to
+// first order).
+std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 1, bool gainMoyenNul = false,
+                                              double echelleGain = 1, double echelleOffset = 1) {
   constexpr int kBloc = 16;
   const std::vector<TuileMemoire>& tuiles = j.tuiles;
   const size_t n = tuiles.size(), N = 12 * n;
@@ -273,7 +304,10 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
   for (size_t i = 0; i < n; ++i)
     for (int k = 0; k < 12; ++k) {
       const double a = k < 6 ? j.preset.amplitudeGain : j.preset.amplitudeOffset;
-      precision(12 * i + k) = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) : 0;
+      precision(12 * i + k) = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) *
+                                          (k < 6 && k > 0 ? formesGain : 1.0) *
+                                          (k < 6 ? echelleGain : echelleOffset)
+                                    : 0;
       connu(12 * i + k) = k < 6 ? tuiles[i].def.gain.c[k] : tuiles[i].def.offset.c[k - 6];
     }
   // Per tile over a block: sums of s m_k (the gain's columns), of m_k (the offset's), of the values and
@@ -351,7 +385,37 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
     for (Eigen::Index e = 0; e < m; ++e) Al(a, e) = A(libres[a], libres[e]);
     Al(a, a) += precision(libres[a]);
   }
-  const Eigen::VectorXd x = Al.ldlt().solve(bl);
+  Eigen::VectorXd x = Al.ldlt().solve(bl);
+  if (gainMoyenNul) {
+    double X0 = 1e300, X1 = -1e300, Y0 = 1e300, Y1 = -1e300;
+    for (const TuileMemoire& t : tuiles) {
+      X0 = std::min(X0, static_cast<double>(t.def.colonne0));
+      X1 = std::max(X1, static_cast<double>(t.def.colonne0 + t.def.largeur));
+      Y0 = std::min(Y0, static_cast<double>(t.def.ligne0));
+      Y1 = std::max(Y1, static_cast<double>(t.def.ligne0 + t.def.hauteur));
+    }
+    // Over a 32 x 32 grid of points per tile, weighted by the tile's area.
+    constexpr int kPoints = 32;
+    Eigen::MatrixXd C = Eigen::MatrixXd::Zero(6, N);
+    for (size_t i = 0; i < n; ++i) {
+      const TuileQualite& t = tuiles[i].def;
+      const double w = static_cast<double>(t.largeur) * t.hauteur / (kPoints * kPoints);
+      for (int py = 0; py < kPoints; ++py)
+        for (int px = 0; px < kPoints; ++px) {
+          const double u = (px + 0.5) / kPoints * 2 - 1, v = (py + 0.5) / kPoints * 2 - 1;
+          const double X = (t.colonne0 + (u + 1) / 2 * t.largeur - X0) / (X1 - X0) * 2 - 1;
+          const double Y = (t.ligne0 + (v + 1) / 2 * t.hauteur - Y0) / (Y1 - Y0) * 2 - 1;
+          const double m[6] = {1, u, v, u * u, u * v, v * v}, M[6] = {1, X, Y, X * X, X * Y, Y * Y};
+          for (int k = 0; k < 6; ++k)
+            for (int q = 0; q < 6; ++q) C(k, 12 * i + q) += w * M[k] * m[q];
+        }
+    }
+    Eigen::MatrixXd Cl(6, m);
+    for (Eigen::Index a = 0; a < m; ++a) Cl.col(a) = C.col(libres[a]);
+    const Eigen::VectorXd cible = C * c;  // the known coefficients' part (c holds 0 for the free ones)
+    const Eigen::MatrixXd K = Al.ldlt().solve(Cl.transpose());
+    x -= K * (Cl * K).ldlt().solve(Cl * x + cible);
+  }
   for (Eigen::Index a = 0; a < m; ++a) c(libres[a]) = x(a);
   std::vector<TuileQualite> d;
   for (size_t i = 0; i < n; ++i) {
@@ -363,13 +427,37 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j) {
 
 Resultat LancerReference(const Jeu& j, Reference quoi) {
   Resultat res;
-  res.methode = quoi == Reference::defaites   ? "reference : distorsions defaites"
-                : quoi == Reference::ajustees ? "reference : meilleur degre 2 par tuile"
-                : quoi == Reference::aveugle  ? "reference : tache aveugle estimee au mieux"
-                                              : "reference : meilleure estimation des recouvrements";
-  const std::vector<TuileQualite> estimes = quoi == Reference::aveugle         ? ChampsAveugles(j.tuiles)
-                                            : quoi == Reference::recouvrements ? ChampsRecouvrements(j)
-                                                                               : std::vector<TuileQualite>();
+  res.methode =
+      quoi == Reference::defaites        ? "reference : distorsions defaites"
+      : quoi == Reference::ajustees      ? "reference : meilleur degre 2 par tuile"
+      : quoi == Reference::aveugle       ? "reference : tache aveugle estimee au mieux"
+      : quoi == Reference::recouvrements ? "reference : meilleure estimation des recouvrements"
+      : quoi == Reference::recouvrementsFormes
+          ? "reference : recouvrements, formes du gain 30 fois plus cheres"
+      : quoi == Reference::recouvrementsPolynome ? "reference : recouvrements, corrige en a v + b"
+      : quoi == Reference::recouvrementsConstante
+          ? "reference : recouvrements, a v + b, moyenne et contraste gardes"
+      : quoi == Reference::recouvrementsGainMoyen ? "reference : recouvrements, gain moyen nul"
+      : quoi == Reference::recouvrementsFormesGainMoyen
+          ? "reference : recouvrements, formes du gain 30 fois plus cheres, gain moyen nul"
+      : quoi == Reference::recouvrementsGainsLarges  ? "reference : recouvrements, precisions des gains / 3"
+      : quoi == Reference::recouvrementsGainsEtroits ? "reference : recouvrements, precisions des gains x 3"
+      : quoi == Reference::recouvrementsOffsetsLarges
+          ? "reference : recouvrements, precisions des offsets / 3"
+          : "reference : recouvrements, precisions des offsets x 3";
+  const bool recouvrements = quoi == Reference::recouvrements || quoi == Reference::recouvrementsPolynome ||
+                             quoi == Reference::recouvrementsConstante;
+  const std::vector<TuileQualite> estimes =
+      quoi == Reference::aveugle                        ? ChampsAveugles(j.tuiles)
+      : recouvrements                                   ? ChampsRecouvrements(j)
+      : quoi == Reference::recouvrementsFormes          ? ChampsRecouvrements(j, 30)
+      : quoi == Reference::recouvrementsGainMoyen       ? ChampsRecouvrements(j, 1, true)
+      : quoi == Reference::recouvrementsFormesGainMoyen ? ChampsRecouvrements(j, 30, true)
+      : quoi == Reference::recouvrementsGainsLarges     ? ChampsRecouvrements(j, 1, false, 1 / 3.0)
+      : quoi == Reference::recouvrementsGainsEtroits    ? ChampsRecouvrements(j, 1, false, 3)
+      : quoi == Reference::recouvrementsOffsetsLarges   ? ChampsRecouvrements(j, 1, false, 1, 1 / 3.0)
+      : quoi == Reference::recouvrementsOffsetsEtroits  ? ChampsRecouvrements(j, 1, false, 1, 3)
+                                                        : std::vector<TuileQualite>();
   for (size_t i = 0; i < j.tuiles.size(); ++i) {
     const TuileMemoire& t = j.tuiles[i];
     const TuileQualite& def = estimes.empty() ? t.def : estimes[i];
@@ -383,17 +471,21 @@ Resultat LancerReference(const Jeu& j, Reference quoi) {
     };
     Eigen::Matrix<double, 12, 12> A = Eigen::Matrix<double, 12, 12>::Zero();
     Eigen::Matrix<double, 12, 1> B = Eigen::Matrix<double, 12, 1>::Zero(), b;
-    const bool ajuste = quoi == Reference::ajustees;
+    // Fitted to the truth, or to the estimated fields' inverse.
+    const bool versInverse =
+        quoi == Reference::recouvrementsPolynome || quoi == Reference::recouvrementsConstante;
+    const bool ajuste = quoi == Reference::ajustees || versInverse;
     if (ajuste)
       for (int l = 0; l < H; ++l)
         for (int c = 0; c < W; ++c) {
           const size_t k = static_cast<size_t>(l) * W + c;
           const size_t g = static_cast<size_t>(t.def.ligne0 + l) * j.verite.largeur + t.def.colonne0 + c;
-          if (!t.valide[k] || !j.verite.couverte[g]) continue;
+          if (!t.valide[k] || (!versInverse && !j.verite.couverte[g])) continue;
+          const double v = t.pixels.GetLines(l)[c];
           base(c, l, b.data());
-          b.head<6>() *= t.pixels.GetLines(l)[c];
+          b.head<6>() *= v;
           A += b * b.transpose();
-          B += b * j.verite.T[g];
+          B += b * (versInverse ? def.Redresser(v, c, l) : j.verite.T[g]);
         }
     const Eigen::Matrix<double, 12, 1> s =
         ajuste ? Eigen::Matrix<double, 12, 1>(A.ldlt().solve(B)) : Eigen::Matrix<double, 12, 1>::Zero();
@@ -404,6 +496,45 @@ Resultat LancerReference(const Jeu& j, Reference quoi) {
         b.head<6>() *= v;
         x[static_cast<size_t>(l) * W + c] = static_cast<float>(ajuste ? b.dot(s) : def.Redresser(v, c, l));
       }
+  }
+  if (quoi == Reference::recouvrementsConstante) {
+    // The set's mean over valid pixels and its local contrast, before and after.
+    double somme[2] = {}, contraste[2] = {}, pixels = 0, blocs = 0;
+    constexpr int kCote = 16;
+    for (size_t i = 0; i < j.tuiles.size(); ++i) {
+      const TuileMemoire& t = j.tuiles[i];
+      const int W = t.def.largeur, H = t.def.hauteur;
+      for (int l = 0; l < H; ++l)
+        for (int c = 0; c < W; ++c) {
+          const size_t k = static_cast<size_t>(l) * W + c;
+          if (!t.valide[k]) continue;
+          somme[0] += t.pixels.GetLines(l)[c];
+          somme[1] += res.tuiles[i][k];
+          ++pixels;
+        }
+      for (int l0 = 0; l0 + kCote <= H; l0 += kCote)
+        for (int c0 = 0; c0 + kCote <= W; c0 += kCote) {
+          double s[2] = {}, s2[2] = {};
+          bool plein = true;
+          for (int l = l0; l < l0 + kCote && plein; ++l)
+            for (int c = c0; c < c0 + kCote; ++c) {
+              const size_t k = static_cast<size_t>(l) * W + c;
+              plein = plein && t.valide[k] != 0;
+              const double v[2] = {static_cast<double>(t.pixels.GetLines(l)[c]), res.tuiles[i][k]};
+              for (int e = 0; e < 2; ++e) s[e] += v[e], s2[e] += v[e] * v[e];
+            }
+          if (!plein) continue;
+          const double n = kCote * kCote;
+          for (int e = 0; e < 2; ++e)
+            contraste[e] += std::sqrt(std::max(0.0, s2[e] / n - s[e] * s[e] / n / n));
+          ++blocs;
+        }
+    }
+    const double G = contraste[0] / contraste[1], O = (somme[0] - G * somme[1]) / pixels;
+    for (size_t i = 0; i < j.tuiles.size(); ++i)
+      for (size_t k = 0; k < res.tuiles[i].size(); ++k)
+        if (j.tuiles[i].valide[k]) res.tuiles[i][k] = static_cast<float>(G * res.tuiles[i][k] + O);
+    std::cout << "  pas constant : gain " << G << ", offset " << O << " (" << blocs << " blocs)" << std::endl;
   }
   Reglages r;
   res.mosaique =
@@ -632,6 +763,8 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.priorEmpirique = LireEntier(valeur, cle, kProgramme) != 0;
     } else if (cle == "formes_gain") {
       r.modele.poidsFormesGain = LireReel(valeur, cle, kProgramme);
+    } else if (cle == "distorsion") {
+      r.modele.gainDistorsion = LireEntier(valeur, cle, kProgramme) != 0;
     } else if (cle == "ecarts") {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {
@@ -687,6 +820,31 @@ void Essai(const std::vector<Jeu>& jeux, const Reglages& r) {
   }
 }
 
+// Where the model's gap to the overlaps' oracle comes from: the model with its defaults, then the oracle
+// made more like it one difference at a time, all measured on the same pixels.
+void Ecart(const std::vector<Jeu>& jeux) {
+  EnTete();
+  for (const Jeu& j : jeux) {
+    Reglages defaut;
+    defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
+    std::vector<Resultat> r;
+    r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
+    for (Reference q : {Reference::recouvrements, Reference::recouvrementsFormes,
+                        Reference::recouvrementsPolynome, Reference::recouvrementsConstante,
+                        Reference::recouvrementsGainMoyen, Reference::recouvrementsFormesGainMoyen,
+                        Reference::recouvrementsGainsLarges, Reference::recouvrementsGainsEtroits,
+                        Reference::recouvrementsOffsetsLarges, Reference::recouvrementsOffsetsEtroits})
+      r.push_back(LancerReference(j, q));
+    std::vector<const Resultat*> presents;
+    for (const Resultat& x : r) presents.push_back(&x);
+    const std::vector<unsigned char> commun = Commun(j, presents);
+    for (Resultat& x : r) {
+      Mesurer(j, commun, x);
+      Ligne(j.preset.nom + " (" + F(PlancherBruit(j)) + ")", x);
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -694,7 +852,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
     std::vector<int> references;
-    bool balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
+    bool ecart = false, balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
     unsigned tirage = 0, bruitTirage = 0;
     long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
@@ -729,6 +887,8 @@ int main(int argc, char** argv) {
       } else if (mot == "--niveaux") {
         // Every tile's gain and offset fields reduced to their constant: tiles that differ in level only.
         niveaux = true;
+      } else if (mot == "--ecart") {
+        ecart = true;
       } else if (mot == "--balayage") {
         balayage = true;
       } else if (mot == "--fusions") {
@@ -767,6 +927,8 @@ int main(int argc, char** argv) {
     if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
     if (!essai.empty())
       Essai(jeux, LireReglages(essai));
+    else if (ecart)
+      Ecart(jeux);
     else if (balayage)
       Balayage(jeux);
     else if (fusions)
