@@ -187,33 +187,37 @@ Reglages AvecReference(const Jeu& j, Reglages r, int f, bool biaisee = false) {
 //    were Gaussian). A yardstick for what the blind spot allows, not a strict bound: on one draw luck
 //    may beat it, and with the fields drawn uniformly a method may come slightly below it on average. A
 //    field every tile has alike (the shared vignetting) is not drawn, so it is taken as known.
-//  - recouvrements: each tile's fields at their likeliest given only what overlaps measure (below);
-//  - the same made more like the gain-offset model, one difference at a time, to find where the model's
-//    gap to it comes from (--ecart): recouvrementsFormes, the gain's slopes and curvatures 30 times
-//    dearer in the prior (the model's poidsFormesGain); recouvrementsPolynome, the estimated fields
-//    turned into the model's kind of correction, a v + b with a and b of degree 2 fitted to their inverse
-//    over each tile's valid pixels; recouvrementsConstante, then one constant gain and offset bringing
-//    the set's mean and local contrast (mean deviation inside 16 x 16 blocks) back to the inputs'.
-//    recouvrementsGainMoyen: the posterior mean given, as the model constrains, that the tiles' mean
-//    gain field, projected on degree-2 fields of map position, is 0 (all tiles taken as one group);
-//    recouvrementsFormesGainMoyen: both that and the dearer gain shapes. recouvrementsGainsLarges and
-//    the three others: the oracle with the prior's precisions of every gain (or offset) coefficient
-//    divided (or multiplied) by 3, as a learnt prior might be off.
-enum class Reference {
-  defaites,
-  ajustees,
-  aveugle,
-  recouvrements,
-  recouvrementsFormes,
-  recouvrementsPolynome,
-  recouvrementsConstante,
-  recouvrementsGainMoyen,
-  recouvrementsFormesGainMoyen,
-  recouvrementsGainsLarges,
-  recouvrementsGainsEtroits,
-  recouvrementsOffsetsLarges,
-  recouvrementsOffsetsEtroits
+//  - recouvrements: each tile's fields at their likeliest given only what overlaps measure (below), in
+//    one of the variants of kVariantesOracle.
+enum class Reference { defaites, ajustees, aveugle, recouvrements };
+
+// The overlaps' oracle (recouvrements), as is (the first) or made more like the gain-offset model, one
+// difference at a time, to find where the model's gap to it comes from (--ecart): the gain's slopes and
+// curvatures 30 times dearer in the prior (the model's poidsFormesGain); the estimated fields turned
+// into the model's kind of correction, a v + b with a and b of degree 2 fitted to their inverse over
+// each tile's valid pixels (polynome), then one constant gain and offset bringing the set's mean and
+// local contrast (mean deviation inside 16 x 16 blocks) back to the inputs' (constante); the posterior
+// mean given, as the model constrains, that the tiles' mean gain field, projected on degree-2 fields of
+// map position, is 0 (all tiles taken as one group); the prior's precisions of every gain (or offset)
+// coefficient divided or multiplied by 3, as a learnt prior might be off.
+struct VarianteOracle {
+  const char* nom;
+  double formesGain = 1;
+  bool gainMoyenNul = false;
+  double echelleGain = 1, echelleOffset = 1;
+  bool polynome = false, constante = false;
 };
+const VarianteOracle kVariantesOracle[] = {
+    {"reference : meilleure estimation des recouvrements"},
+    {"reference : recouvrements, formes du gain 30 fois plus cheres", 30},
+    {"reference : recouvrements, corrige en a v + b", 1, false, 1, 1, true},
+    {"reference : recouvrements, a v + b, moyenne et contraste gardes", 1, false, 1, 1, true, true},
+    {"reference : recouvrements, gain moyen nul", 1, true},
+    {"reference : recouvrements, formes du gain 30 fois plus cheres, gain moyen nul", 30, true},
+    {"reference : recouvrements, precisions des gains / 3", 1, false, 1 / 3.0},
+    {"reference : recouvrements, precisions des gains x 3", 1, false, 3},
+    {"reference : recouvrements, precisions des offsets / 3", 1, false, 1, 1 / 3.0},
+    {"reference : recouvrements, precisions des offsets x 3", 1, false, 1, 3}};
 
 // The precision of a field's coefficients 1, u, v, u2, uv, v2 relative to its constant's: the generator
 // draws slopes at half and curvatures at a quarter of the constant's amplitude.
@@ -293,8 +297,9 @@ std::vector<TuileQualite> ChampsAveugles(const std::vector<TuileMemoire>& tuiles
 // posterior mean under the constraint that the tiles' gain fields, summed over their pixels against each
 // map monomial 1, X, Y, X2, XY, Y2, give 0 (the distortion's gain, the opposite of the correction's to
 // first order).
-std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 1, bool gainMoyenNul = false,
-                                              double echelleGain = 1, double echelleOffset = 1) {
+std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, const VarianteOracle& o) {
+  const double formesGain = o.formesGain, echelleGain = o.echelleGain, echelleOffset = o.echelleOffset;
+  const bool gainMoyenNul = o.gainMoyenNul;
   constexpr int kBloc = 16;
   const std::vector<TuileMemoire>& tuiles = j.tuiles;
   const size_t n = tuiles.size(), N = 12 * n;
@@ -425,39 +430,16 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, double formesGain = 
   return d;
 }
 
-Resultat LancerReference(const Jeu& j, Reference quoi) {
+Resultat LancerReference(const Jeu& j, Reference quoi, const VarianteOracle& oracle = kVariantesOracle[0]) {
   Resultat res;
-  res.methode =
-      quoi == Reference::defaites        ? "reference : distorsions defaites"
-      : quoi == Reference::ajustees      ? "reference : meilleur degre 2 par tuile"
-      : quoi == Reference::aveugle       ? "reference : tache aveugle estimee au mieux"
-      : quoi == Reference::recouvrements ? "reference : meilleure estimation des recouvrements"
-      : quoi == Reference::recouvrementsFormes
-          ? "reference : recouvrements, formes du gain 30 fois plus cheres"
-      : quoi == Reference::recouvrementsPolynome ? "reference : recouvrements, corrige en a v + b"
-      : quoi == Reference::recouvrementsConstante
-          ? "reference : recouvrements, a v + b, moyenne et contraste gardes"
-      : quoi == Reference::recouvrementsGainMoyen ? "reference : recouvrements, gain moyen nul"
-      : quoi == Reference::recouvrementsFormesGainMoyen
-          ? "reference : recouvrements, formes du gain 30 fois plus cheres, gain moyen nul"
-      : quoi == Reference::recouvrementsGainsLarges  ? "reference : recouvrements, precisions des gains / 3"
-      : quoi == Reference::recouvrementsGainsEtroits ? "reference : recouvrements, precisions des gains x 3"
-      : quoi == Reference::recouvrementsOffsetsLarges
-          ? "reference : recouvrements, precisions des offsets / 3"
-          : "reference : recouvrements, precisions des offsets x 3";
-  const bool recouvrements = quoi == Reference::recouvrements || quoi == Reference::recouvrementsPolynome ||
-                             quoi == Reference::recouvrementsConstante;
-  const std::vector<TuileQualite> estimes =
-      quoi == Reference::aveugle                        ? ChampsAveugles(j.tuiles)
-      : recouvrements                                   ? ChampsRecouvrements(j)
-      : quoi == Reference::recouvrementsFormes          ? ChampsRecouvrements(j, 30)
-      : quoi == Reference::recouvrementsGainMoyen       ? ChampsRecouvrements(j, 1, true)
-      : quoi == Reference::recouvrementsFormesGainMoyen ? ChampsRecouvrements(j, 30, true)
-      : quoi == Reference::recouvrementsGainsLarges     ? ChampsRecouvrements(j, 1, false, 1 / 3.0)
-      : quoi == Reference::recouvrementsGainsEtroits    ? ChampsRecouvrements(j, 1, false, 3)
-      : quoi == Reference::recouvrementsOffsetsLarges   ? ChampsRecouvrements(j, 1, false, 1, 1 / 3.0)
-      : quoi == Reference::recouvrementsOffsetsEtroits  ? ChampsRecouvrements(j, 1, false, 1, 3)
-                                                        : std::vector<TuileQualite>();
+  res.methode = quoi == Reference::defaites   ? "reference : distorsions defaites"
+                : quoi == Reference::ajustees ? "reference : meilleur degre 2 par tuile"
+                : quoi == Reference::aveugle  ? "reference : tache aveugle estimee au mieux"
+                                              : oracle.nom;
+  const std::vector<TuileQualite> estimes = quoi == Reference::aveugle ? ChampsAveugles(j.tuiles)
+                                            : quoi == Reference::recouvrements
+                                                ? ChampsRecouvrements(j, oracle)
+                                                : std::vector<TuileQualite>();
   for (size_t i = 0; i < j.tuiles.size(); ++i) {
     const TuileMemoire& t = j.tuiles[i];
     const TuileQualite& def = estimes.empty() ? t.def : estimes[i];
@@ -472,8 +454,7 @@ Resultat LancerReference(const Jeu& j, Reference quoi) {
     Eigen::Matrix<double, 12, 12> A = Eigen::Matrix<double, 12, 12>::Zero();
     Eigen::Matrix<double, 12, 1> B = Eigen::Matrix<double, 12, 1>::Zero(), b;
     // Fitted to the truth, or to the estimated fields' inverse.
-    const bool versInverse =
-        quoi == Reference::recouvrementsPolynome || quoi == Reference::recouvrementsConstante;
+    const bool versInverse = quoi == Reference::recouvrements && oracle.polynome;
     const bool ajuste = quoi == Reference::ajustees || versInverse;
     if (ajuste)
       for (int l = 0; l < H; ++l)
@@ -497,7 +478,7 @@ Resultat LancerReference(const Jeu& j, Reference quoi) {
         x[static_cast<size_t>(l) * W + c] = static_cast<float>(ajuste ? b.dot(s) : def.Redresser(v, c, l));
       }
   }
-  if (quoi == Reference::recouvrementsConstante) {
+  if (quoi == Reference::recouvrements && oracle.constante) {
     // The set's mean over valid pixels and its local contrast, before and after.
     double somme[2] = {}, contraste[2] = {}, pixels = 0, blocs = 0;
     constexpr int kCote = 16;
@@ -829,12 +810,8 @@ void Ecart(const std::vector<Jeu>& jeux) {
     defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
     std::vector<Resultat> r;
     r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
-    for (Reference q : {Reference::recouvrements, Reference::recouvrementsFormes,
-                        Reference::recouvrementsPolynome, Reference::recouvrementsConstante,
-                        Reference::recouvrementsGainMoyen, Reference::recouvrementsFormesGainMoyen,
-                        Reference::recouvrementsGainsLarges, Reference::recouvrementsGainsEtroits,
-                        Reference::recouvrementsOffsetsLarges, Reference::recouvrementsOffsetsEtroits})
-      r.push_back(LancerReference(j, q));
+    for (const VarianteOracle& o : kVariantesOracle)
+      r.push_back(LancerReference(j, Reference::recouvrements, o));
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r) presents.push_back(&x);
     const std::vector<unsigned char> commun = Commun(j, presents);
