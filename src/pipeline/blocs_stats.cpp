@@ -84,6 +84,25 @@ StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, in
   Construire(nullptr);
 }
 
+void BlocsGardesLigne(long long bx0, long long nbBx, long long by, const std::vector<ZoneBlocs>& gardees,
+                      std::vector<std::pair<long long, long long>>& intervalles) {
+  intervalles.clear();
+  for (const ZoneBlocs& z : gardees) {
+    if (z.Vide() || by < z.by0 || by >= z.by0 + z.nbBy) continue;
+    const long long debut = std::max(bx0, z.bx0) - bx0, fin = std::min(bx0 + nbBx, z.bx0 + z.nbBx) - bx0;
+    if (debut < fin) intervalles.emplace_back(debut, fin);
+  }
+  std::sort(intervalles.begin(), intervalles.end());
+  size_t k = 0;
+  for (size_t m = 1; m < intervalles.size(); ++m) {
+    if (intervalles[m].first <= intervalles[k].second)
+      intervalles[k].second = std::max(intervalles[k].second, intervalles[m].second);
+    else
+      intervalles[++k] = intervalles[m];
+  }
+  if (!intervalles.empty()) intervalles.resize(k + 1);
+}
+
 StatsBlocs::StatsBlocs(const GrilleBlocs& grille, const Placement& placement, int largeur, int hauteur,
                        int nbBandes, const std::vector<ZoneBlocs>& gardees)
     : m_grille(grille), m_placement(placement), m_largeur(largeur), m_hauteur(hauteur), m_nbBandes(nbBandes) {
@@ -113,26 +132,11 @@ void StatsBlocs::Construire(const std::vector<ZoneBlocs>* gardees) {
   long long rang = 0;
   std::vector<std::pair<long long, long long>> morceaux;
   for (long long ky = 0; ky < m_nbBy; ++ky) {
-    morceaux.clear();
-    if (!gardees) {
-      morceaux.emplace_back(0, m_nbBx);
-    } else {
-      const long long by = m_by0 + ky;
-      for (const ZoneBlocs& z : *gardees) {
-        if (z.Vide() || by < z.by0 || by >= z.by0 + z.nbBy) continue;
-        const long long debut = std::max(m_bx0, z.bx0) - m_bx0;
-        const long long fin = std::min(m_bx0 + m_nbBx, z.bx0 + z.nbBx) - m_bx0;
-        if (debut < fin) morceaux.emplace_back(debut, fin);
-      }
-      std::sort(morceaux.begin(), morceaux.end());
-    }
+    if (gardees)
+      BlocsGardesLigne(m_bx0, m_nbBx, m_by0 + ky, *gardees, morceaux);
+    else
+      morceaux.assign(1, {0, m_nbBx});
     for (const auto& m : morceaux) {
-      if (m_intervalles.size() > m_debutsIntervalles.back() && m.first <= m_intervalles.back().fin) {
-        const long long fin = std::max(m_intervalles.back().fin, m.second);
-        rang += fin - m_intervalles.back().fin;
-        m_intervalles.back().fin = fin;
-        continue;
-      }
       m_intervalles.push_back({m.first, m.second, rang});
       rang += m.second - m.first;
     }

@@ -54,7 +54,17 @@ struct Placement {
 struct ZoneBlocs {
   long long bx0 = 0, by0 = 0, nbBx = 0, nbBy = 0;
   bool Vide() const { return nbBx <= 0 || nbBy <= 0; }
+  // Whether both hold a block in common.
+  bool Rencontre(const ZoneBlocs& z) const {
+    return !Vide() && !z.Vide() && z.bx0 < bx0 + nbBx && bx0 < z.bx0 + z.nbBx && z.by0 < by0 + nbBy &&
+           by0 < z.by0 + z.nbBy;
+  }
 };
+
+// The blocks of line 'by' of the zone [bx0, bx0 + nbBx) that the zones 'gardees' reach, as sorted
+// intervals [first, second) relative to bx0, disjoint and not touching (what StatsBlocs keeps).
+void BlocsGardesLigne(long long bx0, long long nbBx, long long by, const std::vector<ZoneBlocs>& gardees,
+                      std::vector<std::pair<long long, long long>>& intervalles);
 
 // The blocks an input of largeur x hauteur pixels placed on the grid reaches (StatsBlocs::Bx0 and the
 // like), known before any pixel is read.

@@ -967,10 +967,6 @@ MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entre
   const double pasBloc = (1 + 2 * b) * sizeof(double);
   // An allocation's own bookkeeping, and a vector grown by doubling holds up to twice its size.
   constexpr double kAllocation = 32, kCroissance = 2;
-  const auto rencontre = [](const ZoneBlocs& a, const ZoneBlocs& c) {
-    return !a.Vide() && !c.Vide() && c.bx0 < a.bx0 + a.nbBx && a.bx0 < c.bx0 + c.nbBx &&
-           c.by0 < a.by0 + a.nbBy && a.by0 < c.by0 + c.nbBy;
-  };
   // The pairs whose blocks meet, by a sweep along x, and the blocks they share.
   std::vector<size_t> ordre(m);
   std::iota(ordre.begin(), ordre.end(), size_t(0));
@@ -982,7 +978,7 @@ MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entre
     const ZoneBlocs& A = z[ordre[a]];
     for (size_t c = a + 1; c < m && z[ordre[c]].bx0 < A.bx0 + A.nbBx; ++c) {
       const ZoneBlocs& C = z[ordre[c]];
-      if (!rencontre(A, C)) continue;
+      if (!A.Rencontre(C)) continue;
       voisines[ordre[a]].push_back(ordre[c]);
       voisines[ordre[c]].push_back(ordre[a]);
       paires += 1;
@@ -995,6 +991,7 @@ MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entre
   const double resume = sizeof(ResumeImage) + b * sizeof(ResumeImage::Bande);
   double stats = 0, export1 = 0;
   std::vector<std::pair<long long, long long>> morceaux;
+  std::vector<ZoneBlocs> atteintes;
   for (size_t i = 0; i < m; ++i) {
     const ZoneBlocs& A = z[i];
     double gardes = 0, intervalles = 0;
@@ -1002,21 +999,12 @@ MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entre
       gardes = static_cast<double>(A.nbBx) * A.nbBy;
       intervalles = static_cast<double>(A.nbBy);
     } else {
+      atteintes.clear();
+      for (size_t j : voisines[i]) atteintes.push_back(z[j]);
       for (long long by = A.by0; by < A.by0 + A.nbBy; ++by) {
-        morceaux.clear();
-        for (size_t j : voisines[i]) {
-          const ZoneBlocs& C = z[j];
-          if (by < C.by0 || by >= C.by0 + C.nbBy) continue;
-          morceaux.emplace_back(std::max(A.bx0, C.bx0), std::min(A.bx0 + A.nbBx, C.bx0 + C.nbBx));
-        }
-        std::sort(morceaux.begin(), morceaux.end());
-        long long fin = std::numeric_limits<long long>::min();
-        for (const auto& p : morceaux) {
-          if (p.first > fin) intervalles += 1;
-          const long long debut = std::max(p.first, fin);
-          if (p.second > debut) gardes += static_cast<double>(p.second - debut);
-          fin = std::max(fin, p.second);
-        }
+        BlocsGardesLigne(A.bx0, A.nbBx, by, atteintes, morceaux);
+        intervalles += static_cast<double>(morceaux.size());
+        for (const auto& p : morceaux) gardes += static_cast<double>(p.second - p.first);
       }
     }
     const double donnees = gardes * pasBloc;

@@ -892,9 +892,7 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Statistiques(size_t i) const {
   std::vector<ZoneBlocs> gardees;
   const ZoneBlocs& a = emprises[i];
   const auto garder = [&](const ZoneBlocs& b) {
-    if (!b.Vide() && b.bx0 < a.bx0 + a.nbBx && a.bx0 < b.bx0 + b.nbBx && b.by0 < a.by0 + a.nbBy &&
-        a.by0 < b.by0 + b.nbBy)
-      gardees.push_back(b);
+    if (a.Rencontre(b)) gardees.push_back(b);
   };
   for (size_t j = 0; j < entrees.size(); ++j)
     if (j != i) garder(emprises[j]);
