@@ -1003,9 +1003,8 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::ObserverReference() const {
     std::vector<const float*> parBande(bandes);
     for (int b = 0; b < bandes; ++b) parBande[b] = cellules.data() + static_cast<size_t>(b) * nx;
     const int w = c1 - c0, canaux = e.Canaux();
-    const size_t parLigne = static_cast<size_t>(std::max(1, w)) * (sizeof(float) * canaux + 1);
-    const int lignes = static_cast<int>(
-        std::max<size_t>(2, std::min<size_t>(512, static_cast<size_t>(p.memoireMio) * kMio / 2 / parLigne)));
+    // A cell can straddle two of the reference's lines.
+    const int lignes = std::max(2, LignesObservation(std::max(1, w), canaux, 1));
     std::vector<float> v;
     std::vector<unsigned char> ok;
     int l0 = 0, l1 = 0;  // the reference's lines held: [l0, l1)
