@@ -193,4 +193,13 @@ inline ParametresMosaique Parametres(const std::vector<std::string>& entrees, co
   return p;
 }
 
+// The whole job through its phases in fresh jobs, as separate processes would: every input observed,
+// the solve, one part, the assembly.
+inline void EnPhases(const ParametresMosaique& p, const std::string& travail) {
+  for (size_t i = 1; i <= p.entrees.size(); ++i) JobMosaique(p).PhaseObserver(travail, static_cast<int>(i));
+  JobMosaique(p).PhaseResoudre(travail);
+  JobMosaique(p).PhaseComposer(travail, 1, 1);
+  JobMosaique(p).PhaseAssembler(travail);
+}
+
 }  // namespace test

@@ -87,13 +87,14 @@ void EcrireTuile(const std::string& nom, int i, int j, int n, int ailleurs = 0, 
   e.Terminer();
 }
 
-// The 2 x 2 block.
-std::vector<std::string> Tuiles(const std::string& dossier, int n = kN) {
+// The 2 x 2 block of tiles of n x n pixels overlapping by 'recouvrement' pixels (half the tile: every
+// input keeps most of its blocks).
+std::vector<std::string> Tuiles(const std::string& dossier, int n = kN, int recouvrement = kRecouvrement) {
   std::vector<std::string> noms;
   for (int i = 0; i < 2; ++i)
     for (int j = 0; j < 2; ++j) {
       noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
-      EcrireTuile(noms.back(), i, j, n);
+      EcrireTuile(noms.back(), i, j, n, 0, 0, 0, recouvrement);
     }
   return noms;
 }
@@ -112,17 +113,6 @@ double Ecart(const std::string& mosaique, int b) {
   for (int y = 0; y < m.iGetNbLignes(); ++y)
     for (int x = 0; x < m.iGetNbColonnes(); ++x) e += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
   return std::sqrt(e / n);
-}
-
-// The 2 x 2 block of tiles overlapping by half: every input keeps most of its blocks.
-std::vector<std::string> TuilesRecouvertes(const std::string& dossier, int n) {
-  std::vector<std::string> noms;
-  for (int i = 0; i < 2; ++i)
-    for (int j = 0; j < 2; ++j) {
-      noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
-      EcrireTuile(noms.back(), i, j, n, 0, 0, 0, n / 2);
-    }
-  return noms;
 }
 
 // Two float tiles f0.tif and f1.tif side by side, the second kN - kRecouvrement pixels to the right, of
@@ -341,46 +331,40 @@ TEST(JobMosaique, TuilesCompletesAuDelaDuPlafondRefusees) {
 }
 
 // Inputs whose samples, as float, take three times the ceiling: the run stays under the ceiling plus
-// the process's own constant (code, libraries, the statistics and the system: under 48 MiB here).
+// the process's own constant (code, libraries, the statistics and the system: under 48 MiB here). The
+// same through the phases, each its own process, a COG: the assembly streams the parts (which hold the
+// rows' samples for the overviews, here 2360 x 2360 x 3 floats) rather than holding them.
 TEST(JobMosaique, MemoireSousLePlafond) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
 #endif
-  test::DossierTemp d;
-  Tuiles(d.chemin(), 1024);
-  const double plafond = 16, octetsFloat = 4.0 * 1024 * 1024 * kBandes * 4 / (1 << 20);
-  ASSERT_GE(octetsFloat, 3 * plafond);
-  long kio = 0;
-  const test::Resultat r = test::Lancer(d.chemin(),
-                                        std::string("exec '") + EGALISE_EXE +
-                                            "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 "
-                                            "--quiet --memoire 16",
-                                        kio);
-  EXPECT_EQ(r.statut, 0) << r.sortie;
-  EXPECT_LT(kio / 1024.0, plafond + 48) << "pic " << kio / 1024.0 << " Mio";
-  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
-}
-
-// The same through the phases, each its own process, a COG: the assembly streams the parts (which
-// hold the rows' samples for the overviews, here 2360 x 2360 x 3 floats) rather than holding them.
-TEST(JobMosaique, MemoireDesPhasesSousLePlafond) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
-#endif
-  test::DossierTemp d;
-  Tuiles(d.chemin(), 1200);
   const double plafond = 16;
-  const std::string job = std::string("exec '") + EGALISE_EXE +
-                          "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --cog --quiet "
-                          "--memoire 16 --travail w --etape ";
-  for (const char* etape : {"observer --index 1", "observer --index 2", "observer --index 3",
-                            "observer --index 4", "resoudre", "composer --partie 1/1", "assembler"}) {
-    long kio = 0;
-    const test::Resultat r = test::Lancer(d.chemin(), job + etape, kio);
-    EXPECT_EQ(r.statut, 0) << etape << " " << r.sortie;
-    EXPECT_LT(kio / 1024.0, plafond + 48) << etape << " : pic " << kio / 1024.0 << " Mio";
+  const struct {
+    int n;
+    const char* options;
+    std::vector<std::string> etapes;
+  } cas[] = {{1024, "", {""}},
+             {1200,
+              " --cog --travail w --etape ",
+              {"observer --index 1", "observer --index 2", "observer --index 3", "observer --index 4",
+               "resoudre", "composer --partie 1/1", "assembler"}}};
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.n);
+    test::DossierTemp d;
+    Tuiles(d.chemin(), c.n);
+    ASSERT_GE(4.0 * c.n * c.n * kBandes * 4 / (1 << 20), 3 * plafond);
+    const std::string job = std::string("exec '") + EGALISE_EXE +
+                            "' mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --quiet "
+                            "--memoire 16" +
+                            c.options;
+    for (const std::string& etape : c.etapes) {
+      long kio = 0;
+      const test::Resultat r = test::Lancer(d.chemin(), job + etape, kio);
+      EXPECT_EQ(r.statut, 0) << etape << " " << r.sortie;
+      EXPECT_LT(kio / 1024.0, plafond + 48) << etape << " : pic " << kio / 1024.0 << " Mio";
+    }
+    EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
   }
-  EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
 // Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
@@ -1091,12 +1075,7 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
     std::filesystem::remove(w + "/corrections.bin");
     c.incident(w);
     std::filesystem::remove(p.sortie);
-    const auto phases = [&] {
-      for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
-      JobMosaique(p).PhaseResoudre(w);
-      JobMosaique(p).PhaseComposer(w, 1, 1);
-      JobMosaique(p).PhaseAssembler(w);
-    };
+    const auto phases = [&] { test::EnPhases(p, w); };
     if (*c.refus) {
       test::Refuse(phases, "[Mosaique] (Travail) ", {c.refus});
       EXPECT_FALSE(std::filesystem::exists(p.sortie));
@@ -1171,10 +1150,7 @@ TEST(JobMosaique, BlocGranditJusquALaPartDeLaMemoire) {
     // The phases derive the same block, and the same bytes.
     const std::string travail = d / ("w" + std::to_string(c.bloc) + std::to_string(&c - cas));
     p.sortie = d / "p.tif";
-    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(travail, i);
-    JobMosaique(p).PhaseResoudre(travail);
-    JobMosaique(p).PhaseComposer(travail, 1, 1);
-    JobMosaique(p).PhaseAssembler(travail);
+    test::EnPhases(p, travail);
     EXPECT_TRUE(test::LireFichier(d / "p.tif") == test::LireFichier(d / "m.tif"));
   }
   // A share that changes the block does not mix the observations of two block sides.
@@ -1196,7 +1172,7 @@ TEST(JobMosaique, BlocGranditJusquALaPartDeLaMemoire) {
 // half, blocks of 4, --memoire 16.
 TEST(JobMosaique, BlocDonneAuDelaDeLaPartRefuse) {
   test::DossierTemp d;
-  TuilesRecouvertes(d.chemin(), 600);
+  Tuiles(d.chemin(), 600, 300);
   const std::string tuiles =
       "mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --quiet --memoire 16 ";
   const test::Resultat r = test::Egalise(d.chemin(), tuiles + "--bloc 4 --rapport r.json");

@@ -351,10 +351,7 @@ TEST(ReferenceMosaique, EnPhasesLesMemesOctets) {
   JobMosaique(p).Executer();
   p.sortie = d / "phases.tif";
   const std::string travail = d / "travail";
-  for (size_t i = 0; i < t.size(); ++i) JobMosaique(p).PhaseObserver(travail, static_cast<int>(i + 1));
-  JobMosaique(p).PhaseResoudre(travail);
-  JobMosaique(p).PhaseComposer(travail, 1, 1);
-  JobMosaique(p).PhaseAssembler(travail);
+  test::EnPhases(p, travail);
   EXPECT_EQ(test::LireFichier(d / "un.tif"), test::LireFichier(d / "phases.tif"));
   // Another reference is another job.
   EcrireVerite(d / "verite4.tif", -32, -32, kW + 64, kH + 64, 4, kBandes);
