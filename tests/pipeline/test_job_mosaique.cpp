@@ -115,6 +115,19 @@ double Ecart(const std::string& mosaique, int b) {
   return std::sqrt(e / n);
 }
 
+// How many samples of the file (every band) satisfy 'test'.
+template <class Test>
+long Compter(const std::string& fichier, Test test) {
+  const TTImage<float> m(fichier.c_str());
+  long n = 0;
+  for (int y = 0; y < m.iGetNbLignes(); ++y)
+    for (int x = 0; x < m.iGetNbColonnes(); ++x)
+      for (int b = 0; b < m.GetNbCanaux(); ++b) n += test(m(x, y, b));
+  return n;
+}
+
+bool NonFini(float v) { return !std::isfinite(v); }
+
 // Two float tiles f0.tif and f1.tif side by side, the second kN - kRecouvrement pixels to the right, of
 // 'bandes' interleaved bands; remplir(j, y, c0, ligne) makes line y of tile j, whose first column is
 // column c0 of the block.
@@ -435,17 +448,9 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
     p.modele = modele;
     p.fusion = fusion;
     JobMosaique(p).Executer();
-    const TTImage<float> m((d / "m.tif").c_str());
-    long infinis = 0, vides = 0;
-    for (int y = 0; y < m.iGetNbLignes(); ++y)
-      for (int x = 0; x < m.iGetNbColonnes(); ++x)
-        for (int b = 0; b < kBandes; ++b) {
-          infinis += !std::isfinite(m(x, y, b));
-          vides += m(x, y, b) == 0;
-        }
-    EXPECT_EQ(infinis, 0) << modele << " " << fusion;
+    EXPECT_EQ(Compter(d / "m.tif", NonFini), 0) << modele << " " << fusion;
     // The pixel outside the overlap is no-data on every band.
-    EXPECT_LE(vides, kBandes) << modele << " " << fusion;
+    EXPECT_LE(Compter(d / "m.tif", [](float v) { return v == 0; }), kBandes) << modele << " " << fusion;
   }
 }
 
@@ -467,15 +472,9 @@ TEST(JobMosaique, ValeursAuBordDesFlottants) {
     p.corriges = d / "corr";
     JobMosaique(p).Executer();
     for (const std::string& f : {d / "m.tif", d / "corr/f1.tif"}) {
-      const TTImage<float> m(f.c_str());
-      long infinis = 0, auBord = 0;
-      for (int y = 0; y < m.iGetNbLignes(); ++y)
-        for (int x = 0; x < m.iGetNbColonnes(); ++x) {
-          infinis += !std::isfinite(m(x, y, 0));
-          auBord += m(x, y, 0) == std::numeric_limits<float>::max();
-        }
-      EXPECT_EQ(infinis, 0) << fusion << " " << f;
-      EXPECT_EQ(auBord, 100) << fusion << " " << f;
+      EXPECT_EQ(Compter(f, NonFini), 0) << fusion << " " << f;
+      EXPECT_EQ(Compter(f, [](float v) { return v == std::numeric_limits<float>::max(); }), 100)
+          << fusion << " " << f;
     }
   }
 }
