@@ -74,6 +74,18 @@ print('trous', int(((n > 0) & ~valide).sum()), 'horsentrees', int(((n == 0) & va
       'ecart', float(np.nanmax(np.where(valide & (n == 1), ecart, 0))), 'bandes', ','.join(noms))
 )";
 
+// Writes tuile.py in the folder and makes t0.tif at the grid's origin and t1.tif overlapping it (or at
+// 'place1': X0 Y0 GAIN), each of its kind with its creation options; what the script printed if it failed.
+std::string DeuxTuiles(const test::DossierTemp& d, const std::string& sorte0, const std::string& sorte1,
+                       const std::string& co0 = "", const std::string& co1 = "",
+                       const std::string& place1 = "650070 6859960 1.2") {
+  std::ofstream(d / "tuile.py") << kTuile;
+  const test::Resultat r = test::Lancer(
+      d.chemin(), "/usr/bin/python3 tuile.py t0.tif " + sorte0 + " 650000 6860000 1 " + co0 +
+                      " && /usr/bin/python3 tuile.py t1.tif " + sorte1 + " " + place1 + " " + co1);
+  return r.statut == 0 ? "" : r.sortie;
+}
+
 struct Cas {
   const char* tuiles[2][2];  // the kind and the creation options of each tile
   const char* options;
@@ -117,20 +129,11 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
       {{{"nan", "COMPRESS=DEFLATE PREDICTOR=3"}, {"nan", "TILED=YES"}}, "--cog --tuile 128", 0, "Gray"},
   };
   test::DossierTemp d;
-  std::ofstream(d / "tuile.py") << kTuile;
   std::ofstream(d / "oracle.py") << kOracle;
   for (const Cas& c : cas) {
     std::string t = std::string(c.tuiles[0][0]) + " / " + c.tuiles[1][0] + " " + c.options;
     SCOPED_TRACE(t);
-    for (int k = 0; k < 2; ++k) {
-      std::string co;
-      std::istringstream s(c.tuiles[k][1]);
-      for (std::string o; s >> o;) co += " " + o;
-      const test::Resultat r = test::Lancer(
-          d.chemin(), "/usr/bin/python3 tuile.py t" + std::to_string(k) + ".tif " + c.tuiles[k][0] +
-                          (k ? " 650070 6859960 1.2" : " 650000 6860000 1") + co);
-      ASSERT_EQ(r.statut, 0) << r.sortie;
-    }
+    ASSERT_EQ(DeuxTuiles(d, c.tuiles[0][0], c.tuiles[1][0], c.tuiles[0][1], c.tuiles[1][1]), "");
     test::Resultat r = test::Egalise(
         d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --noegal --quiet ") + c.options);
     EXPECT_EQ(r.statut, 0) << r.sortie;
@@ -159,21 +162,13 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
 // inputs keep theirs.
 TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
   test::DossierTemp d;
-  std::ofstream(d / "tuile.py") << kTuile;
-  const std::string lignes[] = {
-      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet",
-      "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 1 "
-      "&& " EGALISE_EXE
-      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape observer --index 2 "
-      "&& " EGALISE_EXE
-      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape resoudre && " EGALISE_EXE
-      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape composer --partie 1/1 "
-      "&& " EGALISE_EXE
-      " mosaique t0.tif t1.tif -o m.tif --corriges c --quiet --travail w --etape assembler"};
-  test::Resultat r = test::Lancer(d.chemin(),
-                                  "mkdir c w && /usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
-                                  "/usr/bin/python3 tuile.py t1.tif alpha 650070 6859960 1.2 && "
-                                  "gdalinfo -stats t0.tif > /dev/null");
+  const std::string job = "mosaique t0.tif t1.tif -o m.tif --corriges c --quiet";
+  std::string phases = job + " --travail w --etape observer --index 1";
+  for (const char* etape : {"observer --index 2", "resoudre", "composer --partie 1/1", "assembler"})
+    phases += std::string(" && ") + EGALISE_EXE + " " + job + " --travail w --etape " + etape;
+  const std::string lignes[] = {job, phases};
+  ASSERT_EQ(DeuxTuiles(d, "alpha", "alpha"), "");
+  test::Resultat r = test::Lancer(d.chemin(), "mkdir c w && gdalinfo -stats t0.tif > /dev/null");
   ASSERT_EQ(r.statut, 0) << r.sortie;
   const std::string fichiers[] = {"m.tif", "c/t0.tif", "c/t1.tif"};
   for (const std::string& ligne : lignes) {
@@ -200,11 +195,8 @@ TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
 // Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it.
 TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
   test::DossierTemp d;
-  std::ofstream(d / "tuile.py") << kTuile;
-  test::Resultat r = test::Lancer(d.chemin(),
-                                  "/usr/bin/python3 tuile.py t0.tif alpha 650000 6860000 1 && "
-                                  "/usr/bin/python3 tuile.py t1.tif alpha 650500 6860000 1.2");
-  ASSERT_EQ(r.statut, 0) << r.sortie;
+  ASSERT_EQ(DeuxTuiles(d, "alpha", "alpha", "", "", "650500 6860000 1.2"), "");
+  test::Resultat r;
   const std::string avertissement = "avertissement : L'image t0.tif ne recouvre aucune autre image";
   const struct {
     const char* options;
@@ -231,7 +223,6 @@ TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
 // Refusals that name their remedy, and the remedy accepted.
 TEST(MosaiqueGDAL, RefusEtRemede) {
   test::DossierTemp d;
-  std::ofstream(d / "tuile.py") << kTuile;
   const struct {
     const char* tuiles[2];
     const char* options;
@@ -252,13 +243,10 @@ TEST(MosaiqueGDAL, RefusEtRemede) {
   };
   for (const auto& c : cas) {
     SCOPED_TRACE(std::string(c.tuiles[0]) + " " + c.tuiles[1] + " " + c.options);
-    test::Resultat r =
-        test::Lancer(d.chemin(), std::string("/usr/bin/python3 tuile.py t0.tif ") + c.tuiles[0] +
-                                     " 650000 6860000 1 && /usr/bin/python3 tuile.py t1.tif " + c.tuiles[1] +
-                                     " 650070 6859960 1.2");
-    ASSERT_EQ(r.statut, 0) << r.sortie;
+    ASSERT_EQ(DeuxTuiles(d, c.tuiles[0], c.tuiles[1]), "");
     std::filesystem::remove(d / "m.tif");
-    r = test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --quiet ") + c.options);
+    const test::Resultat r =
+        test::Egalise(d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --quiet ") + c.options);
     EXPECT_EQ(r.statut, c.statut) << r.sortie;
     EXPECT_EQ(r.sortie.empty(), !*c.message) << r.sortie;
     EXPECT_NE(r.sortie.find(c.message), std::string::npos) << r.sortie;
