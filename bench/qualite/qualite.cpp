@@ -8,7 +8,7 @@
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 distorsion=1 plume=60
-//                                  fusion=plume"]
+//                                  fusion=plume echelle_tenue=0 tukey=4.685"]
 #include <sys/stat.h>
 
 #include <cmath>
@@ -750,6 +750,10 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {
       r.modele.iterations = static_cast<int>(LireEntier(valeur, cle, kProgramme));
+    } else if (cle == "echelle_tenue") {
+      r.modele.echelleTenue = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "tukey") {
+      r.modele.constanteTukey = LireReel(valeur, cle, kProgramme);
     } else if (cle == "fraction") {
       r.observations.fractionValide = LireReel(valeur, cle, kProgramme);
     } else if (cle == "plume") {

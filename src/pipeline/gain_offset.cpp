@@ -18,7 +18,6 @@ using base_polynome::kTermesMax;
 using base_polynome::NbTermes;
 
 constexpr double kHuber = 1.5;
-constexpr double kTukey = 4.685;
 constexpr int kEtapesHuber = 2;
 // The first solves (all but the last when there are few) hold the corrections this stiffly at least: a
 // flexible fit would bend the weakly observed terms to absorb changed content, which then no longer
@@ -667,14 +666,16 @@ class SystemeGroupe {
       }
       const double echelle = std::max(1.4826 * Mediane(absolus), kEchelleMin * m_ecartRef);
       if (e == 0) m_echelle = echelle, m_poidsMoyenObs = poidsMoyen;
+      // The scale the weights use: the current one, or the one of the last Huber step held.
+      if (huber || !m_p.echelleTenue) m_echelleTenue[e] = echelle;
       std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
       for (size_t k = 0; k < n; ++k) {
-        const double u = std::fabs(z[k]) / echelle;
         if (!(e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) continue;
+        const double u = std::fabs(z[k]) / m_echelleTenue[e];
         if (huber) {
           w[k] = u <= kHuber ? 1.0 : kHuber / u;
         } else {
-          const double v = u / kTukey;
+          const double v = u / m_p.constanteTukey;
           w[k] = v < 1 ? (1 - v * v) * (1 - v * v) : 0.0;
         }
       }
@@ -706,6 +707,8 @@ class SystemeGroupe {
   // Whether the unknowns' gains are the distortion's (the last solves, gainDistorsion).
   bool m_distorsion = false;
   double m_precision[6] = {}, m_echelle = 1, m_poidsMoyenObs = 1;
+  // The robust scale of each equation kind the weights use (ParametresGainOffset::echelleTenue).
+  double m_echelleTenue[2] = {1, 1};
 };
 
 }  // namespace
@@ -727,6 +730,8 @@ void ParametresGainOffset::Verifier() const {
   if (!(poidsEcart >= 0 && std::isfinite(poidsEcart)))
     ZEPRA_ERREUR("[GainOffset] (Verifier) Poids des ecarts types " << poidsEcart
                                                                    << " : positif ou nul attendu.");
+  if (!(constanteTukey >= 1 && constanteTukey <= 1e3))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Constante de Tukey " << constanteTukey << " : 1 a 1000 attendue.");
   if (iterations < 1 || iterations > 50)
     ZEPRA_ERREUR("[GainOffset] (Verifier) " << iterations << " iterations : 1 a 50 attendu.");
 }

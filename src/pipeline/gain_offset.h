@@ -71,10 +71,13 @@
 // first solve is plain, the next ones re-weight each equation from its residual
 // normalised by a robust scale (1.4826 x the median absolute normalised residual of the group and
 // equation kind): two Huber steps (k = 1.5), then Tukey's biweight (c = 4.685), which drops changed
-// content (a cloud, a car, a shadow present in one image only). The first three solves (all but the
-// last when there are fewer than four) use a rigidity of at least 1e-3: a flexible fit would bend the
-// weakly observed terms to absorb changed content, which would then no longer stand out. Deterministic:
-// a fixed number of solves, sums in a fixed order.
+// content (a cloud, a car, a shadow present in one image only). The scale is recomputed at each step,
+// and the share set aside grows as the fit improves (the misfit of a polynomial correction then looks
+// like outliers); holding the scale or a larger constant sets aside half as much or less, but hardly
+// changes the results, and the held scale lets more of a cloud in (bench/README.md). The first three solves
+// (all but the last when there are fewer than four) use a rigidity of at least 1e-3: a flexible fit would
+// bend the weakly observed terms to absorb changed content, which would then no longer stand out.
+// Deterministic: a fixed number of solves, sums in a fixed order.
 //
 // Groups: each connected group of the overlap graph is solved alone; an image that overlaps nothing
 // keeps identity and is reported. An image whose observations do not span its polynomial's terms (all
@@ -113,6 +116,10 @@ struct ParametresGainOffset {
   bool gainDistorsion = true;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
+  // The re-weighting (bench/README.md, "Tried and not adopted"): the Tukey steps' robust scale held at
+  // the last Huber step's rather than recomputed at each step, and Tukey's constant.
+  bool echelleTenue = false;
+  double constanteTukey = 4.685;
   // Bands and groups solved at once, each holding its own system (EstimerMemoireEgalisation); 0: as many
   // as threads. The results do not depend on it.
   int enParallele = 0;

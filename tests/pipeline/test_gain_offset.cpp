@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
+#include <cmath>
 #include <set>
 
 #include "outils_pipeline.h"
@@ -610,6 +611,10 @@ TEST(GainOffset, ParametresRefuses) {
       {[](ParametresGainOffset& p) { p.poidsEcart = -1; },
        "[GainOffset] (Verifier) Poids des ecarts types -1"},
       {[](ParametresGainOffset& p) { p.iterations = 0; }, "[GainOffset] (Verifier) 0 iterations"},
+      {[](ParametresGainOffset& p) { p.constanteTukey = 0.5; },
+       "[GainOffset] (Verifier) Constante de Tukey 0.5 : 1 a 1000 attendue."},
+      {[](ParametresGainOffset& p) { p.constanteTukey = std::nan(""); },
+       "[GainOffset] (Verifier) Constante de Tukey nan"},
   };
   for (const Cas& c : cas) {
     ParametresGainOffset p;
