@@ -746,6 +746,8 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.poidsFormesGain = LireReel(valeur, cle, kProgramme);
     } else if (cle == "distorsion") {
       r.modele.gainDistorsion = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "posterieur") {
+      r.modele.variancesPosterieures = LireEntier(valeur, cle, kProgramme) != 0;
     } else if (cle == "ecarts") {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {

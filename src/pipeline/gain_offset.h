@@ -37,7 +37,12 @@
 //    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
 //    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
 //    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
-//    prior whose spread is measured on the images themselves. Then only the mean gain stays
+//    prior whose spread is measured on the images themselves. The coefficients are posterior means,
+//    shrunk by the prior most where overlaps see least, so their mean square alone makes the prior too
+//    tight: from a solve that already used the learnt prior (variancesPosterieures), each coefficient's
+//    posterior variance (the diagonal of the normal matrix's inverse, computed on the sparse factor's
+//    pattern only) is added to its square, the expectation-maximisation step. One such step: more
+//    re-estimates of the prior drift further and were worse (bench/README.md). Then only the mean gain stays
 //    constrained, and the gains' map-wide trend is placed like the offsets': as the spread of each
 //    class makes likeliest. Overlaps say nothing about the blind spot, so this is the best that can
 //    be done there on average; a prior set by hand is right only for the spread it was tuned on (on
@@ -111,6 +116,9 @@ struct ParametresGainOffset {
   bool priorEmpirique = true;
   // The last solves estimate the gain as the distortion's (below).
   bool gainDistorsion = true;
+  // The learnt prior's spreads count the coefficients' posterior variances, not their estimates alone
+  // (below).
+  bool variancesPosterieures = true;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
   // Bands and groups solved at once, each holding its own system (EstimerMemoireEgalisation); 0: as many
