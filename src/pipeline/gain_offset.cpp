@@ -599,10 +599,10 @@ class SystemeGroupe {
   // The learnt prior, from the last solution: each class of terms gets the precision the data show,
   // the residuals' variance per pixel over the mean square of the images' coefficients in the class
   // (a Gaussian prior whose spread is estimated from the images themselves). The coefficients are
-  // posterior means, which the prior has shrunk, most where overlaps see least: their mean square alone
-  // would make the prior too tight. From a solve under the learnt prior, each coefficient's posterior
-  // variance (the residuals' variance times the diagonal of the inverse normal matrix) is added to its
-  // square, the expectation-maximisation step for a prior's variance. The gain's shapes stay
+  // posterior means, which the prior has shrunk, most where overlaps see least. With
+  // variancesPosterieures, from a solve under the learnt prior, each coefficient's posterior variance
+  // (the residuals' variance times the diagonal of the inverse normal matrix) is added to its square,
+  // the expectation-maximisation step for a prior's variance. The gain's shapes stay
   // poidsFormesGain times dearer: what a polynomial gain cannot fit would otherwise spread along the
   // smooth fields overlaps hardly see.
   void Etalonner() {

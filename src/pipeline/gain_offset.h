@@ -37,12 +37,7 @@
 //    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
 //    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
 //    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
-//    prior whose spread is measured on the images themselves. The coefficients are posterior means,
-//    shrunk by the prior most where overlaps see least, so their mean square alone makes the prior too
-//    tight: from a solve that already used the learnt prior (variancesPosterieures), each coefficient's
-//    posterior variance (the diagonal of the normal matrix's inverse, computed on the sparse factor's
-//    pattern only) is added to its square, the expectation-maximisation step. One such step: more
-//    re-estimates of the prior drift further and were worse (bench/README.md). Then only the mean gain stays
+//    prior whose spread is measured on the images themselves. Then only the mean gain stays
 //    constrained, and the gains' map-wide trend is placed like the offsets': as the spread of each
 //    class makes likeliest. Overlaps say nothing about the blind spot, so this is the best that can
 //    be done there on average; a prior set by hand is right only for the spread it was tuned on (on
@@ -116,9 +111,11 @@ struct ParametresGainOffset {
   bool priorEmpirique = true;
   // The last solves estimate the gain as the distortion's (below).
   bool gainDistorsion = true;
-  // The learnt prior's spreads count the coefficients' posterior variances, not their estimates alone
-  // (below).
-  bool variancesPosterieures = true;
+  // The learnt prior's spreads count each coefficient's posterior variance from the previous learnt-prior
+  // solve (the expectation-maximisation step: the estimates alone are shrunk by the prior). Off: better
+  // on the flight strip, but blocks of 6 to 8 tiles differing in level only are then fitted to their
+  // noise (bench/README.md, "Tried and not adopted").
+  bool variancesPosterieures = false;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
   // Bands and groups solved at once, each holding its own system (EstimerMemoireEgalisation); 0: as many
@@ -249,7 +246,8 @@ ResultatGainOffset ResoudreGainOffset(const std::vector<ResumeImage>& resumes, c
 //    the summaries;
 //  - resolutionCommune: what the solve holds for every band (the groups' lists, the corrections);
 //  - resolutionParBande: what one band of one group holds while it is solved (weights, residuals, the
-//    normal equations and their sparse factor), taken as if every image were in one group. The
+//    normal equations, their sparse factor and the diagonal of the inverse on its pattern, counted
+//    whether variancesPosterieures is set or not), taken as if every image were in one group. The
 //    factor's fill is taken as that of overlaps on a plane: at most 2 + log2(n)^2 / 4 blocks of
 //    unknowns per image (images on a grid, each meeting its eight neighbours: 19 measured for 1024
 //    images), times the pairs' excess over four per image.
