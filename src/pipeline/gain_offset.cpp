@@ -244,7 +244,8 @@ class SystemeGroupe {
       ldlt.factorize(H);
       verifier("factorisation");
       // The next learnt prior counts each coefficient's posterior variance (Etalonner).
-      if (m_p.variancesPosterieures && m_empirique && it + 1 < m_p.iterations) {
+      if (m_p.etalement != ParametresGainOffset::Etalement::estimations && m_empirique &&
+          it + 1 < m_p.iterations) {
         const Eigen::VectorXd d = DiagonaleInverse(ldlt);
         m_variances = m_ref >= 0 ? Eigen::VectorXd(P * d) : d;
       }
@@ -599,12 +600,10 @@ class SystemeGroupe {
   // The learnt prior, from the last solution: each class of terms gets the precision the data show,
   // the residuals' variance per pixel over the mean square of the images' coefficients in the class
   // (a Gaussian prior whose spread is estimated from the images themselves). The coefficients are
-  // posterior means, which the prior has shrunk, most where overlaps see least. With
-  // variancesPosterieures, from a solve under the learnt prior, each coefficient's posterior variance
-  // (the residuals' variance times the diagonal of the inverse normal matrix) is added to its square,
-  // the expectation-maximisation step for a prior's variance. The gain's shapes stay
-  // poidsFormesGain times dearer: what a polynomial gain cannot fit would otherwise spread along the
-  // smooth fields overlaps hardly see.
+  // posterior means, which the prior has shrunk, most where overlaps see least: after a solve under the
+  // learnt prior, each one's posterior variance corrects for it as ParametresGainOffset::etalement sets.
+  // The gain's shapes stay poidsFormesGain times dearer: what a polynomial gain cannot fit would
+  // otherwise spread along the smooth fields overlaps hardly see.
   void Etalonner() {
     double somme[6] = {}, n[6] = {};
     const double variance = m_echelle * m_echelle * m_poidsMoyenObs;
@@ -613,11 +612,21 @@ class SystemeGroupe {
         const Eigen::Index u = static_cast<Eigen::Index>(l) * m_nU + a;
         const double x = m_x(u);
         somme[Classe(a)] += x * x;
-        if (m_variances.size() == m_x.size()) somme[Classe(a)] += variance * m_variances(u);
-        n[Classe(a)] += 1;
+        if (m_variances.size() != m_x.size()) {
+          n[Classe(a)] += 1;
+        } else if (m_p.etalement == ParametresGainOffset::Etalement::esperance) {
+          somme[Classe(a)] += variance * m_variances(u);
+          n[Classe(a)] += 1;
+        } else {
+          // The share of the coefficient the data determine; the prior's precision is that of the
+          // solve the variances come from.
+          n[Classe(a)] += std::clamp(1 - m_precision[Classe(a)] * m_variances(u), 0.0, 1.0);
+        }
       }
     for (int c = 0; c < 6; ++c) {
-      const double v = std::max(n[c] > 0 ? somme[c] / n[c] : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
+      // At least one coefficient's worth: a class the data hardly determine is not set free.
+      const double v =
+          std::max(n[c] > 0 ? somme[c] / std::max(n[c], 1.0) : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
       m_precision[c] = variance / v * (c == 1 || c == 2 ? m_p.poidsFormesGain : 1.0);
     }
   }
