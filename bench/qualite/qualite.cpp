@@ -746,6 +746,11 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.poidsFormesGain = LireReel(valeur, cle, kProgramme);
     } else if (cle == "distorsion") {
       r.modele.gainDistorsion = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "posterieur") {
+      const int e = LireEntier(valeur, cle, kProgramme);
+      r.modele.etalement = e == 0   ? ParametresGainOffset::Etalement::estimations
+                           : e == 1 ? ParametresGainOffset::Etalement::esperance
+                                    : ParametresGainOffset::Etalement::evidence;
     } else if (cle == "ecarts") {
       r.modele.poidsEcart = LireReel(valeur, cle, kProgramme);
     } else if (cle == "iterations") {

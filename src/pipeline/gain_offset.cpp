@@ -9,6 +9,7 @@
 #include <numeric>
 #include <sstream>
 
+#include "pipeline/inverse_selective.h"
 #include "zepra/erreur.h"
 #include "zepra/pipeline/parallele.h"
 
@@ -218,8 +219,6 @@ class SystemeGroupe {
     // The stiff solves, one plain re-weighted solve, then the last ones.
     const int premierPlain = std::min(kSolvesRaides, m_p.iterations - 1);
     for (int it = 0; it < m_p.iterations; ++it) {
-      Eigen::SparseMatrix<double> H(N, N);
-      Eigen::VectorXd g;
       const bool raide = it < premierPlain;
       const bool derniers = it > premierPlain;
       m_empirique = m_p.priorEmpirique && derniers && m_images.size() - (m_ref >= 0) >= kImagesEmpirique;
@@ -227,6 +226,8 @@ class SystemeGroupe {
         InverserGains();
         m_distorsion = true;
       }
+      Eigen::SparseMatrix<double> H(N, N);
+      Eigen::VectorXd g;
       if (m_empirique) Etalonner();
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
       if (m_ref >= 0) {
@@ -241,6 +242,12 @@ class SystemeGroupe {
       if (it == 0) ldlt.analyzePattern(H);
       ldlt.factorize(H);
       verifier("factorisation");
+      // The next learnt prior counts each coefficient's posterior variance (Etalonner).
+      if (m_p.etalement != ParametresGainOffset::Etalement::estimations && m_empirique &&
+          it + 1 < m_p.iterations) {
+        const Eigen::VectorXd d = DiagonaleInverse(ldlt);
+        m_variances = m_ref >= 0 ? Eigen::VectorXd(P * d) : d;
+      }
       const Eigen::VectorXd y = ldlt.solve(g);
       verifier("resolution");
       if (m_ancre) {
@@ -591,20 +598,34 @@ class SystemeGroupe {
 
   // The learnt prior, from the last solution: each class of terms gets the precision the data show,
   // the residuals' variance per pixel over the mean square of the images' coefficients in the class
-  // (a Gaussian prior whose spread is estimated from the images themselves). The gain's shapes stay
-  // poidsFormesGain times dearer: what a polynomial gain cannot fit would otherwise spread along the
-  // smooth fields overlaps hardly see.
+  // (a Gaussian prior whose spread is estimated from the images themselves). The coefficients are
+  // posterior means, which the prior has shrunk, most where overlaps see least: after a solve under the
+  // learnt prior, each one's posterior variance corrects for it as ParametresGainOffset::etalement sets.
+  // The gain's shapes stay poidsFormesGain times dearer: what a polynomial gain cannot fit would
+  // otherwise spread along the smooth fields overlaps hardly see.
   void Etalonner() {
     double somme[6] = {}, n[6] = {};
+    const double variance = m_echelle * m_echelle * m_poidsMoyenObs;
     for (size_t l = 0; l < m_images.size(); ++l)
       for (int a = 0; a < m_nU && static_cast<int>(l) != m_ref; ++a) {
-        const double x = m_x(static_cast<Eigen::Index>(l) * m_nU + a);
+        const Eigen::Index u = static_cast<Eigen::Index>(l) * m_nU + a;
+        const double x = m_x(u);
         somme[Classe(a)] += x * x;
-        n[Classe(a)] += 1;
+        if (m_variances.size() != m_x.size()) {
+          n[Classe(a)] += 1;
+        } else if (m_p.etalement == ParametresGainOffset::Etalement::esperance) {
+          somme[Classe(a)] += variance * m_variances(u);
+          n[Classe(a)] += 1;
+        } else {
+          // The share of the coefficient the data determine; the prior's precision is that of the
+          // solve the variances come from.
+          n[Classe(a)] += std::clamp(1 - m_precision[Classe(a)] * m_variances(u), 0.0, 1.0);
+        }
       }
-    const double variance = m_echelle * m_echelle * m_poidsMoyenObs;
     for (int c = 0; c < 6; ++c) {
-      const double v = std::max(n[c] > 0 ? somme[c] / n[c] : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
+      // At least one coefficient's worth: a class the data hardly determine is not set free.
+      const double v =
+          std::max(n[c] > 0 ? somme[c] / std::max(n[c], 1.0) : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
       m_precision[c] = variance / v * (c == 1 || c == 2 ? m_p.poidsFormesGain : 1.0);
     }
   }
@@ -696,6 +717,9 @@ class SystemeGroupe {
   std::vector<char> m_moyennesUtiles, m_ecartsUtiles;
   std::vector<size_t> m_debutsPaires;
   Eigen::VectorXd m_x;
+  // The diagonal of the inverse normal matrix of the last learnt-prior solve (unknowns' scale, 0 for a
+  // reference), when the next solve learns the prior again; empty before.
+  Eigen::VectorXd m_variances;
   std::vector<std::string> m_indetermines;
   std::vector<PaireDifferente> m_differentes;
   std::vector<char> m_gainVu;  // per image: some observation sees its gain level
@@ -1047,8 +1071,11 @@ MemoireEgalisation EstimerMemoireEgalisation(const std::vector<ZoneBlocs>& entre
                           nU * (12 * sizeof(double) + 8 * sizeof(int)) +
                           4 * kTermesMax * nU * sizeof(double) + 2 * sizeof(double) + 2 + 2 * 32;
   const double images = std::max<double>(1, static_cast<double>(m)), l2 = std::log2(images);
-  const double facteur = nU2 * images * (2 + l2 * l2 / 4) * std::max(1.0, paires / (4 * images)) *
-                         (sizeof(double) + sizeof(int));
+  // The factor's entries (a value and a row index each), and one more value each for the diagonal of the
+  // inverse computed on its pattern (the learnt prior's posterior variances) with its vectors.
+  const double entreesFacteur = nU2 * images * (2 + l2 * l2 / 4) * std::max(1.0, paires / (4 * images));
+  const double facteur = entreesFacteur * (2 * sizeof(double) + sizeof(int)) +
+                         4 * nU * images * sizeof(double) + 2 * kAllocation;
   const double parBande = communs * parObservation + paires * parPaire + m * parImage + facteur +
                           std::min(64.0, paires) * (4 * nU2 + 2 * nU) * sizeof(double) + 16 * kAllocation;
   MemoireEgalisation r;
