@@ -105,6 +105,52 @@ void BM_ResoudreGainOffset4x4(benchmark::State& state) {
 }
 BENCHMARK(BM_ResoudreGainOffset4x4)->Unit(benchmark::kMillisecond);
 
+// One band's solve for a block of 32 x 32 tiles of 300 x 300 with 20 % overlap (1024 images in one
+// group, where the sparse factor dominates), with the learnt prior's spreads from the estimates alone
+// (argument 0) or from the evidence, which adds the diagonal of the inverse (argument 1).
+void BM_ResoudreGainOffset32x32(benchmark::State& state) {
+  constexpr int kPetit = 300, kN = 32;
+  static std::vector<StatsBlocs> stats;
+  static std::vector<ResumeImage> resumes;
+  static ObservationsBlocs obs;
+  if (stats.empty()) {
+    const std::vector<unsigned char> valide(static_cast<size_t>(kPetit) * kPetit, 1);
+    const long long pas = 240, cote = (kN - 1) * pas + kPetit;
+    for (int k = 0; k < kN * kN; ++k) {
+      // The ground under the tile, with its own level.
+      const long long x0 = k % kN * pas, y0 = k / kN * pas;
+      const TTImage<unsigned char> im = bench::ImageCalculee<unsigned char>(kPetit, [&](int x, int y) {
+        return static_cast<unsigned char>(Valeur(x0 + x, y0 + y) / 2 + k % 7);
+      });
+      GrilleBlocs g;
+      g.colonnes = g.lignes = cote;
+      Placement pl;
+      pl.x0 = static_cast<double>(x0);
+      pl.y0 = static_cast<double>(y0);
+      StatsBlocs s(g, pl, kPetit, kPetit, 1);
+      const unsigned char* lignes = im.GetLines(0);
+      s.Ajouter(0, 0, kPetit, kPetit, &lignes, 1, kPetit, valide.data(), kPetit);
+      stats.push_back(std::move(s));
+    }
+    std::vector<const StatsBlocs*> p;
+    for (const StatsBlocs& s : stats) {
+      p.push_back(&s);
+      resumes.push_back(Resumer(s));
+    }
+    obs = ObserverBlocs(p, ParametresObservationsBlocs());
+  }
+  ParametresGainOffset parametres;
+  parametres.etalement = state.range(0) ? ParametresGainOffset::Etalement::evidence
+                                        : ParametresGainOffset::Etalement::estimations;
+  parametres.enParallele = 1;
+  for (auto _ : state) {
+    const ResultatGainOffset r = ResoudreGainOffset(resumes, obs, parametres);
+    benchmark::DoNotOptimize(r.corrections.data());
+  }
+  state.counters["observations"] = static_cast<double>(obs.blocs.size());
+}
+BENCHMARK(BM_ResoudreGainOffset32x32)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
 // The correction of every line of a tile, degrees 2 and 2, from 8-bit samples to float.
 void BM_CorrigerLigne(benchmark::State& state) {
   const TTImage<unsigned char>& im = Image();

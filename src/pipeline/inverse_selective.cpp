@@ -1,6 +1,5 @@
 #include "pipeline/inverse_selective.h"
 
-#include <algorithm>
 #include <vector>
 
 Eigen::VectorXd DiagonaleInverse(const Eigen::SimplicialLDLT<Eigen::SparseMatrix<double>>& ldlt) {
@@ -15,27 +14,34 @@ Eigen::VectorXd DiagonaleInverse(const Eigen::SimplicialLDLT<Eigen::SparseMatrix
   const int* debut = L.outerIndexPtr();
   const int* lignes = L.innerIndexPtr();
   const double* l = L.valuePtr();
-  std::vector<double> z(static_cast<size_t>(debut[n]), 0.0);
+  std::vector<double> z(static_cast<size_t>(debut[n]), 0.0), somme;
   Eigen::VectorXd diag(n);
-  // Z at (i, k), i > k, from column k's entries.
-  const auto valeur = [&](int i, int k) {
-    const int* p = std::lower_bound(lignes + debut[k], lignes + debut[k + 1], i);
-    return z[static_cast<size_t>(p - lignes)];
-  };
   for (Eigen::Index j = n - 1; j >= 0; --j) {
-    const int a = debut[j], b = debut[j + 1];
-    for (int p = a; p < b; ++p) {
-      const int i = lignes[p];
-      double s = 0;
-      for (int q = a; q < b; ++q) {
-        const int k = lignes[q];
-        s += l[q] * (k == i ? diag(i) : k > i ? valeur(k, i) : valeur(i, k));
+    const int a = debut[j], m = debut[j + 1] - a;
+    // somme = Z(R, R) l(R), R the rows of column j, from the lower triangle: Z(r, c), r > c, both in
+    // R, is in column c at row r, found by walking column c along R (both in increasing order) rather
+    // than by a search per entry.
+    somme.assign(static_cast<size_t>(m), 0.0);
+    for (int t0 = 0; t0 < m; ++t0) {
+      const int c = lignes[a + t0];
+      somme[t0] += l[a + t0] * diag(c);
+      int u = debut[c];
+      const int fin = debut[c + 1];
+      for (int t = t0 + 1; t < m; ++t) {
+        const int r = lignes[a + t];
+        while (u < fin && lignes[u] < r) ++u;
+        if (u == fin || lignes[u] != r) continue;  // cannot happen on a factor's pattern
+        const double zrc = z[static_cast<size_t>(u)];
+        somme[t] += l[a + t0] * zrc;
+        somme[t0] += l[a + t] * zrc;
       }
-      z[static_cast<size_t>(p)] = -s;
     }
-    double s = 1 / D(j);
-    for (int p = a; p < b; ++p) s -= l[p] * z[static_cast<size_t>(p)];
-    diag(j) = s;
+    double d = 1 / D(j);
+    for (int t = 0; t < m; ++t) {
+      z[static_cast<size_t>(a + t)] = -somme[t];
+      d += l[a + t] * somme[t];
+    }
+    diag(j) = d;
   }
   // Back to A's order: row i of A is row P(i) of P A P^T.
   const auto& P = ldlt.permutationP().indices();
