@@ -36,7 +36,8 @@
 //  - in groups of 6 images or more (priorEmpirique), the last solves learn that prior from the data:
 //    each class of terms (gain or offset; level, slopes or curvatures) gets the precision the images
 //    show, the residuals' variance per pixel over the mean square of the images' coefficients in that
-//    class in the previous solve, the gain's shapes still poidsFormesGain times dearer: a Gaussian
+//    class in the previous solve (after a learnt-prior solve, over the share of each coefficient the
+//    data determine: Etalement), the gain's shapes still poidsFormesGain times dearer: a Gaussian
 //    prior whose spread is measured on the images themselves. Then only the mean gain stays
 //    constrained, and the gains' map-wide trend is placed like the offsets': as the spread of each
 //    class makes likeliest. Overlaps say nothing about the blind spot, so this is the best that can
