@@ -56,26 +56,41 @@ void BM_PassageSimpleOctets(benchmark::State& state) {
 }
 BENCHMARK(BM_PassageSimpleOctets)->Unit(benchmark::kMillisecond);
 
-StatsBlocs Statistiques(const TTImage<unsigned char>& im, long long x0, long long y0, long long cote) {
+// The block statistics of a square tile placed at (x0, y0) on a grid of cote x cote, read by windows of
+// 64 lines; valide: its validity, one byte per pixel.
+StatsBlocs Statistiques(const TTImage<unsigned char>& im, const unsigned char* valide, long long x0,
+                        long long y0, long long cote) {
+  const int n = im.iGetNbColonnes();
   GrilleBlocs g;
   g.colonnes = g.lignes = cote;
   Placement p;
   p.x0 = static_cast<double>(x0);
   p.y0 = static_cast<double>(y0);
-  StatsBlocs s(g, p, kCote, kCote, 1);
-  for (int l0 = 0; l0 < kCote; l0 += kLignesFenetre) {
+  StatsBlocs s(g, p, n, n, 1);
+  for (int l0 = 0; l0 < n; l0 += kLignesFenetre) {
     const unsigned char* bande = im.GetLines(l0);
-    s.Ajouter(0, l0, kCote, std::min(kLignesFenetre, kCote - l0), &bande, 1, kCote,
-              &Validite()[static_cast<size_t>(l0) * kCote], kCote);
+    s.Ajouter(0, l0, n, std::min(kLignesFenetre, n - l0), &bande, 1, n, valide + static_cast<size_t>(l0) * n,
+              n);
   }
   return s;
+}
+
+// The summaries and observations of a set of tiles' statistics.
+void Observer(const std::vector<StatsBlocs>& stats, std::vector<ResumeImage>& resumes,
+              ObservationsBlocs& obs) {
+  std::vector<const StatsBlocs*> p;
+  for (const StatsBlocs& s : stats) {
+    p.push_back(&s);
+    resumes.push_back(Resumer(s));
+  }
+  obs = ObserverBlocs(p, ParametresObservationsBlocs());
 }
 
 // Block statistics of one tile, read by windows of 64 lines.
 void BM_StatsBlocs(benchmark::State& state) {
   const TTImage<unsigned char>& im = Image();
   bench::MesurerParPixel(state, kPixels, [&] {
-    const StatsBlocs s = Statistiques(im, 0, 0, kCote);
+    const StatsBlocs s = Statistiques(im, Validite().data(), 0, 0, kCote);
     benchmark::DoNotOptimize(s.Bloc(0, 0));
   });
 }
@@ -89,13 +104,9 @@ void BM_ResoudreGainOffset4x4(benchmark::State& state) {
   static ObservationsBlocs obs;
   if (stats.empty()) {
     const long long pas = 2400, cote = 3 * pas + kCote;
-    for (int k = 0; k < 16; ++k) stats.push_back(Statistiques(Image(), k % 4 * pas, k / 4 * pas, cote));
-    std::vector<const StatsBlocs*> p;
-    for (const StatsBlocs& s : stats) {
-      p.push_back(&s);
-      resumes.push_back(Resumer(s));
-    }
-    obs = ObserverBlocs(p, ParametresObservationsBlocs());
+    for (int k = 0; k < 16; ++k)
+      stats.push_back(Statistiques(Image(), Validite().data(), k % 4 * pas, k / 4 * pas, cote));
+    Observer(stats, resumes, obs);
   }
   bench::MesurerParPixel(state, 16 * kPixels, [&] {
     const ResultatGainOffset r = ResoudreGainOffset(resumes, obs, ParametresGainOffset());
@@ -122,22 +133,9 @@ void BM_ResoudreGainOffset32x32(benchmark::State& state) {
       const TTImage<unsigned char> im = bench::ImageCalculee<unsigned char>(kPetit, [&](int x, int y) {
         return static_cast<unsigned char>(Valeur(x0 + x, y0 + y) / 2 + k % 7);
       });
-      GrilleBlocs g;
-      g.colonnes = g.lignes = cote;
-      Placement pl;
-      pl.x0 = static_cast<double>(x0);
-      pl.y0 = static_cast<double>(y0);
-      StatsBlocs s(g, pl, kPetit, kPetit, 1);
-      const unsigned char* lignes = im.GetLines(0);
-      s.Ajouter(0, 0, kPetit, kPetit, &lignes, 1, kPetit, valide.data(), kPetit);
-      stats.push_back(std::move(s));
+      stats.push_back(Statistiques(im, valide.data(), x0, y0, cote));
     }
-    std::vector<const StatsBlocs*> p;
-    for (const StatsBlocs& s : stats) {
-      p.push_back(&s);
-      resumes.push_back(Resumer(s));
-    }
-    obs = ObserverBlocs(p, ParametresObservationsBlocs());
+    Observer(stats, resumes, obs);
   }
   ParametresGainOffset parametres;
   parametres.etalement = state.range(0) ? ParametresGainOffset::Etalement::evidence
