@@ -219,6 +219,8 @@ class SystemeGroupe {
     // The stiff solves, one plain re-weighted solve, then the last ones.
     const int premierPlain = std::min(kSolvesRaides, m_p.iterations - 1);
     for (int it = 0; it < m_p.iterations; ++it) {
+      Eigen::SparseMatrix<double> H(N, N);
+      Eigen::VectorXd g;
       const bool raide = it < premierPlain;
       const bool derniers = it > premierPlain;
       m_empirique = m_p.priorEmpirique && derniers && m_images.size() - (m_ref >= 0) >= kImagesEmpirique;
@@ -226,8 +228,6 @@ class SystemeGroupe {
         InverserGains();
         m_distorsion = true;
       }
-      Eigen::SparseMatrix<double> H(N, N);
-      Eigen::VectorXd g;
       if (m_empirique) Etalonner();
       Assembler(H, g, it == 0, raide ? std::max(m_p.rigidite, kRigiditeDepart) : m_p.rigidite, !raide);
       if (m_ref >= 0) {
