@@ -12,7 +12,10 @@
 
 #include "pipeline/blocs_stats.h"
 #include "pipeline/gain_offset.h"
+#include "zepra/crs.h"
+#include "zepra/ecrivaingeotiff.h"
 #include "zepra/pipeline/mosaique.h"
+#include "zepra/ttimage.h"
 
 namespace test {
 
@@ -184,6 +187,55 @@ inline Ecarts SurfacesDesCorrections(const std::vector<Tuile>& tuiles,
   });
 }
 
+// The job tests' blocks: 3-band tiles of kN pixels of kPas metres, overlapping by kRecouvrement, over a
+// truth known at every pixel of the block's grid, which starts at (kX0, kY0) in EPSG:2154.
+constexpr int kN = 160, kRecouvrement = 40, kBandes = 3;
+constexpr double kPas = 0.5, kX0 = 650000, kY0 = 6860000;
+
+inline double Verite(int b, double x, double y) {
+  return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
+}
+
+// The grid of a file whose first pixel is pixel (c0, l0) of the block's grid, its pixel 'pas'.
+inline GeoreferenceEcriture Grille(int c0, int l0, double pas = kPas, int epsg = 2154) {
+  GeoreferenceEcriture g;
+  g.grille = true;
+  g.x0 = kX0 + c0 * kPas;
+  g.y0 = kY0 - l0 * kPas;
+  g.pasX = g.pasY = pas;
+  g.crs = CrsDepuisEpsg(epsg);
+  return g;
+}
+
+// Root mean square of a mosaic on the block's grid minus the truth over bands b0 to b1 - 1; after one
+// gain and offset per band fitted by least squares when 'ajuste' (what the overlaps cannot know).
+inline double EcartALaVerite(const std::string& mosaique, bool ajuste, int b0 = 0, int b1 = kBandes) {
+  const TTImage<float> m(mosaique.c_str());
+  if (m.GetNbCanaux() < b1) return INFINITY;
+  double total = 0, n = 0;
+  for (int b = b0; b < b1; ++b) {
+    double sx = 0, sy = 0, sxx = 0, sxy = 0, k = 0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x) {
+        const double v = m(x, y, b), t = Verite(b, x, y);
+        sx += v, sy += t, sxx += v * v, sxy += v * t, k += 1;
+      }
+    const double a = ajuste ? (k * sxy - sx * sy) / (k * sxx - sx * sx) : 1.0,
+                 c = ajuste ? (sy - a * sx) / k : 0.0;
+    for (int y = 0; y < m.iGetNbLignes(); ++y)
+      for (int x = 0; x < m.iGetNbColonnes(); ++x) total += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
+    n += k;
+  }
+  return std::sqrt(total / n);
+}
+
+// The warnings of a report, one a line.
+inline std::string Avertissements(const RapportMosaique& r) {
+  std::string t;
+  for (const std::string& a : r.avertissements) t += a + "\n";
+  return t;
+}
+
 // A job on these inputs with small tiles of 64, as the job tests write their mosaics.
 inline ParametresMosaique Parametres(const std::vector<std::string>& entrees, const std::string& sortie) {
   ParametresMosaique p;
@@ -193,13 +245,20 @@ inline ParametresMosaique Parametres(const std::vector<std::string>& entrees, co
   return p;
 }
 
-// The whole job through its phases in fresh jobs, as separate processes would: every input observed,
-// the solve, one part, the assembly.
-inline void EnPhases(const ParametresMosaique& p, const std::string& travail) {
+// The phases up to the solve in fresh jobs, as separate processes would: every input observed, the solve.
+inline void ObserverEtResoudre(const ParametresMosaique& p, const std::string& travail) {
   for (size_t i = 1; i <= p.entrees.size(); ++i) JobMosaique(p).PhaseObserver(travail, static_cast<int>(i));
   JobMosaique(p).PhaseResoudre(travail);
+}
+
+// The whole job through its phases: those up to the solve, one part, the assembly, whose report is
+// returned.
+inline RapportMosaique EnPhases(const ParametresMosaique& p, const std::string& travail) {
+  ObserverEtResoudre(p, travail);
   JobMosaique(p).PhaseComposer(travail, 1, 1);
-  JobMosaique(p).PhaseAssembler(travail);
+  JobMosaique assembleur(p);
+  assembleur.PhaseAssembler(travail);
+  return assembleur.Rapport();
 }
 
 }  // namespace test

@@ -29,23 +29,14 @@
 
 namespace {
 
-constexpr int kN = 160, kRecouvrement = 40, kBandes = 3;
-constexpr double kPas = 0.5, kX0 = 650000, kY0 = 6860000;
-
-double Verite(int b, int x, int y) {
-  return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
-}
-
-// The grid of a tile whose first pixel is pixel (c0, l0) of the block's grid.
-GeoreferenceEcriture Grille(int c0, int l0, int epsg = 2154) {
-  GeoreferenceEcriture g;
-  g.grille = true;
-  g.x0 = kX0 + c0 * kPas;
-  g.y0 = kY0 - l0 * kPas;
-  g.pasX = g.pasY = kPas;
-  g.crs = CrsDepuisEpsg(epsg);
-  return g;
-}
+using test::Grille;
+using test::kBandes;
+using test::kN;
+using test::kPas;
+using test::kRecouvrement;
+using test::kX0;
+using test::kY0;
+using test::Verite;
 
 // An 8-bit file of n x n pixels of 'bandes' bands, every sample 'valeur'.
 void Uniforme(const std::string& nom, OptionsEcriture o, int n, int bandes, float valeur,
@@ -87,32 +78,27 @@ void EcrireTuile(const std::string& nom, int i, int j, int n, int ailleurs = 0, 
   e.Terminer();
 }
 
-// The 2 x 2 block of tiles of n x n pixels overlapping by 'recouvrement' pixels (half the tile: every
-// input keeps most of its blocks).
-std::vector<std::string> Tuiles(const std::string& dossier, int n = kN, int recouvrement = kRecouvrement) {
+// The block of 'lignes' x 'colonnes' tiles (2 x 2 by default) of n x n pixels named <prefixe><i><j>.tif,
+// overlapping by 'recouvrement' pixels; 'vignettage' and 'decalage' as EcrireTuile takes them.
+std::vector<std::string> Tuiles(const std::string& dossier, int n = kN, int recouvrement = kRecouvrement,
+                                int lignes = 2, int colonnes = 2, const std::string& prefixe = "t",
+                                double vignettage = 0, int decalage = 0) {
   std::vector<std::string> noms;
-  for (int i = 0; i < 2; ++i)
-    for (int j = 0; j < 2; ++j) {
-      noms.push_back(dossier + "/t" + std::to_string(i) + std::to_string(j) + ".tif");
-      EcrireTuile(noms.back(), i, j, n, 0, 0, 0, recouvrement);
+  for (int i = 0; i < lignes; ++i)
+    for (int j = 0; j < colonnes; ++j) {
+      noms.push_back(dossier + "/" + prefixe + std::to_string(i) + std::to_string(j) + ".tif");
+      EcrireTuile(noms.back(), i, j, n, 0, vignettage, decalage, recouvrement);
     }
   return noms;
 }
 
-// RMSE of the mosaic against the truth after one global gain and offset per band (least squares).
-double Ecart(const std::string& mosaique, int b) {
-  const TTImage<float> m(mosaique.c_str());
-  double sx = 0, sy = 0, sxx = 0, sxy = 0, n = 0;
-  for (int y = 0; y < m.iGetNbLignes(); ++y)
-    for (int x = 0; x < m.iGetNbColonnes(); ++x) {
-      const double v = m(x, y, b), t = Verite(b, x, y);
-      sx += v, sy += t, sxx += v * v, sxy += v * t, n += 1;
-    }
-  const double a = (n * sxy - sx * sy) / (n * sxx - sx * sx), c = (sy - a * sx) / n;
-  double e = 0;
-  for (int y = 0; y < m.iGetNbLignes(); ++y)
-    for (int x = 0; x < m.iGetNbColonnes(); ++x) e += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
-  return std::sqrt(e / n);
+// Runs the job; the RMSE of each band of its mosaic against the truth after one global gain and offset
+// (least squares).
+std::vector<double> Ecarts(const ParametresMosaique& p) {
+  JobMosaique(p).Executer();
+  std::vector<double> e;
+  for (int b = 0; b < kBandes; ++b) e.push_back(test::EcartALaVerite(p.sortie, true, b, b + 1));
+  return e;
 }
 
 // How many samples of the file (every band) satisfy 'test'.
@@ -159,12 +145,7 @@ TEST(JobMosaique, PlusProcheDeLaVeriteQueSansEgalisationSurChaqueBande) {
     p.modele = modele;
     p.fusion = fusion;
     p.noegal = noegal;
-    JobMosaique(p).Executer();
-    const TTImage<float> m((d / "m.tif").c_str());
-    EXPECT_TRUE(m.iGetNbColonnes() == 2 * kN - kRecouvrement && m.GetNbCanaux() == kBandes);
-    std::vector<double> e;
-    for (int b = 0; b < kBandes; ++b) e.push_back(Ecart(d / "m.tif", b));
-    return e;
+    return Ecarts(p);
   };
   const std::vector<double> sans = ecarts("gain-offset", "voronoi", true);
   // The new model recovers the tiles' levels; the historical additive one only has to do no harm.
@@ -226,8 +207,7 @@ TEST(JobMosaique, DossierDeTravailRefuseCeQuiNeLuiAppartientPas) {
   refus([&] { JobMosaique(p).PhaseComposer(w, 1, 2); }, "corrections.bin manque");
   refus([&] { JobMosaique(p).PhaseComposer(w, 5, 4); }, "--partie 5/4");
   refus([&] { JobMosaique(p).PhaseObserver(w, 5); }, "--index 5");
-  for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
-  JobMosaique(p).PhaseResoudre(w);
+  test::ObserverEtResoudre(p, w);
   refus([&] { JobMosaique(p).PhaseAssembler(w); }, "Aucune partie");
   JobMosaique(p).PhaseComposer(w, 1, 2);
   refus([&] { JobMosaique(p).PhaseAssembler(w); }, "La partie 2/2 manque");
@@ -249,7 +229,7 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   // A 1-band tile, a tile in another system, and one strip of 2400 x 2400 x 3 bytes, more than a
   // ceiling of 16 MiB.
   Uniforme(d / "une.tif", OptionsEcriture(), kN, 1, 50, Grille(0, 0));
-  Uniforme(d / "utm.tif", OptionsEcriture(), kN, kBandes, 50, Grille(0, 0, 32631));
+  Uniforme(d / "utm.tif", OptionsEcriture(), kN, kBandes, 50, Grille(0, 0, kPas, 32631));
   OptionsEcriture bande;
   bande.tuilee = false;
   bande.lignesBande = 2400;
@@ -620,20 +600,13 @@ TEST(JobMosaique, ReglagesAutomatiquesDe6A8Images) {
     double vignettage, contreUn, contreSans;
   } cas[] = {{3, 0, 1.2, 0.1}, {4, 0, 1.2, 0.1}, {3, 0.15, 0.4, 0.75}, {4, 0.15, 0.4, 0.75}};
   for (const auto& c : cas) {
-    std::vector<std::string> t;
-    for (int i = 0; i < 2; ++i)
-      for (int j = 0; j < c.colonnes; ++j) {
-        t.push_back(d / ("t" + std::to_string(i) + std::to_string(j) + ".tif"));
-        EcrireTuile(t.back(), i, j, kN, 0, c.vignettage);
-      }
+    const std::vector<std::string> t =
+        Tuiles(d.chemin(), kN, kRecouvrement, 2, c.colonnes, "t", c.vignettage);
     const auto ecarts = [&](int degre, bool noegal) {
       ParametresMosaique p = test::Parametres(t, d / "m.tif");
       p.noegal = noegal;
       if (degre >= 0) p.gainOffset.degreGain = p.gainOffset.degreOffset = degre;
-      JobMosaique(p).Executer();
-      std::vector<double> e;
-      for (int b = 0; b < kBandes; ++b) e.push_back(Ecart(d / "m.tif", b));
-      return e;
+      return Ecarts(p);
     };
     const std::vector<double> automatique = ecarts(-1, false), un = ecarts(1, false), sans = ecarts(-1, true);
     for (int b = 0; b < kBandes; ++b) {
@@ -678,17 +651,9 @@ TEST(JobMosaique, GroupesDeconnectesResolusCommeSeulsAuDegreDuJob) {
     const std::string quoi = std::to_string(c.lignesA) + " x " + std::to_string(c.colonnesA) + " et " +
                              std::to_string(c.lignesB) + " x " + std::to_string(c.colonnesB);
     SCOPED_TRACE(quoi);
-    std::vector<std::string> a, b;
-    for (int i = 0; i < c.lignesA; ++i)
-      for (int j = 0; j < c.colonnesA; ++j) {
-        a.push_back(d / ("a" + std::to_string(i) + std::to_string(j) + ".tif"));
-        EcrireTuile(a.back(), i, j, kN);
-      }
-    for (int i = 0; i < c.lignesB; ++i)
-      for (int j = 0; j < c.colonnesB; ++j) {
-        b.push_back(d / ("b" + std::to_string(i) + std::to_string(j) + ".tif"));
-        EcrireTuile(b.back(), i, j, kN, 0, 0, 1024);
-      }
+    const std::vector<std::string> a = Tuiles(d.chemin(), kN, kRecouvrement, c.lignesA, c.colonnesA, "a"),
+                                   b = Tuiles(d.chemin(), kN, kRecouvrement, c.lignesB, c.colonnesB, "b", 0,
+                                              1024);
     std::vector<std::string> toutes = a;
     toutes.insert(toutes.end(), b.begin(), b.end());
     const int largeurA = kN + (c.colonnesA - 1) * (kN - kRecouvrement),
@@ -771,17 +736,12 @@ TEST(JobMosaique, RapportSurLesPairesComparees) {
             static_cast<size_t>(kBandes));
   // The same report from the phases, which hand it over through the work folder.
   avec.sortie = d / "p.tif";
-  const std::string travail = d / "travail";
-  for (int i = 1; i <= 4; ++i) JobMosaique(avec).PhaseObserver(travail, i);
-  JobMosaique(avec).PhaseResoudre(travail);
-  JobMosaique(avec).PhaseComposer(travail, 1, 1);
-  JobMosaique phases(avec);
-  phases.PhaseAssembler(travail);
+  const RapportMosaique phases = test::EnPhases(avec, d / "travail");
   for (int k = 0; k < kBandes; ++k) {
-    EXPECT_EQ(phases.Rapport().bandes[k].rmseAvant, rb.bandes[k].rmseAvant) << k;
-    EXPECT_EQ(phases.Rapport().bandes[k].rmseApres, rb.bandes[k].rmseApres) << k;
-    EXPECT_EQ(phases.Rapport().bandes[k].pairesEcartees, 3) << k;
-    EXPECT_EQ(phases.Rapport().bandes[k].blocsEcartes, blocs) << k;
+    EXPECT_EQ(phases.bandes[k].rmseAvant, rb.bandes[k].rmseAvant) << k;
+    EXPECT_EQ(phases.bandes[k].rmseApres, rb.bandes[k].rmseApres) << k;
+    EXPECT_EQ(phases.bandes[k].pairesEcartees, 3) << k;
+    EXPECT_EQ(phases.bandes[k].blocsEcartes, blocs) << k;
   }
 }
 
@@ -828,8 +788,7 @@ TEST(JobMosaique, InterrompuSansFichierLaisse) {
   const ParametresMosaique base = test::Parametres(t, d / "sortie/m.tif");
   const std::string travail = d / "sortie/travail";
   std::filesystem::create_directories(travail);
-  for (int i = 1; i <= 4; ++i) JobMosaique(base).PhaseObserver(travail, i);
-  JobMosaique(base).PhaseResoudre(travail);
+  test::ObserverEtResoudre(base, travail);
   const struct {
     const char* cas;
     int signal;
@@ -888,8 +847,7 @@ TEST(JobMosaique, AssemblageDesPartiesDUnNComplet) {
   int numero = 0;
   for (const auto& c : cas) {
     const std::string w = d / ("w" + std::to_string(numero++));
-    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
-    JobMosaique(p).PhaseResoudre(w);
+    test::ObserverEtResoudre(p, w);
     for (const auto& [k, n] : c.parties) JobMosaique(p).PhaseComposer(w, k, n);
     std::filesystem::remove(p.sortie);
     if (*c.refus) {
@@ -1069,8 +1027,7 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
   for (const auto& c : cas) {
     SCOPED_TRACE(c.cas);
     const std::string w = d / ("w" + std::to_string(numero++));
-    for (int i = 1; i <= 4; ++i) JobMosaique(p).PhaseObserver(w, i);
-    JobMosaique(p).PhaseResoudre(w);
+    test::ObserverEtResoudre(p, w);
     std::filesystem::remove(w + "/corrections.bin");
     c.incident(w);
     std::filesystem::remove(p.sortie);

@@ -20,28 +20,22 @@
 
 namespace {
 
-constexpr int kN = 160, kRecouvrement = 40, kBandes = 3, kLignes = 2, kColonnes = 3;
+using test::Grille;
+using test::kBandes;
+using test::kN;
+using test::kPas;
+using test::kRecouvrement;
+using test::kX0;
+using test::kY0;
+using test::Verite;
+
+constexpr int kLignes = 2, kColonnes = 3;
 constexpr int kW = kColonnes * kN - (kColonnes - 1) * kRecouvrement;  // 400
 constexpr int kH = kLignes * kN - (kLignes - 1) * kRecouvrement;      // 280
-constexpr double kPas = 0.5, kX0 = 650000, kY0 = 6860000;
-
-double Verite(int b, double x, double y) {
-  return 100 + 40 * std::sin(x / 11.0 + b) + 30 * std::cos(y / 17.0 - b) + 10 * b;
-}
 
 // The shared distortion, smooth over the whole block: a gain ramp along x and an offset ramp along y.
 double Commune(int b, double x, double y) {
   return Verite(b, x, y) * (1 + 0.12 * (x / kW - 0.5)) + 16 * (y / kH - 0.5);
-}
-
-GeoreferenceEcriture Grille(int c0, int l0, double pas = kPas, int epsg = 2154) {
-  GeoreferenceEcriture g;
-  g.grille = true;
-  g.x0 = kX0 + c0 * kPas;
-  g.y0 = kY0 - l0 * kPas;
-  g.pasX = g.pasY = pas;
-  g.crs = CrsDepuisEpsg(epsg);
-  return g;
 }
 
 // An 8-bit tile of n x n pixels whose first pixel is pixel (c0, l0) of the block: the shared
@@ -109,27 +103,6 @@ void EcrireVerite(const std::string& nom, int c0, int l0, int w, int h, int fact
     e.EcrireLignes(eFloat4, ligne.data(), ligne.size() * sizeof(float), 1, valide.data(), n);
   }
   e.Terminer();
-}
-
-// Root mean square of the mosaic minus the truth over its valid pixels, every band; after one global
-// gain and offset per band fitted by least squares when 'ajuste' (what no reference can know).
-double Ecart(const std::string& mosaique, bool ajuste) {
-  const TTImage<float> m(mosaique.c_str());
-  double total = 0, n = 0;
-  for (int b = 0; b < kBandes; ++b) {
-    double sx = 0, sy = 0, sxx = 0, sxy = 0, k = 0;
-    for (int y = 0; y < m.iGetNbLignes(); ++y)
-      for (int x = 0; x < m.iGetNbColonnes(); ++x) {
-        const double v = m(x, y, b), t = Verite(b, x, y);
-        sx += v, sy += t, sxx += v * v, sxy += v * t, k += 1;
-      }
-    const double a = ajuste ? (k * sxy - sx * sy) / (k * sxx - sx * sx) : 1.0,
-                 c = ajuste ? (sy - a * sx) / k : 0.0;
-    for (int y = 0; y < m.iGetNbLignes(); ++y)
-      for (int x = 0; x < m.iGetNbColonnes(); ++x) total += std::pow(a * m(x, y, b) + c - Verite(b, x, y), 2);
-    n += k;
-  }
-  return std::sqrt(total / n);
 }
 
 // The solve itself: 3 x 3 tiles with distortions that share a common part (the blind spot), two more
@@ -222,7 +195,7 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
   ParametresMosaique p = test::Parametres(t, d / "sans.tif");
   JobMosaique sans(p);
   sans.Executer();
-  const double sansAjuste = Ecart(d / "sans.tif", true);
+  const double sansAjuste = test::EcartALaVerite(d / "sans.tif", true);
   EXPECT_GT(sansAjuste, 4.0);
   EXPECT_EQ(sans.Rapport().avecReference, false);
   for (const auto& c : cas) {
@@ -235,7 +208,8 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
     const TTImage<float> m((d / "m.tif").c_str());
     EXPECT_EQ(m.iGetNbColonnes(), kW);
     EXPECT_EQ(m.iGetNbLignes(), kH);
-    const double brut = Ecart(d / "m.tif", false), ajuste = Ecart(d / "m.tif", true);
+    const double brut = test::EcartALaVerite(d / "m.tif", false),
+                 ajuste = test::EcartALaVerite(d / "m.tif", true);
     if (c.ancre) {
       EXPECT_LT(brut, c.max);
       EXPECT_LT(ajuste, c.maxAjuste);
@@ -251,8 +225,7 @@ TEST(ReferenceMosaique, LaVeriteEnReferenceRameneLaMosaiqueALaVerite) {
     EXPECT_EQ(r.reference.groupe, r.entrees[0].groupe);
     const std::string json = job.RapportJson({});
     EXPECT_NE(json.find("\"reference\": {\"nom\": \"" + d / c.reference + "\""), std::string::npos) << json;
-    std::string avertissements;
-    for (const std::string& a : r.avertissements) avertissements += a + "\n";
+    const std::string avertissements = test::Avertissements(r);
     if (c.avertissement)
       EXPECT_NE(avertissements.find(c.avertissement), std::string::npos) << avertissements;
     else
@@ -304,7 +277,7 @@ TEST(ReferenceMosaique, ReferenceReechantillonneeParGdalwarp) {
   };
   ParametresMosaique p = test::Parametres(t, d / "sans.tif");
   JobMosaique(p).Executer();
-  EXPECT_GT(Ecart(d / "sans.tif", true), 4.0);
+  EXPECT_GT(test::EcartALaVerite(d / "sans.tif", true), 4.0);
   for (const auto& c : cas) {
     SCOPED_TRACE(c.nom);
     const double pas = kPas * c.facteur, demi = c.decale ? pas / 2 : 0;
@@ -321,11 +294,9 @@ TEST(ReferenceMosaique, ReferenceReechantillonneeParGdalwarp) {
     job.Executer();
     EXPECT_GT(job.Rapport().reference.observations, 0);
     EXPECT_EQ(job.Rapport().reference.groupe, job.Rapport().entrees[0].groupe);
-    std::string avertissements;
-    for (const std::string& a : job.Rapport().avertissements) avertissements += a + "\n";
-    EXPECT_EQ(avertissements, "");
-    EXPECT_LT(Ecart(d / "m.tif", false), 0.65);
-    EXPECT_LT(Ecart(d / "m.tif", true), 0.45);
+    EXPECT_EQ(test::Avertissements(job.Rapport()), "");
+    EXPECT_LT(test::EcartALaVerite(d / "m.tif", false), 0.65);
+    EXPECT_LT(test::EcartALaVerite(d / "m.tif", true), 0.45);
   }
   // gdalwarp's mean over 4 x 4 pixels is the truth's own at that pixel, as the other tests make it.
   EcrireVerite(d / "verite4.tif", -kMarge, -kMarge, kW + 2 * kMarge, kH + 2 * kMarge, 4);
@@ -372,7 +343,7 @@ TEST(ReferenceMosaique, UneTuileSeuleAncreeParLaReference) {
   JobMosaique job(p);
   job.Executer();
   EXPECT_EQ(job.Rapport().reference.observations, 100);
-  EXPECT_LT(Ecart(d / "m.tif", false), 1.0);
+  EXPECT_LT(test::EcartALaVerite(d / "m.tif", false), 1.0);
 }
 
 // Tiles that no chain of overlaps ties to the reference keep today's behaviour, and are named.
@@ -390,8 +361,7 @@ TEST(ReferenceMosaique, GroupesSansLaReferenceNommes) {
   JobMosaique job(p);
   job.Executer();
   const RapportMosaique& r = job.Rapport();
-  std::string avertissements;
-  for (const std::string& a : r.avertissements) avertissements += a + "\n";
+  const std::string avertissements = test::Avertissements(r);
   EXPECT_NE(avertissements.find("Les images " + d / "loin0.tif" + ", " + d / "loin1.tif" +
                                 " ne sont reliees a la reference"),
             std::string::npos)
