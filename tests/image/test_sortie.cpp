@@ -29,40 +29,8 @@ D Un(S v, bool valide = true, bool avecNodata = false, D nodata = D{}) {
   return sortie[0];
 }
 
-TEST(ConversionSortie, ArrondiBornesEtNodata) {
-  struct Cas {
-    double source;
-    bool valide;
-    int nodata;  // -1: none
-    int attendu;
-  };
-  // uint8: rounding to nearest (halves away from zero), clamping, holes and the no-data value kept
-  // apart from valid data.
-  const std::vector<Cas> cas = {
-      {0.4999, true, -1, 0},   {0.5, true, -1, 1},      {254.6, true, -1, 255}, {-0.6, true, -1, 0},
-      {1e10, true, -1, 255},   {kNaN, true, -1, 0},     {7.2, false, -1, 0},    {0.4999, true, 0, 1},
-      {-0.6, true, 0, 1},      {254.6, true, 0, 255},   {kNaN, true, 0, 0},     {254.6, true, 255, 254},
-      {255.0, true, 255, 254}, {kNaN, true, 255, 255},  {3.0, false, 255, 255}, {100.2, true, 100, 101},
-      {99.8, true, 100, 99},   {100.0, true, 100, 101}, {-1e300, true, 0, 1},
-  };
-  for (const Cas& c : cas) {
-    SCOPED_TRACE(::testing::Message() << c.source << " valide " << c.valide << " nodata " << c.nodata);
-    const unsigned char nodata = static_cast<unsigned char>(c.nodata < 0 ? 0 : c.nodata);
-    EXPECT_EQ(+Un<unsigned char>(c.source, c.valide, c.nodata >= 0, nodata), c.attendu);
-    EXPECT_EQ(+Un<unsigned char>(static_cast<float>(c.source), c.valide, c.nodata >= 0, nodata), c.attendu);
-  }
-}
-
 TEST(ConversionSortie, AutresTypes) {
-  EXPECT_EQ(Un<signed char>(-200.4), -128);
-  EXPECT_EQ(Un<signed char>(-2.5), -3);
-  EXPECT_EQ(Un<unsigned short>(70000), 65535);
-  EXPECT_EQ(Un<unsigned short>(-3), 0);
   EXPECT_EQ(Un<short>(40000u), 32767);
-  EXPECT_EQ(Un<unsigned int>(4294967295.4), 4294967295u);
-  EXPECT_EQ(Un<int>(-3e9), std::numeric_limits<int>::min());
-  EXPECT_EQ(Un<int>(-7, true, true, -7), -6);
-  EXPECT_EQ(Un<short>(-32768, true, true, static_cast<short>(-32768)), -32767);
   EXPECT_EQ(Un<float>(1e39), std::numeric_limits<float>::max());
   EXPECT_EQ(Un<float>(-1e39), -std::numeric_limits<float>::max());
   EXPECT_EQ(Un<float>(std::numeric_limits<double>::infinity()), std::numeric_limits<float>::infinity());
@@ -76,10 +44,11 @@ TEST(ConversionSortie, AutresTypes) {
   EXPECT_EQ(Un<float>(0.0, true, true, nan), 0.0f);
 }
 
-// Rounding without a call against std::round then clamping, for every integer type up to 32 bits, on
-// halves, values just beside them, the types' bounds and beyond. Floats into the small types take a
-// vectorized path of their own: it must agree with the general one (the same floats as doubles) on
-// validity, NaN and every no-data value's neighbours too.
+// Rounding without a call against std::round (halves away from zero) then clamping, for every integer
+// type up to 32 bits, on halves, values just beside them, the types' bounds and beyond. Holes and NaN
+// are 0, or the no-data value when there is one; a valid value that would land on the no-data value
+// moves one step toward its source (away from the type's bound). Floats into the small types take a
+// vectorized path of their own, checked alike.
 template <class D>
 void ArrondiContreRound() {
   const double bas = std::numeric_limits<D>::lowest(), haut = std::numeric_limits<D>::max();
@@ -97,20 +66,32 @@ void ArrondiContreRound() {
     for (double d : {-1.5, -1.0, -0.5, 0.0, 0.5, 1.0, 1.5})
       for (double v : {base + d, -(base + d)})
         for (double w : {v, std::nextafter(v, -1e300), std::nextafter(v, 1e300)}) valeurs.push_back(w);
-  for (const double v : valeurs) {
+  const auto arrondi = [&](double v) {
     const double r = std::round(v);
-    const D attendu = std::isnan(r) ? D{}
-                      : r <= bas    ? std::numeric_limits<D>::lowest()
-                      : r >= haut   ? std::numeric_limits<D>::max()
-                                    : static_cast<D>(r);
-    ASSERT_EQ(Un<D>(v), attendu) << v;
+    return std::isnan(r) ? D{}
+           : r <= bas    ? std::numeric_limits<D>::lowest()
+           : r >= haut   ? std::numeric_limits<D>::max()
+                         : static_cast<D>(r);
+  };
+  for (const double v : valeurs) {
+    ASSERT_EQ(Un<D>(v), arrondi(v)) << v;
     const float f = static_cast<float>(v);
-    for (const bool valide : {true, false})
+    const double fd = f;
+    for (const bool valide : {true, false}) {
+      ASSERT_EQ(Un<D>(f, valide), valide ? arrondi(fd) : D{}) << f << " valide " << valide;
+      ASSERT_EQ(Un<D>(fd, valide), valide ? arrondi(fd) : D{}) << f << " valide " << valide;
       for (const D nodata : {std::numeric_limits<D>::lowest(), std::numeric_limits<D>::max(), D{0}, D{7}}) {
-        ASSERT_EQ(Un<D>(f, valide, true, nodata), Un<D>(static_cast<double>(f), valide, true, nodata))
+        const bool donnee = valide && !std::isnan(fd);
+        D attendu = donnee ? arrondi(fd) : nodata;
+        if (donnee && attendu == nodata)
+          attendu =
+              static_cast<D>(nodata == bas || (nodata != haut && fd >= nodata) ? nodata + 1 : nodata - 1);
+        ASSERT_EQ(Un<D>(f, valide, true, nodata), attendu)
             << f << " valide " << valide << " nodata " << +nodata;
-        ASSERT_EQ(Un<D>(f, valide), Un<D>(static_cast<double>(f), valide)) << f << " valide " << valide;
+        ASSERT_EQ(Un<D>(fd, valide, true, nodata), attendu)
+            << f << " valide " << valide << " nodata " << +nodata;
       }
+    }
   }
 }
 
