@@ -9,8 +9,6 @@
 #include <vector>
 
 #include "outils_image_test.h"
-#include "zepra/imagefic.h"
-#include "zepra/metadonnees.h"
 
 namespace {
 
@@ -138,22 +136,6 @@ TEST(TiffOutils, PaletteEtDallageEnBigTIFF) {
   principal.Long(256, {20}).Long(257, {9}).Court(258, {16, 16}).Court(259, {1}).Court(262, {1});
   principal.Court(277, {2}).Court(339, {2, 2}).Long(40000, {2}).Long(40001, {1}).Ecrire(dir / "mpd.tif");
   EXPECT_TRUE(test::MemesEchantillons(image, TTImage<short>((dir / "mpd.tif").c_str())));
-}
-
-// JPEG-compressed YCbCr opens as RGB, three unsigned 8-bit channels, for the JPEG codec to deliver (the
-// pixels are checked in the table above).
-TEST(TiffOutils, JpegYCbCrOuvertEnRvb) {
-  test::DossierTemp dir;
-  ImageMotif<unsigned char>(40, 24, 3).Sauver((dir / "rvb.tif").c_str());
-  const test::Resultat r = test::Lancer(
-      dir.chemin(),
-      "gdal_translate -q -co COMPRESS=JPEG -co PHOTOMETRIC=YCBCR -co TILED=YES -co BLOCKXSIZE=16 "
-      "-co BLOCKYSIZE=16 rvb.tif j.tif");
-  ASSERT_EQ(r.statut, 0) << r.sortie;
-  const ImageFicIn j((dir / "j.tif").c_str());
-  EXPECT_EQ(j.GetNbCanaux(), 3);
-  EXPECT_EQ(j.TypePixel(), eUInt1);
-  EXPECT_EQ(j.Metadonnees()->photometrique, 6);
 }
 
 }  // namespace
