@@ -149,12 +149,9 @@ TEST_F(MosaiqueRGB, ChaqueBandePlusProcheDeLaVeriteGrilleDeGdalwarpEtEtiquettes)
 TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
   test::DossierTemp e;
   const std::string t = d->chemin() + "/";
-  // A tile in another CRS, a one-band tile; the output an input, or in a folder nobody can write.
-  // (Lines refused before any file is opened are in the command-line table.)
-  test::Resultat r = test::Lancer(e.chemin(), "gdal_translate -q -a_srs EPSG:32631 '" + t +
-                                                  "t1.tif' utm.tif && "
-                                                  "gdal_translate -q -b 1 '" +
-                                                  t + "t1.tif' gris.tif && mkdir lecture");
+  // The output an input, or in a folder nobody can write. (Lines refused before any file is opened are
+  // in the command-line table, inputs the job refuses in its own tests.)
+  test::Resultat r = test::Lancer(e.chemin(), "mkdir lecture");
   ASSERT_EQ(r.statut, 0) << r.sortie;
   // root writes anywhere: /proc stands for a folder nobody can write.
   const std::string lectureSeule = geteuid() == 0 ? "/proc/m.tif" : "lecture/m.tif";
@@ -163,9 +160,6 @@ TEST_F(MosaiqueRGB, LignesDeCommandeRefuseesSansRienEcrire) {
                                  std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
   const std::string a = "'" + t + "t0.tif' ";
   const std::string rouges[][3] = {
-      {a + "utm.tif -o m.tif", "1",
-       "egalise mosaique : [Mosaique] (Entrees) L'image utm.tif est dans le systeme EPSG:32631"},
-      {a + "gris.tif -o m.tif", "1", "egalise mosaique : [Mosaique] (Entrees) L'image gris.tif a 1 bande(s)"},
       {a + "'" + t + "t1.tif' -o '" + t + "t1.tif'", "1",
        "egalise mosaique : [Verification] (VerifierChemins) La sortie"},
       {a + "-o " + lectureSeule, "1",
