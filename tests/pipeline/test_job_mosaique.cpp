@@ -234,19 +234,13 @@ TEST(JobMosaique, EntreesRefuseesAvantToutTravail) {
   bande.tuilee = false;
   bande.lignesBande = 2400;
   Uniforme(d / "bande.tif", bande, 2400, kBandes, 50, Grille(0, 0));
-  // An EPSG code for the mosaic that is not the tiles' system: nothing reprojects them.
-  const struct {
-    const char* entree;
-    int epsg;
-    const char* message;
-  } cas[] = {{"une.tif", 0, "a 1 bande(s)"},
-             {"utm.tif", 0, "dans le systeme EPSG:32631"},
-             {"bande.tif", 0, "se lit par blocs de 17 Mio"},
-             {nullptr, 32631, "--epsg 32631 : l'image"}};
-  for (const auto& [entree, epsg, message] : cas) {
+  // (An EPSG code for the mosaic that is not the tiles' system: SystemeDesEntreesEtEpsg.)
+  const std::pair<const char*, const char*> cas[] = {{"une.tif", "a 1 bande(s)"},
+                                                     {"utm.tif", "dans le systeme EPSG:32631"},
+                                                     {"bande.tif", "se lit par blocs de 17 Mio"}};
+  for (const auto& [entree, message] : cas) {
     ParametresMosaique p = test::Parametres(t, d / "m.tif");
-    if (entree) p.entrees.push_back(d / entree);
-    p.ecriture.epsg = epsg;
+    p.entrees.push_back(d / entree);
     p.memoireMio = 16;
     test::Refuse([&] { JobMosaique job(p); }, "", {message});
     EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
