@@ -164,12 +164,18 @@ TEST(Fenetres, PaletteEtRectanglesRefuses) {
   Refuse([&] { LecteurFenetres(dir / "absent.tif"); }, "", {dir / "absent.tif"});
 }
 
-// The masks GDAL writes (internal directory, .msk file) read by windows as OuvrirMasqueValidite reads them.
-TEST(Fenetres, MasquesCommeOuvrirMasqueValidite) {
+// The masks GDAL writes (internal directory, .msk file): the alpha they were made from, read whole by
+// OuvrirMasqueValidite and by windows; the image itself is still the first directory only, read with
+// the usual warning, and the metadata say which mask there is.
+TEST(Fenetres, MasquesCommeGdalLesEcrit) {
   test::DossierTemp dir;
   TTImage<unsigned char> rvba = ImageMotif<unsigned char>(kL, kH, 4);
+  TTImage<bool> attendu(kL, kH, TagNbCanaux(1));
   for (int y = 0; y < kH; ++y)
-    for (int x = 0; x < kL; ++x) rvba(x, y, 3) = (x > 0 && std::abs(x - 2 * y) > 3) ? 255 : 0;
+    for (int x = 0; x < kL; ++x) {
+      attendu(x, y) = x > 0 && std::abs(x - 2 * y) > 3;
+      rvba(x, y, 3) = attendu(x, y) ? 255 : 0;
+    }
   rvba.Sauver((dir / "rvba.tif").c_str());
   const std::string gdal =
       "gdal_translate -q -b 1 -b 2 -b 3 -mask 4" + kTuiles + "--config GDAL_TIFF_INTERNAL_MASK ";
@@ -177,14 +183,29 @@ TEST(Fenetres, MasquesCommeOuvrirMasqueValidite) {
       test::Lancer(dir.chemin(), gdal + "YES rvba.tif interne.tif && " + gdal + "NO rvba.tif externe.tif")
           .statut,
       0);
+  const auto entier = [&](const std::string& nom) {
+    const std::unique_ptr<SpecifImageIn> masque = OuvrirMasqueValidite(nom);
+    TTImage<bool> lu;
+    if (masque) lu.Crop(*masque, 0, 0, kL, kH);
+    return test::MemesEchantillons(attendu, lu);
+  };
   for (const std::string nom : {"interne.tif", "externe.tif"}) {
     SCOPED_TRACE(nom);
+    const bool interne = nom == std::string("interne.tif");
+    EXPECT_TRUE(entier(dir / nom));
+    const ImageFicIn fichier((dir / nom).c_str());
+    EXPECT_TRUE(fichier.Metadonnees()->masqueInterne == interne &&
+                fichier.Metadonnees()->masqueExterne == !interne);
+    TTImage<unsigned char> image;
+    EXPECT_EQ(test::Avertissements([&] { image.Lire((dir / nom).c_str()); }),
+              interne ? "WARNING : [TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. "
+                        "Traitement de la premiere image seulement !\n"
+                      : "");
+    EXPECT_EQ(image.GetNbCanaux(), 3);
     const std::unique_ptr<MasqueFenetres> m = OuvrirMasqueFenetres(dir / nom);
     ASSERT_TRUE(m);
-    EXPECT_EQ(m->Nom(), dir / (nom == std::string("interne.tif") ? nom : "externe.tif.msk"));
+    EXPECT_EQ(m->Nom(), dir / (interne ? nom : "externe.tif.msk"));
     ASSERT_EQ(m->Taille(), TPoint2D<int>(kL, kH));
-    TTImage<bool> attendu;
-    attendu.Crop(*OuvrirMasqueValidite(dir / nom), 0, 0, kL, kH);
     for (const Rect& r : kFenetres) {
       const size_t pas = static_cast<size_t>(r.nx) + 2;
       std::vector<unsigned char> dest(pas * r.ny, 7);
@@ -199,11 +220,19 @@ TEST(Fenetres, MasquesCommeOuvrirMasqueValidite) {
     Refuse([&] { m->Lire(kL - 1, 0, 2, 1, dest.data(), 2); }, "[MasqueFenetres] (Lire) Rectangle");
   }
   EXPECT_FALSE(OuvrirMasqueFenetres(dir / "rvba.tif"));
-  // A .msk of another size is refused as OuvrirMasqueValidite refuses it.
+  EXPECT_FALSE(OuvrirMasqueValidite(dir / "rvba.tif"));
+  // A .msk of another size is refused; one of several channels gives its channel 0.
   ImageMotif<unsigned char>(5, 5, 1).Sauver((dir / "petit.tif").c_str());
   ASSERT_EQ(std::rename((dir / "petit.tif").c_str(), (dir / "rvba.tif.msk").c_str()), 0);
-  Refuse([&] { OuvrirMasqueFenetres(dir / "rvba.tif"); },
-         "[OuvrirMasqueValidite] Le masque " + dir / "rvba.tif.msk");
+  Refuse(
+      [&] { OuvrirMasqueFenetres(dir / "rvba.tif"); },
+      "[OuvrirMasqueValidite] Le masque " + dir / "rvba.tif.msk" + " (5 x 5) n'a pas la taille de l'image ");
+  TTImage<unsigned char> quatre = rvba;
+  for (int y = 0; y < kH; ++y)
+    for (int x = 0; x < kL; ++x) quatre(x, y, 0) = rvba(x, y, 3);
+  quatre.Sauver((dir / "m.tif").c_str());
+  ASSERT_EQ(std::rename((dir / "m.tif").c_str(), (dir / "rvba.tif.msk").c_str()), 0);
+  EXPECT_TRUE(entier(dir / "rvba.tif"));
 }
 
 // Two threads reading windows of one reader at once get the bytes one thread gets.

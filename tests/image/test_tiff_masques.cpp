@@ -1,13 +1,9 @@
-// What a TIFF file says besides its first image: the validity masks GDAL writes (an internal
-// transparency-mask directory, a .msk file), the metadata the reader hands out, and the limit on
-// what is allocated from a file's declared sizes.
+// What a TIFF file says besides its first image: the metadata the reader hands out (the masks GDAL
+// writes are read in the window tests), and the limit on what is allocated from a file's declared sizes.
 #include <gtest/gtest.h>
-
-#include <cstdio>
 
 #include "outils_image_test.h"
 #include "zepra/imagefic.h"
-#include "zepra/masque.h"
 #include "zepra/metadonnees.h"
 
 namespace {
@@ -23,58 +19,6 @@ TTImage<unsigned char> Rvba(int w, int h) {
       im(x, y, 3) = valide ? 255 : 0;
     }
   return im;
-}
-
-// The mask read from 'image' against the alpha channel of 'rvba', valid where alpha is not 0.
-void MemeValidite(const std::string& image, const TTImage<unsigned char>& rvba) {
-  const std::unique_ptr<SpecifImageIn> masque = OuvrirMasqueValidite(image);
-  ASSERT_TRUE(masque) << image;
-  ASSERT_EQ(masque->GetNbCanaux(), 1);
-  ASSERT_EQ(masque->GetTaille(), rvba.GetTaille());
-  TTImage<bool> lu, attendu(rvba.iGetNbColonnes(), rvba.iGetNbLignes(), TagNbCanaux(1));
-  lu.Crop(*masque, 0, 0, rvba.iGetNbColonnes(), rvba.iGetNbLignes());
-  for (int y = 0; y < rvba.iGetNbLignes(); ++y)
-    for (int x = 0; x < rvba.iGetNbColonnes(); ++x) attendu(x, y) = rvba(x, y, 3) != 0;
-  EXPECT_TRUE(test::MemesEchantillons(attendu, lu)) << image;
-}
-
-TEST(TiffMasques, InterneEtFichierMskCommeGdalLesEcrit) {
-  test::DossierTemp dir;
-  const TTImage<unsigned char> rvba = Rvba(70, 45);
-  rvba.Sauver((dir / "rvba.tif").c_str());
-  const std::string gdal =
-      "gdal_translate -q -b 1 -b 2 -b 3 -mask 4 -co TILED=YES -co BLOCKXSIZE=32 "
-      "-co BLOCKYSIZE=16 --config GDAL_TIFF_INTERNAL_MASK ";
-  for (const std::string& c : {gdal + "YES rvba.tif interne.tif", gdal + "NO rvba.tif externe.tif"}) {
-    const test::Resultat r = test::Lancer(dir.chemin(), c);
-    ASSERT_EQ(r.statut, 0) << r.sortie;
-  }
-  MemeValidite(dir / "interne.tif", rvba);
-  MemeValidite(dir / "externe.tif", rvba);
-  // The image itself is still the first directory only, read with the usual warning; the metadata
-  // say which mask there is.
-  TTImage<unsigned char> image;
-  EXPECT_EQ(test::Avertissements([&] { image.Lire((dir / "interne.tif").c_str()); }),
-            "WARNING : [TIFF_Annexes] (LireEntete) Il y a plus d'une image dans le fichier. Traitement de la "
-            "premiere image seulement !\n");
-  EXPECT_EQ(image.GetNbCanaux(), 3);
-  const ImageFicIn interne((dir / "interne.tif").c_str()), externe((dir / "externe.tif").c_str());
-  EXPECT_TRUE(interne.Metadonnees()->masqueInterne && !interne.Metadonnees()->masqueExterne);
-  EXPECT_TRUE(!externe.Metadonnees()->masqueInterne && externe.Metadonnees()->masqueExterne);
-
-  // No mask at all; a .msk of another size; a .msk of several channels gives its channel 0.
-  EXPECT_EQ(OuvrirMasqueValidite(dir / "rvba.tif"), nullptr);
-  const std::string msk = dir / "rvba.tif.msk";
-  test::ImageMotif<unsigned char>(7, 5, 1).Sauver((dir / "m.tif").c_str());
-  std::rename((dir / "m.tif").c_str(), msk.c_str());
-  Refuse([&] { OuvrirMasqueValidite(dir / "rvba.tif"); },
-         "[OuvrirMasqueValidite] Le masque " + msk + " (7 x 5) n'a pas la taille de l'image ");
-  TTImage<unsigned char> quatre = rvba;
-  for (int y = 0; y < 45; ++y)
-    for (int x = 0; x < 70; ++x) quatre(x, y, 0) = rvba(x, y, 3);
-  quatre.Sauver((dir / "m.tif").c_str());
-  std::rename((dir / "m.tif").c_str(), msk.c_str());
-  MemeValidite(dir / "rvba.tif", rvba);
 }
 
 TEST(TiffMetadonnees, DonneesParLeLecteurEtBornees) {
