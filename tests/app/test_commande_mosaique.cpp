@@ -89,8 +89,6 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --rigidite 2 --memoire 512 --modele gain-offset", 1, "*"},
       {"a.tif -o m.tif --rigidite 1e-9,1,1", 1, "*"},
       {"a.tif -o m.tif --rigidite 1e-9,1,1,1", 1, "*"},
-      {"a.tif -o m.tif --fusion multibande", 1, "*"},
-      {"a.tif -o m.tif --reechantillonnage bilineaire", 1, "*"},
       {"absent.tif -o m.tif", 1, "=L'image absent.tif n'existe pas ou n'est pas lisible."},
       {"dossier -o m.tif", 1, "=L'entree dossier n'est pas un fichier (un dossier ?)."},
       {"a.tif @liste.txt ./a.tif -o m.tif", 1, "=L'image ./a.tif est donnee deux fois (deja comme a.tif)."},
