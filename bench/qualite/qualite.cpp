@@ -4,7 +4,7 @@
 //
 //   qualite_egalisation <egalise> <work folder> [--preset NAME] [--tirage K] [--bruit-tirage K] [--tuiles N]
 //                       [--niveaux]
-//                       [--ecart] [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
+//                       [--ecart] [--commun] [--balayage] [--fusions] [--inverse] [--apercu FOLDER]
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 distorsion=1 plume=60
@@ -36,7 +36,7 @@ constexpr const char* kProgramme = "qualite_egalisation";
 void Usage() {
   std::cout << kProgramme
             << " <egalise> <dossier de travail> [--preset NOM] [--tirage K] [--bruit-tirage K] [--tuiles N] "
-               "[--niveaux] [--ecart] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] "
+               "[--niveaux] [--ecart] [--commun] [--balayage] [--fusions] [--inverse] [--apercu DOSSIER] "
                "[--reference F[,F...] [--reference-biaisee]] [--essai \"cle=valeur ...\"]"
             << std::endl;
 }
@@ -206,6 +206,14 @@ struct VarianteOracle {
   bool gainMoyenNul = false;
   double echelleGain = 1, echelleOffset = 1;
   bool polynome = false, constante = false;
+  // A gain field the preset does not draw (none, or the shared lens) taken as unknown, with the prior of
+  // a field drawn within +-gainInconnu (0: known, as drawn).
+  double gainInconnu = 0;
+  // A prior shared by the tiles (0: independent): every tile's coefficients are a common vector mu plus
+  // a deviation, the deviation with the generator's spread (ecartInconnu times gainInconnu's for the
+  // gain not drawn), mu with commun times one tile's spread.
+  double commun = 0, ecartInconnu = 1;
+  bool offsetCommun = true;  // the offsets' prior shared too, or the gains' only
 };
 const VarianteOracle kVariantesOracle[] = {
     {"reference : meilleure estimation des recouvrements"},
@@ -303,18 +311,37 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, const VarianteOracle
   constexpr int kBloc = 16;
   const std::vector<TuileMemoire>& tuiles = j.tuiles;
   const size_t n = tuiles.size(), N = 12 * n;
+  // The shared vector mu, when the prior is shared, after the tiles' coefficients.
+  const size_t N2 = o.commun > 0 ? N + 12 : N;
   const uint32_t graine = GrilleScene().graine;
-  Eigen::MatrixXd A = Eigen::MatrixXd::Zero(N, N);
-  Eigen::VectorXd B = Eigen::VectorXd::Zero(N), connu(N), precision(N);
-  for (size_t i = 0; i < n; ++i)
-    for (int k = 0; k < 12; ++k) {
-      const double a = k < 6 ? j.preset.amplitudeGain : j.preset.amplitudeOffset;
-      precision(12 * i + k) = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) *
-                                          (k < 6 && k > 0 ? formesGain : 1.0) *
-                                          (k < 6 ? echelleGain : echelleOffset)
-                                    : 0;
-      connu(12 * i + k) = k < 6 ? tuiles[i].def.gain.c[k] : tuiles[i].def.offset.c[k - 6];
+  Eigen::MatrixXd A = Eigen::MatrixXd::Zero(N2, N2), prior = Eigen::MatrixXd::Zero(N2, N2);
+  Eigen::VectorXd B = Eigen::VectorXd::Zero(N2), connu = Eigen::VectorXd::Zero(N2),
+                  precision = Eigen::VectorXd::Zero(N2);
+  for (int k = 0; k < 12; ++k) {
+    const bool inconnu = k < 6 && j.preset.amplitudeGain == 0 && o.gainInconnu > 0;
+    const double a = k < 6 ? (inconnu ? o.gainInconnu : j.preset.amplitudeGain) : j.preset.amplitudeOffset;
+    const double p = a > 0 ? 3 / (a * a) * kPrecisionRelative(k % 6) * (k < 6 && k > 0 ? formesGain : 1.0) *
+                                 (k < 6 ? echelleGain : echelleOffset)
+                           : 0;
+    const double ecart = o.commun > 0 && inconnu ? o.ecartInconnu : 1.0;
+    const bool partage = o.commun > 0 && (k < 6 || o.offsetCommun);
+    for (size_t i = 0; i < n; ++i) {
+      const size_t t = 12 * i + static_cast<size_t>(k);
+      precision(t) = p / (ecart * ecart);
+      connu(t) = k < 6 ? tuiles[i].def.gain.c[k] : tuiles[i].def.offset.c[k - 6];
+      prior(t, t) += precision(t);
+      if (partage) {
+        const size_t m = N + static_cast<size_t>(k);
+        prior(m, m) += precision(t);
+        prior(t, m) -= precision(t);
+        prior(m, t) -= precision(t);
+      }
     }
+    if (partage) {
+      precision(N + k) = p / (o.commun * o.commun);
+      prior(N + k, N + k) += precision(N + k);
+    }
+  }
   // Per tile over a block: sums of s m_k (the gain's columns), of m_k (the offset's), of the values and
   // of the scene s, over the pixels both tiles hold valid.
   using Sommes = Eigen::Matrix<double, 14, 1>;
@@ -377,7 +404,7 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, const VarianteOracle
     }
   // Known coefficients moved to the right-hand side; the others' prior mean is 0.
   std::vector<Eigen::Index> libres;
-  for (size_t k = 0; k < N; ++k)
+  for (size_t k = 0; k < N2; ++k)
     if (precision(k) > 0) libres.push_back(static_cast<Eigen::Index>(k));
   const Eigen::Index m = static_cast<Eigen::Index>(libres.size());
   Eigen::VectorXd c = connu;
@@ -387,8 +414,7 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, const VarianteOracle
   Eigen::VectorXd bl(m);
   for (Eigen::Index a = 0; a < m; ++a) {
     bl(a) = b(libres[a]);
-    for (Eigen::Index e = 0; e < m; ++e) Al(a, e) = A(libres[a], libres[e]);
-    Al(a, a) += precision(libres[a]);
+    for (Eigen::Index e = 0; e < m; ++e) Al(a, e) = A(libres[a], libres[e]) + prior(libres[a], libres[e]);
   }
   Eigen::VectorXd x = Al.ldlt().solve(bl);
   if (gainMoyenNul) {
@@ -401,7 +427,7 @@ std::vector<TuileQualite> ChampsRecouvrements(const Jeu& j, const VarianteOracle
     }
     // Over a 32 x 32 grid of points per tile, weighted by the tile's area.
     constexpr int kPoints = 32;
-    Eigen::MatrixXd C = Eigen::MatrixXd::Zero(6, N);
+    Eigen::MatrixXd C = Eigen::MatrixXd::Zero(6, N2);
     for (size_t i = 0; i < n; ++i) {
       const TuileQualite& t = tuiles[i].def;
       const double w = static_cast<double>(t.largeur) * t.hauteur / (kPoints * kPoints);
@@ -831,6 +857,46 @@ void Ecart(const std::vector<Jeu>& jeux) {
   }
 }
 
+// The overlaps' oracle without the shared lens given (--commun): the gain a preset does not draw (none,
+// or the lens) estimated too, with an independent prior per tile, or with a prior shared by the tiles
+// (the gains' only, or the offsets' too), the mean gain held at 0 or not. The model first, then the
+// oracle as is, then these, all measured on the same pixels.
+const VarianteOracle kVariantesCommun[] = {
+    {"oracle, gain inconnu +-0.24", 1, false, 1, 1, false, false, 0.24},
+    {"oracle, gain inconnu +-0.24, gain moyen nul", 1, true, 1, 1, false, false, 0.24},
+    {"oracle, +-0.24, commun 1, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 1, 0.01},
+    {"oracle, +-0.24, gains seuls, commun 0.1, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 0.1, 0.01,
+     false},
+    {"oracle, +-0.24, gains seuls, commun 0.3, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 0.3, 0.01,
+     false},
+    {"oracle, +-0.24, gains seuls, commun 1, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 1, 0.01, false},
+    {"oracle, +-0.24, gains seuls, commun 3, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 3, 0.01, false},
+    {"oracle, +-0.24, gains seuls, commun 0.1, ecart 0.3", 1, false, 1, 1, false, false, 0.24, 0.1, 0.3,
+     false},
+    {"oracle, +-0.24, gains seuls, commun 1, ecart 0.3", 1, false, 1, 1, false, false, 0.24, 1, 0.3, false},
+    {"oracle, +-0.24, gain moyen nul, gains seuls, commun 1, ecart 0.01", 1, true, 1, 1, false, false, 0.24,
+     1, 0.01, false}};
+
+void ChampCommun(const std::vector<Jeu>& jeux) {
+  EnTete();
+  for (const Jeu& j : jeux) {
+    Reglages defaut;
+    defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
+    std::vector<Resultat> r;
+    r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
+    r.push_back(LancerReference(j, Reference::recouvrements));
+    for (const VarianteOracle& o : kVariantesCommun)
+      r.push_back(LancerReference(j, Reference::recouvrements, o));
+    std::vector<const Resultat*> presents;
+    for (const Resultat& x : r) presents.push_back(&x);
+    const std::vector<unsigned char> commun = Commun(j, presents);
+    for (Resultat& x : r) {
+      Mesurer(j, commun, x);
+      Ligne(j.preset.nom, x);
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -838,7 +904,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> mots;
     std::string preset, apercu, essai;
     std::vector<int> references;
-    bool ecart = false, balayage = false, fusions = false, inverse = false, niveaux = false, biaisee = false;
+    bool ecart = false, champCommun = false, balayage = false, fusions = false, inverse = false,
+         niveaux = false, biaisee = false;
     unsigned tirage = 0, bruitTirage = 0;
     long long tuiles = 0;
     for (int i = 1; i < argc; ++i) {
@@ -875,6 +942,8 @@ int main(int argc, char** argv) {
         niveaux = true;
       } else if (mot == "--ecart") {
         ecart = true;
+      } else if (mot == "--commun") {
+        champCommun = true;
       } else if (mot == "--balayage") {
         balayage = true;
       } else if (mot == "--fusions") {
@@ -915,6 +984,8 @@ int main(int argc, char** argv) {
       Essai(jeux, LireReglages(essai));
     else if (ecart)
       Ecart(jeux);
+    else if (champCommun)
+      ChampCommun(jeux);
     else if (balayage)
       Balayage(jeux);
     else if (fusions)
