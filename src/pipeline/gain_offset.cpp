@@ -624,8 +624,12 @@ class SystemeGroupe {
       }
     for (int c = 0; c < 6; ++c) {
       // At least one coefficient's worth: a class the data hardly determine is not set free.
-      const double v =
-          std::max(n[c] > 0 ? somme[c] / std::max(n[c], 1.0) : 0.0, kEcartEmpiriqueMin * kEcartEmpiriqueMin);
+      const double donne =
+          m_p.etalementsDonnes.empty() ? -1.0 : m_p.etalementsDonnes[c] * (c < 3 ? m_G * m_G : 1.0);
+      const double v = std::max(donne >= 0 ? donne
+                                : n[c] > 0 ? somme[c] / std::max(n[c], 1.0)
+                                           : 0.0,
+                                kEcartEmpiriqueMin * kEcartEmpiriqueMin);
       m_precision[c] = variance / v * (c == 1 || c == 2 ? m_p.poidsFormesGain : 1.0);
     }
   }
@@ -689,6 +693,7 @@ class SystemeGroupe {
       if (e == 0) m_echelle = echelle, m_poidsMoyenObs = poidsMoyen;
       // The scale the weights use: the current one, or the one of the last Huber step held.
       if (huber || !m_p.echelleTenue) m_echelleTenue[e] = echelle;
+      if (!m_p.reponderation) continue;
       std::vector<double>& w = e ? m_poidsEcart : m_poidsMoy;
       for (size_t k = 0; k < n; ++k) {
         if (!(e == 0 ? m_moyennesUtiles : m_ecartsUtiles)[k]) continue;
@@ -756,6 +761,10 @@ void ParametresGainOffset::Verifier() const {
                                                                    << " : positif ou nul attendu.");
   if (!(constanteTukey >= 1 && constanteTukey <= 1e3))
     ZEPRA_ERREUR("[GainOffset] (Verifier) Constante de Tukey " << constanteTukey << " : 1 a 1000 attendue.");
+  if (!etalementsDonnes.empty() &&
+      (etalementsDonnes.size() != 6 || !std::all_of(etalementsDonnes.begin(), etalementsDonnes.end(),
+                                                    [](double v) { return std::isfinite(v) && v >= 0; })))
+    ZEPRA_ERREUR("[GainOffset] (Verifier) Etalements donnes : 6 valeurs positives ou nulles attendues.");
   if (iterations < 1 || iterations > 50)
     ZEPRA_ERREUR("[GainOffset] (Verifier) " << iterations << " iterations : 1 a 50 attendu.");
 }

@@ -127,11 +127,19 @@ struct ParametresGainOffset {
   // differing in level only to their noise (bench/README.md).
   enum class Etalement { estimations, esperance, evidence };
   Etalement etalement = Etalement::evidence;
+  // For the quality benchmark only: the learnt prior's mean square of each class of terms (the gain's
+  // level, slopes, curvatures, then the offset's) given rather than measured, to tell the learnt spreads'
+  // share of the error from the rest. Gains as the unknowns are at that point (the distortion's A with
+  // gainDistorsion, else a - 1), offsets in grey levels. Empty: learnt.
+  std::vector<double> etalementsDonnes;
   double poidsEcart = 1.0;  // weight of the deviation equations against the mean equations
   int iterations = 6;       // solves: the first plain, the next ones re-weighted (1 to 50)
   // The re-weighting (bench/README.md, "Tried and not adopted"): the Tukey steps' robust scale held at
   // the last Huber step's rather than recomputed at each step, and Tukey's constant.
   bool echelleTenue = false;
+  // Off: every equation keeps weight 1 through the solves (the robust scale is still measured, as the
+  // learnt prior needs it). For the quality benchmark.
+  bool reponderation = true;
   double constanteTukey = 4.685;
   // Bands and groups solved at once, each holding its own system (EstimerMemoireEgalisation); 0: as many
   // as threads. The results do not depend on it.

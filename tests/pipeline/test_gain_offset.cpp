@@ -387,7 +387,8 @@ TEST(GainOffset, PriorApprisDesDonnees) {
 }
 
 // A bright cloud in one tile's overlap: the other tiles' corrections barely move with the robust
-// weights; without them (one plain solve) they move by several grey levels.
+// weights; without them (one plain solve, or every solve with the re-weighting off) they move by several
+// grey levels.
 TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
   const std::vector<Tuile> propre = Grille(3, 120, 84, 10, 0.05, 1, false);
   std::vector<Tuile> nuage = propre;
@@ -397,9 +398,7 @@ TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
       const double r2 = ((c - 100.0) * (c - 100.0) + (l - 60.0) * (l - 60.0)) / (12.0 * 12.0);
       if (r2 < 1) t(c, l) = static_cast<float>(t(c, l) + 90 * (1 - r2) * (1 - r2));
     }
-  const auto deplacement = [&](int iterations) {
-    ParametresGainOffset p;
-    p.iterations = iterations;
+  const auto deplacement = [&](const ParametresGainOffset& p) {
     const ResultatGainOffset a = Resoudre(test::ObserverBlocs(propre, 6), p);
     const ResultatGainOffset b = Resoudre(test::ObserverBlocs(nuage, 6), p);
     double pire = 0;
@@ -417,8 +416,12 @@ TEST(GainOffset, UnNuageDansUneTuileNeDeplacePasLesAutres) {
     }
     return pire;
   };
-  EXPECT_LT(deplacement(ParametresGainOffset().iterations), 0.3);
-  EXPECT_GT(deplacement(1), 2.0);
+  ParametresGainOffset plain, sansPoids;
+  plain.iterations = 1;
+  sansPoids.reponderation = false;
+  EXPECT_LT(deplacement(ParametresGainOffset()), 0.3);
+  EXPECT_GT(deplacement(plain), 2.0);
+  EXPECT_GT(deplacement(sansPoids), 2.0);
 }
 
 // Content that cannot be compared with its neighbours' (a tile filled with one value, saturated,
@@ -615,6 +618,14 @@ TEST(GainOffset, ParametresRefuses) {
        "[GainOffset] (Verifier) Constante de Tukey 0.5 : 1 a 1000 attendue."},
       {[](ParametresGainOffset& p) { p.constanteTukey = std::nan(""); },
        "[GainOffset] (Verifier) Constante de Tukey nan"},
+      {[](ParametresGainOffset& p) {
+         p.etalementsDonnes = {1, 1, 1};
+       },
+       "[GainOffset] (Verifier) Etalements donnes : 6 valeurs"},
+      {[](ParametresGainOffset& p) { p.etalementsDonnes = {1, 1, 1, 1, -1, 1}; },
+       "[GainOffset] (Verifier) Etalements donnes : 6 valeurs"},
+      {[](ParametresGainOffset& p) { p.etalementsDonnes = {1, 1, std::nan(""), 1, 1, 1}; },
+       "[GainOffset] (Verifier) Etalements donnes : 6 valeurs"},
   };
   for (const Cas& c : cas) {
     ParametresGainOffset p;
