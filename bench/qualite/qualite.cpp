@@ -8,7 +8,7 @@
 //                       [--reference F[,F...] [--reference-biaisee]]
 //                       [--essai "bloc=16 rigidite=1e-6 degres=1/2 ecarts=1 iterations=6 fraction=0.9
 //                                  pentes=10 courbures=3 formes_gain=30 appris=1 distorsion=1 plume=60
-//                                  fusion=plume echelle_tenue=0 tukey=4.685"]
+//                                  fusion=plume echelle_tenue=0 tukey=4.685 reponderation=1 vrais=0"]
 #include <sys/stat.h>
 
 #include <cmath>
@@ -747,8 +747,69 @@ void BalayageFusions(const std::vector<Jeu>& jeux) {
   }
 }
 
-// "cle=valeur" words over the defaults.
-Reglages LireReglages(const std::string& texte) {
+// The true spread of each class of terms (the gain's level, slopes, curvatures, then the offset's), in
+// the units of the model's learnt prior: the mean square, over the tiles and the class's coefficients,
+// of each tile's best degree-2 correction against the truth (as the "meilleur degre 2 par tuile"
+// reference fits it, here in the model's orthonormal basis), the gain as the model's unknowns are when
+// it learns (the distortion's A = 1 - 1 / a projected over the tile with gainDistorsion, else a - 1).
+// With sansFormes, the gain's shapes are given poidsFormesGain times their mean square, so that the
+// model's extra weight on them cancels and the prior is the true spread alone.
+std::vector<double> EtalementsVrais(const Jeu& j, const ParametresGainOffset& p, bool sansFormes) {
+  std::vector<double> somme(6, 0.0), n(6, 0.0);
+  for (const TuileMemoire& t : j.tuiles) {
+    const int W = t.def.largeur, H = t.def.hauteur;
+    Eigen::Matrix<double, 12, 12> A = Eigen::Matrix<double, 12, 12>::Zero();
+    Eigen::Matrix<double, 12, 1> B = Eigen::Matrix<double, 12, 1>::Zero(), b;
+    for (int l = 0; l < H; ++l)
+      for (int c = 0; c < W; ++c) {
+        const size_t k = static_cast<size_t>(l) * W + c;
+        const size_t g = static_cast<size_t>(t.def.ligne0 + l) * j.verite.largeur + t.def.colonne0 + c;
+        if (!t.valide[k] || !j.verite.couverte[g]) continue;
+        base_polynome::Termes(base_polynome::Normaliser(c + 0.5, W), base_polynome::Normaliser(l + 0.5, H),
+                              b.data());
+        for (int q = 0; q < 6; ++q) b[6 + q] = b[q];
+        b.head<6>() *= t.pixels.GetLines(l)[c];
+        A += b * b.transpose();
+        B += b * j.verite.T[g];
+      }
+    const Eigen::Matrix<double, 12, 1> x = A.ldlt().solve(B);
+    double gain[6];
+    for (int q = 0; q < 6; ++q) gain[q] = x[q] - (q == 0 ? 1.0 : 0.0);
+    if (p.gainDistorsion) {
+      // A = 1 - 1 / a, projected on the orthonormal terms over the tile's pixels.
+      double proj[6] = {}, terme[6];
+      for (int l = 0; l < H; ++l)
+        for (int c = 0; c < W; ++c) {
+          base_polynome::Termes(base_polynome::Normaliser(c + 0.5, W), base_polynome::Normaliser(l + 0.5, H),
+                                terme);
+          double a = 0;
+          for (int q = 0; q < 6; ++q) a += x[q] * terme[q];
+          for (int q = 0; q < 6; ++q) proj[q] += (1 - 1 / a) * terme[q];
+        }
+      for (int q = 0; q < 6; ++q) gain[q] = proj[q] / (static_cast<double>(W) * H);
+    }
+    for (int q = 0; q < 6; ++q) {
+      const int degre = q == 0 ? 0 : q < 3 ? 1 : 2;
+      somme[degre] += gain[q] * gain[q];
+      somme[3 + degre] += x[6 + q] * x[6 + q];
+      n[degre] += 1;
+      n[3 + degre] += 1;
+    }
+  }
+  std::cout << "  etalements vrais (gain 1, pentes, courbures ; offset 1, pentes, courbures) :";
+  for (int c = 0; c < 6; ++c) {
+    somme[c] /= n[c];
+    std::cout << " " << std::sqrt(somme[c]);
+    if (sansFormes && (c == 1 || c == 2)) somme[c] *= p.poidsFormesGain;
+  }
+  std::cout << std::endl;
+  return somme;
+}
+
+// "cle=valeur" words over the defaults; 'vrais' (if given) receives the vrais= key: 1 for the learnt
+// prior's spreads replaced by the true ones (EtalementsVrais), 2 for the same without the gain shapes'
+// extra weight.
+Reglages LireReglages(const std::string& texte, int* vrais = nullptr) {
   Reglages r;
   std::istringstream mots(texte);
   for (std::string mot; mots >> mot;) {
@@ -783,6 +844,10 @@ Reglages LireReglages(const std::string& texte) {
       r.modele.iterations = static_cast<int>(LireEntier(valeur, cle, kProgramme));
     } else if (cle == "echelle_tenue") {
       r.modele.echelleTenue = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "reponderation") {
+      r.modele.reponderation = LireEntier(valeur, cle, kProgramme) != 0;
+    } else if (cle == "vrais" && vrais && (valeur == "0" || valeur == "1" || valeur == "2")) {
+      *vrais = valeur[0] - '0';
     } else if (cle == "tukey") {
       r.modele.constanteTukey = LireReel(valeur, cle, kProgramme);
     } else if (cle == "fraction") {
@@ -801,9 +866,11 @@ Reglages LireReglages(const std::string& texte) {
 }
 
 // One setting of the new model on each preset, with the solve's report.
-void Essai(const std::vector<Jeu>& jeux, const Reglages& r) {
+void Essai(const std::vector<Jeu>& jeux, const Reglages& reglages, int vrais) {
   EnTete();
   for (const Jeu& j : jeux) {
+    Reglages r = reglages;
+    if (vrais) r.modele.etalementsDonnes = EtalementsVrais(j, r.modele, vrais == 2);
     Resultat x;
     x.methode = "essai";
     ResultatGainOffset R;
@@ -980,9 +1047,11 @@ int main(int argc, char** argv) {
       jeux.push_back(Ecrire(p, mots[1]));
     }
     if (jeux.empty()) ZEPRA_ERREUR("[" << kProgramme << "] (Options) Preset inconnu : " << preset);
-    if (!essai.empty())
-      Essai(jeux, LireReglages(essai));
-    else if (ecart)
+    if (!essai.empty()) {
+      int vrais = 0;
+      const Reglages r = LireReglages(essai, &vrais);
+      Essai(jeux, r, vrais);
+    } else if (ecart)
       Ecart(jeux);
     else if (champCommun)
       ChampCommun(jeux);
