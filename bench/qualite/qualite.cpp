@@ -903,17 +903,17 @@ void Essai(const std::vector<Jeu>& jeux, const Reglages& reglages, int vrais) {
   }
 }
 
-// Where the model's gap to the overlaps' oracle comes from: the model with its defaults, then the oracle
-// made more like it one difference at a time, all measured on the same pixels.
-void Ecart(const std::vector<Jeu>& jeux) {
+// The model with its defaults, then the given variants of the overlaps' oracle, all measured on the same
+// pixels.
+template <size_t N>
+void ModeleEtOracles(const std::vector<Jeu>& jeux, const VarianteOracle (&variantes)[N]) {
   EnTete();
   for (const Jeu& j : jeux) {
     Reglages defaut;
     defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
     std::vector<Resultat> r;
     r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
-    for (const VarianteOracle& o : kVariantesOracle)
-      r.push_back(LancerReference(j, Reference::recouvrements, o));
+    for (const VarianteOracle& o : variantes) r.push_back(LancerReference(j, Reference::recouvrements, o));
     std::vector<const Resultat*> presents;
     for (const Resultat& x : r) presents.push_back(&x);
     const std::vector<unsigned char> commun = Commun(j, presents);
@@ -924,11 +924,11 @@ void Ecart(const std::vector<Jeu>& jeux) {
   }
 }
 
-// The overlaps' oracle without the shared lens given (--commun): the gain a preset does not draw (none,
-// or the lens) estimated too, with an independent prior per tile, or with a prior shared by the tiles
-// (the gains' only, or the offsets' too), the mean gain held at 0 or not. The model first, then the
-// oracle as is, then these, all measured on the same pixels.
+// The overlaps' oracle without the shared lens given (--commun), after the oracle as is: the gain a
+// preset does not draw (none, or the lens) estimated too, with an independent prior per tile, or with a
+// prior shared by the tiles (the gains' only, or the offsets' too), the mean gain held at 0 or not.
 const VarianteOracle kVariantesCommun[] = {
+    kVariantesOracle[0],
     {"oracle, gain inconnu +-0.24", 1, false, 1, 1, false, false, 0.24},
     {"oracle, gain inconnu +-0.24, gain moyen nul", 1, true, 1, 1, false, false, 0.24},
     {"oracle, +-0.24, commun 1, ecart 0.01", 1, false, 1, 1, false, false, 0.24, 1, 0.01},
@@ -943,26 +943,6 @@ const VarianteOracle kVariantesCommun[] = {
     {"oracle, +-0.24, gains seuls, commun 1, ecart 0.3", 1, false, 1, 1, false, false, 0.24, 1, 0.3, false},
     {"oracle, +-0.24, gain moyen nul, gains seuls, commun 1, ecart 0.01", 1, true, 1, 1, false, false, 0.24,
      1, 0.01, false}};
-
-void ChampCommun(const std::vector<Jeu>& jeux) {
-  EnTete();
-  for (const Jeu& j : jeux) {
-    Reglages defaut;
-    defaut.modele.degreGain = defaut.modele.degreOffset = DegreAutomatique(static_cast<int>(j.tuiles.size()));
-    std::vector<Resultat> r;
-    r.push_back(LancerNouveau(j, defaut, "gain-offset, plume"));
-    r.push_back(LancerReference(j, Reference::recouvrements));
-    for (const VarianteOracle& o : kVariantesCommun)
-      r.push_back(LancerReference(j, Reference::recouvrements, o));
-    std::vector<const Resultat*> presents;
-    for (const Resultat& x : r) presents.push_back(&x);
-    const std::vector<unsigned char> commun = Commun(j, presents);
-    for (Resultat& x : r) {
-      Mesurer(j, commun, x);
-      Ligne(j.preset.nom, x);
-    }
-  }
-}
 
 }  // namespace
 
@@ -1052,9 +1032,9 @@ int main(int argc, char** argv) {
       const Reglages r = LireReglages(essai, &vrais);
       Essai(jeux, r, vrais);
     } else if (ecart)
-      Ecart(jeux);
+      ModeleEtOracles(jeux, kVariantesOracle);  // where the model's gap to the oracle comes from
     else if (champCommun)
-      ChampCommun(jeux);
+      ModeleEtOracles(jeux, kVariantesCommun);
     else if (balayage)
       Balayage(jeux);
     else if (fusions)
