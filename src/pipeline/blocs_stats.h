@@ -207,7 +207,9 @@ struct ParametresObservationsBlocs {
   // A block gives an observation of a pair when each input has valid pixels over at least this fraction
   // of the block's area: then the two means are taken over nearly the same ground, and a block cut by a
   // no-data edge or a mask, whose means would compare different content, is left out. 0.9 keeps blocks
-  // touched by a ragged edge out and costs few blocks inside overlaps.
+  // touched by a ragged edge out and costs few blocks inside overlaps. Whole blocks (1) gain little on
+  // generated blocks and lose every block with one stray invalid pixel (bench/README.md, "Whole blocks
+  // with a milder re-weighting").
   double fractionValide = 0.9;
 
   void Verifier() const;
