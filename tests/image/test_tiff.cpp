@@ -212,6 +212,11 @@ TEST(TiffLecture, DecisionsEtMessages) {
   TTImage<unsigned char> im;
   Refuse([&] { im.Lire((dir / "webp.tif").c_str()); },
          "[ImageFicIn_Raster] (GetValeurs) Compression (50001, WebP) non geree : pixels du fichier ");
+  // Such a codec can pack more pixels in a block than any codec we bound: the open refuses, naming the
+  // compression rather than taking the block for corrupt.
+  test::TiffSimple(4096, 4096, 1, std::string(16, '\x05')).Court(259, {50001}).Ecrire(dir / "webp2.tif");
+  Refuse([&] { ImageFicIn((dir / "webp2.tif").c_str()); },
+         "[TIFF_Annexes] (GetImage) Compression (50001, WebP) non geree : pixels du fichier ");
 }
 
 TEST(TiffLecture, DallageMPD) {

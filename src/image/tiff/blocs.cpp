@@ -64,12 +64,7 @@ void Blocs::Verifier(int x0, int y0, int x1, int y1, int pas) const {
     ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Rectangle ("
                  << x0 << ", " << y0 << ") - (" << x1 << ", " << y1 << ") de pas " << pas
                  << " hors de l'image " << d.colonnes << " x " << d.lignes << " du fichier " << d.nom << ".");
-  if (!m_brut && !m_decodeur) {
-    const std::string nom = NomCompression(d.compression);
-    ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Compression ("
-                 << d.compression << (nom.empty() ? "" : ", " + nom) << ") non geree : pixels du fichier "
-                 << d.nom << " illisibles.");
-  }
+  if (!m_brut && !m_decodeur) CompressionNonGeree("[ImageFicIn_Raster] (GetValeurs)", d.compression, d.nom);
   if (!PredicteurPossible(d.predicteur, d.bits, d.type == eFloat4 || d.type == eFloat8))
     ZEPRA_ERREUR("[ImageFicIn_Raster] (GetValeurs) Predictor ("
                  << d.predicteur << ") non gere pour " << d.bits << " bits : pixels du fichier " << d.nom

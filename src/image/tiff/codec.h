@@ -105,5 +105,7 @@ const std::vector<Codec>& TousLesCodecs();
 // Name of a compression code for messages: its row's, or the usual name of a compression we do not
 // read ("" for a code nobody uses).
 std::string NomCompression(int code);
+// "Compression (50001, WebP) non geree : pixels du fichier F illisibles." from the given class.
+[[noreturn]] void CompressionNonGeree(const char* classe, int code, const std::string& fichier);
 
 }  // namespace tiff

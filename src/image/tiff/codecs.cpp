@@ -8,6 +8,7 @@
 #include "codec.h"
 #include "codecs_externes.h"
 #include "tags.h"
+#include "zepra/erreur.h"
 
 namespace tiff {
 
@@ -82,6 +83,12 @@ std::string NomCompression(int code) {
   for (const auto& [c, nom] : connues)
     if (c == code) return nom;
   return "";
+}
+
+void CompressionNonGeree(const char* classe, int code, const std::string& fichier) {
+  const std::string nom = NomCompression(code);
+  ZEPRA_ERREUR(classe << " Compression (" << code << (nom.empty() ? "" : ", " + nom)
+                      << ") non geree : pixels du fichier " << fichier << " illisibles.");
 }
 
 uint64_t MaxDecode(int compression, uint64_t octets) {

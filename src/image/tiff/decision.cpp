@@ -252,17 +252,23 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc " << b << " n'a que " << octets << " octets pour les "
                                                         << besoin << " de ses " << lignes
                                                         << " lignes dans le fichier " << m_nom << ".");
-    if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets)))
+    if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets))) {
+      // A codec we do not read is bounded as LZW is; past that its blocks are not taken for corrupt.
+      if (!TrouverCodec(d.compression))
+        CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc "
                    << b << " (" << octets << " octets compresses) ne peut pas donner les " << besoin
                    << " octets de ses " << lignes << " lignes dans le fichier " << m_nom << ".");
+    }
     d.offsets[static_cast<size_t>(b)] = static_cast<uint64_t>(offset);
     d.octets[static_cast<size_t>(b)] = static_cast<uint64_t>(octets);
   }
-  if (total > MaxDecode(d.compression, taille))
+  if (total > MaxDecode(d.compression, taille)) {
+    if (!TrouverCodec(d.compression)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
     ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Les blocs du fichier "
                  << m_nom << " demandent " << total << " octets de pixels, plus que ses " << taille
                  << " octets ne peuvent en donner.");
+  }
 }
 
 // ColorMap values are 16-bit; the 8-bit sample is the high byte. Some writers store 8-bit values
