@@ -37,8 +37,8 @@ constexpr double kRapportEcartsMin = 0.25;
 // The prior learnt from the data needs this many images in the group to measure the spread of their
 // corrections; smaller groups keep the set prior.
 constexpr size_t kImagesEmpirique = 6;
-// A pair of images whose block means change from one block to the next with a correlation below this
-// holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
+// A pair of images whose block means change from one block to its neighbours with a correlation below
+// this holds different content (the same ground: 0.99 on the benchmark's tiles); judged from this many
 // changes at least, and only where they are at least this fraction of the group's median in one of
 // the images (flat ground in both leaves them to noise).
 constexpr double kCorrelationMin = 0.5;
@@ -285,23 +285,59 @@ class SystemeGroupe {
       double correlation = 1, rms = 0;
       size_t n = 0;
     };
+    // Sums of the two images' changes in one direction.
+    struct Sommes {
+      double si = 0, sj = 0, sii = 0, sjj = 0, sij = 0;
+      size_t n = 0;
+      void Ajouter(double di, double dj) {
+        si += di, sj += dj, sii += di * di, sjj += dj * dj, sij += di * dj, ++n;
+      }
+      // Centred on the direction's mean changes: variance of i, of j, covariance (times n).
+      double Vi() const { return n ? sii - si * si / n : 0.0; }
+      double Vj() const { return n ? sjj - sj * sj / n : 0.0; }
+      double Cij() const { return n ? sij - si * sj / n : 0.0; }
+    };
     std::vector<Paire> paires(m_debutsPaires.size() - 1);
     std::vector<double> amplitudes;
     for (size_t q = 0; q + 1 < m_debutsPaires.size(); ++q) {
-      double si = 0, sj = 0, sii = 0, sjj = 0, sij = 0;
-      size_t n = 0;
-      for (size_t k = m_debutsPaires[q] + 1; k < m_debutsPaires[q + 1]; ++k) {
-        const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k - 1], m_bande);
-        const double di = a[0] - b[0], dj = a[2] - b[2];
-        si += di, sj += dj, sii += di * di, sjj += dj * dj, sij += di * dj;
-        ++n;
+      // Changes between neighbouring blocks only, along the lines and along the columns, each direction
+      // centred on its own mean: the images' fields add to the changes of one direction a part that
+      // varies slowly, while between blocks far apart (one line's end and the next line's start) they
+      // add the fields' whole difference, opposite in two images whose fields slope opposite ways. The
+      // blocks come line by line; neighbours are the pair's smallest steps apart (a block).
+      const size_t debut = m_debutsPaires[q], fin = m_debutsPaires[q + 1];
+      const auto bloc = [&](size_t k) -> const ObservationBloc& { return m_obs.blocs[m_indices[k]]; };
+      double pasX = std::numeric_limits<double>::infinity(), pasY = pasX;
+      for (size_t k = debut + 1; k < fin; ++k) {
+        const double dx = bloc(k).xi - bloc(k - 1).xi, dy = bloc(k).yi - bloc(k - 1).yi;
+        if (dy == 0 && dx > 0) pasX = std::min(pasX, dx);
+        if (dy > 0) pasY = std::min(pasY, dy);
       }
+      Sommes lignes, colonnes;
+      const auto ajouter = [&](Sommes& s, size_t k, size_t k0) {
+        const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k0], m_bande);
+        s.Ajouter(a[0] - b[0], a[2] - b[2]);
+      };
+      // [ligne0, ligne1): the previous line's blocks; k0 walks it along the current line.
+      size_t ligne0 = debut, ligne1 = debut, k0 = debut;
+      for (size_t k = debut; k < fin; ++k) {
+        if (k > debut && bloc(k).yi != bloc(k - 1).yi) {
+          ligne0 = bloc(k).yi - bloc(k - 1).yi <= 1.5 * pasY ? ligne1 : k;
+          ligne1 = k;
+          k0 = ligne0;
+        } else if (k > debut && bloc(k).xi - bloc(k - 1).xi <= 1.5 * pasX) {
+          ajouter(lignes, k, k - 1);
+        }
+        while (k0 < ligne1 && bloc(k0).xi < bloc(k).xi) ++k0;
+        if (ligne0 < ligne1 && k0 < ligne1 && bloc(k0).xi == bloc(k).xi) ajouter(colonnes, k, k0);
+      }
+      const size_t n = lignes.n + colonnes.n;
       if (n < kBlocsCorrelation) continue;
-      const double vi = sii - si * si / n, vj = sjj - sj * sj / n;
+      const double vi = lignes.Vi() + colonnes.Vi(), vj = lignes.Vj() + colonnes.Vj();
       Paire& p = paires[q];
       p.n = n;
-      p.rms = std::sqrt(std::max(sii, sjj) / n);
-      p.correlation = vi > 0 && vj > 0   ? (sij - si * sj / n) / std::sqrt(vi * vj)
+      p.rms = std::sqrt(std::max(lignes.sii + colonnes.sii, lignes.sjj + colonnes.sjj) / n);
+      p.correlation = vi > 0 && vj > 0   ? (lignes.Cij() + colonnes.Cij()) / std::sqrt(vi * vj)
                       : vi > 0 || vj > 0 ? 0.0
                                          : 1.0;
       amplitudes.push_back(p.rms);

@@ -436,9 +436,11 @@ TEST(GainOffset, UnContenuIncomparableCompteCommeAucuneTuile) {
     void (*modifier)(Tuile&);
   };
   const auto uniforme = [](Tuile& t) { std::fill(t.v.begin(), t.v.end(), 120.0f); };
-  // The scene of another place, the tile where it was (misplaced, or another date's content).
+  // The scene of another place, the tile where it was (misplaced, or another date's content). The test
+  // scene is periodic: 3000 and 2000 pixels away its block-scale pattern nearly repeats (correlation 0.6
+  // of block changes), as no other place on real ground does; 23 and 11 pixels further it does not.
   const auto ailleurs = [](Tuile& t) {
-    const Tuile autre = FaireTuile(t.x0 + 3000, t.y0 + 2000, t.w, t.h, {0.02}, {5}, 1, 9);
+    const Tuile autre = FaireTuile(t.x0 + 3023, t.y0 + 2011, t.w, t.h, {0.02}, {5}, 1, 9);
     t.v = autre.v;
   };
   const Cas cas[] = {
@@ -505,6 +507,23 @@ TEST(GainOffset, UnContenuIncomparableCompteCommeAucuneTuile) {
     // Its terms are not reported as undetermined: the set-aside pairs say why it has no equation.
     EXPECT_EQ(b.images[c.image].termesIndetermines, "") << c.nom;
   }
+}
+
+// Over the same ground, offsets sloping opposite ways make the changes between blocks far apart (one
+// line's end and the next line's start) opposite in the two tiles: they are not different content. One
+// pair above the other (long lines of blocks, slopes along them), one beside the other (short lines,
+// slopes across them); 10 demo tiles in 760 pairs were once set aside for it.
+TEST(GainOffset, PentesOpposeesNeSontPasUnContenuDifferent) {
+  for (const bool dessus : {true, false})
+    for (const double pente : {10.0, 30.0, 60.0}) {
+      const std::vector<double> b0 = {0, dessus ? pente : 0, dessus ? 0 : pente}, b1 = {0, -b0[1], -b0[2]};
+      const std::vector<Tuile> t = {
+          FaireTuile(0, 0, 200, 120, {0}, b0, 1, 1),
+          dessus ? FaireTuile(0, 80, 200, 120, {0}, b1, 1, 2) : FaireTuile(160, 0, 200, 120, {0}, b1, 1, 2)};
+      const ResultatGainOffset r = Resoudre(test::ObserverBlocs(t, 8), ParametresGainOffset());
+      EXPECT_TRUE(r.differents.empty()) << dessus << " " << pente << " : " << r.differents[0].correlation;
+      EXPECT_LT(r.bandes[0].rmsApres, 0.1 * r.bandes[0].rmsAvant) << dessus << " " << pente;
+    }
 }
 
 // Two blocks of tiles far apart are two groups, each solved as if it were alone.
