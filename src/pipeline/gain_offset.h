@@ -219,7 +219,7 @@ struct BilanBande {
 // another date): its observations are left out.
 struct ContenuDifferent {
   int i = 0, j = 0, bande = 0;
-  // Of the changes of the block mean from one block to the next, 0 when the image is flat there; NaN:
+  // Of the changes of the block mean from one block to its neighbours, 0 when the image is flat there; NaN:
   // too few blocks to judge, left out with the rest of an image whose overlaps mostly differ.
   double correlation = 0;
   size_t blocs = 0;
