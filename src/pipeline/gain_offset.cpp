@@ -318,18 +318,18 @@ class SystemeGroupe {
         const double *a = m_obs.Stats(m_indices[k], m_bande), *b = m_obs.Stats(m_indices[k0], m_bande);
         s.Ajouter(a[0] - b[0], a[2] - b[2]);
       };
-      // [ligne0, ligne1): the previous line's blocks; k0 walks it along the current line.
-      size_t ligne0 = debut, ligne1 = debut, k0 = debut;
+      // k0 walks the previous line, [k0, ligne1), along the current one (empty when that line is not
+      // the neighbouring one).
+      size_t ligne1 = debut, k0 = debut;
       for (size_t k = debut; k < fin; ++k) {
         if (k > debut && bloc(k).yi != bloc(k - 1).yi) {
-          ligne0 = bloc(k).yi - bloc(k - 1).yi <= 1.5 * pasY ? ligne1 : k;
+          k0 = bloc(k).yi - bloc(k - 1).yi <= 1.5 * pasY ? ligne1 : k;
           ligne1 = k;
-          k0 = ligne0;
         } else if (k > debut && bloc(k).xi - bloc(k - 1).xi <= 1.5 * pasX) {
           ajouter(lignes, k, k - 1);
         }
         while (k0 < ligne1 && bloc(k0).xi < bloc(k).xi) ++k0;
-        if (ligne0 < ligne1 && k0 < ligne1 && bloc(k0).xi == bloc(k).xi) ajouter(colonnes, k, k0);
+        if (k0 < ligne1 && bloc(k0).xi == bloc(k).xi) ajouter(colonnes, k, k0);
       }
       const size_t n = lignes.n + colonnes.n;
       if (n < kBlocsCorrelation) continue;

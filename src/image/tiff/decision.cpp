@@ -224,6 +224,11 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
                  << " octets dans le fichier " << m_nom << ".");
   const bool bandes = tagOffsets == kStripOffsets;
   uint64_t total = 0;
+  // A codec we do not read is bounded as LZW is; past that bound its blocks are not taken for corrupt:
+  // the codec is named.
+  const auto SiCodecInconnu = [&] {
+    if (!TrouverCodec(d.compression)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
+  };
   d.offsets.resize(static_cast<size_t>(nbBlocs));
   d.octets.resize(static_cast<size_t>(nbBlocs));
   for (uint64_t b = 0; b < nbBlocs; ++b) {
@@ -253,9 +258,7 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
                                                         << besoin << " de ses " << lignes
                                                         << " lignes dans le fichier " << m_nom << ".");
     if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets))) {
-      // A codec we do not read is bounded as LZW is; past that its blocks are not taken for corrupt.
-      if (!TrouverCodec(d.compression))
-        CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
+      SiCodecInconnu();
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc "
                    << b << " (" << octets << " octets compresses) ne peut pas donner les " << besoin
                    << " octets de ses " << lignes << " lignes dans le fichier " << m_nom << ".");
@@ -264,7 +267,7 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
     d.octets[static_cast<size_t>(b)] = static_cast<uint64_t>(octets);
   }
   if (total > MaxDecode(d.compression, taille)) {
-    if (!TrouverCodec(d.compression)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
+    SiCodecInconnu();
     ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Les blocs du fichier "
                  << m_nom << " demandent " << total << " octets de pixels, plus que ses " << taille
                  << " octets ne peuvent en donner.");
