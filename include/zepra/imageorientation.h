@@ -150,6 +150,8 @@ class ImageOrientation {
   // The same search; the error names 'nomCherche' (oriented images name the .ori they looked for).
   static std::unique_ptr<ImageOrientation> ChercherOrientation(const char* image,
                                                                const std::string& nomCherche);
+  // The same search; null when it finds nothing.
+  static std::unique_ptr<ImageOrientation> ChercherSiPresent(const char* image);
   // Every file beside an image that this search may read: its orientation files, world files, .prj.
   static std::vector<std::string> FichiersCherches(const char* image);
   // Reads an orientation file whose kind is told by its extension (.ori, .xml, .hdr in any case) and,

@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "image/pam.h"
 #include "zepra/cartoproj.h"
+#include "zepra/crs.h"
 #include "zepra/erreur.h"
 #include "zepra/imageorientation.h"
 #include "zepra/optionsecriture.h"
@@ -101,6 +103,7 @@ std::vector<std::string> FichiersLusAvec(const std::string& image, const std::st
   std::vector<std::string> lus;
   if (!suffixe.empty()) lus.push_back(NomMasqueExclusion(image, suffixe));
   lus.push_back(image + ".msk");
+  lus.push_back(image + ".aux.xml");
   for (std::string& f : ImageOrientation::FichiersCherches(image.c_str())) lus.push_back(std::move(f));
   return lus;
 }
@@ -127,21 +130,29 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
   for (int c = 0; c < m_canaux; ++c)
     if (c != m_alpha) m_bandes.push_back(c);
 
-  const std::unique_ptr<ImageOrientation> ori = ImageOrientation::CreateImageOrientation(nom.c_str());
-  const auto* carto = dynamic_cast<const CartoProjOrientation*>(ori.get());
-  if (!carto)
-    ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom
-                                                 << " n'est pas placee sur une grille cartographique.");
-  if (carto->GetNs() != m_colonnes || carto->GetNl() != m_lignes)
-    ZEPRA_ERREUR("[Mosaique] (Entrees) L'orientation de " << nom << " decrit " << carto->GetNs() << " x "
-                                                          << carto->GetNl() << " pixels, l'image en a "
-                                                          << m_colonnes << " x " << m_lignes << ".");
-  const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
-  m_x0 = g.x0;
-  m_y0 = g.y0;
-  m_pasX = g.pasX;
-  m_pasY = g.pasY;
-  m_crs = carto->PartageSystemeReference();
+  // GDAL reads NAME.aux.xml as part of the image: it fills what the image and its side files do not
+  // say, and may not contradict them (GDAL would take its grid and system, silently).
+  const AnnexePam pam = LireAnnexePam(nom);
+  std::unique_ptr<ImageOrientation> ori = ImageOrientation::ChercherSiPresent(nom.c_str());
+  if (ori) {
+    const auto* carto = dynamic_cast<const CartoProjOrientation*>(ori.get());
+    if (!carto)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << nom
+                                                   << " n'est pas placee sur une grille cartographique.");
+    if (carto->GetNs() != m_colonnes || carto->GetNl() != m_lignes)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'orientation de " << nom << " decrit " << carto->GetNs() << " x "
+                                                            << carto->GetNl() << " pixels, l'image en a "
+                                                            << m_colonnes << " x " << m_lignes << ".");
+    const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
+    m_x0 = g.x0;
+    m_y0 = g.y0;
+    m_pasX = g.pasX;
+    m_pasY = g.pasY;
+    m_crs = carto->PartageSystemeReference();
+  } else if (!pam.geotransform) {
+    ImageOrientation::CreateImageOrientation(nom.c_str());  // refuses as it always did
+  }
+  AppliquerAnnexe(pam, ori != nullptr);
   if (!(std::isfinite(m_x0) && std::isfinite(m_y0) && m_pasX > 0 && m_pasY > 0 && std::isfinite(m_pasX) &&
         std::isfinite(m_pasY)))
     ZEPRA_ERREUR("[Mosaique] (Entrees) La grille de " << nom << " est inutilisable.");
@@ -150,6 +161,9 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
   if (m_meta && m_meta->nodataPresent) {
     m_regle = RegleValidite::kNodata;
     m_nodata = m_meta->nodata;
+  } else if (m_nodataAnnexe) {
+    m_regle = RegleValidite::kNodata;
+    m_nodata = m_nodataPam;
   } else if (nodataDonne) {
     m_regle = RegleValidite::kNodata;
     m_nodata = nodata;
@@ -169,6 +183,64 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
                    << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
                    << ") n'a pas la taille de l'image " << nom << ".");
+  }
+}
+
+void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {
+  if (pam.geotransform) {
+    const double* gt = pam.gt;
+    if (gt[2] != 0 || gt[4] != 0)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) <GeoTransform> de "
+                   << pam.fichier << " avec rotation ou cisaillement (" << gt[2] << ", " << gt[4]
+                   << ") : une grille nord en haut est attendue.");
+    if (!(gt[1] > 0 && gt[5] < 0))
+      ZEPRA_ERREUR(
+          "[Mosaique] (Entrees) <GeoTransform> de "
+          << pam.fichier << " : pas (" << gt[1] << ", " << gt[5]
+          << ") ; un pas positif le long des lignes et negatif vers le bas est attendu (nord en haut).");
+    if (!place) {
+      m_x0 = gt[0];
+      m_y0 = gt[3];
+      m_pasX = gt[1];
+      m_pasY = -gt[5];
+    } else {
+      // Both written from the same doubles when they agree; a thousandth of a pixel allows for a
+      // georeferencing rounded to the decimals of a world file.
+      const bool memes = std::abs(gt[0] - m_x0) <= 1e-3 * m_pasX && std::abs(gt[3] - m_y0) <= 1e-3 * m_pasY &&
+                         std::abs(gt[1] - m_pasX) <= 1e-9 * m_pasX &&
+                         std::abs(-gt[5] - m_pasY) <= 1e-9 * m_pasY;
+      if (!memes)
+        ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est placee en (" << m_x0 << ", " << m_y0
+                                                     << "), pas " << m_pasX << " x " << m_pasY << ", et en ("
+                                                     << gt[0] << ", " << gt[3] << "), pas " << gt[1] << " x "
+                                                     << -gt[5] << ", par " << pam.fichier
+                                                     << ", que GDAL lit en premier : retirer l'un des deux.");
+    }
+  }
+  if (!pam.srs.empty()) {
+    auto srs = std::make_shared<SystemeReference>();
+    srs->wkt = pam.srs;
+    if (!m_crs || !m_crs->Connu()) {
+      m_crs = std::move(srs);
+    } else if (ComparerCrs(*m_crs, *srs) == EgaliteCrs::kDifferent) {
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est dans le systeme " << DecrireCrs(*m_crs)
+                                                   << " et dans un autre selon " << pam.fichier
+                                                   << ", que GDAL lit en premier : retirer l'un des deux.");
+    }
+  }
+  // One value for every band, as the no-data tag: bands that state different ones cannot be told apart
+  // by it.
+  for (const AnnexePam::NoData& v : pam.nodata) {
+    if (v.bande > m_canaux) continue;  // GDAL ignores them too
+    const bool meme =
+        m_nodataAnnexe && (v.valeur == m_nodataPam || (std::isnan(v.valeur) && std::isnan(m_nodataPam)));
+    if (m_nodataAnnexe && !meme)
+      ZEPRA_ERREUR("[Mosaique] (Entrees) " << pam.fichier << " donne a l'image " << m_nom
+                                           << " des valeurs sans donnee differentes selon les bandes ("
+                                           << m_nodataPam << ", " << v.texte
+                                           << ") : une seule valeur est prise en charge.");
+    m_nodataAnnexe = true;
+    m_nodataPam = v.valeur;
   }
 }
 

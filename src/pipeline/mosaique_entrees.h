@@ -33,9 +33,11 @@ std::string MetadonneesGdal(const MetadonneesImage* e, const std::vector<int>& c
 std::string NomMasqueExclusion(const std::string& image, const std::string& suffixe);
 
 // Every file the job may read beside an image, whether it exists or not: its exclusion mask (first,
-// when suffixe is not empty), GDAL's external mask (.msk) and the names its orientation search looks
-// for (orientation files, world files, .prj, in their case forms).
+// when suffixe is not empty), GDAL's external mask (.msk) and side file (.aux.xml), and the names its
+// orientation search looks for (orientation files, world files, .prj, in their case forms).
 std::vector<std::string> FichiersLusAvec(const std::string& image, const std::string& suffixe);
+
+struct AnnexePam;
 
 class EntreeMosaique {
  public:
@@ -65,8 +67,11 @@ class EntreeMosaique {
   const SystemeReference* Crs() const { return m_crs.get(); }
   std::shared_ptr<const SystemeReference> PartageCrs() const { return m_crs; }
   RegleValidite Regle() const { return m_regle; }
-  bool NodataFichier() const { return m_meta && m_meta->nodataPresent; }
-  double NodataFichierValeur() const { return m_meta ? m_meta->nodata : 0.0; }
+  // The file's no-data value: its tag, else the one its GDAL side file (.aux.xml) states.
+  bool NodataFichier() const { return (m_meta && m_meta->nodataPresent) || m_nodataAnnexe; }
+  double NodataFichierValeur() const {
+    return m_meta && m_meta->nodataPresent ? m_meta->nodata : m_nodataAnnexe ? m_nodataPam : 0.0;
+  }
   const std::string& Exclusion() const { return m_nomExclusion; }
 
   // The window [x0, x0 + nx) x [y0, y0 + ny): every channel as a plane of float (channel c at
@@ -78,6 +83,10 @@ class EntreeMosaique {
   size_t OctetsLecture(int nx, int ny) const;
 
  private:
+  // Takes what the GDAL side file says: the grid when the image is not placed otherwise (else it must
+  // agree), the system when there is none, the no-data value.
+  void AppliquerAnnexe(const AnnexePam& pam, bool place);
+
   std::string m_nom, m_nomExclusion;
   std::unique_ptr<LecteurFenetres> m_fichier;
   std::unique_ptr<MasqueFenetres> m_masque;
@@ -90,4 +99,6 @@ class EntreeMosaique {
   std::shared_ptr<const SystemeReference> m_crs;
   RegleValidite m_regle = RegleValidite::kZero;
   double m_nodata = 0;
+  bool m_nodataAnnexe = false;
+  double m_nodataPam = 0;
 };

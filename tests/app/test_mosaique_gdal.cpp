@@ -192,6 +192,67 @@ TEST(MosaiqueGDAL, AnnexesGdalDUneEcriturePrecedenteRetirees) {
   }
 }
 
+// What GDAL keeps in NAME.aux.xml counts as GDAL reads it: a baseline TIFF placed, in its system and
+// with its no-data value, by that file alone or beside a world file gives the very mosaic of the same
+// tiles with GeoTIFF tags; so does a no-data value set on a file opened read-only. What it contradicts,
+// or cannot be read, is refused before anything is written.
+TEST(MosaiqueGDAL, AnnexeAuxXmlLueCommeGdal) {
+  const std::string pam = "gdal_translate -q -co PROFILE=BASELINE ";
+  const std::string sansTag = "gdal_translate -q -a_nodata none t0.tif u0.tif && ";
+  const std::string copie1 = " && cp t1.tif u1.tif";
+  const struct {
+    std::string preparation;  // makes u0.tif and u1.tif from t0.tif and t1.tif
+    const char* refus;        // a fragment of the refusal; null: the mosaic of t0.tif and t1.tif
+  } cas[] = {
+      {pam + "t0.tif u0.tif && " + pam + "t1.tif u1.tif", nullptr},
+      {pam + "-co TFW=YES t0.tif u0.tif && " + pam + "-co TFW=YES t1.tif u1.tif", nullptr},
+      {sansTag +
+           "/usr/bin/python3 -c \"from osgeo import gdal; d = gdal.Open('u0.tif'); "
+           "d.GetRasterBand(1).SetNoDataValue(65535); d = None\"" +
+           copie1,
+       nullptr},
+      // A world file one metre off the side file's grid.
+      {pam + "-co TFW=YES t0.tif u0.tif && awk 'NR == 5 { $0 = $0 + 1 } 1' u0.tfw > x && mv x u0.tfw" +
+           copie1,
+       "par u0.tif.aux.xml, que GDAL lit en premier : retirer l'un des deux."},
+      {"cp t0.tif u0.tif && echo '<PAMDataset><SRS>EPSG:32631</SRS></PAMDataset>' > u0.tif.aux.xml" + copie1,
+       "est dans le systeme EPSG:2154 et dans un autre selon u0.tif.aux.xml"},
+      {pam +
+           "t0.tif u0.tif && echo '<PAMDataset><GeoTransform>650000, 0.5, 0.01, 6860000, 0, -0.5"
+           "</GeoTransform></PAMDataset>' > u0.tif.aux.xml" +
+           copie1,
+       "<GeoTransform> de u0.tif.aux.xml avec rotation ou cisaillement (0.01, 0)"},
+      {"cp t0.tif u0.tif && echo '<PAMDataset><SRS>' > u0.tif.aux.xml" + copie1,
+       "u0.tif.aux.xml : XML mal forme, element non termine (ligne 2)."},
+      {sansTag +
+           "echo '<PAMDataset><PAMRasterBand band=\"1\"><NoDataValue>0</NoDataValue></PAMRasterBand>"
+           "<PAMRasterBand band=\"2\"><NoDataValue>65535</NoDataValue></PAMRasterBand></PAMDataset>'"
+           " > u0.tif.aux.xml" +
+           copie1,
+       "u0.tif.aux.xml donne a l'image u0.tif des valeurs sans donnee differentes selon les bandes (0, "
+       "65535)"},
+  };
+  test::DossierTemp d;
+  ASSERT_EQ(DeuxTuiles(d, "nodata16max", "nodata16max"), "");
+  test::Resultat r = test::Egalise(d.chemin(), "mosaique t0.tif t1.tif -o ref.tif --quiet");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.preparation);
+    r = test::Lancer(d.chemin(), "rm -f u0* u1* m.tif && " + c.preparation);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    r = test::Egalise(d.chemin(), "mosaique u0.tif u1.tif -o m.tif --quiet");
+    if (!c.refus) {
+      EXPECT_EQ(r.statut, 0) << r.sortie;
+      EXPECT_EQ(r.sortie, "");
+      EXPECT_TRUE(test::LireFichier(d / "m.tif") == test::LireFichier(d / "ref.tif"));
+      continue;
+    }
+    EXPECT_EQ(r.statut, 1) << r.sortie;
+    EXPECT_NE(r.sortie.find(c.refus), std::string::npos) << r.sortie;
+    EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  }
+}
+
 // Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it.
 TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
   test::DossierTemp d;

@@ -233,13 +233,18 @@ std::unique_ptr<ImageOrientation> ImageOrientation::CreateImageOrientation(const
 
 std::unique_ptr<ImageOrientation> ImageOrientation::ChercherOrientation(const char* image,
                                                                         const std::string& nomCherche) {
+  if (std::unique_ptr<ImageOrientation> o = ChercherSiPresent(image)) return o;
+  ZEPRA_ERREUR("ImageOrientation : fichier d'orientation introuvable pour " << nomCherche);
+}
+
+std::unique_ptr<ImageOrientation> ImageOrientation::ChercherSiPresent(const char* image) {
   const TChaine nomImage(image);
   for (const std::string& candidat : NomsVoisins(nomImage.str(), kOrientations))
     if (std::unique_ptr<ImageOrientation> o = LireSiPresent(candidat.c_str())) return o;
   // An orientation file name that leads nowhere is not an image to look into.
   if (ExtensionOrientation(nomImage).empty())
     if (std::unique_ptr<ImageOrientation> o = CartoProjOrientation::LireGeoreference(nomImage)) return o;
-  ZEPRA_ERREUR("ImageOrientation : fichier d'orientation introuvable pour " << nomCherche);
+  return nullptr;
 }
 
 std::vector<std::string> ImageOrientation::FichiersCherches(const char* image) {
