@@ -160,6 +160,14 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     const std::string cible = corriges + "/" + nom;
     if (const std::string r = remplace(cible, "l'entree "); !r.empty())
       ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << r << ".");
+    // Written after the mosaic, it would take its place; the report and the log, likewise.
+    const std::filesystem::path place = Place(cible);
+    if (place == placeSortie)
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " serait aussi la sortie " << sortie << ".");
+    for (const auto& [option, fichier] : ecrits)
+      if (place == Place(fichier))
+        ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " serait aussi le fichier " << fichier << " de "
+                         << option << ".");
     const auto [it, nouveau] = noms.emplace(nom, e);
     if (!nouveau)
       ZEPRA_ERREUR(tag << " Les images " << it->second << " et " << e << " auraient la meme image corrigee "

@@ -101,6 +101,11 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --corriges .", 1, "=L'image corrigee ./a.tif remplacerait l'entree a.tif."},
       {"a.tif sous/a.tif -o m.tif --corriges corriges", 1,
        "=Les images a.tif et sous/a.tif auraient la meme image corrigee corriges/a.tif."},
+      // A corrected image written where the mosaic, the report or the log goes would replace it.
+      {"a.tif -o corriges/a.tif --corriges corriges", 1,
+       "=L'image corrigee corriges/a.tif serait aussi la sortie corriges/a.tif."},
+      {"a.tif -o m.tif --corriges corriges --log corriges/./a.tif", 1,
+       "=L'image corrigee corriges/a.tif serait aussi le fichier corriges/./a.tif de --log."},
       // The mosaic's .ori and .tfw would take over an input's georeferencing; the report and the log
       // would replace or grow an input or the mosaic.
       {"a.tif b.tif -o b.TIFF", 1,
