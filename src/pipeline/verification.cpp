@@ -136,6 +136,13 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     if (fichier.empty()) continue;
     if (const std::string r = remplace(fichier, "l'image d'entree "); !r.empty())
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est " << r << ".");
+    // The report replaces its file whole by a rename, which would take the place of a device or a
+    // pipe; the log is appended to, there they are fine.
+    std::error_code ec;
+    if (option != "--log" && std::filesystem::exists(fichier, ec) &&
+        !std::filesystem::is_regular_file(fichier, ec))
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option
+                       << " existe et n'est pas un fichier.");
     const std::filesystem::path place = Place(fichier);
     if (place == placeSortie)
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie

@@ -31,6 +31,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
   std::filesystem::create_directories(d / "dossier");
   std::filesystem::create_directories(d / "dossier.tif");
   std::filesystem::create_directories(d / "corriges");
+  ASSERT_EQ(test::Lancer(d.chemin(), "mkfifo tube").statut, 0);
   std::ofstream(d / "liste.txt") << "  b.tif\r\n\n";
   std::ofstream(d / "vide.txt") << "\n   \n";
   const std::string usage = "Essayez 'egalise mosaique --help' pour plus d'informations.\n";
@@ -115,6 +116,11 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --rapport ./m.tif", 1, "=Le fichier ./m.tif de --rapport est aussi la sortie m.tif."},
       {"a.tif -o m.tif --rapport r.json --log r.json", 1,
        "=Le fichier r.json de --log est aussi celui de --rapport."},
+      // The report replaces its file whole (a rename), which would take the place of a folder, a
+      // device or a pipe.
+      {"a.tif -o m.tif --rapport dossier", 1,
+       "=Le fichier dossier de --rapport existe et n'est pas un fichier."},
+      {"a.tif -o m.tif --rapport tube", 1, "=Le fichier tube de --rapport existe et n'est pas un fichier."},
       {"a.tif -o m.tif --rapport absent/r.json", 1,
        "=Impossible d'ecrire dans le dossier absent du fichier absent/r.json de --rapport."},
       // Nor may they replace a file read with an input.
