@@ -255,6 +255,9 @@ std::string VerifierEnsemble(const O& o) {
       if (e == o.reference) return "--reference " + o.reference + " est aussi une image en entree";
   }
   if (!o.etape.empty() && o.travail.empty()) return "--etape demande --travail";
+  // Ignored, it would let a user believe the intermediate results were kept.
+  if (o.etape.empty() && !o.travail.empty())
+    return "--travail va avec --etape (sans --etape, le calcul entier se fait en memoire)";
   if ((o.etape == "observer") != (o.index != 0))
     return "--index va avec --etape observer, et seulement avec elle";
   if ((o.etape == "composer") != (o.partieN != 0))

@@ -82,6 +82,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --etape composer --travail w --partie 5/4", 2,
        "valeur '5/4' de --partie : k doit etre entre 1 et n\n"},
       {"a.tif -o m.tif --etape composer", 2, "--etape demande --travail\n"},
+      {"a.tif -o m.tif --travail w", 2,
+       "--travail va avec --etape (sans --etape, le calcul entier se fait en "
+       "memoire)\n"},
       {"a.tif -o m.tif --etape observer --travail w", 2, "--index va avec --etape observer"},
       {"a.tif -o m.tif --index 2", 2, "--index va avec --etape observer"},
       {"@absent.txt -o m.tif", 1, "liste d'images absent.txt illisible\n"},
