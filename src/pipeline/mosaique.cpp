@@ -1270,14 +1270,39 @@ void JobMosaique::Impl::ResoudreHistorique() {
   // A few hundred points in the smallest overlap, never under a pixel.
   double pas = p.pas;
   if (pas <= 0) pas = aireMin > 0 ? std::max(std::sqrt(aireMin / 400.0), std::max(rx, ry)) : 50 * rx;
-  const Observations obs = ::Observer(images, emprise, pas);
+  Observations obs = ::Observer(images, emprise, pas);
+  // An input with no observation (outside the extent asked for, or without a valid pixel) would be
+  // columns of zeros in the system: it is left out and keeps its values.
+  std::vector<int> rang(entrees.size(), -1);
+  for (const Observation& o : obs.obs) rang[o.image] = 0;
+  int observees = 0;
+  for (int& r : rang)
+    if (r == 0) r = observees++;
+  obs.nbImages = observees;
+  for (Observation& o : obs.obs) o.image = rang[o.image];
+  std::vector<std::unique_ptr<CorrectionImage>> resolues;
   ParametresModele pm;
   const std::unique_ptr<ModeleCorrection> modele = ChercherModele(p.modele)->creer(pm);
-  if (!modele->Ajuster(obs, nullptr, corrections))
+  if (observees > 0 && !modele->Ajuster(obs, nullptr, resolues))
     ZEPRA_ERREUR("[Mosaique] (Resoudre) Le systeme du modele "
                  << p.modele
                  << " n'a pas pu etre resolu : les recouvrements ne "
                     "determinent pas les corrections.");
+  const bool multiplicatif = p.modele == "multiplicatif";
+  corrections.clear();
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    if (rang[i] >= 0) {
+      corrections.push_back(std::move(resolues[rang[i]]));
+      continue;
+    }
+    // The identity: P = 0 taken away, or P = 1 divided by.
+    Polynome2D identite(2);
+    std::vector<double> c(6, 0.0);
+    c[0] = multiplicatif ? 1.0 : 0.0;
+    identite.SetCoefficients(c);
+    corrections.push_back(std::make_unique<CorrectionPolynome>(
+        std::vector<Polynome2D>(static_cast<size_t>(bandes), identite), multiplicatif));
+  }
   for (size_t i = 0; i < corrections.size() && i < rapport.entrees.size(); ++i) {
     const auto* c = dynamic_cast<const CorrectionPolynome*>(corrections[i].get());
     if (!c) continue;

@@ -582,6 +582,42 @@ TEST(JobMosaique, Avertissements) {
   }
 }
 
+// Inputs that give the historical models no observation, outside the extent asked for or without a
+// valid pixel, keep their values and change nothing: the mosaic is the one made without them. (Each
+// was a column of zeros in the system, which then could not be solved.)
+TEST(JobMosaique, ModelesHistoriquesEtEntreesSansObservation) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  OptionsEcriture o;
+  o.nodataPresent = true;
+  o.nodata = 0;
+  Uniforme(d / "vide.tif", o, kN, kBandes, std::nanf(""), Grille(60, 60));  // NaN: written as no-data
+  // The first row of tiles, short of the second's.
+  const double rangee[4] = {kX0, kY0 - 110 * kPas, kX0 + (2 * kN - kRecouvrement) * kPas, kY0};
+  const struct {
+    std::vector<std::string> entrees, observees;
+    bool emprise;
+  } cas[] = {
+      {t, {t[0], t[1]}, true},
+      {{t[0], t[1], d / "vide.tif", t[2], t[3]}, t, false},
+  };
+  for (const char* modele : {"additif", "multiplicatif"})
+    for (const auto& c : cas) {
+      SCOPED_TRACE(std::string(modele) + " " + std::to_string(c.entrees.size()));
+      const auto mosaique = [&](const std::vector<std::string>& entrees, const std::string& sortie) {
+        ParametresMosaique p = test::Parametres(entrees, sortie);
+        p.modele = modele;
+        p.pas = 4;  // by default, from the smallest overlap of all inputs
+        p.empriseDonnee = c.emprise;
+        std::copy(rangee, rangee + 4, p.emprise);
+        JobMosaique(p).Executer();
+      };
+      ASSERT_NO_THROW(mosaique(c.entrees, d / "m.tif"));
+      mosaique(c.observees, d / "observees.tif");
+      EXPECT_EQ(test::LireFichier(d / "m.tif"), test::LireFichier(d / "observees.tif"));
+    }
+}
+
 // Blocks of 6 and 8 tiles: with the degrees chosen from their number (2) and the prior learnt from the
 // data, tiles that differ in level only are corrected to the rounding, as degree 1 now does, and a
 // lens's fall-off shared by every tile (a degree-2 gain, which degree 1, the former choice, made worse
