@@ -362,6 +362,11 @@ struct JobMosaique::Impl {
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
   // block valid in both images.
   std::string SansObservation(size_t i) const;
+  // Whether an input lies at least partly on the mosaic (an extent asked for may leave it out).
+  bool SurLaMosaique(const EntreeMosaique& e) const {
+    return e.X0() < mx0 + W * rx && e.X0() + e.Colonnes() * e.PasX() > mx0 && e.Y0() > my0 - H * ry &&
+           e.Y0() - e.Lignes() * e.PasY() < my0;
+  }
   void ResoudreHistorique();
   void EcrireCorrections(const std::string& nom) const;
   void LireCorrections(const std::string& nom);
@@ -1174,9 +1179,11 @@ void JobMosaique::Impl::Resoudre() {
         ", \"offset\": " +
         TableauJson(bandes, base_polynome::NbTermes(c.DegreOffset()), [&](int b) { return c.Offset(b); }) +
         "}";
-    if (d.sansDonnees)
+    // Inputs off the extent asked for are left out as asked, without a word.
+    const bool surLaMosaique = SurLaMosaique(*entrees[i]);
+    if (d.sansDonnees && surLaMosaique)
       Avertir("L'image " + entrees[i]->Nom() + " n'a aucun pixel valide.");
-    else if (d.groupe < 0)
+    else if (d.groupe < 0 && surLaMosaique)
       Avertir(SansObservation(i));
     if (!d.termesIndetermines.empty())
       Avertir("L'image " + entrees[i]->Nom() + " : termes non determines par les recouvrements (" +
@@ -1212,15 +1219,16 @@ void JobMosaique::Impl::Resoudre() {
 
 std::string JobMosaique::Impl::SansObservation(size_t i) const {
   const EntreeMosaique& a = *entrees[i];
-  // The input it overlaps most, and the overlap's size in mosaic pixels.
+  // The input it overlaps most on the mosaic, and the overlap's size in mosaic pixels.
   double aire = 0, lx = 0, ly = 0;
   size_t voisine = i;
   for (size_t j = 0; j < entrees.size(); ++j) {
     const EntreeMosaique& b = *entrees[j];
-    const double x = std::min(a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX()) -
-                     std::max(a.X0(), b.X0());
-    const double y =
-        std::min(a.Y0(), b.Y0()) - std::max(a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY());
+    const double x =
+        std::min({a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX(), mx0 + W * rx}) -
+        std::max({a.X0(), b.X0(), mx0});
+    const double y = std::min({a.Y0(), b.Y0(), my0}) -
+                     std::max({a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY(), my0 - H * ry});
     if (j != i && x > 0 && y > 0 && x * y > aire) aire = x * y, lx = x, ly = y, voisine = j;
   }
   if (voisine == i) return "L'image " + a.Nom() + " ne recouvre aucune autre image : elle garde ses valeurs.";

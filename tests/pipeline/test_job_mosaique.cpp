@@ -556,18 +556,21 @@ TEST(JobMosaique, Avertissements) {
         "Les images " + t[1] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[2] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[3] + " et " + d / "constante.tif" + kUniforme}},
-      {t,
-       true,
-       {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.",
-        "L'image " + t[0] + " n'a aucun", "L'image " + t[1] + " n'a aucun", "L'image " + t[2] + " n'a aucun",
-        "L'image " + t[3] + " n'a aucun"}},
+      // An extent leaves out what it does not cover: inputs outside it are not said to have no valid
+      // pixel, nor an input to overlap another outside it.
+      {t, true, {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide."}},
+      {t, true, {"L'image " + t[0] + " ne recouvre aucune autre image : elle garde ses valeurs."}},
   };
+  // Beside the block; t00 alone.
+  const double emprises[2][4] = {{kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100},
+                                 {kX0, kY0 - 110 * kPas, kX0 + 110 * kPas, kY0}};
+  int emprise = 0;
   for (const auto& c : cas) {
     ParametresMosaique p = test::Parametres(c.entrees, d / "m.tif");
     if (c.emprise) {
       p.empriseDonnee = true;
-      const double e[4] = {kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100};
-      std::copy(e, e + 4, p.emprise);
+      std::copy(emprises[emprise], emprises[emprise] + 4, p.emprise);
+      ++emprise;
     }
     Suivi s;
     JobMosaique job(p, &s);
