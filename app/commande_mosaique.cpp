@@ -255,6 +255,9 @@ std::string VerifierEnsemble(const O& o) {
       if (e == o.reference) return "--reference " + o.reference + " est aussi une image en entree";
   }
   if (!o.etape.empty() && o.travail.empty()) return "--etape demande --travail";
+  // Ignored, it would let a user believe the intermediate results were kept.
+  if (o.etape.empty() && !o.travail.empty())
+    return "--travail va avec --etape (sans --etape, le calcul entier se fait en memoire)";
   if ((o.etape == "observer") != (o.index != 0))
     return "--index va avec --etape observer, et seulement avec elle";
   if ((o.etape == "composer") != (o.partieN != 0))
@@ -316,8 +319,13 @@ class SuiviConsole : public SuiviMosaique {
   void Avertissement(const std::string& t) override {
     Fermer();
     if (!m_quiet) std::cerr << "egalise mosaique : avertissement : " << t << std::endl;
-    if (m_log) *m_log << "avertissement : " << t << std::endl;
+    if (m_log && *m_log) {
+      *m_log << "avertissement : " << t << std::endl;
+      // The cause is known only at the first write that fails.
+      if (!*m_log) m_cause = CauseEchecEcriture();
+    }
   }
+  const std::string& CauseEchecLog() const { return m_cause; }
   void Fermer() {
     if (m_barre) std::cerr << std::endl;
     m_barre = false;
@@ -328,6 +336,7 @@ class SuiviConsole : public SuiviMosaique {
   std::ofstream* m_log;
   bool m_terminal;
   bool m_barre = false;
+  std::string m_cause;
 };
 
 ParametresMosaique Parametres(const O& o) {
@@ -426,6 +435,10 @@ int Main_mosaique(int argc, char** argv) {
       f.Valider();
     }
     suivi.Fermer();
+    // A log on a full disk would lose the warnings, which --quiet keeps nowhere else.
+    if (log.is_open() && !log.flush())
+      ZEPRA_ERREUR("[Main_mosaique] (Log) Echec de l'ecriture du fichier " << o.log << " de --log"
+                                                                           << suivi.CauseEchecLog() << ".");
     if (!o.quiet) std::cerr << "egalise mosaique : termine" << std::endl;
     return 0;
   } catch (const Erreur& e) {

@@ -362,6 +362,11 @@ struct JobMosaique::Impl {
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
   // block valid in both images.
   std::string SansObservation(size_t i) const;
+  // Whether an input lies at least partly on the mosaic (an extent asked for may leave it out).
+  bool SurLaMosaique(const EntreeMosaique& e) const {
+    return e.X0() < mx0 + W * rx && e.X0() + e.Colonnes() * e.PasX() > mx0 && e.Y0() > my0 - H * ry &&
+           e.Y0() - e.Lignes() * e.PasY() < my0;
+  }
   void ResoudreHistorique();
   void EcrireCorrections(const std::string& nom) const;
   void LireCorrections(const std::string& nom);
@@ -1174,9 +1179,11 @@ void JobMosaique::Impl::Resoudre() {
         ", \"offset\": " +
         TableauJson(bandes, base_polynome::NbTermes(c.DegreOffset()), [&](int b) { return c.Offset(b); }) +
         "}";
-    if (d.sansDonnees)
+    // Inputs off the extent asked for are left out as asked, without a word.
+    const bool surLaMosaique = SurLaMosaique(*entrees[i]);
+    if (d.sansDonnees && surLaMosaique)
       Avertir("L'image " + entrees[i]->Nom() + " n'a aucun pixel valide.");
-    else if (d.groupe < 0)
+    else if (d.groupe < 0 && surLaMosaique)
       Avertir(SansObservation(i));
     if (!d.termesIndetermines.empty())
       Avertir("L'image " + entrees[i]->Nom() + " : termes non determines par les recouvrements (" +
@@ -1212,15 +1219,16 @@ void JobMosaique::Impl::Resoudre() {
 
 std::string JobMosaique::Impl::SansObservation(size_t i) const {
   const EntreeMosaique& a = *entrees[i];
-  // The input it overlaps most, and the overlap's size in mosaic pixels.
+  // The input it overlaps most on the mosaic, and the overlap's size in mosaic pixels.
   double aire = 0, lx = 0, ly = 0;
   size_t voisine = i;
   for (size_t j = 0; j < entrees.size(); ++j) {
     const EntreeMosaique& b = *entrees[j];
-    const double x = std::min(a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX()) -
-                     std::max(a.X0(), b.X0());
-    const double y =
-        std::min(a.Y0(), b.Y0()) - std::max(a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY());
+    const double x =
+        std::min({a.X0() + a.Colonnes() * a.PasX(), b.X0() + b.Colonnes() * b.PasX(), mx0 + W * rx}) -
+        std::max({a.X0(), b.X0(), mx0});
+    const double y = std::min({a.Y0(), b.Y0(), my0}) -
+                     std::max({a.Y0() - a.Lignes() * a.PasY(), b.Y0() - b.Lignes() * b.PasY(), my0 - H * ry});
     if (j != i && x > 0 && y > 0 && x * y > aire) aire = x * y, lx = x, ly = y, voisine = j;
   }
   if (voisine == i) return "L'image " + a.Nom() + " ne recouvre aucune autre image : elle garde ses valeurs.";
@@ -1270,14 +1278,39 @@ void JobMosaique::Impl::ResoudreHistorique() {
   // A few hundred points in the smallest overlap, never under a pixel.
   double pas = p.pas;
   if (pas <= 0) pas = aireMin > 0 ? std::max(std::sqrt(aireMin / 400.0), std::max(rx, ry)) : 50 * rx;
-  const Observations obs = ::Observer(images, emprise, pas);
+  Observations obs = ::Observer(images, emprise, pas);
+  // An input with no observation (outside the extent asked for, or without a valid pixel) would be
+  // columns of zeros in the system: it is left out and keeps its values.
+  std::vector<int> rang(entrees.size(), -1);
+  for (const Observation& o : obs.obs) rang[o.image] = 0;
+  int observees = 0;
+  for (int& r : rang)
+    if (r == 0) r = observees++;
+  obs.nbImages = observees;
+  for (Observation& o : obs.obs) o.image = rang[o.image];
+  std::vector<std::unique_ptr<CorrectionImage>> resolues;
   ParametresModele pm;
   const std::unique_ptr<ModeleCorrection> modele = ChercherModele(p.modele)->creer(pm);
-  if (!modele->Ajuster(obs, nullptr, corrections))
+  if (observees > 0 && !modele->Ajuster(obs, nullptr, resolues))
     ZEPRA_ERREUR("[Mosaique] (Resoudre) Le systeme du modele "
                  << p.modele
                  << " n'a pas pu etre resolu : les recouvrements ne "
                     "determinent pas les corrections.");
+  const bool multiplicatif = p.modele == "multiplicatif";
+  corrections.clear();
+  for (size_t i = 0; i < entrees.size(); ++i) {
+    if (rang[i] >= 0) {
+      corrections.push_back(std::move(resolues[rang[i]]));
+      continue;
+    }
+    // The identity: P = 0 taken away, or P = 1 divided by.
+    Polynome2D identite(2);
+    std::vector<double> c(6, 0.0);
+    c[0] = multiplicatif ? 1.0 : 0.0;
+    identite.SetCoefficients(c);
+    corrections.push_back(std::make_unique<CorrectionPolynome>(
+        std::vector<Polynome2D>(static_cast<size_t>(bandes), identite), multiplicatif));
+  }
   for (size_t i = 0; i < corrections.size() && i < rapport.entrees.size(); ++i) {
     const auto* c = dynamic_cast<const CorrectionPolynome*>(corrections[i].get());
     if (!c) continue;

@@ -136,6 +136,13 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     if (fichier.empty()) continue;
     if (const std::string r = remplace(fichier, "l'image d'entree "); !r.empty())
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est " << r << ".");
+    // The report replaces its file whole by a rename, which would take the place of a device or a
+    // pipe; the log is appended to, there they are fine.
+    std::error_code ec;
+    if (option != "--log" && std::filesystem::exists(fichier, ec) &&
+        !std::filesystem::is_regular_file(fichier, ec))
+      ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option
+                       << " existe et n'est pas un fichier.");
     const std::filesystem::path place = Place(fichier);
     if (place == placeSortie)
       ZEPRA_ERREUR(tag << " Le fichier " << fichier << " de " << option << " est aussi la sortie " << sortie
@@ -160,6 +167,14 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     const std::string cible = corriges + "/" + nom;
     if (const std::string r = remplace(cible, "l'entree "); !r.empty())
       ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << r << ".");
+    // Written after the mosaic, it would take its place; the report and the log, likewise.
+    const std::filesystem::path place = Place(cible);
+    if (place == placeSortie)
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " serait aussi la sortie " << sortie << ".");
+    for (const auto& [option, fichier] : ecrits)
+      if (place == Place(fichier))
+        ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " serait aussi le fichier " << fichier << " de "
+                         << option << ".");
     const auto [it, nouveau] = noms.emplace(nom, e);
     if (!nouveau)
       ZEPRA_ERREUR(tag << " Les images " << it->second << " et " << e << " auraient la meme image corrigee "

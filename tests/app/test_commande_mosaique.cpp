@@ -31,6 +31,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
   std::filesystem::create_directories(d / "dossier");
   std::filesystem::create_directories(d / "dossier.tif");
   std::filesystem::create_directories(d / "corriges");
+  ASSERT_EQ(test::Lancer(d.chemin(), "mkfifo tube").statut, 0);
   std::ofstream(d / "liste.txt") << "  b.tif\r\n\n";
   std::ofstream(d / "vide.txt") << "\n   \n";
   const std::string usage = "Essayez 'egalise mosaique --help' pour plus d'informations.\n";
@@ -81,6 +82,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --etape composer --travail w --partie 5/4", 2,
        "valeur '5/4' de --partie : k doit etre entre 1 et n\n"},
       {"a.tif -o m.tif --etape composer", 2, "--etape demande --travail\n"},
+      {"a.tif -o m.tif --travail w", 2,
+       "--travail va avec --etape (sans --etape, le calcul entier se fait en "
+       "memoire)\n"},
       {"a.tif -o m.tif --etape observer --travail w", 2, "--index va avec --etape observer"},
       {"a.tif -o m.tif --index 2", 2, "--index va avec --etape observer"},
       {"@absent.txt -o m.tif", 1, "liste d'images absent.txt illisible\n"},
@@ -101,6 +105,11 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --corriges .", 1, "=L'image corrigee ./a.tif remplacerait l'entree a.tif."},
       {"a.tif sous/a.tif -o m.tif --corriges corriges", 1,
        "=Les images a.tif et sous/a.tif auraient la meme image corrigee corriges/a.tif."},
+      // A corrected image written where the mosaic, the report or the log goes would replace it.
+      {"a.tif -o corriges/a.tif --corriges corriges", 1,
+       "=L'image corrigee corriges/a.tif serait aussi la sortie corriges/a.tif."},
+      {"a.tif -o m.tif --corriges corriges --log corriges/./a.tif", 1,
+       "=L'image corrigee corriges/a.tif serait aussi le fichier corriges/./a.tif de --log."},
       // The mosaic's .ori and .tfw would take over an input's georeferencing; the report and the log
       // would replace or grow an input or the mosaic.
       {"a.tif b.tif -o b.TIFF", 1,
@@ -110,6 +119,11 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --rapport ./m.tif", 1, "=Le fichier ./m.tif de --rapport est aussi la sortie m.tif."},
       {"a.tif -o m.tif --rapport r.json --log r.json", 1,
        "=Le fichier r.json de --log est aussi celui de --rapport."},
+      // The report replaces its file whole (a rename), which would take the place of a folder, a
+      // device or a pipe.
+      {"a.tif -o m.tif --rapport dossier", 1,
+       "=Le fichier dossier de --rapport existe et n'est pas un fichier."},
+      {"a.tif -o m.tif --rapport tube", 1, "=Le fichier tube de --rapport existe et n'est pas un fichier."},
       {"a.tif -o m.tif --rapport absent/r.json", 1,
        "=Impossible d'ecrire dans le dossier absent du fichier absent/r.json de --rapport."},
       // Nor may they replace a file read with an input.

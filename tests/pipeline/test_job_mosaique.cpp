@@ -556,18 +556,21 @@ TEST(JobMosaique, Avertissements) {
         "Les images " + t[1] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[2] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[3] + " et " + d / "constante.tif" + kUniforme}},
-      {t,
-       true,
-       {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide.",
-        "L'image " + t[0] + " n'a aucun", "L'image " + t[1] + " n'a aucun", "L'image " + t[2] + " n'a aucun",
-        "L'image " + t[3] + " n'a aucun"}},
+      // An extent leaves out what it does not cover: inputs outside it are not said to have no valid
+      // pixel, nor an input to overlap another outside it.
+      {t, true, {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide."}},
+      {t, true, {"L'image " + t[0] + " ne recouvre aucune autre image : elle garde ses valeurs."}},
   };
+  // Beside the block; t00 alone.
+  const double emprises[2][4] = {{kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100},
+                                 {kX0, kY0 - 110 * kPas, kX0 + 110 * kPas, kY0}};
+  int emprise = 0;
   for (const auto& c : cas) {
     ParametresMosaique p = test::Parametres(c.entrees, d / "m.tif");
     if (c.emprise) {
       p.empriseDonnee = true;
-      const double e[4] = {kX0 - 100, kY0 + 50, kX0 - 50, kY0 + 100};
-      std::copy(e, e + 4, p.emprise);
+      std::copy(emprises[emprise], emprises[emprise] + 4, p.emprise);
+      ++emprise;
     }
     Suivi s;
     JobMosaique job(p, &s);
@@ -580,6 +583,42 @@ TEST(JobMosaique, Avertissements) {
       EXPECT_NE(rapport.find(c.attendus[k]), std::string::npos) << c.attendus[k];
     }
   }
+}
+
+// Inputs that give the historical models no observation, outside the extent asked for or without a
+// valid pixel, keep their values and change nothing: the mosaic is the one made without them. (Each
+// was a column of zeros in the system, which then could not be solved.)
+TEST(JobMosaique, ModelesHistoriquesEtEntreesSansObservation) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  OptionsEcriture o;
+  o.nodataPresent = true;
+  o.nodata = 0;
+  Uniforme(d / "vide.tif", o, kN, kBandes, std::nanf(""), Grille(60, 60));  // NaN: written as no-data
+  // The first row of tiles, short of the second's.
+  const double rangee[4] = {kX0, kY0 - 110 * kPas, kX0 + (2 * kN - kRecouvrement) * kPas, kY0};
+  const struct {
+    std::vector<std::string> entrees, observees;
+    bool emprise;
+  } cas[] = {
+      {t, {t[0], t[1]}, true},
+      {{t[0], t[1], d / "vide.tif", t[2], t[3]}, t, false},
+  };
+  for (const char* modele : {"additif", "multiplicatif"})
+    for (const auto& c : cas) {
+      SCOPED_TRACE(std::string(modele) + " " + std::to_string(c.entrees.size()));
+      const auto mosaique = [&](const std::vector<std::string>& entrees, const std::string& sortie) {
+        ParametresMosaique p = test::Parametres(entrees, sortie);
+        p.modele = modele;
+        p.pas = 4;  // by default, from the smallest overlap of all inputs
+        p.empriseDonnee = c.emprise;
+        std::copy(rangee, rangee + 4, p.emprise);
+        JobMosaique(p).Executer();
+      };
+      ASSERT_NO_THROW(mosaique(c.entrees, d / "m.tif"));
+      mosaique(c.observees, d / "observees.tif");
+      EXPECT_EQ(test::LireFichier(d / "m.tif"), test::LireFichier(d / "observees.tif"));
+    }
 }
 
 // Blocks of 6 and 8 tiles: with the degrees chosen from their number (2) and the prior learnt from the
