@@ -150,7 +150,10 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     m_pasY = g.pasY;
     m_crs = carto->PartageSystemeReference();
   } else if (!pam.geotransform) {
-    ImageOrientation::CreateImageOrientation(nom.c_str());  // refuses as it always did
+    ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
+                 << nom
+                 << " n'est pas georeferencee : ni etiquettes GeoTIFF, ni world file (.tfw, .tifw, .wld), ni "
+                 << "orientation (.ori), ni grille dans " << nom << ".aux.xml.");
   }
   AppliquerAnnexe(pam, ori != nullptr);
   if (!(std::isfinite(m_x0) && std::isfinite(m_y0) && m_pasX > 0 && m_pasY > 0 && std::isfinite(m_pasX) &&

@@ -211,6 +211,10 @@ TEST(MosaiqueGDAL, AnnexeAuxXmlLueCommeGdal) {
            "d.GetRasterBand(1).SetNoDataValue(65535); d = None\"" +
            copie1,
        nullptr},
+      {pam + "t0.tif u0.tif && rm u0.tif.aux.xml" + copie1,
+       "L'image u0.tif n'est pas georeferencee : ni etiquettes GeoTIFF, ni world file (.tfw, .tifw, .wld), "
+       "ni "
+       "orientation (.ori), ni grille dans u0.tif.aux.xml."},
       // A world file one metre off the side file's grid.
       {pam + "-co TFW=YES t0.tif u0.tif && awk 'NR == 5 { $0 = $0 + 1 } 1' u0.tfw > x && mv x u0.tfw" +
            copie1,
