@@ -545,6 +545,21 @@ void JobMosaique::Impl::Preparer() {
   georef.pasY = ry;
   if (e0.Crs()) georef.crs = *e0.Crs();
   plan = PlanifierEcriture(ecriture, TPoint2D<int>(W, H), bandes, eFloat4, p.sortie);
+  // A narrower integer type clips what it cannot hold, which a user may have taken for a stretch.
+  if (ecriture.type != e0.Type() && ecriture.type != eFloat4 && ecriture.type != eFloat8) {
+    double bas[2] = {0, 0}, haut[2] = {0, 0};
+    const eEnumType types[2] = {e0.Type(), ecriture.type};
+    for (int k = 0; k < 2; ++k)
+      AppliquerType(types[k], [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        bas[k] = static_cast<double>(std::numeric_limits<T>::lowest());
+        haut[k] = static_cast<double>(std::numeric_limits<T>::max());
+      });
+    if (bas[0] < bas[1] || haut[0] > haut[1])
+      Avertir(std::string("--type ") + NomTypeSortie(ecriture.type) + " : les valeurs des entrees (" +
+              NomTypeSortie(e0.Type()) + ") hors de [" + TexteNodata(bas[1]) + ", " + TexteNodata(haut[1]) +
+              "] seront ramenees a ces bornes.");
+  }
 
   // Feathering width: half the median overlap width, when not given.
   plume = p.plume;

@@ -293,6 +293,43 @@ TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
   }
 }
 
+// A narrower integer --type clips the inputs' values: said once, in the log as any warning; a type
+// that holds them, or a float, says nothing.
+TEST(MosaiqueGDAL, TypePlusEtroitAverti) {
+  test::DossierTemp d;
+  const struct {
+    const char* tuiles;
+    const char* options;
+    const char* avertissement;  // empty: none
+  } cas[] = {
+      {"nodata16", "--type uint8",
+       "--type uint8 : les valeurs des entrees (uint16) hors de [0, 255] seront ramenees"},
+      {"nodata16", "--type int16", "(uint16) hors de [-32768, 32767]"},
+      {"nan", "--type uint16 --nodata 0", "(float32) hors de [0, 65535]"},
+      {"nodata16", "--type uint32", ""},
+      {"nodata16", "--type float32", ""},
+      {"nodata16", "", ""},
+  };
+  std::string precedentes;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(std::string(c.tuiles) + " " + c.options);
+    if (precedentes != c.tuiles) {
+      ASSERT_EQ(DeuxTuiles(d, c.tuiles, c.tuiles), "");
+    }
+    precedentes = c.tuiles;
+    std::filesystem::remove(d / "l.txt");
+    const test::Resultat r = test::Egalise(
+        d.chemin(), std::string("mosaique t0.tif t1.tif -o m.tif --noegal --quiet --log l.txt ") + c.options);
+    EXPECT_EQ(r.statut, 0) << r.sortie;
+    const std::string log = test::LireFichier(d / "l.txt");
+    if (*c.avertissement) {
+      EXPECT_NE(log.find(c.avertissement), std::string::npos) << log;
+    } else {
+      EXPECT_EQ(log.find("--type"), std::string::npos) << log;
+    }
+  }
+}
+
 // Refusals that name their remedy, and the remedy accepted.
 TEST(MosaiqueGDAL, RefusEtRemede) {
   test::DossierTemp d;
