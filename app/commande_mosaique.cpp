@@ -87,8 +87,9 @@ const std::vector<Option>& Table() {
           // gain-offset is solved from block statistics by the job itself, not through the table.
           [](const std::string& n) { return n == "gain-offset" || Construit(TableModeles(), n); },
           [](O& o, const Valeur& v) { o.modele = v.texte; }),
-      Entier("degre-gain", "D", "2 a partir de 6 images, sinon 0", "gain-offset : degre du gain a(x, y)", 0,
-             2, [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
+      Entier("degre-gain", "D", "2 a partir de 6 images sur la mosaique, sinon 0",
+             "gain-offset : degre du gain a(x, y)", 0, 2,
+             [](O& o, const Valeur& v) { o.parametresModele.degreGain = static_cast<int>(v.entier); }),
       Entier("degre-offset", "D", "comme --degre-gain", "gain-offset : degre de l'offset b(x, y)", 0, 2,
              [](O& o, const Valeur& v) { o.parametresModele.degreOffset = static_cast<int>(v.entier); }),
       [] {

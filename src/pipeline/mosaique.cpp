@@ -491,14 +491,19 @@ void JobMosaique::Impl::Preparer() {
   const LigneFusion* f = ChercherFusion(p.fusion);
   if (!f || !f->creer)
     ZEPRA_ERREUR("[Mosaique] (Options) Regle de fusion indisponible : " << p.fusion << ".");
+
+  Grille();
+
   if (gainOffset) {
-    const int d = DegreAutomatique(static_cast<int>(entrees.size()));
+    // Inputs an extent leaves out take no part in the solve, and do not count for its degree: a sheet
+    // cut from a block is equalized as its own tiles alone would be.
+    int surLaMosaique = 0;
+    for (const auto& e : entrees) surLaMosaique += SurLaMosaique(*e);
+    const int d = DegreAutomatique(surLaMosaique);
     if (p.gainOffset.degreGain < 0) p.gainOffset.degreGain = d;
     if (p.gainOffset.degreOffset < 0) p.gainOffset.degreOffset = d;
     ModeleGainOffset().Verifier();
   }
-
-  Grille();
 
   // The file, planned now: a refusal (type, no-data, EPSG, size) comes before any pixel.
   ecriture = p.ecriture;

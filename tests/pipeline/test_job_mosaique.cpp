@@ -621,6 +621,24 @@ TEST(JobMosaique, ModelesHistoriquesEtEntreesSansObservation) {
     }
 }
 
+// A sheet cut by --emprise from a block of 6 tiles is the sheet its 3 tiles alone make: the tiles left
+// out count neither in the solve nor for the degrees chosen from the number of images (6 would give
+// degree 2, 3 give 0).
+TEST(JobMosaique, FeuilleDUnBlocCommeSesSeulesTuiles) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin(), kN, kRecouvrement, 2, 3);
+  const double rangee[4] = {kX0, kY0 - 110 * kPas, kX0 + (3 * kN - 2 * kRecouvrement) * kPas, kY0};
+  const auto feuille = [&](const std::vector<std::string>& entrees, const std::string& sortie) {
+    ParametresMosaique p = test::Parametres(entrees, sortie);
+    p.empriseDonnee = true;
+    std::copy(rangee, rangee + 4, p.emprise);
+    JobMosaique(p).Executer();
+  };
+  feuille(t, d / "bloc.tif");
+  feuille({t[0], t[1], t[2]}, d / "seules.tif");
+  EXPECT_TRUE(test::LireFichier(d / "bloc.tif") == test::LireFichier(d / "seules.tif"));
+}
+
 // Blocks of 6 and 8 tiles: with the degrees chosen from their number (2) and the prior learnt from the
 // data, tiles that differ in level only are corrected to the rounding, as degree 1 now does, and a
 // lens's fall-off shared by every tile (a degree-2 gain, which degree 1, the former choice, made worse
