@@ -1353,10 +1353,22 @@ void Bornes(double a, double b, int n, int& debut, int& fin) {
   fin = hi <= 0 ? 0 : (hi >= n ? n : static_cast<int>(hi));
 }
 
-// The first pixel of [0, n) whose centre is at or after a position, n when none is.
-inline int Premier(double position, int n) {
-  const double k = std::ceil(position - 0.5);
-  return !(k > 0) ? 0 : k >= n ? n : static_cast<int>(k);
+// The pixels [k0, k1) of [0, n) that the positions [a, b) cover, and the covered share of the first
+// and of the last (1 inside): what an output pixel averages, each input pixel by the area it covers,
+// as gdalwarp's average does. False when none is covered.
+inline bool Couverture(double a, double b, int n, int& k0, int& k1, double& part0, double& part1) {
+  // A position a division's rounding leaves a hair off a pixel edge is on it: no sliver of the next.
+  const auto net = [](double x) {
+    const double r = std::round(x);
+    return std::fabs(x - r) <= 1e-9 * std::max(1.0, std::fabs(x)) ? r : x;
+  };
+  const double lo = std::max(net(a), 0.0), hi = std::min(net(b), static_cast<double>(n));
+  if (!(hi > lo)) return false;
+  k0 = static_cast<int>(std::floor(lo));
+  k1 = std::min(static_cast<int>(std::ceil(hi)), n);
+  part0 = std::min(hi, k0 + 1.0) - lo;
+  part1 = hi - std::max(lo, k1 - 1.0);
+  return true;
 }
 
 // The index of a position inside [0, n), false outside (NaN included).
@@ -1438,6 +1450,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
   std::vector<unsigned char> dedans(W, 0);
   std::vector<int> colonne(W, 0), ligneDe(hb, -1), finColonne(W, 0), finLigne(hb, 0), colonneMoyenne(W, 0);
   std::vector<float> moyennes, part(W), partLigne(hb);
+  std::vector<double> partDebut(W), partFin(W), partDebutLigne(hb), partFinLigne(hb);
   FenetreCorrigee& t = atelier.t;
   std::vector<const float*> lignesBandes(bandes);
   for (size_t i = 0; i < entrees.size(); ++i) {
@@ -1463,9 +1476,8 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
         part[c] = static_cast<float>(u - k0);
         if (dedans[c]) xa = std::min(xa, std::max(k, 0)), xb = std::max(xb, std::min(k + 1, w - 1));
       } else if (moyenne) {
-        k = Premier((mx0 + c * rx - e.X0()) / e.PasX(), w);
-        finColonne[c] = Premier((mx0 + (c + 1) * rx - e.X0()) / e.PasX(), w);
-        dedans[c] = finColonne[c] > k;
+        dedans[c] = Couverture((mx0 + c * rx - e.X0()) / e.PasX(), (mx0 + (c + 1) * rx - e.X0()) / e.PasX(),
+                               w, k, finColonne[c], partDebut[c], partFin[c]);
         if (dedans[c]) xa = std::min(xa, k), xb = std::max(xb, finColonne[c] - 1);
       } else {
         dedans[c] = Indice((mx0 + (c + 0.5) * rx - e.X0()) / e.PasX(), w, k);
@@ -1485,10 +1497,11 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
         partLigne[y - y0] = static_cast<float>(v - k0);
         if (dans) ya = std::min(ya, std::max(k, 0)), yb = std::max(yb, std::min(k + 1, h - 1));
       } else if (moyenne) {
-        k = Premier((e.Y0() - (my0 - y * ry)) / e.PasY(), h);
-        finLigne[y - y0] = Premier((e.Y0() - (my0 - (y + 1) * ry)) / e.PasY(), h);
-        ligneDe[y - y0] = finLigne[y - y0] > k ? k : -1;
-        if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, finLigne[y - y0] - 1);
+        const bool dans =
+            Couverture((e.Y0() - (my0 - y * ry)) / e.PasY(), (e.Y0() - (my0 - (y + 1) * ry)) / e.PasY(), h, k,
+                       finLigne[y - y0], partDebutLigne[y - y0], partFinLigne[y - y0]);
+        ligneDe[y - y0] = dans ? k : -1;
+        if (dans) ya = std::min(ya, k), yb = std::max(yb, finLigne[y - y0] - 1);
       } else {
         ligneDe[y - y0] = Indice((e.Y0() - (my0 - (y + 0.5) * ry)) / e.PasY(), h, k) ? k : -1;
         if (ligneDe[y - y0] >= 0) ya = std::min(ya, k), yb = std::max(yb, k);
@@ -1533,7 +1546,6 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
             continue;
           }
           double somme[64] = {}, sw = 0;
-          int n = 0;
           if (bilineaire) {
             double poidsTotal = 0;
             const int k0 = colonne[c], r0 = ligneDe[y - y0];
@@ -1555,18 +1567,25 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
               moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / poidsTotal);
             continue;
           }
-          for (int r = ligneDe[y - y0]; r < finLigne[y - y0]; ++r)
-            for (int k = colonne[c]; k < finColonne[c]; ++k) {
+          // Each valid input pixel by the share of it the output pixel covers: 1 inside, so that at a
+          // whole ratio this is the plain mean of the pixels in it.
+          double aire = 0;
+          const int r0 = ligneDe[y - y0], r1 = finLigne[y - y0], k0 = colonne[c], k1 = finColonne[c];
+          for (int r = r0; r < r1; ++r) {
+            const double ay = r == r0 ? partDebutLigne[y - y0] : r == r1 - 1 ? partFinLigne[y - y0] : 1.0;
+            for (int k = k0; k < k1; ++k) {
               const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
               if (!ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) continue;
-              for (int b = 0; b < bandes; ++b) somme[b] += valeurs[b * plan + q];
-              if (pondere) sw += poids[q];
-              ++n;
+              const double a = ay * (k == k0 ? partDebut[c] : k == k1 - 1 ? partFin[c] : 1.0);
+              for (int b = 0; b < bandes; ++b) somme[b] += a * valeurs[b * plan + q];
+              if (pondere) sw += a * poids[q];
+              aire += a;
             }
-          okMoyen[c - c0] = n > 0;
-          for (int b = 0; b < bandes && n > 0; ++b)
-            moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / n);
-          if (n > 0) moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / n);
+          }
+          okMoyen[c - c0] = aire > 0;
+          for (int b = 0; b < bandes && aire > 0; ++b)
+            moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / aire);
+          if (aire > 0) moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / aire);
         }
         for (int b = 0; b < bandes; ++b) lignesBandes[b] = moyennes.data() + static_cast<size_t>(b) * nc;
         l.y = y;

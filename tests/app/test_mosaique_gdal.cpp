@@ -293,6 +293,35 @@ TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
   }
 }
 
+// The mean on a grid that is not a whole ratio of the tile's, coarser or finer, is gdalwarp's
+// area-weighted average (its overviews aside), its no-data corner included; on the partial last line
+// and column each keeps its own rule, the mean over the part of the pixel the tile covers here.
+TEST(MosaiqueGDAL, MoyenneCommeGdalwarpAverage) {
+  test::DossierTemp d;
+  ASSERT_EQ(DeuxTuiles(d, "nodata16", "nodata16"), "");
+  for (const char* pas : {"0.7", "1.3", "2.1"}) {
+    SCOPED_TRACE(pas);
+    const test::Resultat r = test::Lancer(
+        d.chemin(), std::string(EGALISE_EXE) +
+                        " mosaique t0.tif -o a.tif --noegal --reechantillonnage moyenne " +
+                        "--type float32 --quiet --resolution " + pas +
+                        " && gdalwarp -q -ovr NONE -overwrite -r average -ot Float32 -tr " + pas + " " + pas +
+                        " t0.tif g.tif && /usr/bin/python3 -c \"from osgeo import gdal; import numpy as np; "
+                        "a, g = (gdal.Open(f).ReadAsArray()[:, :-1, :-1] for f in ('a.tif', 'g.tif')); "
+                        "print(a.shape == g.shape, np.abs(a - g).max(), (a == 0).sum())\"");
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    std::istringstream s(r.sortie);
+    std::string memeTaille;
+    double ecart = -1;
+    long vides = 0;
+    s >> memeTaille >> ecart >> vides;
+    EXPECT_EQ(memeTaille, "True") << r.sortie;
+    EXPECT_LE(ecart, 1e-3) << r.sortie;
+    EXPECT_GE(ecart, 0) << r.sortie;
+    EXPECT_GT(vides, 0) << r.sortie;  // the corner without data is there
+  }
+}
+
 // A narrower integer --type clips the inputs' values: said once, in the log as any warning; a type
 // that holds them, or a float, says nothing.
 TEST(MosaiqueGDAL, TypePlusEtroitAverti) {

@@ -356,7 +356,8 @@ TEST(JobMosaique, MemoireSousLePlafond) {
 
 // Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
 // output) by default, nearest when asked; bilinear on a grid twice finer lies between the four input
-// pixels around each centre.
+// pixels around each centre. Asked for at a ratio that is not whole, coarser or finer, the mean weighs
+// each input pixel by the area of it the output pixel covers, as gdalwarp -r average does.
 TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
@@ -373,6 +374,20 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
     return (1 - fy) * ((1 - fx) * e(k, r, b) + fx * e(k + 1, r, b)) +
            fy * ((1 - fx) * e(k, r + 1, b) + fx * e(k + 1, r + 1, b));
   };
+  // Output pixel (x, y) at s input pixels a side: [s x, s (x + 1)) x [s y, s (y + 1)).
+  const auto aire = [&](double s) {
+    return [&e, s](int x, int y, int b) {
+      double somme = 0, poids = 0;
+      for (int r = static_cast<int>(std::floor(s * y)); r < std::ceil(s * (y + 1)); ++r)
+        for (int k = static_cast<int>(std::floor(s * x)); k < std::ceil(s * (x + 1)); ++k) {
+          const double a = (std::min(s * (x + 1), k + 1.0) - std::max(s * x, 1.0 * k)) *
+                           (std::min(s * (y + 1), r + 1.0) - std::max(s * y, 1.0 * r));
+          somme += a * e(k, r, b);
+          poids += a;
+        }
+      return somme / poids;
+    };
+  };
   const struct {
     const char* methode;
     double pas;
@@ -380,6 +395,8 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
     int marge;  // output pixels left out at each border
     double tolerance;
   } cas[] = {{"", 2 * kPas, moyenne, 0, 0.51},
+             {"moyenne", 1.5 * kPas, aire(1.5), 1, 1e-3},
+             {"moyenne", 0.7 * kPas, aire(0.7), 1, 1e-3},
              {"proche", 2 * kPas, [&](int x, int y, int b) { return e(2 * x + 1, 2 * y + 1, b); }, 0, 0.51},
              {"bilineaire", kPas / 2, bilineaire, 2, 1e-3}};
   for (const auto& c : cas) {
@@ -387,10 +404,10 @@ TEST(JobMosaique, ReechantillonnageVersUneAutreGrille) {
     p.noegal = true;
     p.resolutionX = p.resolutionY = c.pas;
     p.reechantillonnage = c.methode;
-    if (c.pas < kPas) p.ecriture.type = eFloat4;
+    if (c.tolerance < 0.5) p.ecriture.type = eFloat4;
     JobMosaique(p).Executer();
     const TTImage<float> m((d / "g.tif").c_str());
-    const int n = static_cast<int>(kN * kPas / c.pas);
+    const int n = static_cast<int>(std::ceil(kN * kPas / c.pas - 1e-9));  // a partial last pixel counts
     ASSERT_EQ(m.iGetNbColonnes(), n) << c.methode;
     long differents = 0;
     for (int y = c.marge; y < n - c.marge; ++y)
