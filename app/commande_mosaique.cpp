@@ -119,15 +119,15 @@ const std::vector<Option>& Table() {
             [](O& o, const Valeur& v) { o.reference = v.texte; }),
       Drapeau("noegal", 0, "assembler sans egaliser", [](O& o, const Valeur&) { o.noegal = true; }),
       Reels("pas", "METRES", "choisi pour que le plus petit recouvrement ait environ 400 observations",
-            "additif, multiplicatif : pas de la grille des observations", 0, true, 1, 1,
-            [](O& o, const Valeur& v) { o.pas = v.reels[0]; }),
+            "additif, multiplicatif : pas de la grille des observations, dans l'unite du systeme", 0, true, 1,
+            1, [](O& o, const Valeur& v) { o.pas = v.reels[0]; }),
       Choix(
           "fusion", "REGLE", "plume", "regle de fusion des recouvrements",
           [] { return Noms(TableFusions()); },
           [](const std::string& n) { return Construit(TableFusions(), n); },
           [](O& o, const Valeur& v) { o.fusion = v.texte; }),
       Reels("plume", "METRES", "la moitie de la largeur mediane des recouvrements, au plus 64 pixels",
-            "plume : largeur du fondu", 0, true, 1, 1,
+            "plume : largeur du fondu, dans l'unite du systeme comme --resolution", 0, true, 1, 1,
             [](O& o, const Valeur& v) { o.parametresFusion.plume = v.reels[0]; }),
       [] {
         Option o = Reels("nodata", "V", "l'etiquette commune des entrees, sinon 0",
@@ -143,8 +143,10 @@ const std::vector<Option>& Table() {
             "masque d'exclusion a cote de chaque entree : son nom sans extension suivi de SUFFIXE, par "
             "exemple _masque.tif (non nul : exclu)",
             [](O& o, const Valeur& v) { o.masqueSuffixe = v.texte; }),
-      Reels("resolution", "X[,Y]", "le pixel des entrees", "taille du pixel de la mosaique, en metres", 0,
-            true, 1, 2,
+      Reels("resolution", "X[,Y]", "le pixel des entrees",
+            "taille du pixel de la mosaique, dans l'unite du systeme (metres ; degres pour un systeme "
+            "geographique)",
+            0, true, 1, 2,
             [](O& o, const Valeur& v) {
               o.resolutionX = v.reels[0];
               o.resolutionY = v.reels.back();
