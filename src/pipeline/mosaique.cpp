@@ -31,7 +31,9 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <map>
 #include <sstream>
+#include <tuple>
 
 #include "pipeline/blocs_stats.h"
 #include "pipeline/gain_offset.h"
@@ -550,6 +552,16 @@ void JobMosaique::Impl::Preparer() {
   georef.pasY = ry;
   if (e0.Crs()) georef.crs = *e0.Crs();
   plan = PlanifierEcriture(ecriture, TPoint2D<int>(W, H), bandes, eFloat4, p.sortie);
+  // One footprint twice is most often one image under two names: it would weigh twice in the
+  // equalization and the blend.
+  std::map<std::tuple<double, double, double, double, int, int>, const EntreeMosaique*> vues;
+  for (const auto& e : entrees) {
+    const auto cle = std::make_tuple(e->X0(), e->Y0(), e->PasX(), e->PasY(), e->Colonnes(), e->Lignes());
+    const auto [it, nouvelle] = vues.emplace(cle, e.get());
+    if (!nouvelle)
+      Avertir("Les images " + it->second->Nom() + " et " + e->Nom() +
+              " couvrent exactement la meme emprise : la meme image sous deux noms ?");
+  }
   // A narrower integer type clips what it cannot hold, which a user may have taken for a stretch.
   if (ecriture.type != e0.Type() && ecriture.type != eFloat4 && ecriture.type != eFloat8) {
     double bas[2] = {0, 0}, haut[2] = {0, 0};

@@ -536,6 +536,7 @@ TEST(JobMosaique, Avertissements) {
   Uniforme(d / "constante.tif", o, kN, kBandes, 90, Grille(60, 60));
   // In t11's place, the content of another place.
   EcrireTuile(d / "ailleurs.tif", 1, 1, kN, 1000);
+  std::filesystem::copy_file(t[3], d / "copie.tif");
   // Beside t01, overlapping it by 3 pixels: less than a block.
   Uniforme(d / "mince.tif", o, kN, kBandes, 80, Grille(2 * kN - kRecouvrement - 3, 0));
   const std::string kUniforme =
@@ -573,6 +574,10 @@ TEST(JobMosaique, Avertissements) {
         "Les images " + t[1] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[2] + " et " + d / "constante.tif" + kUniforme,
         "Les images " + t[3] + " et " + d / "constante.tif" + kUniforme}},
+      {{t[0], t[1], t[2], t[3], d / "copie.tif"},
+       false,
+       {"Les images " + t[3] + " et " + d / "copie.tif" +
+        " couvrent exactement la meme emprise : la meme image sous deux noms ?"}},
       // An extent leaves out what it does not cover: inputs outside it are not said to have no valid
       // pixel, nor an input to overlap another outside it.
       {t, true, {"L'emprise demandee ne recouvre aucune entree : la mosaique sera vide."}},
