@@ -1755,6 +1755,8 @@ void JobMosaique::Impl::ComposerRangees(
 // One input corrected on its own grid, in the same file options, streamed by rows of blocks.
 void JobMosaique::Impl::EcrireCorrige(size_t i) const {
   const EntreeMosaique& e = *entrees[i];
+  // An input an extent leaves out is not corrected: its copy would be the input itself.
+  if (!SurLaMosaique(e)) return;
   const std::string base =
       e.Nom().substr(e.Nom().rfind('/') == std::string::npos ? 0 : e.Nom().rfind('/') + 1);
   const std::string nom = p.corriges + "/" + base;

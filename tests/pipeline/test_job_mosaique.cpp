@@ -645,18 +645,23 @@ TEST(JobMosaique, ModelesHistoriquesEtEntreesSansObservation) {
 
 // A sheet cut by --emprise from a block of 6 tiles is the sheet its 3 tiles alone make: the tiles left
 // out count neither in the solve nor for the degrees chosen from the number of images (6 would give
-// degree 2, 3 give 0).
+// degree 2, 3 give 0), and get no corrected image.
 TEST(JobMosaique, FeuilleDUnBlocCommeSesSeulesTuiles) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin(), kN, kRecouvrement, 2, 3);
   const double rangee[4] = {kX0, kY0 - 110 * kPas, kX0 + (3 * kN - 2 * kRecouvrement) * kPas, kY0};
   const auto feuille = [&](const std::vector<std::string>& entrees, const std::string& sortie) {
+    std::filesystem::remove_all(d / "c");
+    std::filesystem::create_directory(d / "c");
     ParametresMosaique p = test::Parametres(entrees, sortie);
     p.empriseDonnee = true;
     std::copy(rangee, rangee + 4, p.emprise);
+    p.corriges = d / "c";
     JobMosaique(p).Executer();
   };
   feuille(t, d / "bloc.tif");
+  for (size_t i = 0; i < t.size(); ++i)
+    EXPECT_EQ(std::filesystem::exists(d / ("c/" + t[i].substr(t[i].rfind('/') + 1))), i < 3) << t[i];
   feuille({t[0], t[1], t[2]}, d / "seules.tif");
   EXPECT_TRUE(test::LireFichier(d / "bloc.tif") == test::LireFichier(d / "seules.tif"));
 }
