@@ -460,9 +460,11 @@ void JobMosaique::Impl::Preparer() {
       ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " a " << e->Bandes() << " bande(s), "
                                                    << e0.Nom() << " en a " << bandes << ".");
     if (e->Type() != e0.Type())
-      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << e->Nom() << " est de type " << NomTypeSortie(e->Type())
-                                                   << ", " << e0.Nom() << " de type "
-                                                   << NomTypeSortie(e0.Type()) << ".");
+      ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
+                   << e->Nom() << " est de type " << NomTypeSortie(e->Type()) << ", " << e0.Nom()
+                   << " de type " << NomTypeSortie(e0.Type())
+                   << " : les convertir a un meme type (gdal_translate -ot, avec "
+                      "-scale si leurs plages different).");
     // A tile placed by a world file has no system: --epsg gives it, and is checked against those that
     // have one (nothing reprojects them).
     const SystemeReference* a = e0.Crs();
