@@ -373,6 +373,14 @@ ParametresMosaique Parametres(const O& o) {
   return p;
 }
 
+// After a failure, whether the mosaic itself was written whole: only what came after it is missing.
+void MosaiqueComplete(const JobMosaique* job, const std::string& sortie, std::ofstream& log) {
+  if (!job || !job->MosaiqueEcrite()) return;
+  const std::string t = "la mosaique " + sortie + " est complete ; seul ce qui la suit n'a pas ete ecrit.";
+  std::cerr << "egalise mosaique : " << t << std::endl;
+  if (log.is_open()) log << t << std::endl;
+}
+
 }  // namespace
 
 int Main_mosaique(int argc, char** argv) {
@@ -392,6 +400,7 @@ int Main_mosaique(int argc, char** argv) {
     return 0;
   }
   std::ofstream log;
+  std::unique_ptr<JobMosaique> job;
   try {
     if (!o.indisponibles.empty()) {
       std::string liste;
@@ -421,20 +430,20 @@ int Main_mosaique(int argc, char** argv) {
       if (!log) ZEPRA_ERREUR("[Main_mosaique] (Log) Le fichier " << o.log << " ne peut pas etre ouvert.");
     }
     SuiviConsole suivi(o.quiet, log.is_open() ? &log : nullptr);
-    JobMosaique job(Parametres(o), &suivi);
+    job = std::make_unique<JobMosaique>(Parametres(o), &suivi);
     if (o.etape.empty())
-      job.Executer();
+      job->Executer();
     else if (o.etape == "observer")
-      job.PhaseObserver(o.travail, o.index);
+      job->PhaseObserver(o.travail, o.index);
     else if (o.etape == "resoudre")
-      job.PhaseResoudre(o.travail);
+      job->PhaseResoudre(o.travail);
     else if (o.etape == "composer")
-      job.PhaseComposer(o.travail, o.partieK, o.partieN);
+      job->PhaseComposer(o.travail, o.partieK, o.partieN);
     else
-      job.PhaseAssembler(o.travail);
+      job->PhaseAssembler(o.travail);
     if (!o.rapport.empty()) {
       FichierAtomique f(o.rapport, "[Main_mosaique] (Rapport)");
-      f.flux() << job.RapportJson(o.donnees);
+      f.flux() << job->RapportJson(o.donnees);
       f.Valider();
     }
     suivi.Fermer();
@@ -448,10 +457,12 @@ int Main_mosaique(int argc, char** argv) {
     // The log keeps where the error was raised; the console says what went wrong.
     std::cerr << "egalise mosaique : " << e.Phrase() << std::endl;
     if (log.is_open()) log << "erreur : " << e.Texte() << std::endl;
+    MosaiqueComplete(job.get(), o.sortie, log);
     return 1;
   } catch (const std::exception& e) {
     std::cerr << "egalise mosaique : " << e.what() << std::endl;
     if (log.is_open()) log << "erreur : " << e.what() << std::endl;
+    MosaiqueComplete(job.get(), o.sortie, log);
     return 1;
   }
 }

@@ -309,7 +309,8 @@ struct JobMosaique::Impl {
   int enVol = 1;      // rows of tiles composed at once
   int sousBande = 0;  // lines composed at once within a row
   int lignesObservation = 0;
-  int corrigesEnVol = 1;    // corrected images written at once
+  int corrigesEnVol = 1;  // corrected images written at once
+  bool mosaiqueEcrite = false;
   bool moyenne = false;     // output pixels averaged from the input pixels in them
   bool bilineaire = false;  // output pixels interpolated between the four input pixels around them
 
@@ -2009,6 +2010,8 @@ JobMosaique::JobMosaique(const ParametresMosaique& p, SuiviMosaique* suivi) : m(
 
 JobMosaique::~JobMosaique() = default;
 
+bool JobMosaique::MosaiqueEcrite() const { return m->mosaiqueEcrite; }
+
 const RapportMosaique& JobMosaique::Rapport() const { return m->rapport; }
 
 void JobMosaique::Executer() {
@@ -2039,6 +2042,7 @@ void JobMosaique::Executer() {
                                                      cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
                       });
     Terminer(ecrivain, j.p.sortie);
+    j.mosaiqueEcrite = true;
     j.EcrireOri();
   });
   if (!j.p.corriges.empty())
@@ -2211,6 +2215,7 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
     }
     if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");
     Terminer(ecrivain, j.p.sortie);
+    j.mosaiqueEcrite = true;
     j.EcrireOri();
   });
   j.rapport.colonnes = j.W;

@@ -167,6 +167,10 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     const std::string cible = corriges + "/" + nom;
     if (const std::string r = remplace(cible, "l'entree "); !r.empty())
       ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " remplacerait " << r << ".");
+    // Found only when its file is renamed into place, after the mosaic.
+    std::error_code ec;
+    if (std::filesystem::exists(cible, ec) && !std::filesystem::is_regular_file(cible, ec))
+      ZEPRA_ERREUR(tag << " L'image corrigee " << cible << " existe et n'est pas un fichier.");
     // Written after the mosaic, it would take its place; the report and the log, likewise.
     const std::filesystem::path place = Place(cible);
     if (place == placeSortie)

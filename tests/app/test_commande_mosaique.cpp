@@ -31,6 +31,7 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
   std::filesystem::create_directories(d / "dossier");
   std::filesystem::create_directories(d / "dossier.tif");
   std::filesystem::create_directories(d / "corriges");
+  std::filesystem::create_directories(d / "corriges2/a.tif");
   ASSERT_EQ(test::Lancer(d.chemin(), "mkfifo tube").statut, 0);
   std::ofstream(d / "liste.txt") << "  b.tif\r\n\n";
   std::ofstream(d / "vide.txt") << "\n   \n";
@@ -106,6 +107,8 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif sous/a.tif -o m.tif --corriges corriges", 1,
        "=Les images a.tif et sous/a.tif auraient la meme image corrigee corriges/a.tif."},
       // A corrected image written where the mosaic, the report or the log goes would replace it.
+      {"a.tif -o m.tif --corriges corriges2", 1,
+       "=L'image corrigee corriges2/a.tif existe et n'est pas un fichier."},
       {"a.tif -o corriges/a.tif --corriges corriges", 1,
        "=L'image corrigee corriges/a.tif serait aussi la sortie corriges/a.tif."},
       {"a.tif -o m.tif --corriges corriges --log corriges/./a.tif", 1,

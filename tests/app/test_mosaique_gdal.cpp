@@ -258,7 +258,8 @@ TEST(MosaiqueGDAL, AnnexeAuxXmlLueCommeGdal) {
 }
 
 // Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it; a
-// log that cannot be written (a full disk: /dev/full) fails the run rather than lose them.
+// log that cannot be written (a full disk: /dev/full) fails the run rather than lose them, the mosaic
+// said to be whole.
 TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
   test::DossierTemp d;
   ASSERT_EQ(DeuxTuiles(d, "alpha", "alpha", "", "", "650500 6860000 1.2"), "");
@@ -286,6 +287,12 @@ TEST(MosaiqueGDAL, AvertissementsSelonQuietEtLog) {
     EXPECT_EQ(r.sortie.find("egalise mosaique : composition") != std::string::npos, c.console) << r.sortie;
     if (c.statut != 0) {
       EXPECT_TRUE(test::Commence(r.sortie, plein + " (plus de place sur le disque)")) << r.sortie;
+      // It fails at the end: the mosaic is whole, and the user is told so.
+      EXPECT_NE(
+          r.sortie.find("\negalise mosaique : la mosaique m.tif est complete ; seul ce qui la suit n'a pas "
+                        "ete ecrit.\n"),
+          std::string::npos)
+          << r.sortie;
     } else if (!c.console) {
       EXPECT_EQ(r.sortie, "");
     }

@@ -127,6 +127,9 @@ class JobMosaique {
   void PhaseAssembler(const std::string& travail);
 
   const RapportMosaique& Rapport() const;
+  // Whether this run has written the whole mosaic: a later failure (a corrected image, the report)
+  // leaves it complete.
+  bool MosaiqueEcrite() const;
   // The report as JSON, with the options as given.
   std::string RapportJson(const std::vector<std::pair<std::string, std::string>>& options) const;
 
