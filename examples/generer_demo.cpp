@@ -79,7 +79,11 @@ int main(int argc, char** argv) {
               << " m";
     if (geotiff) std::cout << ", " << bandes << " bande(s) GeoTIFF,";
     std::cout << " dans " << dossier << " :";
-    for (const std::string& n : noms) std::cout << ' ' << n;
+    // A large grid's names would fill the terminal: the first and the last say the pattern.
+    if (noms.size() <= 12)
+      for (const std::string& n : noms) std::cout << ' ' << n;
+    else
+      std::cout << ' ' << noms.front() << " ... " << noms.back();
     std::cout << std::endl;
   });
 }
