@@ -35,6 +35,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "image/pam.h"
 #include "pipeline/blocs_stats.h"
 #include "pipeline/gain_offset.h"
 #include "pipeline/mosaique_entrees.h"
@@ -1833,8 +1834,16 @@ std::string JobMosaique::Impl::Empreinte() const {
     // The files read beside it that are there: one changed, added (a world file now read before the
     // tags) or removed changes what the phases would read.
     for (const std::string& f : FichiersLusAvec(n, p.masqueSuffixe))
-      if (::stat(f.c_str(), &s) == 0)
+      if (f != n + ".aux.xml" && ::stat(f.c_str(), &s) == 0)
         o << "avec " << f << " " << s.st_size << " " << s.st_mtim.tv_sec << "." << s.st_mtim.tv_nsec << "\n";
+    // GDAL's side file changes whenever a GIS opening the tile stores statistics there: only what the
+    // job takes from it counts.
+    if (const AnnexePam pam = LireAnnexePam(n); !pam.fichier.empty()) {
+      o << "annexe " << pam.fichier << " " << pam.geotransform;
+      for (const double v : pam.gt) o << " " << v;
+      for (const AnnexePam::NoData& v : pam.nodata) o << " " << v.bande << ":" << v.texte;
+      o << "\n" << pam.srs << "\n";
+    }
   }
   const ParametresModele& m = p.gainOffset;
   o << "sortie " << p.sortie << "\nmodele " << (p.noegal ? "aucun" : p.modele) << " " << m.degreGain << " "

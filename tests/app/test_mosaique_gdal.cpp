@@ -257,6 +257,31 @@ TEST(MosaiqueGDAL, AnnexeAuxXmlLueCommeGdal) {
   }
 }
 
+// By phases, the side file counts by what the job takes from it: statistics a GIS stores there between
+// two phases change nothing (the very mosaic of one process), another no-data value is another job.
+TEST(MosaiqueGDAL, PhasesEtAnnexeAuxXml) {
+  test::DossierTemp d;
+  ASSERT_EQ(DeuxTuiles(d, "nodata16max", "nodata16max"), "");
+  const std::string job = std::string(EGALISE_EXE) + " mosaique u0.tif u1.tif -o m.tif --quiet";
+  const std::string etape = " && " + job + " --travail w --etape ";
+  test::Resultat r = test::Lancer(
+      d.chemin(),
+      "gdal_translate -q -co PROFILE=BASELINE t0.tif u0.tif && gdal_translate -q -co PROFILE=BASELINE "
+      "t1.tif u1.tif && " +
+          job + " && mv m.tif un.tif" + etape + "observer --index 1" + etape +
+          "observer --index 2 && gdalinfo -stats u0.tif > /dev/null && grep -q STATISTICS_MEAN "
+          "u0.tif.aux.xml" +
+          etape + "resoudre" + etape + "composer --partie 1/1" + etape + "assembler");
+  ASSERT_EQ(r.statut, 0) << r.sortie;
+  EXPECT_TRUE(test::LireFichier(d / "m.tif") == test::LireFichier(d / "un.tif"));
+  r = test::Lancer(
+      d.chemin(),
+      "sed -i 's/6.55350000000000E+04/0/' u0.tif.aux.xml u1.tif.aux.xml && grep -q '>0<' u0.tif.aux.xml" +
+          etape + "assembler 2>&1");
+  EXPECT_EQ(r.statut, 1) << r.sortie;
+  EXPECT_NE(r.sortie.find("appartient a un autre calcul"), std::string::npos) << r.sortie;
+}
+
 // Two tiles far apart, each a warning: on stderr without --quiet, only in the --log file with it; a
 // log that cannot be written (a full disk: /dev/full) fails the run rather than lose them, the mosaic
 // said to be whole.
