@@ -194,6 +194,8 @@ class Lecture {
     return v;
   }
   bool Fini() const { return m_pos == m_fin; }
+  // The bytes left: the bound of any count read before what it counts is allocated.
+  uint64_t Reste() const { return m_fin - m_pos; }
   const std::string& Nom() const { return m_nom; }
 
  private:
@@ -2187,11 +2189,13 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " ne suit pas la precedente.");
       for (int r = r0; r < r1; ++r) {
         const uint32_t nb = f.Valeur<uint32_t>();
-        if (nb > 1u << 24) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+        // Each block takes at least its length's 8 bytes.
+        if (nb > f.Reste() / 8)
+          ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
         blocs.resize(nb);
         for (auto& b : blocs) {
           const uint64_t t = f.Valeur<uint64_t>();
-          if (t > (uint64_t(1) << 32))
+          if (t > f.Reste())
             ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
           b.resize(t);
           f.Octets(b.data(), t);

@@ -1123,6 +1123,44 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
                {"observation_1.bin est incomplet ou d'un autre genre."});
 }
 
+// A part of the right length whose counts are garbled: refused by name, before any allocation the
+// garbled count would ask for (the first row's block count at byte 16, its first block's length at 20).
+TEST(JobMosaique, PartieAuxComptesBrouillesRefuseeSansAllocation) {
+  test::DossierTemp d;
+  Tuiles(d.chemin());
+  const std::string job = "'" + std::string(EGALISE_EXE) +
+                          "' mosaique t00.tif t01.tif t10.tif t11.tif -o p.tif --quiet --travail w --etape ";
+  for (int i = 1; i <= 4; ++i)
+    ASSERT_EQ(test::Lancer(d.chemin(), job + "observer --index " + std::to_string(i)).statut, 0);
+  const struct {
+    const char* cas;
+    size_t position;
+    uint64_t valeur;
+    size_t octets;
+  } cas[] = {
+      {"longueur d'un bloc de 4 Gio", 20, 0xFFFFFFF0u, 8},
+      {"16 millions de blocs", 16, 0x00FFFFFFu, 4},
+  };
+  const std::string partie = d / "w/partie_1_sur_1.bin";
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    std::filesystem::remove(partie);
+    ASSERT_EQ(test::Lancer(d.chemin(), job + "resoudre && " + job + "composer --partie 1/1").statut, 0);
+    {
+      std::fstream f(partie, std::ios::in | std::ios::out | std::ios::binary);
+      f.seekp(static_cast<std::streamoff>(c.position));
+      f.write(reinterpret_cast<const char*>(&c.valeur), static_cast<std::streamsize>(c.octets));
+    }
+    long memoireKio = 0;
+    const test::Resultat r = test::Lancer(d.chemin(), job + "assembler", memoireKio);
+    EXPECT_EQ(r.statut, 1);
+    EXPECT_EQ(r.sortie,
+              "egalise mosaique : [Mosaique] (Assembler) La partie w/partie_1_sur_1.bin est corrompue.\n");
+    EXPECT_LT(memoireKio, 200 * 1024);
+    EXPECT_FALSE(std::filesystem::exists(d / "p.tif"));
+  }
+}
+
 }  // namespace
 
 namespace {
