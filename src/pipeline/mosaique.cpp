@@ -688,12 +688,18 @@ void JobMosaique::Impl::ChoisirBloc() {
   }
   int bloc = kBlocDefaut;
   while (bloc < kBlocMax && !tient(bloc)) bloc *= 2;
-  if (!tient(bloc))
+  if (!tient(bloc)) {
+    // The estimate is not monotonic in the block (past the tiles' size, larger blocks cost more):
+    // name the least of the sides tried, which the doubling above reaches at that --memoire.
+    int moindre = kBlocDefaut;
+    for (int b = kBlocDefaut; b <= kBlocMax; b *= 2)
+      if (EstimerEgalisation(b).Pic() < EstimerEgalisation(moindre).Pic()) moindre = b;
     ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
                  << p.memoireMio << " Mio : les statistiques, les observations et la resolution de "
-                 << "l'egalisation demandent " << mio(EstimerEgalisation(bloc).Pic())
-                 << " Mio meme en blocs de " << bloc << " pixels, plus que leur part (" << mio(part)
-                 << " Mio) ; donner --memoire " << memoire(kBlocDefaut) << ".");
+                 << "l'egalisation demandent " << mio(EstimerEgalisation(moindre).Pic())
+                 << " Mio au moins (en blocs de " << moindre << " pixels), plus que leur part (" << mio(part)
+                 << " Mio) ; donner --memoire " << memoire(moindre) << ".");
+  }
   if (bloc == kBlocDefaut) return;
   grille.bloc = bloc;
   std::ostringstream t;

@@ -1268,3 +1268,35 @@ TEST(JobMosaique, BlocDonneAuDelaDeLaPartRefuse) {
   EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire)).statut, 0);
   EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire - 1)).statut, 1);
 }
+
+// Without --bloc, a --memoire too small for every block side is refused with the least the
+// equalization needs and the least --memoire that holds it: the estimate is not monotonic in the block
+// (many small tiles: past the tiles' size, larger blocks cost more), so neither the largest block's nor
+// the default one's. Nothing is written.
+TEST(JobMosaique, MemoireTropPetitePourToutBlocRefuseeAvecLeMinimum) {
+  test::DossierTemp d;
+  std::string noms;
+  for (const std::string& t : Tuiles(d.chemin(), 200, 20, 10, 10)) noms += t + " ";
+  const std::string job = "mosaique " + noms + "-o m.tif --quiet --threads 1 --memoire ";
+  const test::Resultat r = test::Egalise(d.chemin(), job + "16");
+  ASSERT_EQ(r.statut, 1) << r.sortie;
+  EXPECT_NE(r.sortie.find("--memoire 16 Mio : les statistiques"), std::string::npos) << r.sortie;
+  EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  const size_t m = r.sortie.find("donner --memoire ");
+  ASSERT_NE(m, std::string::npos) << r.sortie;
+  const int memoire = std::stoi(r.sortie.substr(m + 17));
+  // The need named is the one that --memoire holds in its share, half of it.
+  const size_t k = r.sortie.find("demandent ");
+  ASSERT_NE(k, std::string::npos) << r.sortie;
+  EXPECT_LE(2 * std::stoi(r.sortie.substr(k + 10)), memoire + 2) << r.sortie;
+  const struct {
+    int memoire;
+    int statut;
+  } cas[] = {{memoire, 0}, {memoire - 1, 1}};
+  for (const auto& c : cas) {
+    std::filesystem::remove(d / "m.tif");
+    const test::Resultat e = test::Egalise(d.chemin(), job + std::to_string(c.memoire));
+    EXPECT_EQ(e.statut, c.statut) << c.memoire << "\n" << r.sortie << e.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), c.statut == 0) << c.memoire;
+  }
+}
