@@ -966,6 +966,7 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
     for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + static_cast<size_t>(e.Canal(b)) * w * n;
     s->Ajouter<float>(0, l0, w, n, parBande.data(), 1, w, ok.data(), w);
   }
+  e.Liberer();  // read again only when the mosaic reaches it
   return s;
 }
 
@@ -1482,6 +1483,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     int c0, c1, l0, l1;
     Bornes((e.X0() - mx0) / rx, (e.X0() + w * e.PasX() - mx0) / rx, W, c0, c1);
     Bornes((my0 - e.Y0()) / ry, (my0 - e.Y0() + h * e.PasY()) / ry, H, l0, l1);
+    const bool derniere = l1 <= y1;  // the last band that reads it
     l0 = std::max(l0, y0);
     l1 = std::min(l1, y1);
     if (c0 >= c1 || l0 >= l1) continue;
@@ -1533,6 +1535,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     if (xb < xa || yb < ya) continue;
     const Fenetre f{xa, ya, xb - xa + 1, yb - ya + 1};
     LireCorrigee(i, f, pondere, t);
+    if (derniere) e.Liberer();
     const Fenetre& g = t.g;
     const int nx = f.nbColonnes, dx = t.dx, dy = t.dy;
     const size_t plan = t.plan;
@@ -1760,6 +1763,14 @@ void JobMosaique::Impl::ComposerRangees(
     });
     for (int k = 0; k < n; ++k) ecrire(r + k, lot[k].blocs, lot[k].valeurs, lot[k].valide);
     suivi->Progression(static_cast<double>(r + n - r0) / (r1 - r0));
+    // The inputs above the next rows are done with: what reading them keeps goes (a window that
+    // reaches one still, as a blend's margin may, decodes again what it needs).
+    const int suite = (r + n) * plan.hauteurBloc;
+    for (const auto& e : entrees) {
+      int l0, l1;
+      Bornes((my0 - e->Y0()) / ry, (my0 - e->Y0() + e->Lignes() * e->PasY()) / ry, H, l0, l1);
+      if (l1 <= suite) e->Liberer();
+    }
   }
 }
 
@@ -1810,6 +1821,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
                           w);
   }
   Terminer(ecrivain, nom);
+  e.Liberer();
 }
 
 void JobMosaique::Impl::EcrireOri() const {

@@ -354,6 +354,41 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   }
 }
 
+// Many inputs: what reading one keeps between two windows (its decoded block) goes once the job is
+// done with it, so that the peak does not grow with their number. 100 images of 100 x 100 pixels in
+// one TIFF tile of 512 x 512 each: kept, their decoded blocks alone would weigh 75 Mio.
+TEST(JobMosaique, MemoireSousLePlafondAvecBeaucoupDEntrees) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
+#endif
+  test::DossierTemp d;
+  OptionsEcriture o;
+  o.tuile = 512;
+  std::string noms;
+  for (int i = 0; i < 10; ++i)
+    for (int j = 0; j < 10; ++j) {
+      const std::string nom = "t" + std::to_string(i) + std::to_string(j) + ".tif";
+      Uniforme(d / nom, o, 100, kBandes, static_cast<float>(50 + i + j), Grille(90 * j, 90 * i));
+      noms += nom + " ";
+    }
+  const double plafond = 32;
+  const struct { const char* options; } cas[] = {{""}, {"--noegal"}, {"--noegal --corriges c"}};
+  std::filesystem::create_directory(d / "c");
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.options);
+    std::filesystem::remove(d / "m.tif");
+    long kio = 0;
+    const test::Resultat r = test::Lancer(d.chemin(),
+                                          std::string("exec '") + EGALISE_EXE + "' mosaique " + noms +
+                                              "-o m.tif --quiet --threads 2 --memoire " +
+                                              std::to_string(int(plafond)) + " " + c.options,
+                                          kio);
+    EXPECT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_LT(kio / 1024.0, plafond + 48) << "pic " << kio / 1024.0 << " Mio";
+    EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
+  }
+}
+
 // Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
 // output) by default, nearest when asked; bilinear on a grid twice finer lies between the four input
 // pixels around each centre. Asked for at a ratio that is not whole, coarser or finer, the mean weighs
