@@ -138,6 +138,13 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
        "=Le fichier ./b.tif.msk de --log est un fichier lu avec l'entree b.tif."},
       {"sous/b_m.tif b.tif -o m.tif --masque-suffixe _m.tif --corriges .", 1,
        "=L'image corrigee ./b_m.tif remplacerait le masque d'exclusion de l'entree b.tif."},
+      // An exclusion mask that is an input would exclude its every pixel that is not zero: the image
+      // itself for the suffix of its extension, or another input given with its masks.
+      {"a.tif b.tif -o m.tif --masque-suffixe .tif", 1,
+       "=Le masque d'exclusion a.tif de l'entree a.tif est l'entree elle-meme : voir --masque-suffixe."},
+      {"b.tif b_m.tif -o m.tif --masque-suffixe _m.tif", 1,
+       "=Le masque d'exclusion b_m.tif de l'entree b.tif est aussi l'image d'entree b_m.tif : voir "
+       "--masque-suffixe."},
       // Valid lines: everything is checked, then the job opens the inputs.
       {"a.tif @liste.txt -o m.TIFF --nodata -9999 --pas=2.5 --threads 1 --fusion voronoi --compression zstd "
        "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",
