@@ -86,7 +86,12 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --travail w", 2,
        "--travail va avec --etape (sans --etape, le calcul entier se fait en "
        "memoire)\n"},
-      {"a.tif -o m.tif --etape observer --travail w", 2, "--index va avec --etape observer"},
+      {"a.tif -o m.tif --etape observer --travail w", 2, "--etape observer demande --index I\n"},
+      {"a.tif -o m.tif --etape composer --travail w", 2, "--etape composer demande --partie K/N\n"},
+      // Integer bounds read as integers.
+      {"a.tif -o m.tif --memoire 8", 2, "valeur '8' de --memoire : doit etre entre 16 et 1073741824\n"},
+      {"a.tif -o m.tif --etape composer --travail w --partie 1/0", 2,
+       "valeur '1/0' de --partie : n doit etre entre 1 et 1000000\n"},
       {"a.tif -o m.tif --index 2", 2, "--index va avec --etape observer"},
       {"@absent.txt -o m.tif", 1, "liste d'images absent.txt illisible\n"},
       {"a.tif @vide.txt -o m.tif", 1, "la liste d'images vide.txt ne nomme aucune image\n"},
