@@ -602,6 +602,16 @@ void JobMosaique::Impl::Preparer() {
     plume =
         largeurs.empty() ? 0.0 : std::min(largeurs[largeurs.size() / 2] / 2, kPlumeMax * std::max(rx, ry));
   }
+  // A width given beyond the feathering's reach, named by its option.
+  if (p.fusion == "plume" || p.fusion == "multibande")
+    for (const auto& e : entrees)
+      if (plume / e->PasX() > 1e6) {
+        std::ostringstream t;
+        t.precision(15);
+        t << "[Mosaique] (Plume) --plume " << p.plume << " : " << plume / e->PasX() << " pixels des entrees ("
+          << e->Nom() << "), au plus 1000000.";
+        ZEPRA_ERREUR(t.str());
+      }
   ParametresFusion pf;
   pf.plume = plume;
   regle = f->creer(pf);
@@ -836,9 +846,10 @@ void JobMosaique::Impl::Grille() {
 void JobMosaique::Impl::PlanMemoire() {
   const size_t budget = static_cast<size_t>(p.memoireMio) * kMio;
   const size_t T = static_cast<size_t>(plan.hauteurBloc), Wz = static_cast<size_t>(W);
-  int largeurMax = 0, canauxMax = 0;
+  int largeurMax = 0, lignesMax = 0, canauxMax = 0;
   for (const auto& e : entrees) {
     largeurMax = std::max(largeurMax, e->Colonnes());
+    lignesMax = std::max(lignesMax, e->Lignes());
     canauxMax = std::max(canauxMax, e->Canaux());
   }
   const double pasMin = std::min(rx, ry);
@@ -855,10 +866,13 @@ void JobMosaique::Impl::PlanMemoire() {
   // A row of tiles of the mosaic: its float lines and validity, and its encoding.
   const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + encodage(Wz);
   auto sousBandeOctets = [&](size_t h) {
-    // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin.
-    const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;
-    const size_t fenetre = (static_cast<size_t>(largeurMax) + 2 * marge) * hEntree *
-                           (sizeof(float) * (canauxMax + bandes + 2) + 2);
+    // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin,
+    // the weights' reaching one pixel beyond the input at most.
+    const size_t hEntree = std::min(static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge,
+                                    static_cast<size_t>(lignesMax) + 2);
+    const size_t fenetre =
+        std::min(static_cast<size_t>(largeurMax) + 2 * marge, static_cast<size_t>(largeurMax) + 2) * hEntree *
+        (sizeof(float) * (canauxMax + bandes + 2) + 2);
     size_t pyramide = 0;
     if (regle->Pyramide()) {
       // Windows of a tile grown by the pyramids' margin: four images' planes and the blend.

@@ -480,6 +480,37 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
   }
 }
 
+// A feathering wider than the images: the weights' window reaches one pixel beyond the image at most,
+// and the memory plan counts no more (it counted the image grown by the width on each side: refused at
+// --memoire 64 from 4 images' width, and beyond, an allocation of that size). Beyond a million input
+// pixels the width is refused by its option.
+TEST(JobMosaique, PlumePlusLargeQueLesImages) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const struct {
+    double pixels;  // the width, in input pixels
+    const char* message;
+  } cas[] = {{4.0 * kN, ""}, {1000.0 * kN, ""}, {2e6, "--plume 1000000 : 2000000 pixels des entrees"}};
+  const auto valide = [](float v) { return v != 0; };
+  ParametresMosaique p = test::Parametres(t, d / "m.tif");
+  p.fusion = "voronoi";
+  JobMosaique(p).Executer();
+  const long couverts = Compter(d / "m.tif", valide);
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.pixels);
+    p.fusion = "plume";
+    p.plume = c.pixels * kPas;
+    p.memoireMio = 64;
+    if (*c.message) {
+      test::Refuse([&] { JobMosaique(p).Executer(); }, "", {c.message});
+      continue;
+    }
+    JobMosaique(p).Executer();
+    EXPECT_EQ(Compter(d / "m.tif", valide), couverts);
+    EXPECT_EQ(Compter(d / "m.tif", [](float v) { return !std::isfinite(v); }), 0);
+  }
+}
+
 // Float tiles near the float limit, the second at half the first's level with one spot at the limit
 // outside the overlap: its gain goes above 1 and carries that spot past the largest float. The mosaic
 // and the corrected images hold it there, never an infinity.
