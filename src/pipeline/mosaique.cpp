@@ -518,6 +518,12 @@ void JobMosaique::Impl::Preparer() {
   ecriture.nodataPresent = true;
   if (p.nodataDonne) {
     ecriture.nodata = p.nodata;
+    // The writer would refuse it naming neither option.
+    if (ecriture.type != eFloat4 && ecriture.type != eFloat8 &&
+        !NodataEntierPossible(p.nodata, ecriture.type))
+      ZEPRA_ERREUR("[Mosaique] (Options) --nodata " << TexteNodata(p.nodata) << " ne tient pas en "
+                                                    << NomTypeSortie(ecriture.type)
+                                                    << " (le type ecrit, voir --type).");
   } else {
     const EntreeMosaique* avec = nullptr;
     for (const auto& e : entrees)
