@@ -129,30 +129,41 @@ class SourceEntree : public SourceLignes {
   const EntreeMosaique& m_e;
 };
 
-// Binary files of the work folder: a magic word, the payload, and the payload's length again at the
-// end, so that a truncated file is seen as such.
+// FNV-1a over bytes, continued from h.
+uint64_t Empreinte64(uint64_t h, const void* p, size_t n) {
+  const unsigned char* o = static_cast<const unsigned char*>(p);
+  for (size_t k = 0; k < n; ++k) h = (h ^ o[k]) * 0x100000001b3ull;
+  return h;
+}
+constexpr uint64_t kEmpreinte64 = 0xcbf29ce484222325ull;
+
+// Binary files of the work folder: a magic word, the payload, the payload's FNV-1a hash, and the
+// length of what precedes it at the end: a truncated file is seen as such, a changed one by its hash.
 class Ecriture {
  public:
   Ecriture(const std::string& nom, const char* magique) : m_f(nom, "[Mosaique] (Travail)") {
-    Octets(magique, 8);
+    m_f.flux().write(magique, 8);
+    m_taille = 8;
   }
   void Octets(const void* p, size_t n) {
     m_f.flux().write(static_cast<const char*>(p), static_cast<std::streamsize>(n));
     m_taille += n;
+    m_hash = Empreinte64(m_hash, p, n);
   }
   template <class T>
   void Valeur(T v) {
     Octets(&v, sizeof v);
   }
   void Valider() {
-    const uint64_t t = m_taille;
+    const uint64_t h = m_hash, t = m_taille + sizeof h;
+    m_f.flux().write(reinterpret_cast<const char*>(&h), sizeof h);
     m_f.flux().write(reinterpret_cast<const char*>(&t), sizeof t);
     m_f.Valider();
   }
 
  private:
   FichierAtomique m_f;
-  uint64_t m_taille = 0;
+  uint64_t m_taille = 0, m_hash = kEmpreinte64;
 };
 
 class Lecture {
@@ -169,23 +180,32 @@ class Lecture {
     const std::streamoff t = l->m_flux.tellg();
     char debut[8] = {};
     uint64_t fin = 0;
-    if (t >= 16) {
-      l->m_flux.seekg(t - 8);
+    if (t >= 24) {
+      l->m_flux.seekg(t - 16);
+      l->m_flux.read(reinterpret_cast<char*>(&l->m_attendu), 8);
       l->m_flux.read(reinterpret_cast<char*>(&fin), 8);
       l->m_flux.seekg(0);
       l->m_flux.read(debut, 8);
     }
-    if (t < 16 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
+    if (t < 24 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
       ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " est incomplet ou d'un autre genre.");
     l->m_pos = 8;
-    l->m_fin = static_cast<uint64_t>(t) - 8;
+    l->m_fin = static_cast<uint64_t>(t) - 16;
     return l;
   }
   void Octets(void* p, size_t n) {
-    if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est tronque.");
+    if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est corrompu.");
     m_flux.read(static_cast<char*>(p), static_cast<std::streamsize>(n));
     if (!m_flux) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " ne peut pas etre lu.");
     m_pos += n;
+    m_hash = Empreinte64(m_hash, p, n);
+  }
+  // Everything read, and as written: else an Erreur. Before any use of what was read that cannot be
+  // undone.
+  void Terminer() const {
+    if (m_pos != m_fin || m_hash != m_attendu)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom
+                                                      << " est corrompu : le retirer, sa phase le refera.");
   }
   template <class T>
   T Valeur() {
@@ -193,7 +213,6 @@ class Lecture {
     Octets(&v, sizeof v);
     return v;
   }
-  bool Fini() const { return m_pos == m_fin; }
   // The bytes left: the bound of any count read before what it counts is allocated.
   uint64_t Reste() const { return m_fin - m_pos; }
   const std::string& Nom() const { return m_nom; }
@@ -201,7 +220,7 @@ class Lecture {
  private:
   std::string m_nom;
   std::ifstream m_flux;
-  uint64_t m_pos = 0, m_fin = 0;
+  uint64_t m_pos = 0, m_fin = 0, m_hash = kEmpreinte64, m_attendu = 0;
 };
 
 std::string EchapperJson(const std::string& s) {
@@ -1933,9 +1952,10 @@ bool Fait(const std::string& nom, const char* magique) {
 }
 
 // Version 2: the summary's sums, then the kept blocks only (version 1 held every block's).
-constexpr char kMagiqueObs[9] = "EGOBSV02";
-constexpr char kMagiqueCorr[9] = "EGCORR02";
-constexpr char kMagiquePartie[9] = "EGPART01";
+// Version 3 of the observations, 3 of the corrections and 2 of the parts: with the payload's hash.
+constexpr char kMagiqueObs[9] = "EGOBSV03";
+constexpr char kMagiqueCorr[9] = "EGCORR03";
+constexpr char kMagiquePartie[9] = "EGPART02";
 
 std::string NomObservation(const std::string& t, size_t i) {
   return t + "/observation_" + std::to_string(i + 1) + ".bin";
@@ -2038,6 +2058,7 @@ void JobMosaique::Impl::LireCorrections(const std::string& nom) {
     b.pairesEcartees = f->Valeur<int64_t>();
     b.blocsEcartes = f->Valeur<int64_t>();
   }
+  f->Terminer();
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -2136,6 +2157,7 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Resoudre) Le fichier " << f->Nom() << " ne convient pas.");
       std::vector<double> d(n);
       f->Octets(d.data(), n * sizeof(double));
+      f->Terminer();
       s->Importer(d);
       j.stats.push_back(std::move(s));
     }
@@ -2252,7 +2274,7 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
                                      static_cast<size_t>(j.W) * j.bandes * sizeof(float),
                                      j.plan.cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
       }
-      if (!f.Fini()) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+      f.Terminer();
       attendue = r1;
     }
     if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");

@@ -1189,6 +1189,47 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
                {"observation_1.bin est incomplet ou d'un autre genre."});
 }
 
+// One bit changed in the middle of a work file, its length kept: the phase that reads it refuses it by
+// name, and no mosaic is written from it (a sum, a coefficient or a compressed block would have given
+// a wrong one).
+TEST(JobMosaique, FichierDeTravailAuBitChangeRefuse) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const ParametresMosaique p = test::Parametres(t, d / "p.tif");
+  const struct {
+    const char* fichier;
+    std::function<void(const std::string&)> phase;  // the phase that reads it
+  } cas[] = {
+      {"observation_2.bin", [&](const std::string& w) { JobMosaique(p).PhaseResoudre(w); }},
+      {"corrections.bin", [&](const std::string& w) { JobMosaique(p).PhaseComposer(w, 1, 1); }},
+      {"partie_1_sur_1.bin", [&](const std::string& w) { JobMosaique(p).PhaseAssembler(w); }},
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.fichier);
+    const std::string w = d / ("w" + std::to_string(numero++));
+    test::ObserverEtResoudre(p, w);
+    JobMosaique(p).PhaseComposer(w, 1, 1);
+    const std::string nom = w + "/" + c.fichier;
+    std::filesystem::remove(w + "/partie_1_sur_1.bin");
+    if (std::string(c.fichier) == "partie_1_sur_1.bin") JobMosaique(p).PhaseComposer(w, 1, 1);
+    if (std::string(c.fichier) == "observation_2.bin") std::filesystem::remove(w + "/corrections.bin");
+    {
+      std::fstream f(nom, std::ios::in | std::ios::out | std::ios::binary);
+      const std::streamoff milieu = static_cast<std::streamoff>(std::filesystem::file_size(nom) / 2);
+      f.seekg(milieu);
+      char octet = 0;
+      f.read(&octet, 1);
+      octet = static_cast<char>(octet ^ 0x10);
+      f.seekp(milieu);
+      f.write(&octet, 1);
+    }
+    std::filesystem::remove(p.sortie);
+    test::Refuse([&] { c.phase(w); }, "", {nom + " est corrompu"});
+    EXPECT_FALSE(std::filesystem::exists(p.sortie));
+  }
+}
+
 // A part of the right length whose counts are garbled: refused by name, before any allocation the
 // garbled count would ask for (the first row's block count at byte 16, its first block's length at 20).
 TEST(JobMosaique, PartieAuxComptesBrouillesRefuseeSansAllocation) {
