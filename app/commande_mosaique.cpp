@@ -261,6 +261,8 @@ std::string VerifierEnsemble(const O& o) {
   // Ignored, it would let a user believe the intermediate results were kept.
   if (o.etape.empty() && !o.travail.empty())
     return "--travail va avec --etape (sans --etape, le calcul entier se fait en memoire)";
+  if (o.etape == "observer" && o.index == 0) return "--etape observer demande --index I";
+  if (o.etape == "composer" && o.partieN == 0) return "--etape composer demande --partie K/N";
   if ((o.etape == "observer") != (o.index != 0))
     return "--index va avec --etape observer, et seulement avec elle";
   if ((o.etape == "composer") != (o.partieN != 0))

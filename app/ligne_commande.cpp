@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <string>
 
 namespace {
 
@@ -30,6 +31,8 @@ std::string Entier(const std::string& mot, long long& v) {
 }
 
 std::string Texte(double v) {
+  // A whole bound in all its digits (1073741824, not 1.07374e+09).
+  if (std::fabs(v) < 1e15 && v == std::floor(v)) return std::to_string(static_cast<long long>(v));
   std::ostringstream s;
   s << v;
   return s.str();

@@ -43,6 +43,9 @@ class LecteurFenetres {
   // decodes whole blocks, so windows aligned on them decode each block once; windows side by side
   // across strips each decode the strips' whole width.
   TPoint2D<int> TailleBloc() const;
+  // Gives back what the calls keep for the next ones (a decoded block, the compressed bytes): for a
+  // reader that will not be read for a while. A later call decodes again what it needs.
+  void Liberer() const;
 
   // The rectangle [x0, x0 + nx) x [y0, y0 + ny), channels [c0, c0 + nc) (nc -1: all from c0). Channel
   // c goes to dest + (c - c0) * pasPlan, its lines pasLigne samples apart, its pixels side by side. An
@@ -69,6 +72,8 @@ class MasqueFenetres {
   const std::string& Nom() const { return m_nom; }
   TPoint2D<int> Taille() const;
   uint64_t OctetsBloc() const;
+  // As LecteurFenetres::Liberer.
+  void Liberer() const;
   // The rectangle [x0, x0 + nx) x [y0, y0 + ny): 0 for a pixel that is not valid, 1 for one that is;
   // lines pas bytes apart. An Erreur when the rectangle is not inside the mask.
   void Lire(int x0, int y0, int nx, int ny, unsigned char* dest, size_t pas) const;

@@ -53,6 +53,7 @@ class FenetresLecteur : public ImplSourceFenetres<FenetresLecteur> {
     });
     m_reserve.Rendre(std::move(lecteur));
   }
+  void Liberer() const override { m_reserve.Vider(); }
 
  private:
   std::unique_ptr<SpecifImageIn> m_modele;
@@ -103,6 +104,7 @@ eEnumType LecteurFenetres::Type() const { return m_source->Type(); }
 const MetadonneesImage* LecteurFenetres::Metadonnees() const { return m_source->Metadonnees(); }
 uint64_t LecteurFenetres::OctetsBloc() const { return m_source->OctetsBloc(); }
 TPoint2D<int> LecteurFenetres::TailleBloc() const { return m_source->TailleBloc(); }
+void LecteurFenetres::Liberer() const { m_source->Liberer(); }
 
 void LecteurFenetres::Lire(int x0, int y0, int nx, int ny, float* dest, size_t pasLigne, size_t pasPlan,
                            int c0, int nc) const {
@@ -122,6 +124,7 @@ MasqueFenetres::~MasqueFenetres() = default;
 
 TPoint2D<int> MasqueFenetres::Taille() const { return m_source->Taille(); }
 uint64_t MasqueFenetres::OctetsBloc() const { return m_source->OctetsBloc(); }
+void MasqueFenetres::Liberer() const { m_source->Liberer(); }
 
 void MasqueFenetres::Lire(int x0, int y0, int nx, int ny, unsigned char* dest, size_t pas) const {
   const Fenetre f = Verifier("MasqueFenetres", *m_source, m_nom, x0, y0, nx, ny, 0, 1, pas, 0);

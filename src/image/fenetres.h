@@ -30,6 +30,8 @@ class SourceFenetres {
   virtual void Lire(const Fenetre& f, double* dest) const = 0;
   // Validity: a sample that is not zero gives 1.
   virtual void LireValidite(const Fenetre& f, unsigned char* dest) const = 0;
+  // Drops the decoding states kept for the next calls (see Reserve).
+  virtual void Liberer() const {}
 };
 
 // Implements the three reads by Derived::LireT<V, D>: samples converted to V by the plain cast, stored
@@ -85,6 +87,12 @@ class Reserve {
   void Rendre(std::unique_ptr<Etat> e) const {
     std::lock_guard<std::mutex> verrou(m_mutex);
     m_libres.push_back(std::move(e));
+  }
+  // The free states go (a call in progress keeps its own, given back after).
+  void Vider() const {
+    std::vector<std::unique_ptr<Etat>> libres;
+    std::lock_guard<std::mutex> verrou(m_mutex);
+    libres.swap(m_libres);
   }
 
  private:

@@ -130,30 +130,41 @@ class SourceEntree : public SourceLignes {
   const EntreeMosaique& m_e;
 };
 
-// Binary files of the work folder: a magic word, the payload, and the payload's length again at the
-// end, so that a truncated file is seen as such.
+// FNV-1a over bytes, continued from h.
+uint64_t Empreinte64(uint64_t h, const void* p, size_t n) {
+  const unsigned char* o = static_cast<const unsigned char*>(p);
+  for (size_t k = 0; k < n; ++k) h = (h ^ o[k]) * 0x100000001b3ull;
+  return h;
+}
+constexpr uint64_t kEmpreinte64 = 0xcbf29ce484222325ull;
+
+// Binary files of the work folder: a magic word, the payload, the payload's FNV-1a hash, and the
+// length of what precedes it at the end: a truncated file is seen as such, a changed one by its hash.
 class Ecriture {
  public:
   Ecriture(const std::string& nom, const char* magique) : m_f(nom, "[Mosaique] (Travail)") {
-    Octets(magique, 8);
+    m_f.flux().write(magique, 8);
+    m_taille = 8;
   }
   void Octets(const void* p, size_t n) {
     m_f.flux().write(static_cast<const char*>(p), static_cast<std::streamsize>(n));
     m_taille += n;
+    m_hash = Empreinte64(m_hash, p, n);
   }
   template <class T>
   void Valeur(T v) {
     Octets(&v, sizeof v);
   }
   void Valider() {
-    const uint64_t t = m_taille;
+    const uint64_t h = m_hash, t = m_taille + sizeof h;
+    m_f.flux().write(reinterpret_cast<const char*>(&h), sizeof h);
     m_f.flux().write(reinterpret_cast<const char*>(&t), sizeof t);
     m_f.Valider();
   }
 
  private:
   FichierAtomique m_f;
-  uint64_t m_taille = 0;
+  uint64_t m_taille = 0, m_hash = kEmpreinte64;
 };
 
 class Lecture {
@@ -170,23 +181,32 @@ class Lecture {
     const std::streamoff t = l->m_flux.tellg();
     char debut[8] = {};
     uint64_t fin = 0;
-    if (t >= 16) {
-      l->m_flux.seekg(t - 8);
+    if (t >= 24) {
+      l->m_flux.seekg(t - 16);
+      l->m_flux.read(reinterpret_cast<char*>(&l->m_attendu), 8);
       l->m_flux.read(reinterpret_cast<char*>(&fin), 8);
       l->m_flux.seekg(0);
       l->m_flux.read(debut, 8);
     }
-    if (t < 16 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
+    if (t < 24 || !l->m_flux || fin != static_cast<uint64_t>(t) - 8 || std::memcmp(debut, magique, 8) != 0)
       ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << nom << " est incomplet ou d'un autre genre.");
     l->m_pos = 8;
-    l->m_fin = static_cast<uint64_t>(t) - 8;
+    l->m_fin = static_cast<uint64_t>(t) - 16;
     return l;
   }
   void Octets(void* p, size_t n) {
-    if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est tronque.");
+    if (n > m_fin - m_pos) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " est corrompu.");
     m_flux.read(static_cast<char*>(p), static_cast<std::streamsize>(n));
     if (!m_flux) ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom << " ne peut pas etre lu.");
     m_pos += n;
+    m_hash = Empreinte64(m_hash, p, n);
+  }
+  // Everything read, and as written: else an Erreur. Before any use of what was read that cannot be
+  // undone.
+  void Terminer() const {
+    if (m_pos != m_fin || m_hash != m_attendu)
+      ZEPRA_ERREUR("[Mosaique] (Travail) Le fichier " << m_nom
+                                                      << " est corrompu : le retirer, sa phase le refera.");
   }
   template <class T>
   T Valeur() {
@@ -194,13 +214,14 @@ class Lecture {
     Octets(&v, sizeof v);
     return v;
   }
-  bool Fini() const { return m_pos == m_fin; }
+  // The bytes left: the bound of any count read before what it counts is allocated.
+  uint64_t Reste() const { return m_fin - m_pos; }
   const std::string& Nom() const { return m_nom; }
 
  private:
   std::string m_nom;
   std::ifstream m_flux;
-  uint64_t m_pos = 0, m_fin = 0;
+  uint64_t m_pos = 0, m_fin = 0, m_hash = kEmpreinte64, m_attendu = 0;
 };
 
 std::string EchapperJson(const std::string& s) {
@@ -517,6 +538,12 @@ void JobMosaique::Impl::Preparer() {
   ecriture.nodataPresent = true;
   if (p.nodataDonne) {
     ecriture.nodata = p.nodata;
+    // The writer would refuse it naming neither option.
+    if (ecriture.type != eFloat4 && ecriture.type != eFloat8 &&
+        !NodataEntierPossible(p.nodata, ecriture.type))
+      ZEPRA_ERREUR("[Mosaique] (Options) --nodata " << TexteNodata(p.nodata) << " ne tient pas en "
+                                                    << NomTypeSortie(ecriture.type)
+                                                    << " (le type ecrit, voir --type).");
   } else {
     const EntreeMosaique* avec = nullptr;
     for (const auto& e : entrees)
@@ -601,6 +628,16 @@ void JobMosaique::Impl::Preparer() {
     plume =
         largeurs.empty() ? 0.0 : std::min(largeurs[largeurs.size() / 2] / 2, kPlumeMax * std::max(rx, ry));
   }
+  // A width given beyond the feathering's reach, named by its option.
+  if (p.fusion == "plume" || p.fusion == "multibande")
+    for (const auto& e : entrees)
+      if (plume / e->PasX() > 1e6) {
+        std::ostringstream t;
+        t.precision(15);
+        t << "[Mosaique] (Plume) --plume " << p.plume << " : " << plume / e->PasX() << " pixels des entrees ("
+          << e->Nom() << "), au plus 1000000.";
+        ZEPRA_ERREUR(t.str());
+      }
   ParametresFusion pf;
   pf.plume = plume;
   regle = f->creer(pf);
@@ -687,12 +724,18 @@ void JobMosaique::Impl::ChoisirBloc() {
   }
   int bloc = kBlocDefaut;
   while (bloc < kBlocMax && !tient(bloc)) bloc *= 2;
-  if (!tient(bloc))
+  if (!tient(bloc)) {
+    // The estimate is not monotonic in the block (past the tiles' size, larger blocks cost more):
+    // name the least of the sides tried, which the doubling above reaches at that --memoire.
+    int moindre = kBlocDefaut;
+    for (int b = kBlocDefaut; b <= kBlocMax; b *= 2)
+      if (EstimerEgalisation(b).Pic() < EstimerEgalisation(moindre).Pic()) moindre = b;
     ZEPRA_ERREUR("[Mosaique] (Memoire) --memoire "
                  << p.memoireMio << " Mio : les statistiques, les observations et la resolution de "
-                 << "l'egalisation demandent " << mio(EstimerEgalisation(bloc).Pic())
-                 << " Mio meme en blocs de " << bloc << " pixels, plus que leur part (" << mio(part)
-                 << " Mio) ; donner --memoire " << memoire(kBlocDefaut) << ".");
+                 << "l'egalisation demandent " << mio(EstimerEgalisation(moindre).Pic())
+                 << " Mio au moins (en blocs de " << moindre << " pixels), plus que leur part (" << mio(part)
+                 << " Mio) ; donner --memoire " << memoire(moindre) << ".");
+  }
   if (bloc == kBlocDefaut) return;
   grille.bloc = bloc;
   std::ostringstream t;
@@ -829,9 +872,10 @@ void JobMosaique::Impl::Grille() {
 void JobMosaique::Impl::PlanMemoire() {
   const size_t budget = static_cast<size_t>(p.memoireMio) * kMio;
   const size_t T = static_cast<size_t>(plan.hauteurBloc), Wz = static_cast<size_t>(W);
-  int largeurMax = 0, canauxMax = 0;
+  int largeurMax = 0, lignesMax = 0, canauxMax = 0;
   for (const auto& e : entrees) {
     largeurMax = std::max(largeurMax, e->Colonnes());
+    lignesMax = std::max(lignesMax, e->Lignes());
     canauxMax = std::max(canauxMax, e->Canaux());
   }
   const double pasMin = std::min(rx, ry);
@@ -848,10 +892,13 @@ void JobMosaique::Impl::PlanMemoire() {
   // A row of tiles of the mosaic: its float lines and validity, and its encoding.
   const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + encodage(Wz);
   auto sousBandeOctets = [&](size_t h) {
-    // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin.
-    const size_t hEntree = static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge;
-    const size_t fenetre = (static_cast<size_t>(largeurMax) + 2 * marge) * hEntree *
-                           (sizeof(float) * (canauxMax + bandes + 2) + 2);
+    // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin,
+    // the weights' reaching one pixel beyond the input at most.
+    const size_t hEntree = std::min(static_cast<size_t>(std::ceil(h * ry / pasMin)) + 2 + 2 * marge,
+                                    static_cast<size_t>(lignesMax) + 2);
+    const size_t fenetre =
+        std::min(static_cast<size_t>(largeurMax) + 2 * marge, static_cast<size_t>(largeurMax) + 2) * hEntree *
+        (sizeof(float) * (canauxMax + bandes + 2) + 2);
     size_t pyramide = 0;
     if (regle->Pyramide()) {
       // Windows of a tile grown by the pyramids' margin: four images' planes and the blend.
@@ -959,6 +1006,7 @@ std::unique_ptr<StatsBlocs> JobMosaique::Impl::Observer(size_t i) const {
     for (int b = 0; b < bandes; ++b) parBande[b] = v.data() + static_cast<size_t>(e.Canal(b)) * w * n;
     s->Ajouter<float>(0, l0, w, n, parBande.data(), 1, w, ok.data(), w);
   }
+  e.Liberer();  // read again only when the mosaic reaches it
   return s;
 }
 
@@ -1475,6 +1523,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     int c0, c1, l0, l1;
     Bornes((e.X0() - mx0) / rx, (e.X0() + w * e.PasX() - mx0) / rx, W, c0, c1);
     Bornes((my0 - e.Y0()) / ry, (my0 - e.Y0() + h * e.PasY()) / ry, H, l0, l1);
+    const bool derniere = l1 <= y1;  // the last band that reads it
     l0 = std::max(l0, y0);
     l1 = std::min(l1, y1);
     if (c0 >= c1 || l0 >= l1) continue;
@@ -1526,6 +1575,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
     if (xb < xa || yb < ya) continue;
     const Fenetre f{xa, ya, xb - xa + 1, yb - ya + 1};
     LireCorrigee(i, f, pondere, t);
+    if (derniere) e.Liberer();
     const Fenetre& g = t.g;
     const int nx = f.nbColonnes, dx = t.dx, dy = t.dy;
     const size_t plan = t.plan;
@@ -1753,6 +1803,14 @@ void JobMosaique::Impl::ComposerRangees(
     });
     for (int k = 0; k < n; ++k) ecrire(r + k, lot[k].blocs, lot[k].valeurs, lot[k].valide);
     suivi->Progression(static_cast<double>(r + n - r0) / (r1 - r0));
+    // The inputs above the next rows are done with: what reading them keeps goes (a window that
+    // reaches one still, as a blend's margin may, decodes again what it needs).
+    const int suite = (r + n) * plan.hauteurBloc;
+    for (const auto& e : entrees) {
+      int l0, l1;
+      Bornes((my0 - e->Y0()) / ry, (my0 - e->Y0() + e->Lignes() * e->PasY()) / ry, H, l0, l1);
+      if (l1 <= suite) e->Liberer();
+    }
   }
 }
 
@@ -1803,6 +1861,7 @@ void JobMosaique::Impl::EcrireCorrige(size_t i) const {
                           w);
   }
   Terminer(ecrivain, nom);
+  e.Liberer();
 }
 
 void JobMosaique::Impl::EcrireOri() const {
@@ -1902,9 +1961,10 @@ bool Fait(const std::string& nom, const char* magique) {
 }
 
 // Version 2: the summary's sums, then the kept blocks only (version 1 held every block's).
-constexpr char kMagiqueObs[9] = "EGOBSV02";
-constexpr char kMagiqueCorr[9] = "EGCORR02";
-constexpr char kMagiquePartie[9] = "EGPART01";
+// Version 3 of the observations, 3 of the corrections and 2 of the parts: with the payload's hash.
+constexpr char kMagiqueObs[9] = "EGOBSV03";
+constexpr char kMagiqueCorr[9] = "EGCORR03";
+constexpr char kMagiquePartie[9] = "EGPART02";
 
 std::string NomObservation(const std::string& t, size_t i) {
   return t + "/observation_" + std::to_string(i + 1) + ".bin";
@@ -2007,6 +2067,7 @@ void JobMosaique::Impl::LireCorrections(const std::string& nom) {
     b.pairesEcartees = f->Valeur<int64_t>();
     b.blocsEcartes = f->Valeur<int64_t>();
   }
+  f->Terminer();
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -2105,6 +2166,7 @@ void JobMosaique::PhaseResoudre(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Resoudre) Le fichier " << f->Nom() << " ne convient pas.");
       std::vector<double> d(n);
       f->Octets(d.data(), n * sizeof(double));
+      f->Terminer();
       s->Importer(d);
       j.stats.push_back(std::move(s));
     }
@@ -2196,11 +2258,13 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
         ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " ne suit pas la precedente.");
       for (int r = r0; r < r1; ++r) {
         const uint32_t nb = f.Valeur<uint32_t>();
-        if (nb > 1u << 24) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+        // Each block takes at least its length's 8 bytes.
+        if (nb > f.Reste() / 8)
+          ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
         blocs.resize(nb);
         for (auto& b : blocs) {
           const uint64_t t = f.Valeur<uint64_t>();
-          if (t > (uint64_t(1) << 32))
+          if (t > f.Reste())
             ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
           b.resize(t);
           f.Octets(b.data(), t);
@@ -2219,7 +2283,7 @@ void JobMosaique::PhaseAssembler(const std::string& travail) {
                                      static_cast<size_t>(j.W) * j.bandes * sizeof(float),
                                      j.plan.cog ? ok.data() : nullptr, static_cast<size_t>(j.W));
       }
-      if (!f.Fini()) ZEPRA_ERREUR("[Mosaique] (Assembler) La partie " << f.Nom() << " est corrompue.");
+      f.Terminer();
       attendue = r1;
     }
     if (attendue != R) ZEPRA_ERREUR("[Mosaique] (Assembler) Les parties ne couvrent pas la mosaique.");

@@ -253,6 +253,12 @@ size_t EntreeMosaique::OctetsLecture(int nx, int ny) const {
          (m_exclusion ? m_exclusion->OctetsBloc() + n * sizeof(float) : 0);
 }
 
+void EntreeMosaique::Liberer() const {
+  m_fichier->Liberer();
+  if (m_masque) m_masque->Liberer();
+  if (m_exclusion) m_exclusion->Liberer();
+}
+
 void EntreeMosaique::Lire(int x0, int y0, int nx, int ny, float* valeurs, unsigned char* valide) const {
   if (x0 < 0 || y0 < 0 || nx < 1 || ny < 1 || x0 > m_colonnes - nx || y0 > m_lignes - ny)
     ZEPRA_ERREUR("[Mosaique] (Lire) Fenetre " << x0 << ", " << y0 << ", " << nx << " x " << ny

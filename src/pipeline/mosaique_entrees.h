@@ -81,6 +81,9 @@ class EntreeMosaique {
   // Bytes a Lire in progress needs beyond its destination: the blocks it decodes, a byte a pixel and a
   // window of the exclusion mask.
   size_t OctetsLecture(int nx, int ny) const;
+  // Gives back what reading keeps between two windows (a decoded block per reader): for an input the
+  // job is done with, so that the memory kept does not grow with the number of inputs.
+  void Liberer() const;
 
  private:
   // Takes what the GDAL side file says: the grid when the image is not placed otherwise (else it must

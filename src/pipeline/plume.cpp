@@ -208,9 +208,12 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
     }
     return;
   }
-  // The grown window without clipping; what lies beyond the image is a source of distance.
-  const int gw = f.nbColonnes + 2 * m, gh = f.nbLignes + 2 * m;
-  const int gx0 = f.colonne0 - m, gy0 = f.ligne0 - m;
+  // The grown window, clipped one pixel beyond the image: what lies beyond is a source of distance,
+  // and no pixel of the image is nearer to a source further out than to that ring.
+  const int gx0 = std::max(f.colonne0 - m, -1), gy0 = std::max(f.ligne0 - m, -1);
+  const int gw = std::min(f.colonne0 + f.nbColonnes + m, largeurImage + 1) - gx0,
+            gh = std::min(f.ligne0 + f.nbLignes + m, hauteurImage + 1) - gy0;
+  const int ox = f.colonne0 - gx0, oy = f.ligne0 - gy0;  // the window's place in it
   TravailPlume local;
   TravailPlume& tp = travail ? *travail : local;
   std::vector<unsigned char>& source = tp.source;
@@ -228,13 +231,13 @@ void PoidsPlume(int largeurImage, int hauteurImage, const Fenetre& f, double L, 
   };
   // At the cap, a pixel is valid (a source has its own span).
   const float loin = poidsDe(static_cast<float>(L * L));
-  DistancesPlafonnees(source.data(), gw, gh, gw, L, m, m + f.nbLignes, m, m + f.nbColonnes, tp,
+  DistancesPlafonnees(source.data(), gw, gh, gw, L, oy, oy + f.nbLignes, ox, ox + f.nbColonnes, tp,
                       [&](int y, const float* d, const std::vector<Etendue>& etendues) {
                         const unsigned char* s = &source[static_cast<size_t>(y) * gw];
-                        float* w = poids + (y - m) * pasPoids;
+                        float* w = poids + (y - oy) * pasPoids;
                         std::fill(w, w + f.nbColonnes, loin);
                         for (const Etendue& k : etendues)
-                          for (int x = k.debut; x < k.fin; ++x) w[x - m] = s[x] ? 0.0f : poidsDe(d[x]);
+                          for (int x = k.debut; x < k.fin; ++x) w[x - ox] = s[x] ? 0.0f : poidsDe(d[x]);
                       });
 }
 

@@ -106,6 +106,19 @@ void VerifierChemins(const std::vector<std::string>& entrees, const std::string&
     if (!nouvelle)
       ZEPRA_ERREUR(tag << " L'image " << e << " est donnee deux fois (deja comme " << it->second << ").");
   }
+  // An exclusion mask that is an input would exclude that input's every pixel that is not zero (the
+  // image itself, for the suffix of its extension).
+  if (!suffixeMasque.empty())
+    for (const std::string& e : entrees) {
+      const std::string masque = NomMasqueExclusion(e, suffixeMasque);
+      Identite id;
+      if (!Identifier(masque, id)) continue;
+      const auto v = vues.find(id);
+      if (v == vues.end()) continue;
+      ZEPRA_ERREUR(tag << " Le masque d'exclusion " << masque << " de l'entree " << e << " est "
+                       << (v->second == e ? "l'entree elle-meme" : "aussi l'image d'entree " + v->second)
+                       << " : voir --masque-suffixe.");
+    }
   // What a file written at 'chemin' would replace: an input (named after 'entree'), a file read with
   // one, or nothing ("").
   const auto remplace = [&](const std::string& chemin, const char* entree) -> std::string {

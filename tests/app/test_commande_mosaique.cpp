@@ -86,7 +86,12 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif --travail w", 2,
        "--travail va avec --etape (sans --etape, le calcul entier se fait en "
        "memoire)\n"},
-      {"a.tif -o m.tif --etape observer --travail w", 2, "--index va avec --etape observer"},
+      {"a.tif -o m.tif --etape observer --travail w", 2, "--etape observer demande --index I\n"},
+      {"a.tif -o m.tif --etape composer --travail w", 2, "--etape composer demande --partie K/N\n"},
+      // Integer bounds read as integers.
+      {"a.tif -o m.tif --memoire 8", 2, "valeur '8' de --memoire : doit etre entre 16 et 1073741824\n"},
+      {"a.tif -o m.tif --etape composer --travail w --partie 1/0", 2,
+       "valeur '1/0' de --partie : n doit etre entre 1 et 1000000\n"},
       {"a.tif -o m.tif --index 2", 2, "--index va avec --etape observer"},
       {"@absent.txt -o m.tif", 1, "liste d'images absent.txt illisible\n"},
       {"a.tif @vide.txt -o m.tif", 1, "la liste d'images vide.txt ne nomme aucune image\n"},
@@ -138,6 +143,13 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
        "=Le fichier ./b.tif.msk de --log est un fichier lu avec l'entree b.tif."},
       {"sous/b_m.tif b.tif -o m.tif --masque-suffixe _m.tif --corriges .", 1,
        "=L'image corrigee ./b_m.tif remplacerait le masque d'exclusion de l'entree b.tif."},
+      // An exclusion mask that is an input would exclude its every pixel that is not zero: the image
+      // itself for the suffix of its extension, or another input given with its masks.
+      {"a.tif b.tif -o m.tif --masque-suffixe .tif", 1,
+       "=Le masque d'exclusion a.tif de l'entree a.tif est l'entree elle-meme : voir --masque-suffixe."},
+      {"b.tif b_m.tif -o m.tif --masque-suffixe _m.tif", 1,
+       "=Le masque d'exclusion b_m.tif de l'entree b.tif est aussi l'image d'entree b_m.tif : voir "
+       "--masque-suffixe."},
       // Valid lines: everything is checked, then the job opens the inputs.
       {"a.tif @liste.txt -o m.TIFF --nodata -9999 --pas=2.5 --threads 1 --fusion voronoi --compression zstd "
        "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",

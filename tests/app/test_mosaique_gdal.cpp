@@ -411,6 +411,13 @@ TEST(MosaiqueGDAL, RefusEtRemede) {
        1,
        "La valeur sans donnee 65535 de t1.tif ne tient pas en int16"},
       {{"nodata16", "nodata16max"}, "", 1, "valeurs sans donnee differentes (0, 65535) : donner --nodata."},
+      // The value given must fit the samples written, and the message says which option to change.
+      {{"nodata16", "nodata16"},
+       "--type uint8 --nodata -5",
+       1,
+       "--nodata -5 ne tient pas en uint8 (le type ecrit, voir --type)."},
+      {{"nodata16", "nodata16"}, "--nodata 70000", 1, "--nodata 70000 ne tient pas en uint16"},
+      {{"nodata16", "nodata16"}, "--nodata 65535", 0, ""},
   };
   for (const auto& c : cas) {
     SCOPED_TRACE(std::string(c.tuiles[0]) + " " + c.tuiles[1] + " " + c.options);

@@ -76,7 +76,7 @@ TEST(Plume, PoidsDesFenetresEgauxAuxPoidsDeLImage) {
   std::vector<unsigned char> valide = Valides(W, H, 0.01, 9);
   for (int l = 30; l < 41; ++l)
     for (int c = 0; c < 12; ++c) valide[static_cast<size_t>(l) * W + c] = 0;  // a no-data corner
-  for (double L : {0.0, 0.5, 1.0, 3.0, 7.5, 30.0}) {
+  for (double L : {0.0, 0.5, 1.0, 3.0, 7.5, 30.0, 200.0}) {                   // 200: wider than the image
     std::vector<float> image(valide.size());
     PoidsPlume(W, H, Fenetre{0, 0, W, H}, L, valide.data(), W, image.data(), W);
     const std::vector<double> attendu = PoidsForceBrute(valide, W, H, L);

@@ -354,6 +354,41 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   }
 }
 
+// Many inputs: what reading one keeps between two windows (its decoded block) goes once the job is
+// done with it, so that the peak does not grow with their number. 100 images of 100 x 100 pixels in
+// one TIFF tile of 512 x 512 each: kept, their decoded blocks alone would weigh 75 Mio.
+TEST(JobMosaique, MemoireSousLePlafondAvecBeaucoupDEntrees) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
+#endif
+  test::DossierTemp d;
+  OptionsEcriture o;
+  o.tuile = 512;
+  std::string noms;
+  for (int i = 0; i < 10; ++i)
+    for (int j = 0; j < 10; ++j) {
+      const std::string nom = "t" + std::to_string(i) + std::to_string(j) + ".tif";
+      Uniforme(d / nom, o, 100, kBandes, static_cast<float>(50 + i + j), Grille(90 * j, 90 * i));
+      noms += nom + " ";
+    }
+  const double plafond = 32;
+  const struct { const char* options; } cas[] = {{""}, {"--noegal"}, {"--noegal --corriges c"}};
+  std::filesystem::create_directory(d / "c");
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.options);
+    std::filesystem::remove(d / "m.tif");
+    long kio = 0;
+    const test::Resultat r = test::Lancer(d.chemin(),
+                                          std::string("exec '") + EGALISE_EXE + "' mosaique " + noms +
+                                              "-o m.tif --quiet --threads 2 --memoire " +
+                                              std::to_string(int(plafond)) + " " + c.options,
+                                          kio);
+    EXPECT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_LT(kio / 1024.0, plafond + 48) << "pic " << kio / 1024.0 << " Mio";
+    EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
+  }
+}
+
 // Another grid: a coarser output pixel is the mean of the input pixels in it (rounded to the 8-bit
 // output) by default, nearest when asked; bilinear on a grid twice finer lies between the four input
 // pixels around each centre. Asked for at a ratio that is not whole, coarser or finer, the mean weighs
@@ -442,6 +477,37 @@ TEST(JobMosaique, EchantillonsInfinisSansDonnee) {
     EXPECT_EQ(Compter(d / "m.tif", NonFini), 0) << modele << " " << fusion;
     // The pixel outside the overlap is no-data on every band.
     EXPECT_LE(Compter(d / "m.tif", [](float v) { return v == 0; }), kBandes) << modele << " " << fusion;
+  }
+}
+
+// A feathering wider than the images: the weights' window reaches one pixel beyond the image at most,
+// and the memory plan counts no more (it counted the image grown by the width on each side: refused at
+// --memoire 64 from 4 images' width, and beyond, an allocation of that size). Beyond a million input
+// pixels the width is refused by its option.
+TEST(JobMosaique, PlumePlusLargeQueLesImages) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const struct {
+    double pixels;  // the width, in input pixels
+    const char* message;
+  } cas[] = {{4.0 * kN, ""}, {1000.0 * kN, ""}, {2e6, "--plume 1000000 : 2000000 pixels des entrees"}};
+  const auto valide = [](float v) { return v != 0; };
+  ParametresMosaique p = test::Parametres(t, d / "m.tif");
+  p.fusion = "voronoi";
+  JobMosaique(p).Executer();
+  const long couverts = Compter(d / "m.tif", valide);
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.pixels);
+    p.fusion = "plume";
+    p.plume = c.pixels * kPas;
+    p.memoireMio = 64;
+    if (*c.message) {
+      test::Refuse([&] { JobMosaique(p).Executer(); }, "", {c.message});
+      continue;
+    }
+    JobMosaique(p).Executer();
+    EXPECT_EQ(Compter(d / "m.tif", valide), couverts);
+    EXPECT_EQ(Compter(d / "m.tif", [](float v) { return !std::isfinite(v); }), 0);
   }
 }
 
@@ -1123,6 +1189,85 @@ TEST(JobMosaique, DossierDeTravailApresUnIncident) {
                {"observation_1.bin est incomplet ou d'un autre genre."});
 }
 
+// One bit changed in the middle of a work file, its length kept: the phase that reads it refuses it by
+// name, and no mosaic is written from it (a sum, a coefficient or a compressed block would have given
+// a wrong one).
+TEST(JobMosaique, FichierDeTravailAuBitChangeRefuse) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  const ParametresMosaique p = test::Parametres(t, d / "p.tif");
+  const struct {
+    const char* fichier;
+    std::function<void(const std::string&)> phase;  // the phase that reads it
+  } cas[] = {
+      {"observation_2.bin", [&](const std::string& w) { JobMosaique(p).PhaseResoudre(w); }},
+      {"corrections.bin", [&](const std::string& w) { JobMosaique(p).PhaseComposer(w, 1, 1); }},
+      {"partie_1_sur_1.bin", [&](const std::string& w) { JobMosaique(p).PhaseAssembler(w); }},
+  };
+  int numero = 0;
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.fichier);
+    const std::string w = d / ("w" + std::to_string(numero++));
+    test::ObserverEtResoudre(p, w);
+    JobMosaique(p).PhaseComposer(w, 1, 1);
+    const std::string nom = w + "/" + c.fichier;
+    std::filesystem::remove(w + "/partie_1_sur_1.bin");
+    if (std::string(c.fichier) == "partie_1_sur_1.bin") JobMosaique(p).PhaseComposer(w, 1, 1);
+    if (std::string(c.fichier) == "observation_2.bin") std::filesystem::remove(w + "/corrections.bin");
+    {
+      std::fstream f(nom, std::ios::in | std::ios::out | std::ios::binary);
+      const std::streamoff milieu = static_cast<std::streamoff>(std::filesystem::file_size(nom) / 2);
+      f.seekg(milieu);
+      char octet = 0;
+      f.read(&octet, 1);
+      octet = static_cast<char>(octet ^ 0x10);
+      f.seekp(milieu);
+      f.write(&octet, 1);
+    }
+    std::filesystem::remove(p.sortie);
+    test::Refuse([&] { c.phase(w); }, "", {nom + " est corrompu"});
+    EXPECT_FALSE(std::filesystem::exists(p.sortie));
+  }
+}
+
+// A part of the right length whose counts are garbled: refused by name, before any allocation the
+// garbled count would ask for (the first row's block count at byte 16, its first block's length at 20).
+TEST(JobMosaique, PartieAuxComptesBrouillesRefuseeSansAllocation) {
+  test::DossierTemp d;
+  Tuiles(d.chemin());
+  const std::string job = "'" + std::string(EGALISE_EXE) +
+                          "' mosaique t00.tif t01.tif t10.tif t11.tif -o p.tif --quiet --travail w --etape ";
+  for (int i = 1; i <= 4; ++i)
+    ASSERT_EQ(test::Lancer(d.chemin(), job + "observer --index " + std::to_string(i)).statut, 0);
+  const struct {
+    const char* cas;
+    size_t position;
+    uint64_t valeur;
+    size_t octets;
+  } cas[] = {
+      {"longueur d'un bloc de 4 Gio", 20, 0xFFFFFFF0u, 8},
+      {"16 millions de blocs", 16, 0x00FFFFFFu, 4},
+  };
+  const std::string partie = d / "w/partie_1_sur_1.bin";
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.cas);
+    std::filesystem::remove(partie);
+    ASSERT_EQ(test::Lancer(d.chemin(), job + "resoudre && " + job + "composer --partie 1/1").statut, 0);
+    {
+      std::fstream f(partie, std::ios::in | std::ios::out | std::ios::binary);
+      f.seekp(static_cast<std::streamoff>(c.position));
+      f.write(reinterpret_cast<const char*>(&c.valeur), static_cast<std::streamsize>(c.octets));
+    }
+    long memoireKio = 0;
+    const test::Resultat r = test::Lancer(d.chemin(), job + "assembler", memoireKio);
+    EXPECT_EQ(r.statut, 1);
+    EXPECT_EQ(r.sortie,
+              "egalise mosaique : [Mosaique] (Assembler) La partie w/partie_1_sur_1.bin est corrompue.\n");
+    EXPECT_LT(memoireKio, 200 * 1024);
+    EXPECT_FALSE(std::filesystem::exists(d / "p.tif"));
+  }
+}
+
 }  // namespace
 
 namespace {
@@ -1229,4 +1374,36 @@ TEST(JobMosaique, BlocDonneAuDelaDeLaPartRefuse) {
       "mosaique t00.tif t01.tif t10.tif t11.tif -o m.tif --tuile 128 --quiet --bloc 4 --memoire ";
   EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire)).statut, 0);
   EXPECT_EQ(test::Egalise(d.chemin(), avec + std::to_string(memoire - 1)).statut, 1);
+}
+
+// Without --bloc, a --memoire too small for every block side is refused with the least the
+// equalization needs and the least --memoire that holds it: the estimate is not monotonic in the block
+// (many small tiles: past the tiles' size, larger blocks cost more), so neither the largest block's nor
+// the default one's. Nothing is written.
+TEST(JobMosaique, MemoireTropPetitePourToutBlocRefuseeAvecLeMinimum) {
+  test::DossierTemp d;
+  std::string noms;
+  for (const std::string& t : Tuiles(d.chemin(), 200, 20, 10, 10)) noms += t + " ";
+  const std::string job = "mosaique " + noms + "-o m.tif --quiet --threads 1 --memoire ";
+  const test::Resultat r = test::Egalise(d.chemin(), job + "16");
+  ASSERT_EQ(r.statut, 1) << r.sortie;
+  EXPECT_NE(r.sortie.find("--memoire 16 Mio : les statistiques"), std::string::npos) << r.sortie;
+  EXPECT_FALSE(std::filesystem::exists(d / "m.tif"));
+  const size_t m = r.sortie.find("donner --memoire ");
+  ASSERT_NE(m, std::string::npos) << r.sortie;
+  const int memoire = std::stoi(r.sortie.substr(m + 17));
+  // The need named is the one that --memoire holds in its share, half of it.
+  const size_t k = r.sortie.find("demandent ");
+  ASSERT_NE(k, std::string::npos) << r.sortie;
+  EXPECT_LE(2 * std::stoi(r.sortie.substr(k + 10)), memoire + 2) << r.sortie;
+  const struct {
+    int memoire;
+    int statut;
+  } cas[] = {{memoire, 0}, {memoire - 1, 1}};
+  for (const auto& c : cas) {
+    std::filesystem::remove(d / "m.tif");
+    const test::Resultat e = test::Egalise(d.chemin(), job + std::to_string(c.memoire));
+    EXPECT_EQ(e.statut, c.statut) << c.memoire << "\n" << r.sortie << e.sortie;
+    EXPECT_EQ(std::filesystem::exists(d / "m.tif"), c.statut == 0) << c.memoire;
+  }
 }

@@ -49,6 +49,7 @@ class FenetresTIFF : public ImplSourceFenetres<FenetresTIFF<T>> {
     LireSegments<T>(etat->blocs, f.x0, f.y0, x1, f.y0 + f.ny, 1, etat->tampon, cible, ecrire);
     m_reserve.Rendre(std::move(etat));
   }
+  void Liberer() const override { m_reserve.Vider(); }
 
  private:
   struct Etat {
