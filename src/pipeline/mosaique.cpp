@@ -891,6 +891,32 @@ void JobMosaique::Impl::PlanMemoire() {
   };
   // A row of tiles of the mosaic: its float lines and validity, and its encoding.
   const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + encodage(Wz);
+  // Multi-band blending holds every input a window reaches at once: the most any window of a row of
+  // tiles reaches (a sub-band's windows reach no more), grown by the pyramids' margin.
+  size_t imagesFenetre = 0;
+  int niveaux = 0, largeurFenetre = 0, margePyramide = 0;
+  if (regle->Pyramide()) {
+    niveaux = NiveauxMultibande(plume / pasMin);
+    margePyramide = MargeMultibande(niveaux);
+    largeurFenetre = plan.tuilee ? plan.largeurBloc : 512;
+    const int pas = 1 << niveaux;
+    const auto plancher = [pas](int v) {
+      return static_cast<int>(std::floor(static_cast<double>(v) / pas)) * pas;
+    };
+    for (int y0 = 0; y0 < H; y0 += static_cast<int>(T))
+      for (int x0 = 0; x0 < W; x0 += largeurFenetre) {
+        const double gx0 = plancher(x0 - margePyramide), gy0 = plancher(y0 - margePyramide),
+                     gx1 = std::min(W, x0 + largeurFenetre) + margePyramide,
+                     gy1 = std::min(H, y0 + static_cast<int>(T)) + margePyramide;
+        size_t n = 0;
+        for (const auto& e : entrees) {
+          const double cx0 = (e->X0() - mx0) / rx, cy0 = (my0 - e->Y0()) / ry;
+          n += cx0 < gx1 && cx0 + e->Colonnes() * e->PasX() / rx > gx0 && cy0 < gy1 &&
+               cy0 + e->Lignes() * e->PasY() / ry > gy0;
+        }
+        imagesFenetre = std::max(imagesFenetre, n);
+      }
+  }
   auto sousBandeOctets = [&](size_t h) {
     // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin,
     // the weights' reaching one pixel beyond the input at most.
@@ -901,10 +927,15 @@ void JobMosaique::Impl::PlanMemoire() {
         (sizeof(float) * (canauxMax + bandes + 2) + 2);
     size_t pyramide = 0;
     if (regle->Pyramide()) {
-      // Windows of a tile grown by the pyramids' margin: four images' planes and the blend.
-      const int niveaux = NiveauxMultibande(plume / pasMin);
-      const size_t cote = static_cast<size_t>(T) + 2 * MargeMultibande(niveaux) + (size_t(1) << niveaux);
-      pyramide = cote * (h + cote - T) * sizeof(float) * (5 * (bandes + 1) + bandes) * 2;
+      // A window of a tile grown by the pyramids' margin: each input's planes and weights (float) and,
+      // where it wins, its seam weights' pyramid (double, 4/3 of a plane); shared, the coverage's
+      // pyramid, the feathered mean, the sums' pyramid, an input's continuation, its expansions and
+      // the collapse (under 16 doubles a pixel); the blend.
+      const size_t pas = size_t(1) << niveaux;
+      const size_t pixels =
+          (static_cast<size_t>(largeurFenetre) + 2 * margePyramide + pas) * (h + 2 * margePyramide + pas);
+      pyramide = pixels * (imagesFenetre * (sizeof(float) * (bandes + 1) + 11) + 16 * sizeof(double) +
+                           sizeof(float) * bandes);
     }
     return Wz * h * (sizeof(float) * bandes + 1 + sizeof(double) * (bandes + 1) + sizeof(unsigned)) +
            fenetre + pyramide;

@@ -354,6 +354,29 @@ TEST(JobMosaique, MemoireSousLePlafond) {
   }
 }
 
+// Multi-band blending holds every input a window reaches at once: 3 x 3 tiles with a 64-pixel blend,
+// whose windows grown by the pyramids' margin reach all nine. Priced as four, the run went past the
+// ceiling (326 Mio at --memoire 200); it stays under it, with the mosaic of a larger ceiling.
+TEST(JobMosaique, MultibandeSousLePlafond) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine are not the job's memory";
+#endif
+  test::DossierTemp d;
+  Tuiles(d.chemin(), 400, 80, 3, 3);
+  std::string job = std::string("exec '") + EGALISE_EXE + "' mosaique";
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) job += " t" + std::to_string(i) + std::to_string(j) + ".tif";
+  job += " --fusion multibande --plume " + std::to_string(64 * kPas) + " --tuile 128 --quiet --memoire ";
+  for (const int plafond : {200, 1024}) {
+    long kio = 0;
+    const test::Resultat r = test::Lancer(
+        d.chemin(), job + std::to_string(plafond) + " -o m" + std::to_string(plafond) + ".tif", kio);
+    ASSERT_EQ(r.statut, 0) << r.sortie;
+    EXPECT_LT(kio / 1024.0, plafond + 48) << "pic " << kio / 1024.0 << " Mio";
+  }
+  EXPECT_TRUE(test::LireFichier(d / "m200.tif") == test::LireFichier(d / "m1024.tif"));
+}
+
 // Many inputs: what reading one keeps between two windows (its decoded block) goes once the job is
 // done with it, so that the peak does not grow with their number. 100 images of 100 x 100 pixels in
 // one TIFF tile of 512 x 512 each: kept, their decoded blocks alone would weigh 75 Mio.
