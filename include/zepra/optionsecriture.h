@@ -66,6 +66,9 @@ OptionsEcriture LireOptionsEcriture(const std::vector<std::pair<std::string, std
 const char* NomCompression(CompressionTIFF c);
 const char* NomTypeSortie(eEnumType type);
 
+// The lowest and largest values of a sample type; false (and 0, 0) for a code without an element type.
+bool PlageType(eEnumType type, double& bas, double& haut);
+
 // Whether an integer sample type holds the no-data value v (NaN, a fraction or a value out of range
 // does not).
 bool NodataEntierPossible(double v, eEnumType type);

@@ -387,10 +387,25 @@ struct JobMosaique::Impl {
   // Why an input with valid pixels has no observation: it overlaps nothing, or its overlaps hold no
   // block valid in both images.
   std::string SansObservation(size_t i) const;
+  // Whether an input reaches the map rectangle [X0, X1) x [Y0, Y1).
+  static bool Atteint(const EntreeMosaique& e, double X0, double Y0, double X1, double Y1) {
+    return e.X0() < X1 && e.X0() + e.Colonnes() * e.PasX() > X0 && e.Y0() > Y0 &&
+           e.Y0() - e.Lignes() * e.PasY() < Y1;
+  }
   // Whether an input lies at least partly on the mosaic (an extent asked for may leave it out).
   bool SurLaMosaique(const EntreeMosaique& e) const {
-    return e.X0() < mx0 + W * rx && e.X0() + e.Colonnes() * e.PasX() > mx0 && e.Y0() > my0 - H * ry &&
-           e.Y0() - e.Lignes() * e.PasY() < my0;
+    return Atteint(e, mx0, my0 - H * ry, mx0 + W * rx, my0);
+  }
+  // Multi-band blending works in windows of LargeurMultibande() columns of the mosaic: the window of
+  // columns [x0, x1) and lines [y0, y1), grown by the pyramids' margin, its origin on a multiple of
+  // 2^NiveauxFusion() of the mosaic grid.
+  int NiveauxFusion() const { return NiveauxMultibande(plume / std::min(rx, ry)); }
+  int LargeurMultibande() const { return plan.tuilee ? plan.largeurBloc : 512; }
+  Fenetre FenetreMultibande(int x0, int x1, int y0, int y1) const {
+    const int pas = 1 << NiveauxFusion(), marge = MargeMultibande(NiveauxFusion());
+    auto plancher = [pas](int v) { return static_cast<int>(std::floor(static_cast<double>(v) / pas)) * pas; };
+    const int gx = plancher(x0 - marge), gy = plancher(y0 - marge);
+    return Fenetre{gx, gy, x1 + marge - gx, y1 + marge - gy};
   }
   void ResoudreHistorique();
   void EcrireCorrections(const std::string& nom) const;
@@ -595,14 +610,9 @@ void JobMosaique::Impl::Preparer() {
   }
   // A narrower integer type clips what it cannot hold, which a user may have taken for a stretch.
   if (ecriture.type != e0.Type() && ecriture.type != eFloat4 && ecriture.type != eFloat8) {
-    double bas[2] = {0, 0}, haut[2] = {0, 0};
-    const eEnumType types[2] = {e0.Type(), ecriture.type};
-    for (int k = 0; k < 2; ++k)
-      AppliquerType(types[k], [&](auto tag) {
-        using T = typename decltype(tag)::type;
-        bas[k] = static_cast<double>(std::numeric_limits<T>::lowest());
-        haut[k] = static_cast<double>(std::numeric_limits<T>::max());
-      });
+    double bas[2], haut[2];
+    PlageType(e0.Type(), bas[0], haut[0]);
+    PlageType(ecriture.type, bas[1], haut[1]);
     if (bas[0] < bas[1] || haut[0] > haut[1])
       Avertir(std::string("--type ") + NomTypeSortie(ecriture.type) + " : les valeurs des entrees (" +
               NomTypeSortie(e0.Type()) + ") hors de [" + TexteNodata(bas[1]) + ", " + TexteNodata(haut[1]) +
@@ -892,31 +902,19 @@ void JobMosaique::Impl::PlanMemoire() {
   // A row of tiles of the mosaic: its float lines and validity, and its encoding.
   const size_t rangee = Wz * T * (sizeof(float) * bandes + 1) + encodage(Wz);
   // Multi-band blending holds every input a window reaches at once: the most any window of a row of
-  // tiles reaches (a sub-band's windows reach no more), grown by the pyramids' margin.
+  // tiles reaches (a sub-band's windows reach no more).
   size_t imagesFenetre = 0;
-  int niveaux = 0, largeurFenetre = 0, margePyramide = 0;
-  if (regle->Pyramide()) {
-    niveaux = NiveauxMultibande(plume / pasMin);
-    margePyramide = MargeMultibande(niveaux);
-    largeurFenetre = plan.tuilee ? plan.largeurBloc : 512;
-    const int pas = 1 << niveaux;
-    const auto plancher = [pas](int v) {
-      return static_cast<int>(std::floor(static_cast<double>(v) / pas)) * pas;
-    };
+  if (regle->Pyramide())
     for (int y0 = 0; y0 < H; y0 += static_cast<int>(T))
-      for (int x0 = 0; x0 < W; x0 += largeurFenetre) {
-        const double gx0 = plancher(x0 - margePyramide), gy0 = plancher(y0 - margePyramide),
-                     gx1 = std::min(W, x0 + largeurFenetre) + margePyramide,
-                     gy1 = std::min(H, y0 + static_cast<int>(T)) + margePyramide;
+      for (int x0 = 0; x0 < W; x0 += LargeurMultibande()) {
+        const Fenetre g = FenetreMultibande(x0, std::min(W, x0 + LargeurMultibande()), y0,
+                                            std::min(H, y0 + static_cast<int>(T)));
         size_t n = 0;
-        for (const auto& e : entrees) {
-          const double cx0 = (e->X0() - mx0) / rx, cy0 = (my0 - e->Y0()) / ry;
-          n += cx0 < gx1 && cx0 + e->Colonnes() * e->PasX() / rx > gx0 && cy0 < gy1 &&
-               cy0 + e->Lignes() * e->PasY() / ry > gy0;
-        }
+        for (const auto& e : entrees)
+          n += Atteint(*e, mx0 + g.colonne0 * rx, my0 - (g.ligne0 + g.nbLignes) * ry,
+                       mx0 + (g.colonne0 + g.nbColonnes) * rx, my0 - g.ligne0 * ry);
         imagesFenetre = std::max(imagesFenetre, n);
       }
-  }
   auto sousBandeOctets = [&](size_t h) {
     // The fused band (planes, coverage, the rule's sums) and one input's window grown by the margin,
     // the weights' reaching one pixel beyond the input at most.
@@ -931,9 +929,8 @@ void JobMosaique::Impl::PlanMemoire() {
       // where it wins, its seam weights' pyramid (double, 4/3 of a plane); shared, the coverage's
       // pyramid, the feathered mean, the sums' pyramid, an input's continuation, its expansions and
       // the collapse (under 16 doubles a pixel); the blend.
-      const size_t pas = size_t(1) << niveaux;
-      const size_t pixels =
-          (static_cast<size_t>(largeurFenetre) + 2 * margePyramide + pas) * (h + 2 * margePyramide + pas);
+      const size_t pas = size_t(1) << NiveauxFusion(), marge2 = 2 * MargeMultibande(NiveauxFusion());
+      const size_t pixels = (static_cast<size_t>(LargeurMultibande()) + marge2 + pas) * (h + marge2 + pas);
       pyramide = pixels * (imagesFenetre * (sizeof(float) * (bandes + 1) + 11) + 16 * sizeof(double) +
                            sizeof(float) * bandes);
     }
@@ -1723,9 +1720,7 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
 void JobMosaique::Impl::ComposerMultibande(int y0, int y1, float* sortie, unsigned char* valide) const {
   // Windows of one tile's width, grown by the pyramids' margin, their origin on a multiple of 2^niveaux
   // of the mosaic grid: inside, the blend is that of the whole mosaic.
-  const int niveaux = NiveauxMultibande(plume / std::min(rx, ry)), pas = 1 << niveaux,
-            marge = MargeMultibande(niveaux), largeur = plan.tuilee ? plan.largeurBloc : 512;
-  auto plancher = [pas](int v) { return static_cast<int>(std::floor(static_cast<double>(v) / pas)) * pas; };
+  const int niveaux = NiveauxFusion(), largeur = LargeurMultibande();
   FenetreCorrigee t;
   std::vector<std::vector<float>> plans;
   std::vector<ContributionMultibande> images;
@@ -1733,8 +1728,8 @@ void JobMosaique::Impl::ComposerMultibande(int y0, int y1, float* sortie, unsign
   std::vector<int> colonne, ligne;
   for (int x0 = 0; x0 < W; x0 += largeur) {
     const int x1 = std::min(W, x0 + largeur);
-    const int gx = plancher(x0 - marge), gy = plancher(y0 - marge), gw = x1 + marge - gx,
-              gh = y1 + marge - gy;
+    const Fenetre g = FenetreMultibande(x0, x1, y0, y1);
+    const int gx = g.colonne0, gy = g.ligne0, gw = g.nbColonnes, gh = g.nbLignes;
     const size_t n = static_cast<size_t>(gw) * gh;
     images.clear();
     size_t k = 0;

@@ -132,13 +132,18 @@ double NodataDuType(double v, eEnumType type, const std::string& nom) {
 
 }  // namespace
 
+bool PlageType(eEnumType type, double& bas, double& haut) {
+  bas = haut = 0;
+  return AppliquerType(type, [&](auto tag) {
+    using T = typename decltype(tag)::type;
+    bas = static_cast<double>(std::numeric_limits<T>::lowest());
+    haut = static_cast<double>(std::numeric_limits<T>::max());
+  });
+}
+
 bool NodataEntierPossible(double v, eEnumType type) {
   double min = 0, max = 0;
-  AppliquerType(type, [&](auto tag) {
-    using T = typename decltype(tag)::type;
-    min = static_cast<double>(std::numeric_limits<T>::lowest());
-    max = static_cast<double>(std::numeric_limits<T>::max());
-  });
+  PlageType(type, min, max);
   return v >= min && v <= max && v == std::floor(v);
 }
 
