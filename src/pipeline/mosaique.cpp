@@ -1639,47 +1639,37 @@ void JobMosaique::Impl::ComposerBande(int y0, int y1, float* sortie, unsigned ch
             okMoyen[c - c0] = 0;
             continue;
           }
-          double somme[64] = {}, sw = 0;
+          // The valid input pixels, each by its share: the bilinear weights among the four around the
+          // centre, or the area of it the output pixel covers (1 inside, so that at a whole ratio the
+          // mean is the plain mean of the pixels in it).
+          double somme[64] = {}, sw = 0, total = 0;
+          const auto ajouter = [&](int r, int k, double a) {
+            const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
+            if (a <= 0 || !ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) return;
+            for (int b = 0; b < bandes; ++b) somme[b] += a * valeurs[b * plan + q];
+            if (pondere) sw += a * poids[q];
+            total += a;
+          };
           if (bilineaire) {
-            double poidsTotal = 0;
             const int k0 = colonne[c], r0 = ligneDe[y - y0];
             const double fx = part[c], fy = partLigne[y - y0];
             for (int j = 0; j < 2; ++j)
-              for (int m = 0; m < 2; ++m) {
-                const int r = std::min(std::max(r0 + j, 0), h - 1), k = std::min(std::max(k0 + m, 0), w - 1);
-                const double a = (j ? fy : 1 - fy) * (m ? fx : 1 - fx);
-                const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
-                if (a <= 0 || !ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) continue;
-                for (int b = 0; b < bandes; ++b) somme[b] += a * valeurs[b * plan + q];
-                if (pondere) sw += a * poids[q];
-                poidsTotal += a;
-              }
-            okMoyen[c - c0] = poidsTotal > 0;
-            for (int b = 0; b < bandes && poidsTotal > 0; ++b)
-              moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / poidsTotal);
-            if (poidsTotal > 0)
-              moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / poidsTotal);
-            continue;
-          }
-          // Each valid input pixel by the share of it the output pixel covers: 1 inside, so that at a
-          // whole ratio this is the plain mean of the pixels in it.
-          double aire = 0;
-          const int r0 = ligneDe[y - y0], r1 = finLigne[y - y0], k0 = colonne[c], k1 = finColonne[c];
-          for (int r = r0; r < r1; ++r) {
-            const double ay = r == r0 ? partDebutLigne[y - y0] : r == r1 - 1 ? partFinLigne[y - y0] : 1.0;
-            for (int k = k0; k < k1; ++k) {
-              const size_t q = static_cast<size_t>(r - ya) * nx + (k - xa);
-              if (!ok[static_cast<size_t>(r - ya + dy) * g.nbColonnes + (k - xa + dx)]) continue;
-              const double a = ay * (k == k0 ? partDebut[c] : k == k1 - 1 ? partFin[c] : 1.0);
-              for (int b = 0; b < bandes; ++b) somme[b] += a * valeurs[b * plan + q];
-              if (pondere) sw += a * poids[q];
-              aire += a;
+              for (int m = 0; m < 2; ++m)
+                ajouter(std::min(std::max(r0 + j, 0), h - 1), std::min(std::max(k0 + m, 0), w - 1),
+                        (j ? fy : 1 - fy) * (m ? fx : 1 - fx));
+          } else {
+            const int r0 = ligneDe[y - y0], r1 = finLigne[y - y0], k0 = colonne[c], k1 = finColonne[c];
+            for (int r = r0; r < r1; ++r) {
+              const double ay = r == r0 ? partDebutLigne[y - y0] : r == r1 - 1 ? partFinLigne[y - y0] : 1.0;
+              for (int k = k0; k < k1; ++k)
+                ajouter(r, k, ay * (k == k0 ? partDebut[c] : k == k1 - 1 ? partFin[c] : 1.0));
             }
           }
-          okMoyen[c - c0] = aire > 0;
-          for (int b = 0; b < bandes && aire > 0; ++b)
-            moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / aire);
-          if (aire > 0) moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / aire);
+          okMoyen[c - c0] = total > 0;
+          for (int b = 0; b < bandes && total > 0; ++b)
+            moyennes[static_cast<size_t>(b) * nc + (c - c0)] = static_cast<float>(somme[b] / total);
+          if (total > 0)
+            moyennes[static_cast<size_t>(bandes) * nc + (c - c0)] = static_cast<float>(sw / total);
         }
         for (int b = 0; b < bandes; ++b) lignesBandes[b] = moyennes.data() + static_cast<size_t>(b) * nc;
         l.y = y;
