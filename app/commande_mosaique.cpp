@@ -222,7 +222,7 @@ const std::vector<Option>& Table() {
         o.max = 1e6;
         return o;
       }(),
-      Drapeau("quiet", 0, "n'afficher que les erreurs", [](O& o, const Valeur&) { o.quiet = true; }),
+      Drapeau("quiet", 'q', "n'afficher que les erreurs", [](O& o, const Valeur&) { o.quiet = true; }),
       Texte("log", 0, "FICHIER", nullptr, "copie des erreurs et avertissements",
             [](O& o, const Valeur& v) { o.log = v.texte; }),
       Drapeau("help", 'h', "afficher cette aide et terminer", [](O& o, const Valeur&) { o.aide = true; }),

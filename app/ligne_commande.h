@@ -105,7 +105,7 @@ ResultatLecture LireCommande(const std::vector<OptionCommande<Options>>& table, 
   };
   bool options = true;
   for (int i = premier; i < argc; ++i) {
-    const std::string mot = argv[i];
+    std::string mot = argv[i];
     if (!options || mot.empty() || (mot[0] != '-' && mot[0] != '@')) {
       r.entrees.push_back(mot);
       continue;
@@ -126,6 +126,19 @@ ResultatLecture LireCommande(const std::vector<OptionCommande<Options>>& table, 
     const OptionCommande<Options>* op = nullptr;
     std::string nom, valeur;
     bool valeurJointe = false;
+    // Short flags grouped as GNU tools take them: -qo m.tif is -q -o m.tif.
+    size_t k = 1;
+    while (mot.size() > k + 1 && mot[1] != '-') {
+      const OptionCommande<Options>* drapeau = nullptr;
+      for (const auto& ligne : table)
+        if (ligne.court != 0 && mot[k] == ligne.court && ligne.genre == GenreValeur::kAucune) drapeau = &ligne;
+      if (!drapeau) break;
+      const std::string raison = Appliquer(*drapeau, std::string("-") + mot[k], "");
+      if (!raison.empty()) return Refus(raison);
+      if (o.aide || o.version) return r;
+      ++k;
+    }
+    if (k > 1) mot = "-" + mot.substr(k);
     if (mot.size() > 2 && mot[1] == '-') {
       const size_t egal = mot.find('=');
       nom = mot.substr(0, egal);

@@ -51,6 +51,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       {"a.tif -o m.tif -5", 2, "option inconnue : -5\n"},
       {"a.tif - -o m.tif", 2, "'-' n'est ni une option ni une image\n"},
       {"a.tif -o m.tif --help=oui", 2, "l'option --help ne prend pas de valeur\n"},
+      // Short flags group as GNU tools take them; a short option with a value ends the group.
+      {"a.tif -o m.tif -qz", 2, "option inconnue : -z\n"},
+      {"a.tif -oq -q5", 2, "option inconnue : -5\n"},
       {"a.tif -o m.tif --pas 2,5", 2, "valeur '2,5' de --pas : un nombre est attendu"},
       {"a.tif -o m.tif --pas -1", 2, "valeur '-1' de --pas : doit etre > 0\n"},
       {"a.tif -o m.tif --pas nan", 2, "valeur 'nan' de --pas : un nombre est attendu, pas NaN"},
@@ -155,6 +158,8 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
        "--niveau 22 --resolution 0.5 --emprise -10,-20.5,30,40 --quiet",
        1, "*"},
       {"-om.tif --output=m.tif -- -a.tif", 1, "*"},
+      {"-q a.tif -o m.tif", 1, "*"},
+      {"a.tif -qom.tif", 1, "*"},
   };
   for (const Cas& c : cas) {
     const test::Resultat r = test::Lancer(
