@@ -186,6 +186,19 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
                    << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
                    << ") n'a pas la taille de l'image " << nom << ".");
+    // A mask placed on the map must lie where its image does: one of the same size made for another
+    // tile (names swapped) would take out the wrong pixels. A mask without a grid is taken as the
+    // image's.
+    if (const auto om = ImageOrientation::ChercherSiPresent(m_nomExclusion.c_str())) {
+      if (const auto* carto = dynamic_cast<const CartoProjOrientation*>(om.get())) {
+        const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
+        if (!MemeGrille(g.x0, g.y0, g.pasX, g.pasY))
+          ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
+                       << m_nomExclusion << " est place en (" << g.x0 << ", " << g.y0 << "), pas " << g.pasX
+                       << " x " << g.pasY << ", l'image " << nom << " en (" << m_x0 << ", " << m_y0
+                       << "), pas " << m_pasX << " x " << m_pasY << " : est-ce le masque d'une autre image ?");
+      }
+    }
   }
 }
 
@@ -207,12 +220,7 @@ void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {
       m_pasX = gt[1];
       m_pasY = -gt[5];
     } else {
-      // Both written from the same doubles when they agree; a thousandth of a pixel allows for a
-      // georeferencing rounded to the decimals of a world file.
-      const bool memes = std::abs(gt[0] - m_x0) <= 1e-3 * m_pasX && std::abs(gt[3] - m_y0) <= 1e-3 * m_pasY &&
-                         std::abs(gt[1] - m_pasX) <= 1e-9 * m_pasX &&
-                         std::abs(-gt[5] - m_pasY) <= 1e-9 * m_pasY;
-      if (!memes)
+      if (!MemeGrille(gt[0], gt[3], gt[1], -gt[5]))
         ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est placee en (" << m_x0 << ", " << m_y0
                                                      << "), pas " << m_pasX << " x " << m_pasY << ", et en ("
                                                      << gt[0] << ", " << gt[3] << "), pas " << gt[1] << " x "
@@ -245,6 +253,13 @@ void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {
     m_nodataAnnexe = true;
     m_nodataPam = v.valeur;
   }
+}
+
+bool EntreeMosaique::MemeGrille(double x0, double y0, double pasX, double pasY) const {
+  // Both written from the same doubles when they agree; a thousandth of a pixel allows for a
+  // georeferencing rounded to the decimals of a world file.
+  return std::abs(x0 - m_x0) <= 1e-3 * m_pasX && std::abs(y0 - m_y0) <= 1e-3 * m_pasY &&
+         std::abs(pasX - m_pasX) <= 1e-9 * m_pasX && std::abs(pasY - m_pasY) <= 1e-9 * m_pasY;
 }
 
 size_t EntreeMosaique::OctetsLecture(int nx, int ny) const {

@@ -89,6 +89,8 @@ class EntreeMosaique {
   // Takes what the GDAL side file says: the grid when the image is not placed otherwise (else it must
   // agree), the system when there is none, the no-data value.
   void AppliquerAnnexe(const AnnexePam& pam, bool place);
+  // Whether a grid is this image's (to the rounding of a world file).
+  bool MemeGrille(double x0, double y0, double pasX, double pasY) const;
 
   std::string m_nom, m_nomExclusion;
   std::unique_ptr<LecteurFenetres> m_fichier;

@@ -913,29 +913,55 @@ TEST(JobMosaique, RapportSurLesPairesComparees) {
 }
 
 // An exclusion mask beside the input (its name without extension and the suffix) takes its non-zero
-// pixels out: there the mosaic is no-data. (A missing one: DossierDeTravailEtFichiersLusAvecLesEntrees.)
+// pixels out: there the mosaic is no-data. One placed on the map must lie where its image does: of the
+// same size, the mask of another tile would take out the wrong pixels. (A missing one:
+// DossierDeTravailEtFichiersLusAvecLesEntrees.)
 TEST(JobMosaique, MasqueDExclusionParSuffixe) {
   test::DossierTemp d;
   const std::vector<std::string> t = Tuiles(d.chemin());
-  {
-    OptionsEcriture o;
-    o.type = eUInt1;
-    EcrivainGeoTIFF e(d / "t00_masque.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4);
-    std::vector<float> ligne(kN);
-    for (int x = 0; x < kN; ++x) ligne[x] = x < kN / 2 ? 1.0f : 0.0f;
-    e.EcrireLignes(eFloat4, ligne.data(), 0, kN);
-    e.Terminer();
+  const struct {
+    const char* cas;
+    int colonne;        // of the block's grid where the mask's grid starts; -1: no grid
+    std::string refus;  // empty: applied
+  } cas[] = {
+      {"sans grille", -1, ""},
+      {"sur la grille de l'image", 0, ""},
+      {"sur celle de la tuile voisine", kN - kRecouvrement,
+       "[Mosaique] (Entrees) Le masque d'exclusion " + d / "t00_masque.tif"},
+  };
+  for (const auto& c : cas) {
+    {
+      OptionsEcriture o;
+      o.type = eUInt1;
+      EcrivainGeoTIFF e(d / "t00_masque.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4,
+                        c.colonne < 0 ? GeoreferenceEcriture() : Grille(c.colonne, 0));
+      std::vector<float> ligne(kN);
+      for (int x = 0; x < kN; ++x) ligne[x] = x < kN / 2 ? 1.0f : 0.0f;
+      e.EcrireLignes(eFloat4, ligne.data(), 0, kN);
+      e.Terminer();
+    }
+    std::filesystem::remove(d / "x.tif");
+    ParametresMosaique p = test::Parametres({t[0]}, d / "x.tif");
+    p.noegal = true;
+    p.masqueSuffixe = "_masque.tif";
+    if (!c.refus.empty()) {
+      try {
+        JobMosaique(p).Executer();
+        ADD_FAILURE() << c.cas;
+      } catch (const Erreur& e) {
+        EXPECT_TRUE(test::Commence(e.Phrase(), c.refus)) << c.cas << "\n" << e.Phrase();
+      }
+      EXPECT_FALSE(std::filesystem::exists(d / "x.tif")) << c.cas;
+      continue;
+    }
+    JobMosaique(p).Executer();
+    const TTImage<float> m((d / "x.tif").c_str()), e(t[0].c_str());
+    long faux = 0;
+    for (int y = 0; y < kN; ++y)
+      for (int x = 0; x < kN; ++x)
+        for (int b = 0; b < kBandes; ++b) faux += m(x, y, b) != (x < kN / 2 ? 0.0f : e(x, y, b));
+    EXPECT_EQ(faux, 0) << c.cas;
   }
-  ParametresMosaique p = test::Parametres({t[0]}, d / "x.tif");
-  p.noegal = true;
-  p.masqueSuffixe = "_masque.tif";
-  JobMosaique(p).Executer();
-  const TTImage<float> m((d / "x.tif").c_str()), e(t[0].c_str());
-  long faux = 0;
-  for (int y = 0; y < kN; ++y)
-    for (int x = 0; x < kN; ++x)
-      for (int b = 0; b < kBandes; ++b) faux += m(x, y, b) != (x < kN / 2 ? 0.0f : e(x, y, b));
-  EXPECT_EQ(faux, 0);
 }
 
 // A run stopped by SIGINT or SIGTERM (Ctrl-C, a scheduler's end of time) while it writes: it ends by
