@@ -6,6 +6,8 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <sstream>
+#include <string>
 
 #include "image/pam.h"
 #include "zepra/cartoproj.h"
@@ -15,6 +17,14 @@
 #include "zepra/optionsecriture.h"
 
 namespace {
+
+// "(x0, y0), pas px x py" in every digit a map coordinate needs (6862000, not 6.862e+06).
+std::string TexteGrille(double x0, double y0, double pasX, double pasY) {
+  std::ostringstream t;
+  t.precision(15);
+  t << "(" << x0 << ", " << y0 << "), pas " << pasX << " x " << pasY;
+  return t.str();
+}
 
 bool FichierExiste(const std::string& nom) {
   struct stat s;
@@ -194,9 +204,9 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
         const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
         if (!MemeGrille(g.x0, g.y0, g.pasX, g.pasY))
           ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
-                       << m_nomExclusion << " est place en (" << g.x0 << ", " << g.y0 << "), pas " << g.pasX
-                       << " x " << g.pasY << ", l'image " << nom << " en (" << m_x0 << ", " << m_y0
-                       << "), pas " << m_pasX << " x " << m_pasY << " : est-ce le masque d'une autre image ?");
+                       << m_nomExclusion << " est place en " << TexteGrille(g.x0, g.y0, g.pasX, g.pasY)
+                       << ", l'image " << nom << " en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY)
+                       << " : est-ce le masque d'une autre image ?");
       }
     }
   }
@@ -221,10 +231,10 @@ void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {
       m_pasY = -gt[5];
     } else {
       if (!MemeGrille(gt[0], gt[3], gt[1], -gt[5]))
-        ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est placee en (" << m_x0 << ", " << m_y0
-                                                     << "), pas " << m_pasX << " x " << m_pasY << ", et en ("
-                                                     << gt[0] << ", " << gt[3] << "), pas " << gt[1] << " x "
-                                                     << -gt[5] << ", par " << pam.fichier
+        ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est placee en "
+                                                     << TexteGrille(m_x0, m_y0, m_pasX, m_pasY) << ", et en "
+                                                     << TexteGrille(gt[0], gt[3], gt[1], -gt[5]) << ", par "
+                                                     << pam.fichier
                                                      << ", que GDAL lit en premier : retirer l'un des deux.");
     }
   }
