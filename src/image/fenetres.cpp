@@ -85,6 +85,7 @@ std::unique_ptr<SourceFenetres> OuvrirSourceFenetres(const std::string& nom) {
   if (tiff::CheckMagic_TIFF(nom)) {
     tiff::TIFF_Annexes annexes(nom);
     annexes.LireEntete();
+    annexes.CodecsEtendus(true);
     tiff::DescriptionTIFF d = annexes.GetImage();
     tiff::JoindreMetadonnees(annexes, d);
     if (d.disposition != tiff::DescriptionTIFF::kDallage) return tiff::SourceFenetresTIFF(d);
@@ -132,7 +133,8 @@ void MasqueFenetres::Lire(int x0, int y0, int nx, int ny, unsigned char* dest, s
 }
 
 std::unique_ptr<MasqueFenetres> OuvrirMasqueFenetres(const std::string& image) {
-  const tiff::MasqueTrouve m = tiff::TrouverMasque(image);
+  const TPoint2D<int> taille = OuvrirSourceFenetres(image)->Taille();
+  const tiff::MasqueTrouve m = tiff::TrouverMasque(image, &taille);
   if (m.interne) return std::make_unique<MasqueFenetres>(tiff::SourceFenetresTIFF(*m.interne), image);
   if (m.msk.empty()) return nullptr;
   std::unique_ptr<SourceFenetres> source = OuvrirSourceFenetres(m.msk);

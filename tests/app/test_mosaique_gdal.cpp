@@ -1,5 +1,5 @@
 // egalise mosaique on tiles as survey software and GDAL write them (YCbCr JPEG with an internal mask,
-// RGBA, 16-bit bands with a no-data tag in strips or planes, float with NaN), each case two
+// RGBA, 16-bit bands with a no-data tag in strips or planes, float with NaN, WebP), each case two
 // overlapping tiles made by python3-gdal: the --noegal mosaic against gdalwarp's nearest pixel where
 // one tile alone covers it, its holes and its bands as gdalinfo reads them.
 #include <gtest/gtest.h>
@@ -127,6 +127,17 @@ TEST(MosaiqueGDAL, SansEgalisationCommeGdalwarpLaOuUneTuileSeuleCouvre) {
        0,
        "Red,Green,Blue,Alpha"},
       {{{"nan", "COMPRESS=DEFLATE PREDICTOR=3"}, {"nan", "TILED=YES"}}, "--cog --tuile 128", 0, "Gray"},
+      // WebP, as GDAL writes RGB and RGBA orthos for the web: lossy or lossless, tiled or in strips
+      // (a last strip of 8 rows), the mask or the alpha with it.
+      {{{"masque", "COMPRESS=WEBP TILED=YES BLOCKXSIZE=128 BLOCKYSIZE=128"},
+        {"masque", "COMPRESS=WEBP WEBP_LEVEL=90 BLOCKYSIZE=64"}},
+       "",
+       0,
+       "Red,Green,Blue"},
+      {{{"alpha", "COMPRESS=WEBP WEBP_LOSSLESS=YES TILED=YES"}, {"alpha", "COMPRESS=WEBP BLOCKYSIZE=96"}},
+       "",
+       0,
+       "Red,Green,Blue,Alpha"},
   };
   test::DossierTemp d;
   std::ofstream(d / "oracle.py") << kOracle;

@@ -1,8 +1,10 @@
 // The lossless TIFF codecs through the codec interface: round trips over every block shape, streams
-// made by libdeflate and libzstd themselves, hostile streams (empty, cut, flipped, inflating past
-// the block), our LZW and PackBits encoders read back by libtiff, and last strips coded with padding.
+// made by libdeflate, libzstd and libwebp themselves, hostile streams (empty, cut, flipped, inflating
+// past the block, of another size), our LZW and PackBits encoders read back by libtiff, and last strips
+// coded with padding.
 #include <gtest/gtest.h>
 #include <libdeflate.h>
+#include <webp/encode.h>
 #include <zstd.h>
 
 #include <functional>
@@ -170,6 +172,73 @@ TEST(Codecs, FluxHostiles) {
       EXPECT_EQ(
           test::Decoder(*decodeur, c.creer == tiff::CreerDecodeurZstd ? Zstd(d) : Deflate(d, 6), b, pas), d);
     }
+  }
+}
+
+// WebP (read by the windows reader only): lossless streams of libwebp itself give their pixels back, RGB
+// or RGBA, whole or row by row, a last strip coded with its padding rows too; streams that are not
+// WebP, cut short, of another size, or blocks WebP cannot hold are refused naming the file. The
+// compatibility mode's lookups do not find it.
+Octets WebpSansPerte(const Octets& d, int largeur, int hauteur, int echantillons) {
+  uint8_t* sortie = nullptr;
+  const size_t n = echantillons == 4
+                       ? WebPEncodeLosslessRGBA(d.data(), largeur, hauteur, largeur * 4, &sortie)
+                       : WebPEncodeLosslessRGB(d.data(), largeur, hauteur, largeur * 3, &sortie);
+  Octets f(sortie, sortie + n);
+  WebPFree(sortie);
+  return f;
+}
+
+TEST(Codecs, WebpDeLibwebp) {
+  ASSERT_EQ(tiff::TrouverCodec(50001), nullptr);
+  ASSERT_NE(tiff::TrouverCodec(50001, true), nullptr);
+  EXPECT_EQ(tiff::TrouverCodecParNom("webp"), nullptr);
+  EXPECT_EQ(tiff::NomCompression(50001), "WebP");
+  const auto decodeur = tiff::TrouverCodec(50001, true)->decodeur();
+  for (const tiff::ContexteBloc& b : {Bloc(13, 7, 3), Bloc(64, 5, 4), Bloc(1, 1, 3)}) {
+    SCOPED_TRACE(std::to_string(b.largeur) + " x " + std::to_string(b.hauteur) + " x " +
+                 std::to_string(b.echantillons));
+    Octets d = test::Donnees(static_cast<size_t>(b.Octets()), b.largeur);
+    // libwebp keeps the colour of opaque pixels only, unless told otherwise.
+    if (b.echantillons == 4)
+      for (size_t k = 3; k < d.size(); k += 4) d[k] = 255;
+    const Octets f = WebpSansPerte(d, b.largeur, b.hauteur, b.echantillons);
+    for (size_t pas : {size_t{0}, static_cast<size_t>(b.OctetsLigne()), size_t{5}})
+      EXPECT_EQ(test::Decoder(*decodeur, f, b, pas), d) << pas;
+  }
+  // A last strip of 3 rows coded with the 7 of RowsPerStrip.
+  tiff::ContexteBloc dernier = Bloc(13, 3, 3);
+  dernier.hauteurCodee = 7;
+  const Octets sept = test::Donnees(13 * 7 * 3, 13);
+  EXPECT_EQ(test::Decoder(*decodeur, WebpSansPerte(sept, 13, 7, 3), dernier),
+            Octets(sept.begin(), sept.begin() + 13 * 3 * 3));
+
+  const tiff::ContexteBloc b = Bloc(13, 7, 3);
+  const Octets d = test::Donnees(static_cast<size_t>(b.Octets()), 13);
+  Octets coupe = WebpSansPerte(d, 13, 7, 3);
+  coupe.resize(coupe.size() / 2);
+  const struct {
+    const char* nom;
+    tiff::ContexteBloc bloc;
+    Octets flux;
+    const char* attendu;
+  } cas[] = {
+      {"vide", b, {}, "Flux WebP invalide (0 octets)"},
+      {"pas du WebP", b, test::Donnees(200), "Flux WebP invalide (200 octets)"},
+      {"coupe", b, coupe, "Flux WebP corrompu ou tronque"},
+      {"autre taille", b, WebpSansPerte(test::Donnees(12 * 7 * 3), 12, 7, 3),
+       "Image WebP de 12 x 7 pixels dans un bloc de 13 x 7 pixels"},
+      {"plus de lignes", Bloc(13, 6, 3), WebpSansPerte(d, 13, 7, 3),
+       "Image WebP de 13 x 7 pixels dans un bloc de 13 x 6 pixels"},
+      {"un echantillon", Bloc(13, 7, 1), WebpSansPerte(d, 13, 7, 3),
+       "Blocs de 1 echantillon(s) de 8 bits"},
+      {"16 bits", Bloc(13, 7, 3, 16), WebpSansPerte(d, 13, 7, 3), "Blocs de 3 echantillon(s) de 16 bits"},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.nom);
+    test::Refuse([&] { test::Decoder(*decodeur, c.flux, c.bloc); }, "[DecodeurWebp] (Lire) ",
+                 {c.attendu, "du fichier bloc.tif"});
+    EXPECT_EQ(test::Decoder(*decodeur, WebpSansPerte(d, 13, 7, 3), b), d);
   }
 }
 

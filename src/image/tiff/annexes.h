@@ -43,6 +43,9 @@ struct DescriptionTIFF {
   // Palette: 256 red, then 256 green, then 256 blue, 8 bits each.
   std::vector<unsigned char> palette;
   int dallesColonnes = 0, dallesLignes = 0;
+  // Read by the windows reader: its codecs include those the compatibility mode does not read
+  // (Codec::etendu).
+  bool codecsEtendus = false;
   // JPEG: the shared tables (JPEGTables) and the chroma subsampling of YCbCr data.
   std::vector<unsigned char> tablesJpeg;
   int sousEchH = 2, sousEchV = 2;
@@ -88,6 +91,8 @@ class TIFF_Annexes {
   // which may not be one themselves; 'masque' true for a transparency mask (PhotometricInterpretation
   // 4), read as its samples stand.
   DescriptionTIFF GetImage(bool dallageAutorise = true, bool masque = false);
+  // For the windows reader: GetImage then takes the codecs only it reads (Codec::etendu).
+  void CodecsEtendus(bool oui) { m_etendus = oui; }
 
   void SetImage(const TPoint2D<int>& taille, int canaux, eEnumType type);
   // Start of the pixels: header, directory and the values longer than four bytes come first.
@@ -119,6 +124,7 @@ class TIFF_Annexes {
   bool m_swap = false;
   const FormatTIFF* m_format = &kClassique;
   uint64_t m_suivant = 0;
+  bool m_etendus = false;
   std::map<uint16_t, Directory> m_tags;
 };
 
@@ -126,7 +132,7 @@ class TIFF_Annexes {
 // the largest value for a codec that gives no bound. Sizes read from a file are checked against it
 // before anything is allocated. An unknown compression gets the LZW bound: its pixels cannot be read
 // anyway, but the image is still sized from the header.
-uint64_t MaxDecode(int compression, uint64_t octets);
+uint64_t MaxDecode(int compression, uint64_t octets, bool etendus = false);
 
 // Name of the tile file (column i, line j) of a "Dallage MPD" main file: "dir/nom.tif" gives
 // "dir/nom_Tile_i_j.tif"; a name without extension gets none.

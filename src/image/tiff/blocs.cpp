@@ -54,7 +54,7 @@ Blocs::Blocs(std::shared_ptr<const DescriptionTIFF> desc)
              m_desc->permuter),
       m_ligne(static_cast<size_t>(m_octetsLigne)),
       m_vide(RangeeVide(*m_desc, m_octetsLigne)) {
-  const Codec* codec = TrouverCodec(m_desc->compression);
+  const Codec* codec = TrouverCodec(m_desc->compression, m_desc->codecsEtendus);
   if (codec && !m_brut) m_decodeur = codec->decodeur();
 }
 

@@ -94,11 +94,15 @@ struct Codec {
   // bound. The reader refuses, before decoding, a block that could not give its rows and a file
   // whose blocks together ask more than its size could give.
   uint64_t (*borne)(uint64_t octets) = nullptr;
+  // Read by the windows reader only (egalise mosaique): the compatibility mode refuses the files that
+  // use it, as it always did, and finds no row for its code.
+  bool etendu = false;
 };
 
-// The row of a compression code, or null when we do not know it.
-const Codec* TrouverCodec(int code);
-// The row of a user-facing name ("deflate"), or null.
+// The row of a compression code, or null when we do not know it (or, unless 'etendus', when it is
+// read by the windows reader only).
+const Codec* TrouverCodec(int code, bool etendus = false);
+// The row of a user-facing name ("deflate") of a codec every reader knows, or null.
 const Codec* TrouverCodecParNom(const std::string& nom);
 // Every row, for messages and tests.
 const std::vector<Codec>& TousLesCodecs();

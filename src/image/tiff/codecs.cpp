@@ -55,19 +55,21 @@ const std::vector<Codec>& TousLesCodecs() {
       {kDeflateAncien, "deflate", CreerDecodeurDeflate, nullptr, BorneDeflate},
       {kZstd, "zstd", CreerDecodeurZstd, CreerEncodeurZstd, BorneZstd},
       {kJPEG, "jpeg", CreerDecodeurJpeg, CreerEncodeurJpeg, nullptr},
+      // A tile of uniform colour codes in a few dozen bytes: no useful bound.
+      {kWebp, "webp", CreerDecodeurWebp, nullptr, nullptr, true},
   };
   return codecs;
 }
 
-const Codec* TrouverCodec(int code) {
+const Codec* TrouverCodec(int code, bool etendus) {
   for (const Codec& c : TousLesCodecs())
-    if (c.code == code) return &c;
+    if (c.code == code && (etendus || !c.etendu)) return &c;
   return nullptr;
 }
 
 const Codec* TrouverCodecParNom(const std::string& nom) {
   for (const Codec& c : TousLesCodecs())
-    if (nom == c.nom) return &c;
+    if (nom == c.nom && !c.etendu) return &c;
   return nullptr;
 }
 
@@ -91,8 +93,8 @@ void CompressionNonGeree(const char* classe, int code, const std::string& fichie
                       << ") non geree : pixels du fichier " << fichier << " illisibles.");
 }
 
-uint64_t MaxDecode(int compression, uint64_t octets) {
-  const Codec* c = TrouverCodec(compression);
+uint64_t MaxDecode(int compression, uint64_t octets, bool etendus) {
+  const Codec* c = TrouverCodec(compression, etendus);
   if (!c) return BorneLZW(octets);
   return c->borne ? c->borne(octets) : std::numeric_limits<uint64_t>::max();
 }

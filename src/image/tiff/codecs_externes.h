@@ -40,6 +40,10 @@ std::unique_ptr<Encodeur> CreerEncodeurJpeg(int niveau, int qualite);
 // CreerEncodeurJpeg(0, qualite) refer to, for tag 347. Depends on the quality and on the samples.
 std::vector<unsigned char> TablesJpeg(const ContexteBloc& contexte, int qualite);
 
+// WebP (50001), through libwebp, read only: 3 or 4 samples of 8 bits; for the windows reader only
+// (Codec::etendu).
+std::unique_ptr<Decodeur> CreerDecodeurWebp();
+
 // LZW (5) and PackBits (32773) encoders; their decoders are in codec_lzw.cpp and codec_packbits.cpp. Neither
 // has a level: 'niveau' and 'qualite' are not used.
 std::unique_ptr<Encodeur> CreerEncodeurLzw(int niveau, int qualite);

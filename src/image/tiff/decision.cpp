@@ -64,10 +64,11 @@ DescriptionTIFF TIFF_Annexes::GetImage(bool dallageAutorise, bool masque) {
 
   if (!Present(kCompression)) ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) TIFF_TAG_COMPRESSION non trouve !");
   const long long compression = Entier(kCompression);
-  if (!TrouverCodec(static_cast<int>(std::clamp(compression, -1ll, 65536ll))))
+  if (!TrouverCodec(static_cast<int>(std::clamp(compression, -1ll, 65536ll)), m_etendus))
     Systeme::Warning("[TIFF_Annexes] (GetImage) Compression (" + std::to_string(compression) +
                      ") : non geree");
   d.compression = static_cast<int>(std::clamp(compression, -1ll, 65536ll));
+  d.codecsEtendus = m_etendus;
 
   const long long bits = Entier(kBitsPerSample);
   if (bits == 1) {
@@ -227,7 +228,7 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
   // A codec we do not read is bounded as LZW is; past that bound its blocks are not taken for corrupt:
   // the codec is named.
   const auto SiCodecInconnu = [&] {
-    if (!TrouverCodec(d.compression)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
+    if (!TrouverCodec(d.compression, m_etendus)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
   };
   d.offsets.resize(static_cast<size_t>(nbBlocs));
   d.octets.resize(static_cast<size_t>(nbBlocs));
@@ -257,7 +258,7 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc " << b << " n'a que " << octets << " octets pour les "
                                                         << besoin << " de ses " << lignes
                                                         << " lignes dans le fichier " << m_nom << ".");
-    if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets))) {
+    if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets), m_etendus)) {
       SiCodecInconnu();
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc "
                    << b << " (" << octets << " octets compresses) ne peut pas donner les " << besoin
@@ -266,7 +267,7 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
     d.offsets[static_cast<size_t>(b)] = static_cast<uint64_t>(offset);
     d.octets[static_cast<size_t>(b)] = static_cast<uint64_t>(octets);
   }
-  if (total > MaxDecode(d.compression, taille)) {
+  if (total > MaxDecode(d.compression, taille, m_etendus)) {
     SiCodecInconnu();
     ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Les blocs du fichier "
                  << m_nom << " demandent " << total << " octets de pixels, plus que ses " << taille

@@ -59,13 +59,14 @@ uint64_t OffsetMasqueInterne(TIFF_Annexes& annexes) {
   return 0;
 }
 
-MasqueTrouve TrouverMasque(const std::string& image) {
+MasqueTrouve TrouverMasque(const std::string& image, const TPoint2D<int>* taille) {
   MasqueTrouve m;
   m.image = image;
-  m.taille = ImageFicIn(image.c_str()).GetTaille();
+  m.taille = taille ? *taille : ImageFicIn(image.c_str()).GetTaille();
   if (CheckMagic_TIFF(image)) {
     TIFF_Annexes annexes(image);
     annexes.LireEntete(false);
+    annexes.CodecsEtendus(taille != nullptr);
     const uint64_t offset = OffsetMasqueInterne(annexes);
     if (offset != 0) {
       annexes.LireRepertoire(offset);

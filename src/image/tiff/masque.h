@@ -24,6 +24,9 @@ struct MasqueTrouve {
   // An Erreur when the .msk file has not the image's size.
   void VerifierTaille(const TPoint2D<int>& tailleMsk) const;
 };
-MasqueTrouve TrouverMasque(const std::string& image);
+// 'taille': the image's size when the caller has read it, null to read it here. The windows reader
+// gives it, as it reads codecs the reader used here refuses (Codec::etendu); it also reads the
+// internal mask with them.
+MasqueTrouve TrouverMasque(const std::string& image, const TPoint2D<int>* taille = nullptr);
 
 }  // namespace tiff

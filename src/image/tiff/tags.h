@@ -42,6 +42,7 @@ enum Compression {
   kPackBits = 32773,
   kDeflateAncien = 32946,  // Deflate before it had code 8
   kZstd = 50000,
+  kWebp = 50001,
 };
 
 // PhotometricInterpretation values the reader treats apart.
