@@ -235,6 +235,28 @@ TEST(Fenetres, MasquesCommeGdalLesEcrit) {
   EXPECT_TRUE(entier(dir / "rvba.tif"));
 }
 
+// WebP, as GDAL writes it (lossy in tiles, lossless in strips, RGBA), is read by the windows reader as
+// GDAL decodes it; the whole-image reader of the compatibility mode refuses it as it always did.
+TEST(Fenetres, WebpParLesFenetresSeulement) {
+  test::DossierTemp dir;
+  ImageMotif<unsigned char>(kL, kH, 3).Sauver((dir / "src3.tif").c_str());
+  ImageMotif<unsigned char>(kL, kH, 4).Sauver((dir / "src4.tif").c_str());
+  for (const std::string& options : std::vector<std::string>{
+           "-co COMPRESS=WEBP" + kTuiles + "src3.tif",
+           "-co COMPRESS=WEBP -co WEBP_LOSSLESS=YES -co BLOCKYSIZE=5 src3.tif",
+           "-co COMPRESS=WEBP -co ALPHA=YES -co BLOCKYSIZE=8 src4.tif"}) {
+    SCOPED_TRACE(options);
+    ASSERT_EQ(test::Lancer(dir.chemin(), kGdal + options + " w.tif && " + kGdal + "w.tif gdal.tif").statut, 0);
+    const TTImage<double> gdal((dir / "gdal.tif").c_str());
+    const LecteurFenetres l(dir / "w.tif");
+    ASSERT_EQ(l.Canaux(), gdal.GetNbCanaux());
+    for (const Rect& r : kFenetres) EXPECT_TRUE(MemeFenetre<float>(l, gdal, r, 0, l.Canaux()));
+    TTImage<unsigned char> image;
+    Refuse([&] { image.Lire((dir / "w.tif").c_str()); },
+           "[ImageFicIn_Raster] (GetValeurs) Compression (50001, WebP) non geree : pixels du fichier ");
+  }
+}
+
 // Two threads reading windows of one reader at once get the bytes one thread gets.
 TEST(Fenetres, DeuxFilsCommeUn) {
   test::DossierTemp dir;
