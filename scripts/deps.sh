@@ -7,8 +7,8 @@
 set -e
 pkgs="g++ make cmake pkg-config libeigen3-dev libgtest-dev libbenchmark-dev libtiff-tools gdal-bin clang
   libclang-rt-14-dev libproj-dev proj-data python3-gdal"
-# The libraries of the TIFF codecs (Deflate, ZSTD, JPEG, WebP), found through pkg-config.
-pkgs="$pkgs libdeflate-dev libzstd-dev libjpeg62-turbo-dev libwebp-dev"
+# The libraries of the TIFF codecs (Deflate, ZSTD, JPEG, WebP, LZMA), found through pkg-config.
+pkgs="$pkgs libdeflate-dev libzstd-dev libjpeg62-turbo-dev libwebp-dev liblzma-dev"
 # PNG quick-looks of the demo and of the quality benchmark.
 pkgs="$pkgs libpng-dev"
 # The phases of a job run side by side (scripts/phases_parallel.sh).

@@ -1,9 +1,10 @@
 // The lossless TIFF codecs through the codec interface: round trips over every block shape, streams
-// made by libdeflate, libzstd and libwebp themselves, hostile streams (empty, cut, flipped, inflating
+// made by libdeflate, libzstd, liblzma and libwebp themselves, hostile streams (empty, cut, flipped, inflating
 // past the block, of another size), our LZW and PackBits encoders read back by libtiff, and last strips
 // coded with padding.
 #include <gtest/gtest.h>
 #include <libdeflate.h>
+#include <lzma.h>
 #include <webp/encode.h>
 #include <zstd.h>
 
@@ -84,6 +85,15 @@ Octets Zstd(const Octets& d) {
   return o;
 }
 
+// An .xz stream as libtiff writes a block's (lzma_easy_buffer_encode, CRC64 unless told otherwise).
+Octets Xz(const Octets& d, uint32_t preset, lzma_check somme = LZMA_CHECK_CRC64) {
+  Octets o(lzma_stream_buffer_bound(d.size()));
+  size_t n = 0;
+  EXPECT_EQ(lzma_easy_buffer_encode(preset, somme, nullptr, d.data(), d.size(), o.data(), &n, o.size()), LZMA_OK);
+  o.resize(n);
+  return o;
+}
+
 Octets Deflate(const Octets& d, int niveau) {
   libdeflate_compressor* c = libdeflate_alloc_compressor(niveau);
   Octets o(libdeflate_zlib_compress_bound(c, d.size()));
@@ -110,6 +120,8 @@ TEST(Codecs, FluxDesBibliothequesDeReference) {
       // A window smaller than the block: streamed when read row by row.
       {"zstd, fenetre 2^10, somme de controle", ZstdEnFlux(d, 10, true), tiff::CreerDecodeurZstd},
       {"zstd, deux trames", deuxTrames, tiff::CreerDecodeurZstd},
+      {"xz 0", Xz(d, 0), tiff::CreerDecodeurLzma},
+      {"xz 9e, sans somme", Xz(d, 9 | LZMA_PRESET_EXTREME, LZMA_CHECK_NONE), tiff::CreerDecodeurLzma},
   };
   for (const auto& [nom, f, creer] : flux) {
     const auto decodeur = creer();
@@ -155,6 +167,12 @@ TEST(Codecs, FluxHostiles) {
        "depasse les 100 octets"},
       {"zstd court", tiff::CreerDecodeurZstd, ZstdEnFlux(Octets(d.begin(), d.end() - 10), 10, false),
        nullptr},
+      {"lzma vide", tiff::CreerDecodeurLzma, {}, "Flux LZMA corrompu ou tronque (0 octets)"},
+      {"lzma coupe", tiff::CreerDecodeurLzma, coupe(Xz(d, 6)), "Flux LZMA corrompu ou tronque"},
+      {"lzma inverse", tiff::CreerDecodeurLzma, inverse(Xz(d, 6)), "Flux LZMA corrompu ou tronque"},
+      {"lzma bombe", tiff::CreerDecodeurLzma, Xz(zeros, 9), "depasse les 100 octets du bloc"},
+      {"lzma un octet de trop", tiff::CreerDecodeurLzma, Xz(unDeTrop, 6), "depasse les 100 octets"},
+      {"lzma court", tiff::CreerDecodeurLzma, Xz(Octets(d.begin(), d.end() - 10), 6), nullptr},
   };
   for (const Cas& c : cas) {
     for (size_t pas : {size_t{0}, size_t{10}, size_t{3}}) {
@@ -164,13 +182,16 @@ TEST(Codecs, FluxHostiles) {
         EXPECT_EQ(test::Decoder(*decodeur, c.flux, b, pas), Octets(d.begin(), d.end() - 10));
         continue;
       }
-      const std::string classe =
-          c.creer == tiff::CreerDecodeurZstd ? "[DecodeurZstd] (Lire) " : "[DecodeurDeflate] (Lire) ";
+      const std::string classe = c.creer == tiff::CreerDecodeurZstd   ? "[DecodeurZstd] (Lire) "
+                                 : c.creer == tiff::CreerDecodeurLzma ? "[DecodeurLzma] (Lire) "
+                                                                      : "[DecodeurDeflate] (Lire) ";
       test::Refuse([&] { test::Decoder(*decodeur, c.flux, b, pas); }, classe,
                    {c.attendu, "du fichier bloc.tif"});
       // The decoder is left usable for the next block.
-      EXPECT_EQ(
-          test::Decoder(*decodeur, c.creer == tiff::CreerDecodeurZstd ? Zstd(d) : Deflate(d, 6), b, pas), d);
+      const Octets bon = c.creer == tiff::CreerDecodeurZstd   ? Zstd(d)
+                         : c.creer == tiff::CreerDecodeurLzma ? Xz(d, 6)
+                                                              : Deflate(d, 6);
+      EXPECT_EQ(test::Decoder(*decodeur, bon, b, pas), d);
     }
   }
 }

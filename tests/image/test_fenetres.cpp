@@ -235,16 +235,19 @@ TEST(Fenetres, MasquesCommeGdalLesEcrit) {
   EXPECT_TRUE(entier(dir / "rvba.tif"));
 }
 
-// WebP, as GDAL writes it (lossy in tiles, lossless in strips, RGBA), is read by the windows reader as
-// GDAL decodes it; the whole-image reader of the compatibility mode refuses it as it always did.
-TEST(Fenetres, WebpParLesFenetresSeulement) {
+// WebP (lossy in tiles, lossless in strips, RGBA) and LZMA (with a predictor, in planes), as GDAL
+// writes them, are read by the windows reader as GDAL decodes them; the whole-image reader of the
+// compatibility mode refuses them as it always did.
+TEST(Fenetres, CodecsDesFenetresSeulement) {
   test::DossierTemp dir;
   ImageMotif<unsigned char>(kL, kH, 3).Sauver((dir / "src3.tif").c_str());
   ImageMotif<unsigned char>(kL, kH, 4).Sauver((dir / "src4.tif").c_str());
   for (const std::string& options : std::vector<std::string>{
            "-co COMPRESS=WEBP" + kTuiles + "src3.tif",
            "-co COMPRESS=WEBP -co WEBP_LOSSLESS=YES -co BLOCKYSIZE=5 src3.tif",
-           "-co COMPRESS=WEBP -co ALPHA=YES -co BLOCKYSIZE=8 src4.tif"}) {
+           "-co COMPRESS=WEBP -co ALPHA=YES -co BLOCKYSIZE=8 src4.tif",
+           "-co COMPRESS=LZMA -co PREDICTOR=2" + kTuiles + "src4.tif",
+           "-co COMPRESS=LZMA -co INTERLEAVE=BAND -co BLOCKYSIZE=5 src3.tif"}) {
     SCOPED_TRACE(options);
     ASSERT_EQ(test::Lancer(dir.chemin(), kGdal + options + " w.tif && " + kGdal + "w.tif gdal.tif").statut, 0);
     const TTImage<double> gdal((dir / "gdal.tif").c_str());
@@ -252,8 +255,9 @@ TEST(Fenetres, WebpParLesFenetresSeulement) {
     ASSERT_EQ(l.Canaux(), gdal.GetNbCanaux());
     for (const Rect& r : kFenetres) EXPECT_TRUE(MemeFenetre<float>(l, gdal, r, 0, l.Canaux()));
     TTImage<unsigned char> image;
+    const std::string code = options.find("LZMA") != std::string::npos ? "34925, LZMA" : "50001, WebP";
     Refuse([&] { image.Lire((dir / "w.tif").c_str()); },
-           "[ImageFicIn_Raster] (GetValeurs) Compression (50001, WebP) non geree : pixels du fichier ");
+           "[ImageFicIn_Raster] (GetValeurs) Compression (" + code + ") non geree : pixels du fichier ");
   }
 }
 

@@ -43,6 +43,8 @@ std::vector<unsigned char> TablesJpeg(const ContexteBloc& contexte, int qualite)
 // WebP (50001), through libwebp, read only: 3 or 4 samples of 8 bits; for the windows reader only
 // (Codec::etendu).
 std::unique_ptr<Decodeur> CreerDecodeurWebp();
+// LZMA (34925), .xz streams through liblzma, read only; for the windows reader only.
+std::unique_ptr<Decodeur> CreerDecodeurLzma();
 
 // LZW (5) and PackBits (32773) encoders; their decoders are in codec_lzw.cpp and codec_packbits.cpp. Neither
 // has a level: 'niveau' and 'qualite' are not used.

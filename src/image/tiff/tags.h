@@ -40,6 +40,7 @@ enum Compression {
   kJPEG = 7,
   kDeflate = 8,
   kPackBits = 32773,
+  kLzma = 34925,
   kDeflateAncien = 32946,  // Deflate before it had code 8
   kZstd = 50000,
   kWebp = 50001,

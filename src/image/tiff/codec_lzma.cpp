@@ -1,0 +1,52 @@
+// LZMA (TIFF compression 34925), through liblzma: one .xz stream per strip or tile, as libtiff and GDAL
+// write it. Read only, and by the windows reader only (Codec::etendu): the compatibility mode refuses
+// these files as it always did.
+#include <lzma.h>
+
+#include <cstdint>
+
+#include "image/tiff/bloc_entier.h"
+#include "image/tiff/codecs_externes.h"
+#include "zepra/erreur.h"
+
+namespace tiff {
+namespace {
+
+// The decoder's memory is bounded whatever dictionary a stream asks for: xz -9 needs 65 MiB.
+constexpr uint64_t kMemoireMax = 256ull << 20;
+
+class DecodeurLzma : public DecodeurBlocEntier {
+ public:
+  DecodeurLzma() = default;
+  ~DecodeurLzma() override { lzma_end(&m_flux); }
+  DecodeurLzma(const DecodeurLzma&) = delete;
+  DecodeurLzma& operator=(const DecodeurLzma&) = delete;
+
+ protected:
+  size_t Decompresser(unsigned char* sortie, size_t capacite) override {
+    // The same state from block to block: liblzma reuses its memory.
+    if (lzma_stream_decoder(&m_flux, kMemoireMax, 0) != LZMA_OK)
+      ZEPRA_ERREUR("[DecodeurLzma] (Lire) Decodeur LZMA impossible pour le fichier " << m_bloc.nom << ".");
+    m_flux.next_in = m_donnees;
+    m_flux.avail_in = m_taille;
+    m_flux.next_out = sortie;
+    m_flux.avail_out = capacite;
+    const lzma_ret r = lzma_code(&m_flux, LZMA_FINISH);
+    if (r == LZMA_STREAM_END) return capacite - m_flux.avail_out;
+    if (m_flux.avail_out == 0 && (r == LZMA_OK || r == LZMA_BUF_ERROR))
+      ZEPRA_ERREUR("[DecodeurLzma] (Lire) Le flux LZMA de " << m_taille << " octets d'un bloc du fichier "
+                                                            << m_bloc.nom << " depasse les " << capacite
+                                                            << " octets du bloc.");
+    ZEPRA_ERREUR("[DecodeurLzma] (Lire) Flux LZMA corrompu ou tronque ("
+                 << m_taille << " octets) dans un bloc du fichier " << m_bloc.nom << ".");
+  }
+
+ private:
+  lzma_stream m_flux = LZMA_STREAM_INIT;
+};
+
+}  // namespace
+
+std::unique_ptr<Decodeur> CreerDecodeurLzma() { return std::make_unique<DecodeurLzma>(); }
+
+}  // namespace tiff
