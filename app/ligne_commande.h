@@ -131,13 +131,16 @@ ResultatLecture LireCommande(const std::vector<OptionCommande<Options>>& table, 
     while (mot.size() > k + 1 && mot[1] != '-') {
       const OptionCommande<Options>* drapeau = nullptr;
       for (const auto& ligne : table)
-        if (ligne.court != 0 && mot[k] == ligne.court && ligne.genre == GenreValeur::kAucune) drapeau = &ligne;
+        if (ligne.court != 0 && mot[k] == ligne.court && ligne.genre == GenreValeur::kAucune)
+          drapeau = &ligne;
       if (!drapeau) break;
       const std::string raison = Appliquer(*drapeau, std::string("-") + mot[k], "");
       if (!raison.empty()) return Refus(raison);
       if (o.aide || o.version) return r;
       ++k;
     }
+    // A dash there would make the rest a long option.
+    if (k > 1 && mot[k] == '-') return Refus("option inconnue : '-' dans " + mot);
     if (k > 1) mot = "-" + mot.substr(k);
     if (mot.size() > 2 && mot[1] == '-') {
       const size_t egal = mot.find('=');

@@ -198,17 +198,22 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
                    << ") n'a pas la taille de l'image " << nom << ".");
     // A mask placed on the map must lie where its image does: one of the same size made for another
     // tile (names swapped) would take out the wrong pixels. A mask without a grid is taken as the
-    // image's.
+    // image's. Its grid may be in its tags, a side file, or its .aux.xml, as for an input.
+    const auto VerifierGrille = [&](double x0, double y0, double pasX, double pasY) {
+      if (!MemeGrille(x0, y0, pasX, pasY))
+        ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
+                     << m_nomExclusion << " est place en " << TexteGrille(x0, y0, pasX, pasY) << ", l'image "
+                     << nom << " en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY)
+                     << " : est-ce le masque d'une autre image ?");
+    };
     if (const auto om = ImageOrientation::ChercherSiPresent(m_nomExclusion.c_str())) {
       if (const auto* carto = dynamic_cast<const CartoProjOrientation*>(om.get())) {
         const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
-        if (!MemeGrille(g.x0, g.y0, g.pasX, g.pasY))
-          ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
-                       << m_nomExclusion << " est place en " << TexteGrille(g.x0, g.y0, g.pasX, g.pasY)
-                       << ", l'image " << nom << " en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY)
-                       << " : est-ce le masque d'une autre image ?");
+        VerifierGrille(g.x0, g.y0, g.pasX, g.pasY);
       }
     }
+    if (const AnnexePam pm = LireAnnexePam(m_nomExclusion); pm.geotransform)
+      VerifierGrille(pm.gt[0], pm.gt[3], pm.gt[1], -pm.gt[5]);
   }
 }
 
@@ -231,11 +236,10 @@ void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {
       m_pasY = -gt[5];
     } else {
       if (!MemeGrille(gt[0], gt[3], gt[1], -gt[5]))
-        ZEPRA_ERREUR("[Mosaique] (Entrees) L'image " << m_nom << " est placee en "
-                                                     << TexteGrille(m_x0, m_y0, m_pasX, m_pasY) << ", et en "
-                                                     << TexteGrille(gt[0], gt[3], gt[1], -gt[5]) << ", par "
-                                                     << pam.fichier
-                                                     << ", que GDAL lit en premier : retirer l'un des deux.");
+        ZEPRA_ERREUR("[Mosaique] (Entrees) L'image "
+                     << m_nom << " est placee en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY) << ", et en "
+                     << TexteGrille(gt[0], gt[3], gt[1], -gt[5]) << ", par " << pam.fichier
+                     << ", que GDAL lit en premier : retirer l'un des deux.");
     }
   }
   if (!pam.srs.empty()) {

@@ -54,6 +54,9 @@ TEST(CommandeMosaique, TableDesLignesDeCommande) {
       // Short flags group as GNU tools take them; a short option with a value ends the group.
       {"a.tif -o m.tif -qz", 2, "option inconnue : -z\n"},
       {"a.tif -oq -q5", 2, "option inconnue : -5\n"},
+      // A dash inside a group is no option: -q-output=m.tif is not -q --output=m.tif.
+      {"a.tif -q-output=m.tif", 2, "option inconnue : '-' dans -q-output=m.tif\n"},
+      {"a.tif -o m.tif -q-", 2, "option inconnue : '-' dans -q-\n"},
       {"a.tif -o m.tif --pas 2,5", 2, "valeur '2,5' de --pas : un nombre est attendu"},
       {"a.tif -o m.tif --pas -1", 2, "valeur '-1' de --pas : doit etre > 0\n"},
       {"a.tif -o m.tif --pas nan", 2, "valeur 'nan' de --pas : un nombre est attendu, pas NaN"},

@@ -1,7 +1,7 @@
 // The lossless TIFF codecs through the codec interface: round trips over every block shape, streams
-// made by libdeflate, libzstd, liblzma and libwebp themselves, hostile streams (empty, cut, flipped, inflating
-// past the block, of another size), our LZW and PackBits encoders read back by libtiff, and last strips
-// coded with padding.
+// made by libdeflate, libzstd, liblzma and libwebp themselves, hostile streams (empty, cut, flipped,
+// inflating past the block, of another size), our LZW and PackBits encoders read back by libtiff, and last
+// strips coded with padding.
 #include <gtest/gtest.h>
 #include <libdeflate.h>
 #include <lzma.h>
@@ -89,7 +89,8 @@ Octets Zstd(const Octets& d) {
 Octets Xz(const Octets& d, uint32_t preset, lzma_check somme = LZMA_CHECK_CRC64) {
   Octets o(lzma_stream_buffer_bound(d.size()));
   size_t n = 0;
-  EXPECT_EQ(lzma_easy_buffer_encode(preset, somme, nullptr, d.data(), d.size(), o.data(), &n, o.size()), LZMA_OK);
+  EXPECT_EQ(lzma_easy_buffer_encode(preset, somme, nullptr, d.data(), d.size(), o.data(), &n, o.size()),
+            LZMA_OK);
   o.resize(n);
   return o;
 }
@@ -133,6 +134,8 @@ TEST(Codecs, FluxDesBibliothequesDeReference) {
 TEST(Codecs, FluxHostiles) {
   const tiff::ContexteBloc b = Bloc(10, 10);  // 100 bytes, rows of 10
   const Octets d = test::Donnees(100), zeros(1 << 16, 0), unDeTrop = test::Donnees(101);
+  Octets rampe(100);  // stored as it stands by Deflate
+  for (size_t i = 0; i < rampe.size(); ++i) rampe[i] = static_cast<unsigned char>(i);
   struct Cas {
     const char* nom;
     std::unique_ptr<tiff::Decodeur> (*creer)();
@@ -143,6 +146,12 @@ TEST(Codecs, FluxHostiles) {
     f.resize(f.size() / 2);
     return f;
   };
+  // Cut in its trailer (Adler-32, or the xz index and footer): every byte of the block decodes, then
+  // the stream ends early. Such a block is corrupt, not a bomb.
+  auto sansFin = [](Octets f, size_t n) {
+    f.resize(f.size() - n);
+    return f;
+  };
   auto inverse = [](Octets f) {
     f[f.size() / 2] ^= 0x10;
     return f;
@@ -151,6 +160,10 @@ TEST(Codecs, FluxHostiles) {
       {"deflate vide", tiff::CreerDecodeurDeflate, {}, "Flux Deflate corrompu ou tronque (0 octets)"},
       {"deflate coupe", tiff::CreerDecodeurDeflate, coupe(Deflate(d, 6)), "Flux Deflate corrompu ou tronque"},
       {"deflate inverse", tiff::CreerDecodeurDeflate, inverse(Deflate(d, 6)),
+       "Flux Deflate corrompu ou tronque"},
+      {"deflate sans somme", tiff::CreerDecodeurDeflate, sansFin(Deflate(d, 6), 2),
+       "Flux Deflate corrompu ou tronque"},
+      {"deflate d'un bloc stocke sans somme", tiff::CreerDecodeurDeflate, sansFin(Deflate(rampe, 6), 1),
        "Flux Deflate corrompu ou tronque"},
       {"deflate bombe", tiff::CreerDecodeurDeflate, Deflate(zeros, 12), "depasse les 100 octets du bloc"},
       {"deflate un octet de trop", tiff::CreerDecodeurDeflate, Deflate(unDeTrop, 6),
@@ -170,6 +183,8 @@ TEST(Codecs, FluxHostiles) {
       {"lzma vide", tiff::CreerDecodeurLzma, {}, "Flux LZMA corrompu ou tronque (0 octets)"},
       {"lzma coupe", tiff::CreerDecodeurLzma, coupe(Xz(d, 6)), "Flux LZMA corrompu ou tronque"},
       {"lzma inverse", tiff::CreerDecodeurLzma, inverse(Xz(d, 6)), "Flux LZMA corrompu ou tronque"},
+      {"lzma sans pied", tiff::CreerDecodeurLzma, sansFin(Xz(d, 6), 4), "Flux LZMA corrompu ou tronque"},
+      {"lzma sans index", tiff::CreerDecodeurLzma, sansFin(Xz(d, 6), 12), "Flux LZMA corrompu ou tronque"},
       {"lzma bombe", tiff::CreerDecodeurLzma, Xz(zeros, 9), "depasse les 100 octets du bloc"},
       {"lzma un octet de trop", tiff::CreerDecodeurLzma, Xz(unDeTrop, 6), "depasse les 100 octets"},
       {"lzma court", tiff::CreerDecodeurLzma, Xz(Octets(d.begin(), d.end() - 10), 6), nullptr},
@@ -251,8 +266,7 @@ TEST(Codecs, WebpDeLibwebp) {
        "Image WebP de 12 x 7 pixels dans un bloc de 13 x 7 pixels"},
       {"plus de lignes", Bloc(13, 6, 3), WebpSansPerte(d, 13, 7, 3),
        "Image WebP de 13 x 7 pixels dans un bloc de 13 x 6 pixels"},
-      {"un echantillon", Bloc(13, 7, 1), WebpSansPerte(d, 13, 7, 3),
-       "Blocs de 1 echantillon(s) de 8 bits"},
+      {"un echantillon", Bloc(13, 7, 1), WebpSansPerte(d, 13, 7, 3), "Blocs de 1 echantillon(s) de 8 bits"},
       {"16 bits", Bloc(13, 7, 3, 16), WebpSansPerte(d, 13, 7, 3), "Blocs de 3 echantillon(s) de 16 bits"},
   };
   for (const auto& c : cas) {

@@ -922,19 +922,31 @@ TEST(JobMosaique, MasqueDExclusionParSuffixe) {
   const struct {
     const char* cas;
     int colonne;        // of the block's grid where the mask's grid starts; -1: no grid
+    bool annexe;        // the grid in the mask's .aux.xml (as GDAL's BASELINE profile puts it), not its tags
     std::string refus;  // empty: applied
   } cas[] = {
-      {"sans grille", -1, ""},
-      {"sur la grille de l'image", 0, ""},
-      {"sur celle de la tuile voisine", kN - kRecouvrement,
+      {"sans grille", -1, false, ""},
+      {"sur la grille de l'image", 0, false, ""},
+      {"sur celle de la tuile voisine", kN - kRecouvrement, false,
+       "[Mosaique] (Entrees) Le masque d'exclusion " + d / "t00_masque.tif"},
+      {"sur la grille de l'image, par son .aux.xml", 0, true, ""},
+      {"sur celle de la tuile voisine, par son .aux.xml", kN - kRecouvrement, true,
        "[Mosaique] (Entrees) Le masque d'exclusion " + d / "t00_masque.tif"},
   };
   for (const auto& c : cas) {
+    std::filesystem::remove(d / "t00_masque.tif.aux.xml");
+    if (c.annexe) {
+      const GeoreferenceEcriture g = Grille(c.colonne, 0);
+      std::ofstream a(d / "t00_masque.tif.aux.xml");
+      a.precision(17);
+      a << "<PAMDataset>\n  <GeoTransform>" << g.x0 << ", " << g.pasX << ", 0, " << g.y0 << ", 0, " << -g.pasY
+        << "</GeoTransform>\n</PAMDataset>\n";
+    }
     {
       OptionsEcriture o;
       o.type = eUInt1;
       EcrivainGeoTIFF e(d / "t00_masque.tif", o, TPoint2D<int>(kN, kN), 1, eFloat4,
-                        c.colonne < 0 ? GeoreferenceEcriture() : Grille(c.colonne, 0));
+                        c.colonne < 0 || c.annexe ? GeoreferenceEcriture() : Grille(c.colonne, 0));
       std::vector<float> ligne(kN);
       for (int x = 0; x < kN; ++x) ligne[x] = x < kN / 2 ? 1.0f : 0.0f;
       e.EcrireLignes(eFloat4, ligne.data(), 0, kN);

@@ -20,13 +20,25 @@ class DecodeurDeflate : public DecodeurBlocEntier {
       case LIBDEFLATE_SUCCESS:
         return lus;
       case LIBDEFLATE_INSUFFICIENT_SPACE:
+        if (!Depasse(sortie, capacite)) break;
         ZEPRA_ERREUR("[DecodeurDeflate] (Lire) Le flux Deflate de "
                      << m_taille << " octets d'un bloc du fichier " << m_bloc.nom << " depasse les "
                      << capacite << " octets du bloc.");
       default:
-        ZEPRA_ERREUR("[DecodeurDeflate] (Lire) Flux Deflate corrompu ou tronque ("
-                     << m_taille << " octets) dans un bloc du fichier " << m_bloc.nom << ".");
+        break;
     }
+    ZEPRA_ERREUR("[DecodeurDeflate] (Lire) Flux Deflate corrompu ou tronque ("
+                 << m_taille << " octets) dans un bloc du fichier " << m_bloc.nom << ".");
+  }
+
+  // libdeflate decodes the bytes before the 4 of the Adler-32 trailer as the Deflate data: a stream
+  // cut in its trailer loses the end of its data too, and the zeros read in their place may decode
+  // past the block. Decoded with every byte after the zlib header, the data does not when the
+  // stream is only cut short.
+  bool Depasse(unsigned char* sortie, size_t capacite) {
+    size_t lus = 0;
+    return m_taille >= 2 && libdeflate_deflate_decompress(m_d.get(), m_donnees + 2, m_taille - 2, sortie,
+                                                          capacite, &lus) == LIBDEFLATE_INSUFFICIENT_SPACE;
   }
 
  private:

@@ -31,9 +31,20 @@ class DecodeurLzma : public DecodeurBlocEntier {
     m_flux.avail_in = m_taille;
     m_flux.next_out = sortie;
     m_flux.avail_out = capacite;
-    const lzma_ret r = lzma_code(&m_flux, LZMA_FINISH);
+    lzma_ret r = lzma_code(&m_flux, LZMA_FINISH);
     if (r == LZMA_STREAM_END) return capacite - m_flux.avail_out;
-    if (m_flux.avail_out == 0 && (r == LZMA_OK || r == LZMA_BUF_ERROR))
+    // The block is full and the stream has not ended: one more byte out means it decodes past the
+    // block; none means it stops short of its end (cut in its index or footer), a corrupt block.
+    bool depasse = false;
+    if (m_flux.avail_out == 0 && (r == LZMA_OK || r == LZMA_BUF_ERROR)) {
+      unsigned char octet = 0;
+      m_flux.next_out = &octet;
+      m_flux.avail_out = 1;
+      r = lzma_code(&m_flux, LZMA_FINISH);
+      if (r == LZMA_STREAM_END && m_flux.avail_out == 1) return capacite;
+      depasse = m_flux.avail_out == 0;
+    }
+    if (depasse)
       ZEPRA_ERREUR("[DecodeurLzma] (Lire) Le flux LZMA de " << m_taille << " octets d'un bloc du fichier "
                                                             << m_bloc.nom << " depasse les " << capacite
                                                             << " octets du bloc.");
