@@ -261,6 +261,30 @@ TEST(Fenetres, CodecsDesFenetresSeulement) {
   }
 }
 
+// Headers no WebP or LZMA stream can back are refused at the open, before any block is allocated: a
+// WebP block wider than WebP codes, an LZMA block larger than its bytes could give.
+TEST(Fenetres, CodecsDesFenetresSeulementBornes) {
+  test::DossierTemp dir;
+  const struct {
+    const char* nom;
+    test::TiffTest tiff;
+    const char* attendu;
+  } cas[] = {
+      {"webp.tif", test::TiffSimple(16400, 1, 3, std::string(64, '\x05')).Court(259, {50001}),
+       "Blocs WebP de 16400 x 1 pixels dans le fichier "},
+      {"webp2.tif", test::TiffSimple(16, 16400, 3, std::string(64, '\x05')).Court(259, {50001}),
+       "Blocs WebP de 16 x 16400 pixels dans le fichier "},
+      {"lzma.tif", test::TiffSimple(10000, 10000, 1, std::string(1000, '\x05')).Court(259, {34925}),
+       "Le bloc 0 (1000 octets compresses) ne peut pas donner les 100000000 octets"},
+  };
+  for (const auto& c : cas) {
+    SCOPED_TRACE(c.nom);
+    test::TiffTest t = c.tiff;
+    t.Ecrire(dir / c.nom);
+    Refuse([&] { LecteurFenetres l(dir / c.nom); }, "[TIFF_Annexes] (GetImage) ", {c.attendu});
+  }
+}
+
 // Two threads reading windows of one reader at once get the bytes one thread gets.
 TEST(Fenetres, DeuxFilsCommeUn) {
   test::DossierTemp dir;

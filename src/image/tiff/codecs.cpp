@@ -57,8 +57,7 @@ const std::vector<Codec>& TousLesCodecs() {
       {kJPEG, "jpeg", CreerDecodeurJpeg, CreerEncodeurJpeg, nullptr},
       // A tile of uniform colour codes in a few dozen bytes: no useful bound.
       {kWebp, "webp", CreerDecodeurWebp, nullptr, nullptr, true},
-      // Runs of 2 MiB code in a few hundred bytes: no useful bound either.
-      {kLzma, "lzma", CreerDecodeurLzma, nullptr, nullptr, true},
+      {kLzma, "lzma", CreerDecodeurLzma, nullptr, BorneLzma, true},
   };
   return codecs;
 }

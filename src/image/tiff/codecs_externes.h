@@ -45,6 +45,10 @@ std::vector<unsigned char> TablesJpeg(const ContexteBloc& contexte, int qualite)
 std::unique_ptr<Decodeur> CreerDecodeurWebp();
 // LZMA (34925), .xz streams through liblzma, read only; for the windows reader only.
 std::unique_ptr<Decodeur> CreerDecodeurLzma();
+// The most bytes 'octets' bytes of .xz decode to: 16384 per byte, more than twice the best ratio.
+uint64_t BorneLzma(uint64_t octets);
+// The largest side of a WebP image, hence of a WebP block.
+constexpr int kCoteWebpMax = 16383;
 
 // LZW (5) and PackBits (32773) encoders; their decoders are in codec_lzw.cpp and codec_packbits.cpp. Neither
 // has a level: 'niveau' and 'qualite' are not used.

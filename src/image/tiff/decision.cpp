@@ -4,6 +4,7 @@
 
 #include "annexes.h"
 #include "codec.h"
+#include "codecs_externes.h"
 #include "zepra/erreur.h"
 #include "zepra/imagefic.h"
 #include "zepra/systeme.h"
@@ -223,6 +224,12 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
                  << d.largeurBloc << " x " << d.hauteurBloc << " pixels (" << octetsLigne
                  << " octets par ligne) au-dela de la limite de " << LimiteOctetsDecodes()
                  << " octets dans le fichier " << m_nom << ".");
+  // WebP has no useful byte bound, but its images are at most 16383 pixels a side.
+  if (m_etendus && d.compression == kWebp &&
+      (d.largeurBloc > kCoteWebpMax || std::min(d.hauteurBloc, d.lignes) > kCoteWebpMax))
+    ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Blocs WebP de "
+                 << d.largeurBloc << " x " << std::min(d.hauteurBloc, d.lignes) << " pixels dans le fichier "
+                 << m_nom << " : WebP ne code pas d'image de plus de " << kCoteWebpMax << " pixels de cote.");
   const bool bandes = tagOffsets == kStripOffsets;
   uint64_t total = 0;
   // A codec we do not read is bounded as LZW is; past that bound its blocks are not taken for corrupt:
