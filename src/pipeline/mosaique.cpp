@@ -764,7 +764,7 @@ void JobMosaique::Impl::PreparerReference(const SystemeReference* epsg) {
   for (const std::string& e : p.entrees)
     if (e == n) ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " est aussi une image en entree.");
   try {
-    reference = std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe);
+    reference = std::make_unique<EntreeMosaique>(n, p.nodataDonne, p.nodata, p.masqueSuffixe, true);
   } catch (const Erreur& e) {
     ZEPRA_ERREUR("[Mosaique] (Reference) --reference " << n << " : " << e.Phrase());
   }

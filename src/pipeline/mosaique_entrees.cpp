@@ -119,7 +119,7 @@ std::vector<std::string> FichiersLusAvec(const std::string& image, const std::st
 }
 
 EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata,
-                               const std::string& suffixe)
+                               const std::string& suffixe, bool masqueFacultatif)
     : m_nom(nom) {
   m_fichier = Nommer(nom, [&] { return std::make_unique<LecteurFenetres>(nom); });
   const TPoint2D<int> t = m_fichier->Taille();
@@ -186,7 +186,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     m_regle = RegleValidite::kMasque;
   }
 
-  if (!suffixe.empty()) {
+  if (!suffixe.empty() && !(masqueFacultatif && !FichierExiste(NomMasqueExclusion(nom, suffixe)))) {
     m_nomExclusion = NomMasqueExclusion(nom, suffixe);
     if (!FichierExiste(m_nomExclusion))
       ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << m_nomExclusion << " de l'image " << nom

@@ -43,8 +43,10 @@ class EntreeMosaique {
  public:
   // Opens the file and its masks, reads its georeferencing; an Erreur naming the file otherwise.
   // nodataDonne / nodata: the --nodata option, for a file without a no-data tag; suffixe: the exclusion
-  // mask's suffix, empty for none.
-  EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata, const std::string& suffixe);
+  // mask's suffix, empty for none; masqueFacultatif: a missing exclusion mask excludes nothing (a
+  // reference from elsewhere seldom has one) rather than being refused (an input's, a typo).
+  EntreeMosaique(const std::string& nom, bool nodataDonne, double nodata, const std::string& suffixe,
+                 bool masqueFacultatif = false);
 
   const std::string& Nom() const { return m_nom; }
   int Colonnes() const { return m_colonnes; }

@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* donnees, size_t taille) {
   if (taille < fuzz::kEntete) return 0;
   static const auto decodeur = tiff::CreerDecodeurLzma();
   std::vector<unsigned char> bloc;
-  fuzz::Decoder(*decodeur, donnees + fuzz::kEntete, taille - fuzz::kEntete, fuzz::Contexte(donnees), donnees[3],
-                bloc);
+  fuzz::Decoder(*decodeur, donnees + fuzz::kEntete, taille - fuzz::kEntete, fuzz::Contexte(donnees),
+                donnees[3], bloc);
   return 0;
 }

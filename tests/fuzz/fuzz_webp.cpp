@@ -8,7 +8,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* donnees, size_t taille) {
   static const auto decodeur = tiff::CreerDecodeurWebp();
   const tiff::ContexteBloc b = fuzz::Contexte(donnees);
   std::vector<unsigned char> bloc;
-  if (!fuzz::Decoder(*decodeur, donnees + fuzz::kEntete, taille - fuzz::kEntete, b, donnees[3], bloc)) return 0;
+  if (!fuzz::Decoder(*decodeur, donnees + fuzz::kEntete, taille - fuzz::kEntete, b, donnees[3], bloc))
+    return 0;
   if (bloc.size() != b.Octets()) __builtin_trap();
   return 0;
 }

@@ -296,7 +296,8 @@ TEST(Codecs, BornesDesTauxDeCompression) {
   EXPECT_LE(zeros.size(), tiff::BorneDeflate(Deflate(zeros, 12).size()));
   // xz: 64 MiB of zeros at the densest preset, without a check to pad it, within half the bound.
   const Octets zeros64(1 << 26, 0);
-  EXPECT_LE(2 * zeros64.size(), tiff::BorneLzma(Xz(zeros64, 9 | LZMA_PRESET_EXTREME, LZMA_CHECK_NONE).size()));
+  EXPECT_LE(2 * zeros64.size(),
+            tiff::BorneLzma(Xz(zeros64, 9 | LZMA_PRESET_EXTREME, LZMA_CHECK_NONE).size()));
   EXPECT_EQ(tiff::BorneZstd(UINT64_MAX / 1000), UINT64_MAX);
   EXPECT_EQ(tiff::BorneLzma(UINT64_MAX / 1000), UINT64_MAX);
 }

@@ -242,14 +242,15 @@ TEST(Fenetres, CodecsDesFenetresSeulement) {
   test::DossierTemp dir;
   ImageMotif<unsigned char>(kL, kH, 3).Sauver((dir / "src3.tif").c_str());
   ImageMotif<unsigned char>(kL, kH, 4).Sauver((dir / "src4.tif").c_str());
-  for (const std::string& options : std::vector<std::string>{
-           "-co COMPRESS=WEBP" + kTuiles + "src3.tif",
-           "-co COMPRESS=WEBP -co WEBP_LOSSLESS=YES -co BLOCKYSIZE=5 src3.tif",
-           "-co COMPRESS=WEBP -co ALPHA=YES -co BLOCKYSIZE=8 src4.tif",
-           "-co COMPRESS=LZMA -co PREDICTOR=2" + kTuiles + "src4.tif",
-           "-co COMPRESS=LZMA -co INTERLEAVE=BAND -co BLOCKYSIZE=5 src3.tif"}) {
+  for (const std::string& options :
+       std::vector<std::string>{"-co COMPRESS=WEBP" + kTuiles + "src3.tif",
+                                "-co COMPRESS=WEBP -co WEBP_LOSSLESS=YES -co BLOCKYSIZE=5 src3.tif",
+                                "-co COMPRESS=WEBP -co ALPHA=YES -co BLOCKYSIZE=8 src4.tif",
+                                "-co COMPRESS=LZMA -co PREDICTOR=2" + kTuiles + "src4.tif",
+                                "-co COMPRESS=LZMA -co INTERLEAVE=BAND -co BLOCKYSIZE=5 src3.tif"}) {
     SCOPED_TRACE(options);
-    ASSERT_EQ(test::Lancer(dir.chemin(), kGdal + options + " w.tif && " + kGdal + "w.tif gdal.tif").statut, 0);
+    ASSERT_EQ(test::Lancer(dir.chemin(), kGdal + options + " w.tif && " + kGdal + "w.tif gdal.tif").statut,
+              0);
     const TTImage<double> gdal((dir / "gdal.tif").c_str());
     const LecteurFenetres l(dir / "w.tif");
     ASSERT_EQ(l.Canaux(), gdal.GetNbCanaux());

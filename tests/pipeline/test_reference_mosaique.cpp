@@ -412,6 +412,38 @@ TEST(ReferenceMosaique, RefusesNommees) {
   EXPECT_TRUE(std::filesystem::exists(d / "m.tif"));
 }
 
+// With --masque-suffixe every input needs its exclusion mask (a missing one is a typo), but a reference
+// from elsewhere seldom has one: without it nothing of it is excluded, as with a mask of zeros; with
+// it, it is applied (a mask over the whole reference leaves it nothing to anchor: refused).
+TEST(ReferenceMosaique, MasqueDExclusionFacultatif) {
+  test::DossierTemp d;
+  const std::vector<std::string> t = Tuiles(d.chemin());
+  EcrireVerite(d / "verite.tif", -32, -32, kW + 64, kH + 64, 1);
+  const auto masque = [](const std::string& nom, int n, int m, float valeur) {
+    OptionsEcriture o;
+    o.type = eUInt1;
+    EcrivainGeoTIFF e(nom, o, TPoint2D<int>(n, m), 1, eFloat4);
+    const std::vector<float> ligne(n, valeur);
+    for (int y = 0; y < m; ++y) e.EcrireLignes(eFloat4, ligne.data(), 0, 1);
+    e.Terminer();
+  };
+  for (const std::string& n : t) masque(n.substr(0, n.size() - 4) + "_m.tif", kN, kN, 0);
+  const auto lancer = [&](const std::string& sortie, const std::string& reference) {
+    ParametresMosaique p = test::Parametres(t, d / sortie);
+    p.masqueSuffixe = "_m.tif";
+    p.reference = reference.empty() ? "" : d / reference;
+    JobMosaique(p).Executer();
+    return test::LireFichier(d / sortie);
+  };
+  const std::string sansMasque = lancer("a.tif", "verite.tif");
+  masque(d / "verite_m.tif", kW + 64, kH + 64, 0);
+  EXPECT_EQ(lancer("b.tif", "verite.tif"), sansMasque);
+  EXPECT_LT(test::EcartALaVerite(d / "b.tif", true), 0.6);
+  masque(d / "verite_m.tif", kW + 64, kH + 64, 1);
+  test::Refuse([&] { lancer("c.tif", "verite.tif"); },
+               "[Mosaique] (Reference) --reference " + d / "verite.tif", {"elle n'ancre rien"});
+}
+
 // The reference's pixel is checked against the block actually used: a block grown to fit the
 // equalization's share of --memoire (made small here) may hold a pixel that 16 does not.
 TEST(ReferenceMosaique, PixelAuPlusLeBlocUtilise) {

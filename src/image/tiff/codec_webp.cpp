@@ -23,23 +23,22 @@ class DecodeurWebp : public DecodeurBlocEntier {
                                                      << " : WebP code 3 ou 4 echantillons de 8 bits.");
     WebPBitstreamFeatures f;
     if (WebPGetFeatures(m_donnees, m_taille, &f) != VP8_STATUS_OK)
-      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Flux WebP invalide (" << m_taille << " octets) dans un bloc du fichier "
-                                                                << b.nom << ".");
+      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Flux WebP invalide ("
+                   << m_taille << " octets) dans un bloc du fichier " << b.nom << ".");
     // A last strip may be coded with its padding rows.
     const size_t ligne = static_cast<size_t>(b.OctetsLigne());
     if (f.width != b.largeur || (f.height != b.hauteur && f.height != std::max(b.hauteur, b.hauteurCodee)) ||
         static_cast<size_t>(f.height) * ligne > capacite)
-      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Image WebP de " << f.width << " x " << f.height
-                                                          << " pixels dans un bloc de " << b.largeur << " x "
-                                                          << b.hauteur << " pixels du fichier " << b.nom << ".");
+      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Image WebP de "
+                   << f.width << " x " << f.height << " pixels dans un bloc de " << b.largeur << " x "
+                   << b.hauteur << " pixels du fichier " << b.nom << ".");
     const size_t n = static_cast<size_t>(f.height) * ligne;
     const int pas = static_cast<int>(ligne);
     const uint8_t* r = b.echantillons == 4 ? WebPDecodeRGBAInto(m_donnees, m_taille, sortie, n, pas)
                                            : WebPDecodeRGBInto(m_donnees, m_taille, sortie, n, pas);
     if (!r)
-      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Flux WebP corrompu ou tronque (" << m_taille
-                                                                          << " octets) dans un bloc du fichier "
-                                                                          << b.nom << ".");
+      ZEPRA_ERREUR("[DecodeurWebp] (Lire) Flux WebP corrompu ou tronque ("
+                   << m_taille << " octets) dans un bloc du fichier " << b.nom << ".");
     return n;
   }
 };

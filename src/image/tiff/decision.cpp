@@ -235,7 +235,8 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
   // A codec we do not read is bounded as LZW is; past that bound its blocks are not taken for corrupt:
   // the codec is named.
   const auto SiCodecInconnu = [&] {
-    if (!TrouverCodec(d.compression, m_etendus)) CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
+    if (!TrouverCodec(d.compression, m_etendus))
+      CompressionNonGeree("[TIFF_Annexes] (GetImage)", d.compression, m_nom);
   };
   d.offsets.resize(static_cast<size_t>(nbBlocs));
   d.octets.resize(static_cast<size_t>(nbBlocs));
@@ -265,7 +266,8 @@ void TIFF_Annexes::LireBlocs(DescriptionTIFF& d, uint16_t tagOffsets, uint16_t t
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc " << b << " n'a que " << octets << " octets pour les "
                                                         << besoin << " de ses " << lignes
                                                         << " lignes dans le fichier " << m_nom << ".");
-    if (d.compression != kSans && besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets), m_etendus)) {
+    if (d.compression != kSans &&
+        besoin > MaxDecode(d.compression, static_cast<uint64_t>(octets), m_etendus)) {
       SiCodecInconnu();
       ZEPRA_ERREUR("[TIFF_Annexes] (GetImage) Le bloc "
                    << b << " (" << octets << " octets compresses) ne peut pas donner les " << besoin
