@@ -17,15 +17,6 @@ TRAVAIL=${2:-/tmp/egalise_bench_memoire}
 verifier_outils bench_memoire
 mkdir -p "$TRAVAIL"
 
-donnees() {
-  entete="# $2 x $2 GeoTIFF tiles of $3 x $3 x $4 bands"
-  if ! grep -q "^$entete" "$TRAVAIL/$1/distorsions.txt" 2> /dev/null; then
-    rm -rf "${TRAVAIL:?}/$1"
-    echo "bench_memoire: making $1 ($2 x $2 tiles of $3 x $3 x $4)" >&2
-    "$GENERER" "$TRAVAIL/$1" --geotiff --grille "$2" --taille "$3" --bandes "$4" > /dev/null
-  fi
-}
-
 # run <set> <--memoire>: one table row.
 run() {
   d="$TRAVAIL/$1.$2"

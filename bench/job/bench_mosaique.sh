@@ -24,17 +24,6 @@ RUNS=${3:-3}
 verifier_outils bench_mosaique
 mkdir -p "$TRAVAIL"
 
-# donnees <set> <grid> <size> <bands>: makes the set unless its description is already there.
-donnees() {
-  entete="# $2 x $2 GeoTIFF tiles of $3 x $3 x $4 bands"
-  if ! grep -q "^$entete" "$TRAVAIL/$1/distorsions.txt" 2> /dev/null; then
-    rm -rf "${TRAVAIL:?}/$1"
-    echo "bench_mosaique: making $1 ($2 x $2 tiles of $3 x $3 x $4)" >&2
-    /usr/bin/time -f "%e s" -o "$TRAVAIL/$1.generation" \
-      "$GENERER" "$TRAVAIL/$1" --geotiff --grille "$2" --taille "$3" --bandes "$4" > /dev/null
-  fi
-}
-
 # mesure <set> <name> <command...>: runs it under GNU time in the set's folder; appends
 # "<set> <name> <wall s> <peak RSS KB> <CPU s>" to mesures.txt.
 mesure() {

@@ -10,6 +10,18 @@ verifier_outils() {
   command -v gdalwarp > /dev/null || { echo "$1: gdalwarp missing (scripts/deps.sh bench)" >&2; exit 1; }
 }
 
+# donnees <set> <grid> <size> <bands>: makes the set in $TRAVAIL with the demo generator unless its
+# description is already there; the generation's time in $TRAVAIL/<set>.generation.
+donnees() {
+  entete="# $2 x $2 GeoTIFF tiles of $3 x $3 x $4 bands"
+  if ! grep -q "^$entete" "$TRAVAIL/$1/distorsions.txt" 2> /dev/null; then
+    rm -rf "${TRAVAIL:?}/$1"
+    echo "bench: making $1 ($2 x $2 tiles of $3 x $3 x $4)" >&2
+    /usr/bin/time -f "%e s" -o "$TRAVAIL/$1.generation" \
+      "$GENERER" "$TRAVAIL/$1" --geotiff --grille "$2" --taille "$3" --bandes "$4" > /dev/null
+  fi
+}
+
 # resume_time <file of /usr/bin/time -v> <label>: prints "<label> <wall s> <peak RSS KB> <CPU s>".
 resume_time() {
   awk -v nom="$2" '

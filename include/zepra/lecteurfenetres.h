@@ -85,3 +85,5 @@ class MasqueFenetres {
 
 // Null when the image has no mask; an Erreur when it cannot be read or has not the image's size.
 std::unique_ptr<MasqueFenetres> OuvrirMasqueFenetres(const std::string& image);
+// The same for an image whose size the caller has already read (its reader's Taille()).
+std::unique_ptr<MasqueFenetres> OuvrirMasqueFenetres(const std::string& image, const TPoint2D<int>& taille);

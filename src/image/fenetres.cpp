@@ -133,7 +133,10 @@ void MasqueFenetres::Lire(int x0, int y0, int nx, int ny, unsigned char* dest, s
 }
 
 std::unique_ptr<MasqueFenetres> OuvrirMasqueFenetres(const std::string& image) {
-  const TPoint2D<int> taille = OuvrirSourceFenetres(image)->Taille();
+  return OuvrirMasqueFenetres(image, OuvrirSourceFenetres(image)->Taille());
+}
+
+std::unique_ptr<MasqueFenetres> OuvrirMasqueFenetres(const std::string& image, const TPoint2D<int>& taille) {
   const tiff::MasqueTrouve m = tiff::TrouverMasque(image, &taille);
   if (m.interne) return std::make_unique<MasqueFenetres>(tiff::SourceFenetresTIFF(*m.interne), image);
   if (m.msk.empty()) return nullptr;

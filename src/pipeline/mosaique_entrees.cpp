@@ -170,7 +170,7 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
         std::isfinite(m_pasY)))
     ZEPRA_ERREUR("[Mosaique] (Entrees) La grille de " << nom << " est inutilisable.");
 
-  m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom); });
+  m_masque = Nommer(nom, [&] { return OuvrirMasqueFenetres(nom, t); });
   if (m_meta && m_meta->nodataPresent) {
     m_regle = RegleValidite::kNodata;
     m_nodata = m_meta->nodata;
@@ -186,35 +186,38 @@ EntreeMosaique::EntreeMosaique(const std::string& nom, bool nodataDonne, double 
     m_regle = RegleValidite::kMasque;
   }
 
-  if (!suffixe.empty() && !(masqueFacultatif && !FichierExiste(NomMasqueExclusion(nom, suffixe)))) {
-    m_nomExclusion = NomMasqueExclusion(nom, suffixe);
-    if (!FichierExiste(m_nomExclusion))
-      ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << m_nomExclusion << " de l'image " << nom
-                                                                 << " n'existe pas.");
-    m_exclusion = Nommer(m_nomExclusion, [&] { return std::make_unique<LecteurFenetres>(m_nomExclusion); });
-    if (m_exclusion->Taille() != t)
-      ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
-                   << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
-                   << ") n'a pas la taille de l'image " << nom << ".");
-    // A mask placed on the map must lie where its image does: one of the same size made for another
-    // tile (names swapped) would take out the wrong pixels. A mask without a grid is taken as the
-    // image's. Its grid may be in its tags, a side file, or its .aux.xml, as for an input.
-    const auto VerifierGrille = [&](double x0, double y0, double pasX, double pasY) {
-      if (!MemeGrille(x0, y0, pasX, pasY))
-        ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
-                     << m_nomExclusion << " est place en " << TexteGrille(x0, y0, pasX, pasY) << ", l'image "
-                     << nom << " en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY)
-                     << " : est-ce le masque d'une autre image ?");
-    };
-    if (const auto om = ImageOrientation::ChercherSiPresent(m_nomExclusion.c_str())) {
-      if (const auto* carto = dynamic_cast<const CartoProjOrientation*>(om.get())) {
-        const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
-        VerifierGrille(g.x0, g.y0, g.pasX, g.pasY);
-      }
-    }
-    if (const AnnexePam pm = LireAnnexePam(m_nomExclusion); pm.geotransform)
-      VerifierGrille(pm.gt[0], pm.gt[3], pm.gt[1], -pm.gt[5]);
+  if (!suffixe.empty()) OuvrirExclusion(NomMasqueExclusion(nom, suffixe), masqueFacultatif);
+}
+
+void EntreeMosaique::OuvrirExclusion(const std::string& masque, bool facultatif) {
+  if (!FichierExiste(masque)) {
+    if (facultatif) return;
+    ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion " << masque << " de l'image " << m_nom
+                                                               << " n'existe pas.");
   }
+  m_nomExclusion = masque;
+  m_exclusion = Nommer(m_nomExclusion, [&] { return std::make_unique<LecteurFenetres>(m_nomExclusion); });
+  if (m_exclusion->Taille() != TPoint2D<int>(m_colonnes, m_lignes))
+    ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
+                 << m_nomExclusion << " (" << m_exclusion->Taille().x << " x " << m_exclusion->Taille().y
+                 << ") n'a pas la taille de l'image " << m_nom << ".");
+  // A mask placed on the map must lie where its image does: one of the same size made for another
+  // tile (names swapped) would take out the wrong pixels. A mask without a grid is taken as the
+  // image's. Its grid may be in its tags, a side file, or its .aux.xml, as for an input.
+  const auto VerifierGrille = [&](double x0, double y0, double pasX, double pasY) {
+    if (!MemeGrille(x0, y0, pasX, pasY))
+      ZEPRA_ERREUR("[Mosaique] (Entrees) Le masque d'exclusion "
+                   << m_nomExclusion << " est place en " << TexteGrille(x0, y0, pasX, pasY) << ", l'image "
+                   << m_nom << " en " << TexteGrille(m_x0, m_y0, m_pasX, m_pasY)
+                   << " : est-ce le masque d'une autre image ?");
+  };
+  if (const auto om = ImageOrientation::ChercherSiPresent(m_nomExclusion.c_str()))
+    if (const auto* carto = dynamic_cast<const CartoProjOrientation*>(om.get())) {
+      const GeoreferenceEcriture g = carto->GeoreferencePourEcriture();
+      VerifierGrille(g.x0, g.y0, g.pasX, g.pasY);
+    }
+  if (const AnnexePam pm = LireAnnexePam(m_nomExclusion); pm.geotransform)
+    VerifierGrille(pm.gt[0], pm.gt[3], pm.gt[1], -pm.gt[5]);
 }
 
 void EntreeMosaique::AppliquerAnnexe(const AnnexePam& pam, bool place) {

@@ -91,6 +91,9 @@ class EntreeMosaique {
   // Takes what the GDAL side file says: the grid when the image is not placed otherwise (else it must
   // agree), the system when there is none, the no-data value.
   void AppliquerAnnexe(const AnnexePam& pam, bool place);
+  // Opens the exclusion mask 'masque' and checks it against the image; a missing one is refused unless
+  // 'facultatif' (then nothing is excluded).
+  void OuvrirExclusion(const std::string& masque, bool facultatif);
   // Whether a grid is this image's (to the rounding of a world file).
   bool MemeGrille(double x0, double y0, double pasX, double pasY) const;
 
